@@ -1,0 +1,40 @@
+#include "bench/bench_platform.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+
+std::string DefaultBenchRoot() {
+  if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != '\0')
+    return std::filesystem::path(runtime) / "lumet-bench";
+  return std::filesystem::temp_directory_path() / ("lumet-bench-" + std::to_string(geteuid()));
+}
+
+Platform BenchPlatform(const std::string& root) {
+  Platform platform;
+  for (std::string* file : platform.Files()) {
+    *file = root + *file;
+    std::filesystem::create_directories(std::filesystem::path(*file).parent_path());
+  }
+  // A user without a name stays who it is all the same.
+  const struct passwd* user = getpwuid(geteuid());
+  platform.account = user != nullptr ? user->pw_name : "";
+  platform.console_address = "::1";
+  platform.set_scheduler = [](int policy, int priority) {
+    std::cout << "lumet-bench: would ask for scheduling policy " << policy << ", priority "
+              << priority << "\n";
+    return 0;
+  };
+  platform.lock_memory = [](int) {
+    std::cout << "lumet-bench: would lock all memory\n";
+    return 0;
+  };
+  platform.run_command = [](const std::string& command) {
+    std::cout << "lumet-bench: would run " << command << "\n";
+    return 0;
+  };
+  return platform;
+}

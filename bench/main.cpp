@@ -1,0 +1,69 @@
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bench/bench_platform.h"
+#include "bench/simulated_process.h"
+#include "leaf/lumet/lumet_app.h"
+
+namespace {
+
+int RunHead(const std::string& root, int console_port, int dsp_fd,
+            std::vector<std::string>& lumet_options) {
+  Platform platform = BenchPlatform(root);
+  platform.dsp_fd = dsp_fd;
+  platform.console_port = console_port;
+  platform.console_listens = [&](int port) {
+    std::cout << "lumet-bench: the head listens on port " << port << " of "
+              << platform.console_address << "; its files are in " << root << "\n"
+              << "lumet-bench: to talk to it: nc " << platform.console_address << " " << port
+              << "\n";
+  };
+  std::vector<char*> arguments = {const_cast<char*>("lumet")};
+  for (std::string& option : lumet_options) arguments.push_back(option.data());
+  const int count = static_cast<int>(arguments.size());
+  arguments.push_back(nullptr);
+  return RunLumet(platform, count, arguments.data());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app(
+      "Runs a head on the desk: the real daemon, with a simulated signal processor. It needs no\n"
+      "rights and touches nothing outside its directory.",
+      "lumet-bench");
+  std::string root = DefaultBenchRoot();
+  int console_port = 7246;
+  std::uint32_t rate = 10;
+  std::uint64_t seed = 1;
+  int dsp_fd = -1;
+  std::vector<std::string> lumet_options;
+  app.add_option("--root", root, "Directory of the head's files")->capture_default_str();
+  app.add_option("--console-port", console_port, "TCP port for clients on ::1; 0 takes a free one")
+      ->check(CLI::Range(0, 65535))
+      ->capture_default_str();
+  app.add_option("--rate", rate, "Samples per second until the head sets a rate")
+      ->check(CLI::Range(1, 250000))
+      ->capture_default_str();
+  app.add_option("--seed", seed, "Seed of the noise")->capture_default_str();
+  app.add_option("--dsp-fd", dsp_fd,
+                 "Open descriptor, an end of a SOCK_SEQPACKET pair, on which\n"
+                 "somebody else plays the processor");
+  app.add_option("LUMET_OPTIONS", lumet_options, "Behind --: options of lumet itself, say -- -d");
+  CLI11_PARSE(app, argc, argv);
+
+  try {
+    std::optional<SimulatedProcess> processor;
+    if (dsp_fd < 0) processor.emplace(rate, seed);
+    return RunHead(root, console_port, processor ? processor->HeadDescriptor() : dsp_fd,
+                   lumet_options);
+  } catch (const std::exception& error) {
+    std::cerr << "lumet-bench: " << error.what() << "\n";
+    return 1;
+  }
+}

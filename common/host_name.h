@@ -1,0 +1,6 @@
+#pragma once
+
+#include <string>
+
+// The machine's host name, at most 127 bytes of it; empty if the system does not tell.
+std::string GetHostName();

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <sched.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+// Everything outside the process that the head touches: files and devices, the account, the port,
+// and the acts that change the machine. The defaults are the instrument's. One value, made in main
+// and handed down, says where a daemon lives; the bench keeps it inside one directory.
+struct Platform {
+  // Files of the kernel that set the processor up.
+  std::string cpu_alignment = "/proc/cpu/alignment";
+  std::string cpu_governor = "/sys/devices/system/cpu/cpu0/cpufreq/scaling_governor";
+  std::string cpu_speed = "/sys/devices/system/cpu/cpu0/cpufreq/scaling_setspeed";
+
+  std::string pid_file = "/run/lumet.pid";
+
+  // The signal processor: its device, or a descriptor that is open already. The daemon takes the
+  // descriptor over; with -1 it opens the device.
+  std::string dsp_device = "/dev/dsporrel";
+  int dsp_fd = -1;
+
+  // Who the daemon works as once it is set up; empty: who it was started as.
+  std::string account = "nemra";
+
+  // Where the console service listens. Port 0 lets the system choose.
+  std::string console_address = "::";
+  int console_port = 7246;
+  // Hears the port once the service listens.
+  std::function<void(int port)> console_listens = [](int) {};
+
+  // Acts that change the machine. Results and errno are those of the calls that they stand for.
+  std::function<int(int policy, int priority)> set_scheduler = [](int policy, int priority) {
+    struct sched_param parameters = {};
+    parameters.sched_priority = priority;
+    return sched_setscheduler(0, policy, &parameters);
+  };
+  std::function<int(int flags)> lock_memory = [](int flags) { return mlockall(flags); };
+  std::function<int(const std::string& command)> run_command = [](const std::string& command) {
+    return std::system(command.c_str());
+  };
+
+  // Every file and device above, for whoever moves them elsewhere.
+  std::vector<std::string*> Files() {
+    return {&cpu_alignment, &cpu_governor, &cpu_speed, &pid_file, &dsp_device};
+  }
+};

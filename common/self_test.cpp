@@ -1,0 +1,39 @@
+#include "common/self_test.h"
+
+#include <cstdlib>
+#include <iostream>
+
+namespace {
+
+Test*& Head() {
+  static Test* head = nullptr;
+  return head;
+}
+
+}  // namespace
+
+Test::Test(const char* test_name, int test_priority) : name(test_name), priority(test_priority) {
+  Test*& head = Head();
+  if (head == nullptr || priority < head->priority) {
+    next = head;
+    head = this;
+    return;
+  }
+  Test* before = head;
+  while (before->priority < priority && before->next != nullptr) before = before->next;
+  next = before->next;
+  before->next = this;
+}
+
+void Test::RunAll(std::ostream& out) {
+  for (Test* test = Head(); test != nullptr; test = test->next) {
+    out << "\n\nRunning '" << test->name << "'\n";
+    test->Run(out);
+  }
+  out << "\n\nTests Successful!\n";
+}
+
+void self_test::Fail(const std::string& text, const Where& where) {
+  std::cerr << where.file << ":" << where.line << ": " << text << std::endl;
+  std::abort();
+}

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <ostream>
+#include <sstream>
+#include <string>
+
+// One named self-test of the program, run by its option -u. A failing test ends the process.
+//
+// Constructing a test links it into the process-wide list, so it must live as long as the process.
+class Test {
+ public:
+  // A test goes behind the first one in the list whose priority is not below its own, or to the
+  // front if its priority is below that of the first. With equal priorities the list is
+  // therefore the first test, then the others, last one first.
+  Test(const char* test_name, int test_priority);
+  virtual ~Test() = default;
+  Test(const Test&) = delete;
+  Test& operator=(const Test&) = delete;
+
+  virtual void Run(std::ostream& out) = 0;
+
+  // Runs the whole list, saying on `out` what it does.
+  static void RunAll(std::ostream& out);
+
+ private:
+  const char* name;
+  int priority;
+  Test* next = nullptr;
+};
+
+// What the self-tests assert with: the failure names the place and both values, then aborts.
+namespace self_test {
+
+// A place in the code: std::source_location, which not every compiler in use has yet.
+struct Where {
+  const char* file;
+  int line;
+  static Where Current(const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+    return {file, line};
+  }
+};
+
+[[noreturn]] void Fail(const std::string& text, const Where& where);
+
+template <class T>
+std::string Shown(const T& value) {
+  std::ostringstream text;
+  if constexpr (requires { text << value; })
+    text << value;
+  else
+    text << "(a value without a text)";
+  return text.str();
+}
+
+inline void ExpectTrue(bool holds, const std::string& what = "condition",
+                       const Where& where = Where::Current()) {
+  if (!holds) Fail(what + " does not hold", where);
+}
+
+template <class Actual, class Expected>
+void ExpectEqual(const Actual& actual, const Expected& expected, const std::string& what = "",
+                 const Where& where = Where::Current()) {
+  if (actual == expected) return;
+  Fail(what + " is\n  " + Shown(actual) + "\nand not\n  " + Shown(expected), where);
+}
+
+// `act` must throw an Error whose text is `text`.
+template <class Error, class Act>
+void ExpectThrows(Act act, const std::string& text, const Where& where = Where::Current()) {
+  try {
+    act();
+  } catch (const Error& error) {
+    ExpectEqual(std::string(error.what()), text, "the error's text", where);
+    return;
+  }
+  Fail("nothing thrown instead of: " + text, where);
+}
+
+}  // namespace self_test

@@ -1,0 +1,117 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "common/delim_parser.h"
+#include "common/file_reader.h"
+#include "common/poll_processor.h"
+#include "common/socket.h"
+#include "common/socket_address.h"
+
+class SocketServer;
+
+// What an application hangs on a client, by deriving from it.
+class SocketClientContext {
+ public:
+  SocketClientContext() = default;
+  virtual ~SocketClientContext() = default;
+  SocketClientContext(const SocketClientContext&) = delete;
+  SocketClientContext& operator=(const SocketClientContext&) = delete;
+};
+
+// One connection of a SocketServer, which owns it: a read path that hands bytes on as they come,
+// and a queued write path. What happens is told to the server's listeners.
+//
+// A closed client stays a valid object, which ignores what it is asked, until the server's next
+// accept. A read or write error, and an exception from a listener, closes the client with a line
+// on standard output.
+class SocketClient : public PollItem {
+ public:
+  // Accepts from `listening`. Throws as the accepting constructor of Socket does.
+  SocketClient(SocketServer& owner, const Socket& listening);
+  // Connects to `address` within `seconds`. Throws as Socket::Connect does.
+  SocketClient(SocketServer& owner, const SocketAddress& address, unsigned seconds);
+
+  bool IsOpen() const { return socket.IsOpen(); }
+  // Queues `text`, however much is queued already. Ignored when the client is closed, or its
+  // output is or is about to be.
+  void Send(std::string_view text);
+  // Sends a file behind what is queued. Throws ErrnoError when it can't be opened; ignored as Send
+  // is.
+  void SendFile(const std::string& path);
+  // Shuts the output down once the queue has drained, and closes if the peer has done the same.
+  void CloseAfterSend();
+  // Tells ClientDisconnected, then closes at once; what is queued is lost.
+  void Close();
+  // Bytes queued and not yet taken by the system.
+  std::size_t Backlog() const { return pending.size() + inFlight.size() - written; }
+
+  const std::shared_ptr<SocketClientContext>& GetContext() const { return context; }
+  void SetContext(std::shared_ptr<SocketClientContext> new_context);
+
+  int GetFD() override { return socket.GetFD(); }
+  void HandleRead() override;
+  void HandleWrite() override;
+  void HandleError() override;
+  void HandleInvalid() override;
+  void HandleHangup() override;
+  const char* GetName() override { return "SocketClient"; }
+
+ protected:
+  // The bytes of one read; tells GotRequest with them.
+  virtual void GotData(const std::string& text);
+  // The peer has shut down its sending side.
+  virtual void GotEndOfInput() {}
+  void TellRequest(const std::string& text);
+
+ private:
+  friend class SocketServer;
+  enum State : unsigned {
+    kActive = 1,
+    kCloseWhenDrained = 2,
+    kConnecting = 4,
+    kInputEnded = 16,
+    kOutputShutDown = 32,
+  };
+
+  bool AcceptsText() const;
+  bool FlightEmpty() const { return written == inFlight.size(); }
+  void WantWrite(bool want);
+  void NoteActive();
+  void ReadChunk();
+  void WriteChunk();
+  void FinishWriting();
+  void CloseOn(const char* event);
+
+  SocketServer& server;
+  Socket socket;
+  std::string pending;      // accepted for sending, behind inFlight
+  std::string inFlight;     // being written
+  std::size_t written = 0;  // bytes of inFlight that are gone
+  unsigned state = 0;
+  std::shared_ptr<SocketClientContext> context;
+  FileReader file;
+  std::string received;
+  std::uint32_t sentSinceTick = 0;  // bytes queued since the last keep-alive tick
+};
+
+// A client whose bytes are cut into messages at a delimiter; GotRequest is told with each, its
+// delimiter at its end.
+class SocketClientParseData : public SocketClient {
+ public:
+  template <class... Connection>
+  SocketClientParseData(const std::string& delimiter, SocketServer& owner,
+                        const Connection&... connection)
+      : SocketClient(owner, connection...), parser(delimiter) {}
+
+ protected:
+  void GotData(const std::string& text) override;
+
+ private:
+  DelimParser parser;
+  std::string message;
+};

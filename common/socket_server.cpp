@@ -1,0 +1,83 @@
+#include "common/socket_server.h"
+
+#include <utility>
+
+SocketServer::SocketServer(const std::string& message_delimiter, int address_family)
+    : PollItem(POLLIN, false),
+      PollTimer(-1, true),
+      delimiter(message_delimiter),
+      socket(address_family, SOCK_STREAM, 0),
+      family(address_family) {
+  PollItem::Add();
+}
+
+SocketServer::SocketServer(int address_family) : SocketServer("", address_family) {}
+
+SocketServer::~SocketServer() {
+  for (const auto& client : clients) client->Close();
+  clients.clear();
+}
+
+void SocketServer::Listen(int listening_port) {
+  SocketAddress address(family);
+  address.SetPort(listening_port);
+  Listen(address);
+}
+
+void SocketServer::Listen(const SocketAddress& address) {
+  constexpr int kBacklog = 1024;
+  socket.Bind(address);
+  socket.Listen(kBacklog);
+  SocketAddress bound(family);
+  socket.GetSockName(bound);
+  port = bound.GetPort();
+}
+
+void SocketServer::AddListener(SocketServerListener* listener) {
+  listeners.push_back(listener);
+}
+
+void SocketServer::RemoveListener(SocketServerListener* listener) {
+  listeners.remove(listener);
+}
+
+void SocketServer::SetKeepAlive(const std::string& text, int period_ms) {
+  const bool on = !text.empty() && period_ms > 0;
+  keep_alive_text = on ? text : "";
+  keep_alive_period_ms = on ? period_ms : 0;
+  SetTimeout(on ? period_ms : -1);
+}
+
+SocketClient* SocketServer::Connect(const SocketAddress& address, unsigned seconds) {
+  return Adopt(MakeClient(address, seconds));
+}
+
+void SocketServer::HandleRead() {
+  clients.remove_if([](const auto& client) { return !client->IsOpen(); });
+  try {
+    Adopt(MakeClient(socket));
+  } catch (const Socket::EConnAborted&) {
+    // The peer has changed its mind; there is nobody to tell.
+  }
+}
+
+void SocketServer::Expired() {
+  if (keep_alive_text.empty()) return;
+  for (const auto& client : clients) {
+    if (client->IsOpen() && client->sentSinceTick == 0) client->Send(keep_alive_text);
+    client->sentSinceTick = 0;
+  }
+  Extend(keep_alive_period_ms);
+}
+
+template <class... Connection>
+std::unique_ptr<SocketClient> SocketServer::MakeClient(const Connection&... connection) {
+  if (delimiter.empty()) return std::make_unique<SocketClient>(*this, connection...);
+  return std::make_unique<SocketClientParseData>(delimiter, *this, connection...);
+}
+
+SocketClient* SocketServer::Adopt(std::unique_ptr<SocketClient> client) {
+  Tell([&](SocketServerListener& listener) { listener.ClientConnected(client.get()); });
+  clients.push_back(std::move(client));
+  return clients.back().get();
+}

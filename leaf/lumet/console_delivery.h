@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "common/socket_client.h"
+#include "common/socket_server.h"
+
+// What the head keeps for each client.
+class LumetSocketContext : public SocketClientContext {
+ public:
+  // Streams that a client can switch on and off.
+  enum Output : std::uint32_t {
+    kStatus = 1,
+    kWaveforms = 2,
+    kDataClock = 4,
+    kDataTest = 8,
+    kDataRawCapture = 16,
+  };
+
+  std::uint32_t outputFlags = kDataTest;
+};
+
+// Backlog in bytes at which a client no longer gets a text of each kind.
+struct BacklogLimit {
+  static constexpr std::size_t kReply = 1572864;  // also events and messages
+  static constexpr std::size_t kData = 1048576;
+};
+
+// How every text reaches console clients. A client whose backlog has reached `limit` silently
+// loses the text and stays connected.
+class ConsoleDelivery {
+ public:
+  // `console_server` must outlive this.
+  explicit ConsoleDelivery(SocketServer& console_server) : server(console_server) {}
+
+  // A null client is ignored.
+  static void SendToClient(SocketClient* client, std::string_view text, std::size_t limit);
+  // To every client, in the order of connection.
+  void SendToAll(std::string_view text, std::size_t limit);
+  // To the clients whose `outputFlags` have `output`.
+  void SendToFlagged(std::string_view text, LumetSocketContext::Output output, std::size_t limit);
+
+ private:
+  SocketServer& server;
+};

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "common/platform.h"
+#include "common/poll_processor.h"
+#include "common/socket_server.h"
+#include "leaf/lumet/console_delivery.h"
+#include "leaf/lumet/dsp_device.h"
+#include "leaf/lumet/light_quantities.h"
+#include "leaf/lumet/rows.h"
+
+// The running instrument: owns everything long-lived, listens to all of it, and is the place where
+// its events meet. Each handler is a list of steps; the steps stand in the files named after them.
+class Lumet : public DSPDevice::Listener, public SocketServerListener, public PollSignalHandler {
+ public:
+  // Opens the device and the console service, so it is built before rights are given up. Throws
+  // ErrnoError when it can't. `reboot` and `poweroff` are set when the machine is to go down once
+  // the process has cleaned up; they and `platform` must outlive this.
+  Lumet(const Platform& platform, bool debug_lines, bool* reboot, bool* poweroff);
+  ~Lumet() override;
+
+  // Turns the loop until quit, then takes the processor to its safe state. Lets no exception out.
+  void run();
+  // Sets the head up; SIGUSR1 does it again.
+  void readconfig();
+
+  // The road of a sample.
+  void GotData(DataSample& sample) override;
+
+  // What the processor says.
+  void GotUnknownMessage(std::uint16_t code, const std::uint8_t* payload,
+                         std::uint16_t length) override;
+  void GotBadCommand(const std::string& text) override;
+  void GotInitMessage(const std::string& text) override;
+  void GotDebugMessage(const std::string& text) override;
+  void GotInfoMessage(const std::string& text) override;
+  void GotPong(const std::string& text) override;
+  void GotVersion(const std::string& dsp_version, const std::string& fpga_version) override;
+  void GotFatalMessage(const std::string& text) override;
+
+  // What clients do.
+  void ClientConnected(SocketClient* client) override;
+
+  void HandleSignal(int signo) override;
+  const char* GetName() override { return "Lumet"; }
+
+ private:
+  void ShowMessage(std::string_view prefix, std::string_view text);
+
+  DSPDevice dsp;
+  SocketServer server;
+  ConsoleDelivery clients;
+  bool debug;
+  DataRowComposer data_row;
+  LightCalibration calibration;
+  BiasConfig bias;
+  std::string serial_number = "TVF-XXXX";
+  float transmittance_in_force = 1;
+  std::uint32_t diag_word = 0;
+};

@@ -1,0 +1,178 @@
+#include "leaf/lumet/lumet_app.h"
+
+#include <pwd.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+
+#include "common/errno_error.h"
+#include "common/signals.h"
+#include "leaf/lumet/lumet.h"
+#include "leaf/lumet/self_tests.h"
+#include "leaf/lumet/version.h"
+
+namespace {
+
+// Gives the process back its effective user at the end of a scope.
+class EffectiveUserKeeper {
+ public:
+  EffectiveUserKeeper() : user(geteuid()) {}
+  ~EffectiveUserKeeper() { seteuid(user); }
+  EffectiveUserKeeper(const EffectiveUserKeeper&) = delete;
+  EffectiveUserKeeper& operator=(const EffectiveUserKeeper&) = delete;
+
+ private:
+  uid_t user;
+};
+
+void PrintUsage() {
+  std::cout << "lumet " << kLumetVersion << "\n";
+  std::cout << "usage: lumet [options]\n\n";
+  std::cout << "  -h   Show this help\n";
+  std::cout << "  -t   Run as a real-time process (superuser only)\n";
+  std::cout << "  -k   Kill lumet\n";
+  std::cout << "  -r   Reread configuration file\n";
+  std::cout << "  -d   Debug mode: output lots of debug info\n";
+  std::cout << "  -u   Run unit tests\n";
+  std::cout << "\n";
+}
+
+}  // namespace
+
+LumetApp::LumetApp(const Platform& where) : DaemonApp(where.pid_file), platform(where) {}
+
+int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
+  // An interrupt during the start must not skip the clean-up.
+  catch_signal(pending_signals(), SIGINT);
+  // A write to a peer that is gone is an error like any other.
+  ignore_signal(pending_signals(), SIGPIPE);
+  pin_processor();
+
+  int exit_status = 0;
+  if (!parse_options(argc, argv, &exit_status)) return exit_status;
+  if (unit_tests) {
+    RunSelfTests(std::cout);
+    return 0;
+  }
+  LockPidFile();
+  if (real_time) set_real_time_priority();
+
+  Lumet lumet(platform, debug, reboot, poweroff);
+  const EffectiveUserKeeper keeper;
+  drop_privileges();
+  lumet.run();
+  return 0;
+}
+
+bool LumetApp::parse_options(int argc, char** argv, int* exit_status) {
+  optind = 1;
+  int option = 0;
+  while ((option = getopt(argc, argv, "tkrdhu")) != -1) {
+    switch (option) {
+      case 't':
+        real_time = true;
+        break;
+      case 'd':
+        debug = true;
+        break;
+      case 'u':
+        unit_tests = true;
+        break;
+      case 'k':
+        *exit_status = shutdown() - 1;
+        return false;
+      case 'r':
+        *exit_status = readconfig() - 1;
+        return false;
+      default:
+        PrintUsage();
+        *exit_status = 0;
+        return false;
+    }
+  }
+  return true;
+}
+
+int LumetApp::shutdown() {
+  return Signal(SIGINT, "shutdown");
+}
+
+int LumetApp::readconfig() {
+  return Signal(SIGUSR1, "readconfig");
+}
+
+int LumetApp::Signal(int signo, const char* who) {
+  try {
+    SignalRunning(signo);
+    return 1;
+  } catch (const std::exception& error) {
+    std::cout << who << ": Got exception: " << error.what() << "\n";
+    return 0;
+  }
+}
+
+void LumetApp::pin_processor() {
+  set_cpu_alignment();
+  write_text_file(platform.cpu_governor, "userspace");
+  write_text_file(platform.cpu_speed, "456000");
+}
+
+void LumetApp::set_cpu_alignment() {
+  write_text_file(platform.cpu_alignment, "3");
+}
+
+void LumetApp::set_real_time_priority() {
+  if (platform.set_scheduler(SCHED_FIFO, sched_get_priority_min(SCHED_FIFO)) != 0)
+    throw ErrnoError("set_real_time_priority: Unable to set real-time priority");
+  if (platform.lock_memory(MCL_CURRENT | MCL_FUTURE) != 0)
+    throw ErrnoError("set_real_time_priority: Unable to lock memory pages");
+}
+
+void LumetApp::drop_privileges() {
+  if (platform.account.empty()) return;
+  const std::string failure = "Unable to drop priviledges: ";
+  errno = 0;
+  const struct passwd* account = getpwnam(platform.account.c_str());
+  if (account == nullptr) {
+    if (errno != 0) throw std::runtime_error(failure + std::strerror(errno));
+    throw std::runtime_error(failure + "Username '" + platform.account + "' not found");
+  }
+  if (seteuid(account->pw_uid) != 0) throw std::runtime_error(failure + std::strerror(errno));
+}
+
+void write_text_file(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::trunc);
+  file << text << "\n" << std::flush;
+}
+
+int RunLumet(const Platform& platform, int argc, char** argv) {
+  // Whoever reads the log, through a pipe too, sees each line when it is said.
+  setvbuf(stdout, nullptr, _IOLBF, 0);
+  bool reboot = false;
+  bool poweroff = false;
+  int exit_status = -1;
+  try {
+    LumetApp app(platform);
+    exit_status = app.run(&reboot, &poweroff, argc, argv);
+  } catch (const std::exception& error) {
+    std::cout << "ERROR: " << error.what() << "\n";
+  } catch (const char* error) {
+    std::cout << "ERROR: " << error << "\n";
+  } catch (...) {
+    std::cout << "ERROR\n";
+  }
+  if (reboot)
+    platform.run_command("/usr/bin/reboot");
+  else if (poweroff)
+    platform.run_command("/usr/bin/poweroff");
+  return exit_status;
+}

@@ -1,0 +1,7 @@
+#include <ostream>
+void TestLumet(std::ostream&);
+void TestLumet(std::ostream&) {}
+void TestPollProcessor(std::ostream&);
+void TestPollProcessor(std::ostream&) {}
+void TestDelimParser(std::ostream&);
+void TestDelimParser(std::ostream&) {}

@@ -1,0 +1,5 @@
+#include "leaf/lumet/lumet_app.h"
+
+int main(int argc, char** argv) {
+  return RunLumet(Platform(), argc, argv);
+}

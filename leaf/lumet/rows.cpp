@@ -1,0 +1,121 @@
+#include "leaf/lumet/rows.h"
+
+#include <charconv>
+#include <cstring>
+
+#include "leaf/lumet/version.h"
+
+namespace {
+
+// The floats of a DATA row in the order of its columns; the modulation rate has none.
+constexpr std::array kPrintedValues = {
+    DataSample::LUMET,     DataSample::DC,      DataSample::PC,        DataSample::PFD,
+    DataSample::REDMODAVG, DataSample::REDFRAC, DataSample::BLUEFRAC,  DataSample::FARREDFRAC,
+    DataSample::REDDAC,    DataSample::BLUEDAC, DataSample::FARREDDAC, DataSample::MODREDDAC,
+};
+
+std::string HeadingRow(std::string_view row_name, std::span<const OutputChannel> channels,
+                       std::string_view (*field)(const OutputChannel&)) {
+  std::string row(row_name);
+  for (const OutputChannel& channel : channels) row.append("\t").append(field(channel));
+  return row + "\tCHK\n";
+}
+
+// Writes fields one behind the other, each closed by a tab. The room is the caller's promise.
+class FieldWriter {
+ public:
+  FieldWriter(char* from, char* end) : next(from), limit(end) {}
+
+  void Text(std::string_view text) {
+    std::memcpy(next, text.data(), text.size());
+    next += text.size();
+  }
+
+  template <class... Format>
+  void Number(Format... format) {
+    next = std::to_chars(next, limit, format...).ptr;
+    *next++ = '\t';
+  }
+
+  char* Position() const { return next; }
+
+ private:
+  char* next;
+  char* limit;
+};
+
+unsigned ByteSum(const char* from, const char* end) {
+  unsigned sum = 0;
+  for (; from != end; ++from) sum += static_cast<unsigned char>(*from);
+  return sum % 256;
+}
+
+}  // namespace
+
+std::span<const OutputChannel> DataChannels() {
+  static const std::array<OutputChannel, 15> channels = {{
+      {"TIME", "seconds", 11},
+      {"DIAG", "diag", 6},
+      {"LUMET", "", 6},
+      {"DC", "", 6},
+      {"PC", "counts", 6},
+      {"PFD", "µmol/m²/s", 6},
+      {"REDMODAVG", "", 6},
+      {"REDFRAC", "", 6},
+      {"BLUEFRAC", "", 6},
+      {"FARREDFRAC", "", 6},
+      {"REDDAC", "counts", 6},
+      {"BLUEDAC", "counts", 6},
+      {"FARREDDAC", "counts", 6},
+      {"MODREDDAC", "counts", 6},
+      {"CODE", "", 6},
+  }};
+  return channels;
+}
+
+std::string NamesRow(std::string_view row_name, std::span<const OutputChannel> channels) {
+  return HeadingRow(row_name, channels,
+                    [](const OutputChannel& channel) -> std::string_view { return channel.name; });
+}
+
+std::string UnitsRow(std::string_view row_name, std::span<const OutputChannel> channels) {
+  return HeadingRow(row_name, channels,
+                    [](const OutputChannel& channel) -> std::string_view { return channel.unit; });
+}
+
+std::string DataMsgRow(std::string_view prefix, std::string_view text) {
+  return std::string("DATAMSG\t").append(prefix).append(text).append("\n");
+}
+
+std::string OpeningBlock(std::string_view host_name, std::string_view serial_number,
+                         const std::optional<std::string>& console_name) {
+  std::string block = "DATAEVENT\tMODEL\tTAVO\n";
+  block.append("DATAEVENT\tVERSION\t").append(kLumetVersion).append("\n");
+  block.append("DATAEVENT\tNAME\t").append(host_name).append("\n");
+  block.append("DATAEVENT\tSN\t").append(serial_number).append("\n");
+  if (console_name)
+    block.append("DATAEVENT\tCONSOLECONNECTED\t").append(*console_name).append("\n");
+  else
+    block.append("DATAEVENT\tCONSOLEDISCONNECTED\n");
+  block.append(NamesRow("DATAH", DataChannels()));
+  block.append(UnitsRow("DATAU", DataChannels()));
+  return block.append(kDataDiagHeader);
+}
+
+std::string_view DataRowComposer::Compose(const DataSample& sample, std::uint32_t diag) {
+  FieldWriter row(buffer.data(), buffer.data() + buffer.size());
+  row.Text("DATA\t");
+  row.Number(sample.time, std::chars_format::fixed, 6);
+  row.Number(diag);
+  for (const DataSample::Channel channel : kPrintedValues)
+    row.Number(double{sample.values[channel]}, std::chars_format::general, 6);
+  row.Number(int{sample.code});
+
+  char* end = row.Position();
+  const unsigned sum = ByteSum(buffer.data(), end);
+  *end++ = static_cast<char>('0' + sum / 100);
+  *end++ = static_cast<char>('0' + sum / 10 % 10);
+  *end++ = static_cast<char>('0' + sum % 10);
+  *end++ = '\n';
+  return {buffer.data(), static_cast<std::size_t>(end - buffer.data())};
+}

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "leaf/lumet/dsp_records.h"
+
+// The texts of the rows that console clients receive: fields separated by tabs, the row's name
+// first, on data rows the checksum last, and a line feed.
+
+// One column of a row.
+struct OutputChannel {
+  std::string name;
+  const char* unit;
+  int precision;  // significant digits in status rows and on the bus
+};
+
+// The columns of the DATA row, in their order.
+std::span<const OutputChannel> DataChannels();
+
+// `row_name`, the name of each channel, and CHK: the row that heads a table of data rows.
+std::string NamesRow(std::string_view row_name, std::span<const OutputChannel> channels);
+// The same with the units.
+std::string UnitsRow(std::string_view row_name, std::span<const OutputChannel> channels);
+
+// Names the bits of DIAG, lowest first.
+constexpr std::string_view kDataDiagHeader =
+    "DATADIAGH\tCONSOLECONNECTED\tNOOP2\tNOOP4\tNOOP8\tNOOP10\tNOOP20\tNOOP40\tNOOP80\tNOOP100\t"
+    "NOOP200\tPARSATURATED\tDCSATURATED\tTEMP_WARNING\tREDMODOFF\tTESTMODEON\tTEMP_FAULT\n";
+
+// A text from the signal processor, behind a prefix that tells its kind.
+std::string DataMsgRow(std::string_view prefix, std::string_view text);
+
+// What a client is sent when it connects. `console_name` is that of the client with the console
+// role, if there is one.
+std::string OpeningBlock(std::string_view host_name, std::string_view serial_number,
+                         const std::optional<std::string>& console_name);
+
+// Composes DATA rows, one at a time, in a buffer of its own.
+class DataRowComposer {
+ public:
+  // The row of `sample`; valid until the next call. TIME has 6 decimals, DIAG is `diag` as an
+  // unsigned number, the other columns have 6 significant digits. CHK is the sum of all bytes
+  // before it, modulo 256, in three digits.
+  std::string_view Compose(const DataSample& sample, std::uint32_t diag);
+
+ private:
+  // Room for every column at its longest: a time of 309 digits and 14 shorter numbers.
+  std::array<char, 768> buffer;
+};

@@ -1,0 +1,34 @@
+#include "leaf/lumet/self_tests.h"
+
+#include "common/self_test.h"
+
+// Each stands in the *_test.cpp beside the code that it checks.
+void TestLumet(std::ostream& out);
+void TestPollProcessor(std::ostream& out);
+void TestDelimParser(std::ostream& out);
+
+namespace {
+
+class NamedTest : public Test {
+ public:
+  NamedTest(const char* test_name, void (*cases)(std::ostream&))
+      : Test(test_name, kPriority), run(cases) {}
+  void Run(std::ostream& out) override { run(out); }
+
+ private:
+  static constexpr int kPriority = 10;
+  void (*run)(std::ostream&);
+};
+
+// All in one array, so that they register in this order wherever the linker puts it.
+NamedTest registered[] = {
+    {"TestLumet", TestLumet},
+    {"TestPollProcessor", TestPollProcessor},
+    {"DelimParser", TestDelimParser},
+};
+
+}  // namespace
+
+void RunSelfTests(std::ostream& out) {
+  Test::RunAll(out);
+}
