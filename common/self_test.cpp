@@ -37,3 +37,13 @@ void self_test::Fail(const std::string& text, const Where& where) {
   std::cerr << where.file << ":" << where.line << ": " << text << std::endl;
   std::abort();
 }
+
+std::string self_test::Hex(std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const char byte : bytes) {
+    text += kDigits[static_cast<unsigned char>(byte) >> 4];
+    text += kDigits[byte & 0xF];
+  }
+  return text;
+}

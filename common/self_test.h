@@ -3,6 +3,7 @@
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 // One named self-test of the program, run by its option -u. A failing test ends the process.
 //
@@ -41,6 +42,9 @@ struct Where {
 };
 
 [[noreturn]] void Fail(const std::string& text, const Where& where);
+
+// Bytes as lower-case hexadecimal digits, for texts of failures.
+std::string Hex(std::string_view bytes);
 
 template <class T>
 std::string Shown(const T& value) {

@@ -47,6 +47,7 @@ void SocketClient::SendFile(const std::string& path) {
 }
 
 void SocketClient::CloseAfterSend() {
+  if (!IsOpen()) return;
   state |= kCloseWhenDrained;
   if (Backlog() == 0 && !file.IsOpen()) FinishWriting();
 }

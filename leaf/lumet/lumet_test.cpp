@@ -1,7 +1,14 @@
 #include <ostream>
-void TestLumet(std::ostream&);
-void TestLumet(std::ostream&) {}
-void TestPollProcessor(std::ostream&);
-void TestPollProcessor(std::ostream&) {}
+
+void DSPDeviceCases();
+void MeasurementCases();
+void TestLumet(std::ostream& out);
+
+// The measurement core, from the wire to the row.
+void TestLumet(std::ostream&) {
+  DSPDeviceCases();
+  MeasurementCases();
+}
+
 void TestDelimParser(std::ostream&);
 void TestDelimParser(std::ostream&) {}

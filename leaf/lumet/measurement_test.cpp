@@ -1,0 +1,100 @@
+#include <bit>
+#include <cstdint>
+#include <iomanip>
+#include <limits>
+#include <random>
+#include <sstream>
+#include <string>
+
+#include "common/self_test.h"
+#include "leaf/lumet/light_quantities.h"
+#include "leaf/lumet/rows.h"
+
+void MeasurementCases();
+
+namespace {
+
+using self_test::ExpectEqual;
+
+void LightCases() {
+  LightCalibration calibration;
+  calibration.red = {2, 0.5F, 100};
+  calibration.blue = {4, 0.25F, 0};
+  calibration.modred = {1, 2, 10};
+  const struct {
+    const char* name;
+    float red, blue, farred, modred, pc;
+    float pfd, redmodavg, redfrac, bluefrac, farredfrac;
+  } rows[] = {
+      {"dark", 0, 0, 0, 0, 300, 0, 0, 0, 0, 0},
+      {"measuring light alone", 0, 0, 0, 510, 300, 10, 20, 0, 0, 0},
+      // 300 counts / (0.5 / 2 + 0.5 / 4), and 20 of measuring light, through half the path
+      {"red and blue", 1100, 1000, 0, 510, 300, 410, 20, 0.5F, 0.5F, 0},
+      {"all three", 1100, 1000, 2000, 0, 300, 300.0F / 0.6875F / 2, 0, 0.25F, 0.25F, 0.5F},
+      {"a source below its zero", 50, 0, 0, 0, 300, 0, 0, 0, 0, 0},
+  };
+  for (const auto& row : rows) {
+    DataSample sample;
+    auto& values = sample.values;
+    values[DataSample::REDDAC] = row.red;
+    values[DataSample::BLUEDAC] = row.blue;
+    values[DataSample::FARREDDAC] = row.farred;
+    values[DataSample::MODREDDAC] = row.modred;
+    values[DataSample::PC] = row.pc;
+    values[DataSample::MODRATE] = 20000;
+    DeriveLightQuantities(calibration, 0.5F, sample);
+    std::ostringstream derived;
+    for (const auto channel : {DataSample::PFD, DataSample::REDMODAVG, DataSample::REDFRAC,
+                               DataSample::BLUEFRAC, DataSample::FARREDFRAC})
+      derived << values[channel] << " ";
+    std::ostringstream expected;
+    expected << row.pfd << " " << row.redmodavg << " " << row.redfrac << " " << row.bluefrac << " "
+             << row.farredfrac << " ";
+    ExpectEqual(derived.str(), expected.str(), row.name);
+  }
+}
+
+// The row as a string stream writes it.
+std::string StreamedRow(const DataSample& sample, std::uint32_t diag) {
+  std::ostringstream row;
+  row << "DATA\t" << std::fixed << std::setprecision(6) << sample.time << "\t";
+  row << std::defaultfloat << diag << "\t";
+  for (std::size_t i = 0; i < sample.values.size(); ++i)
+    if (i != DataSample::MODRATE) row << double{sample.values[i]} << "\t";
+  row << static_cast<int>(sample.code) << "\t";
+  unsigned sum = 0;
+  for (const char byte : row.str()) sum += static_cast<unsigned char>(byte);
+  row << std::setfill('0') << std::setw(3) << sum % 256 << "\n";
+  return row.str();
+}
+
+void RowCases() {
+  DataRowComposer composer;
+  DataSample sample;
+  sample.time = 1795235804.0800435;
+  sample.values = {400.766F, 590.562F, 330.43F, 1e6F, 999999.5F, 1.0F / 3, -0.0F,
+                   1e-5F,    1000,     20000,   2000, 0,         65520};
+  sample.code = 65535;
+  ExpectEqual(std::string(composer.Compose(sample, 0x8C00)),
+              "DATA\t1795235804.080044\t35840\t400.766\t590.562\t330.43\t1e+06\t1e+06\t0.333333\t-0"
+              "\t1e-05\t20000\t2000\t0\t65520\t65535\t098\n");
+
+  // Any bits at all may come from the processor.
+  std::mt19937_64 random(7);
+  for (int i = 0; i < 20'000; ++i) {
+    sample.time = i % 100 == 0 ? std::numeric_limits<double>::lowest()
+                               : std::bit_cast<double>(random() >> 1 & 0x41FFFFFFFFFFFFFF);
+    for (float& value : sample.values)
+      value = std::bit_cast<float>(static_cast<std::uint32_t>(random()));
+    sample.code = static_cast<std::uint16_t>(random());
+    const auto diag = static_cast<std::uint32_t>(random());
+    ExpectEqual(std::string(composer.Compose(sample, diag)), StreamedRow(sample, diag));
+  }
+}
+
+}  // namespace
+
+void MeasurementCases() {
+  LightCases();
+  RowCases();
+}

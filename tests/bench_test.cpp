@@ -1,0 +1,117 @@
+// The simulated processor.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "bench/simulated_dsp.h"
+#include "common/little_endian.h"
+#include "tests/head.h"
+
+namespace {
+
+constexpr RecordTime kStamp = {1000, 5};
+
+// One command as a packet.
+std::vector<std::uint8_t> Command(DSPCode code, std::span<const std::uint8_t> payload) {
+  RecordWriter writer;
+  writer.Record({}, static_cast<std::uint16_t>(code), payload);
+  return writer.packets.front();
+}
+
+struct Heard {
+  RecordHeader header;
+  std::vector<std::uint8_t> payload;
+};
+
+std::vector<Heard> Take(SimulatedDSP& dsp) {
+  std::vector<Heard> heard;
+  for (const auto& packet : dsp.Output().packets)
+    ForEachRecord(packet, [&](const RecordHeader& header, std::span<const std::uint8_t> payload) {
+      heard.push_back({header, {payload.begin(), payload.end()}});
+    });
+  dsp.Output().packets.clear();
+  return heard;
+}
+
+TEST(SimulatedProcessor, StreamsAtTheRateAndInTheBatchesAskedFor) {
+  const struct {
+    std::uint32_t rate;
+    std::uint16_t batch;
+    std::uint64_t seconds;
+  } rows[] = {{1, 1, 5}, {20, 1, 3}, {40, 2, 3}, {250, 12, 2}, {250'000, 10, 1}, {40, 0, 1}};
+  for (const auto& row : rows) {
+    SimulatedDSP dsp(10, 1);
+    const std::uint8_t format[] = {2, 0, 0, 0};
+    // A tick that wraps in the middle.
+    const std::uint64_t start = (std::uint64_t{1} << 32) - 500'000;
+    dsp.Advance(kStamp, start);
+    EXPECT_TRUE(Take(dsp).empty()) << "samples before the output format is known";
+    dsp.HandleCommands(kStamp, Command(DSPCode::SetOutputFormat, format));
+    TimingConfig timing;
+    timing.measure_outrate = row.rate;
+    timing.measure_batch = row.batch;
+    timing.measure_red = 1234;
+    dsp.HandleCommands(kStamp, Command(DSPCode::SetTimingConfig, timing.Encode()));
+    std::uint64_t samples = 0;
+    for (std::uint64_t ms = 0; ms <= row.seconds * 1000; ms += 10) {
+      dsp.Advance(kStamp, start + ms * 1000);
+      for (const Heard& record : Take(dsp)) {
+        EXPECT_EQ(record.header.time.seconds, kStamp.seconds);
+        const bool single = record.header.code == 0x2009;
+        EXPECT_EQ(single, row.batch <= 1);
+        const std::size_t count = single ? 1 : GetU16(&record.payload[400]);
+        EXPECT_EQ(count, single ? 1 : std::min<std::size_t>(row.batch, 10));
+        for (std::size_t i = 0; i < count; ++i, ++samples) {
+          const WireSample sample = WireSample::Decode(&record.payload[40 * i]);
+          EXPECT_EQ(sample.tick,
+                    static_cast<std::uint32_t>(start + (samples + 1) * 1'000'000 / row.rate));
+          EXPECT_EQ(sample.red_dac, 1234);
+        }
+      }
+    }
+    EXPECT_EQ(samples, row.rate * row.seconds) << row.rate;
+  }
+}
+
+TEST(SimulatedProcessor, AnswersCommands) {
+  SimulatedDSP dsp(10, 1);
+  const auto answer = [&](DSPCode code, std::vector<std::uint8_t> payload) {
+    dsp.HandleCommands(kStamp, Command(code, payload));
+    std::string text;
+    for (const Heard& record : Take(dsp)) {
+      text += std::to_string(record.header.code) + ":";
+      text.append(record.payload.begin(), record.payload.end());
+    }
+    return text;
+  };
+  dsp.Start(kStamp);
+  EXPECT_EQ(answer(DSPCode::SetBiasConfig, {}), "4:simulated processor ready");
+  EXPECT_EQ(answer(DSPCode::RequestVersion, {}), "6:bench-1.0 bench-1.0");
+  EXPECT_EQ(answer(DSPCode::ReadRegister, {'a', 'b'}), std::string("8206:ab\0\0", 9));
+  EXPECT_EQ(answer(DSPCode::WriteRegister, {'a', 'b', 'x', 'y'}), "8204:abxy");
+  EXPECT_EQ(answer(DSPCode::ReadRegister, {'a', 'b'}), "8206:abxy");
+  EXPECT_EQ(answer(DSPCode::WriteRegister, {'a', 'b'}), "4097:code 8203, length 2");
+  EXPECT_EQ(answer(DSPCode{0x2999}, {}), "4097:code 10649, length 0");
+}
+
+TEST(SimulatedProcessor, FeedsALivingHead) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kSimulator);
+  head.WaitForLog("DSP Version:bench-1.0\nFPGA Version:bench-1.0\n");
+  Client client(head.Port());
+  const std::string names = client.ReadLineThatBegins("DATAH\t");
+  EXPECT_EQ(names,
+            "DATAH\tTIME\tDIAG\tLUMET\tDC\tPC\tPFD\tREDMODAVG\tREDFRAC\tBLUEFRAC\tFARREDFRAC\t"
+            "REDDAC\tBLUEDAC\tFARREDDAC\tMODREDDAC\tCODE\tCHK");
+  EXPECT_EQ(client.ReadLine(),
+            "DATAU\tseconds\tdiag\t\t\tcounts\tµmol/m²/s\t\t\t\t\tcounts\tcounts\tcounts\tcounts\t"
+            "\tCHK");
+  client.ReadLineThatBegins("DATA\t");
+  EXPECT_EQ(head.Stop(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,231 @@
+#include "tests/head.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Waits until `fd` can be read.
+void WaitReadable(int fd, Clock::time_point deadline, const std::string& awaited) {
+  const auto left =
+      std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  struct pollfd entry = {fd, POLLIN, 0};
+  if (left <= 0 || poll(&entry, 1, static_cast<int>(left)) <= 0)
+    throw std::runtime_error("waited in vain for " + awaited);
+}
+
+std::array<int, 2> Checked(int result, const std::array<int, 2>& ends) {
+  if (result != 0) throw ErrnoError("unable to make a pair of descriptors");
+  return ends;
+}
+
+std::array<int, 2> SocketPair() {
+  std::array<int, 2> ends = {};
+  const int result = socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data());
+  return Checked(result, ends);
+}
+
+std::array<int, 2> Pipe() {
+  std::array<int, 2> ends = {};
+  const int result = pipe2(ends.data(), O_CLOEXEC);
+  return Checked(result, ends);
+}
+
+// Starts lumet-bench with standard output going to `output` and `inherited`, if any, kept open.
+pid_t StartBench(const std::vector<std::string>& arguments, int output, int inherited) {
+  std::vector<char*> argv = {const_cast<char*>(LUMET_BENCH)};
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  const pid_t child = fork();
+  if (child != 0) return child;
+  dup2(output, STDOUT_FILENO);
+  if (inherited >= 0) fcntl(inherited, F_SETFD, 0);
+  execv(LUMET_BENCH, argv.data());
+  _exit(127);
+}
+
+std::vector<std::string> BenchArguments(const std::string& root,
+                                        const std::vector<std::string>& bench_options,
+                                        const std::vector<std::string>& lumet_options) {
+  std::vector<std::string> arguments = {"--root", root, "--console-port", "0"};
+  arguments.insert(arguments.end(), bench_options.begin(), bench_options.end());
+  arguments.emplace_back("--");
+  arguments.insert(arguments.end(), lumet_options.begin(), lumet_options.end());
+  return arguments;
+}
+
+int WaitForExit(pid_t pid) {
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace
+
+TemporaryDirectory::TemporaryDirectory()
+    : path(std::filesystem::temp_directory_path() / "lumet-test-XXXXXX") {
+  if (mkdtemp(path.data()) == nullptr) throw ErrnoError("unable to make a directory");
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  std::filesystem::remove_all(path);
+}
+
+Client::Client(int port, int receive_buffer) : socket(AF_INET6, SOCK_STREAM, 0) {
+  if (receive_buffer > 0)
+    setsockopt(socket.GetFD(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
+  SocketAddress address{std::string("::1")};
+  address.SetPort(port);
+  socket.Connect(address);
+}
+
+std::string Client::ReadLine() {
+  const auto deadline = Clock::now() + kDeadline;
+  std::size_t end = 0;
+  while ((end = received.find('\n', taken)) == std::string::npos) {
+    received.erase(0, taken);
+    taken = 0;
+    WaitReadable(socket.GetFD(), deadline, "a line");
+    std::string chunk;
+    if (socket.ReadString(chunk) == 0) throw std::runtime_error("the head closed the connection");
+    received += chunk;
+  }
+  std::string line = received.substr(taken, end - taken);
+  taken = end + 1;
+  return line;
+}
+
+std::string Client::ReadLineThatBegins(std::string_view start) {
+  std::string line;
+  do line = ReadLine();
+  while (!line.starts_with(start));
+  return line;
+}
+
+void Client::Send(std::string_view text) {
+  socket.Send(text.data(), text.size(), 0);
+}
+
+void Client::Drain() {
+  std::array<char, 65536> buffer;
+  while (recv(socket.GetFD(), buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) {
+  }
+}
+
+std::string Processor::ReadPacket() {
+  WaitReadable(link.GetFD(), Clock::now() + kDeadline, "a packet of commands");
+  std::string packet(65536, '\0');
+  const int count = link.Read(packet.data(), static_cast<unsigned>(packet.size()));
+  if (count == 0) throw std::runtime_error("the head closed the link");
+  packet.resize(static_cast<std::size_t>(count));
+  return packet;
+}
+
+void Processor::Send(RecordWriter& records) {
+  for (; !records.packets.empty(); records.packets.pop_front())
+    link.Write(records.packets.front().data(),
+               static_cast<unsigned>(records.packets.front().size()));
+}
+
+RecordTime TestStamp() {
+  return {static_cast<std::uint32_t>(std::time(nullptr)), 0};
+}
+
+Head::Head(const std::string& root, PlayedBy played_by,
+           const std::vector<std::string>& lumet_options) {
+  const std::array<int, 2> pipe_ends = Pipe();
+  output.Attach(pipe_ends[0]);
+  StreamFileBase child_output(pipe_ends[1]);
+  StreamFileBase child_link;
+  std::vector<std::string> bench_options;
+  if (played_by == PlayedBy::kTest) {
+    const std::array<int, 2> link_ends = SocketPair();
+    processor.Attach(link_ends[0]);
+    child_link.Attach(link_ends[1]);
+    bench_options = {"--dsp-fd", std::to_string(link_ends[1])};
+  }
+  pid = StartBench(BenchArguments(root, bench_options, lumet_options), child_output.GetFD(),
+                   child_link.GetFD());
+  child_output.Close();
+  child_link.Close();
+  const std::string before = "listens on port ";
+  const std::string said = WaitForLog("to talk to it");
+  port = std::stoi(said.substr(said.find(before) + before.size()));
+}
+
+Head::~Head() {
+  if (pid > 0) Stop(SIGKILL);
+}
+
+std::string Head::WaitForLog(std::string_view text) {
+  const auto deadline = Clock::now() + kDeadline;
+  while (log.find(text) == std::string::npos) {
+    WaitReadable(output.GetFD(), deadline, "'" + std::string(text) + "' in the log:\n" + log);
+    std::string chunk;
+    if (output.ReadString(chunk) == 0) throw std::runtime_error("the head ended, saying\n" + log);
+    log += chunk;
+  }
+  return log;
+}
+
+int Head::Stop(int signo) {
+  kill(pid, signo);
+  return Wait();
+}
+
+int Head::Wait() {
+  std::string chunk;
+  while (output.ReadString(chunk) > 0) log += chunk;
+  const int status = WaitForExit(pid);
+  pid = -1;
+  return status;
+}
+
+long Head::ResidentKilobytes() const {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::string word;
+  while (status >> word && word != "VmRSS:") {
+  }
+  long kilobytes = 0;
+  status >> kilobytes;
+  return kilobytes;
+}
+
+int RunLumetOnce(const std::string& root, const std::vector<std::string>& lumet_options,
+                 std::string& log) {
+  const std::array<int, 2> pipe_ends = Pipe();
+  StreamFileBase output(pipe_ends[0]);
+  StreamFileBase child_output(pipe_ends[1]);
+  const pid_t pid = StartBench(BenchArguments(root, {}, lumet_options), child_output.GetFD(), -1);
+  child_output.Close();
+  log.clear();
+  std::string chunk;
+  while (output.ReadString(chunk) > 0) log += chunk;
+  return WaitForExit(pid);
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+void WriteFile(const std::string& path, std::string_view text) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::ofstream(path, std::ios::binary) << text;
+}

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bench/record_writer.h"
+#include "common/socket.h"
+
+// What every wait of a test takes at most; a test that waits longer fails.
+constexpr auto kDeadline = std::chrono::seconds(20);
+
+// A directory of its own for one test, gone at the end.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  ~TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  const std::string& Path() const { return path; }
+
+ private:
+  std::string path;
+};
+
+// A console client.
+class Client {
+ public:
+  // Connects to `port` of ::1. With `receive_buffer` above 0 the system keeps no more than about
+  // that many bytes for it.
+  explicit Client(int port, int receive_buffer = 0);
+
+  // The next line without its line feed. Throws std::runtime_error at the deadline or the end.
+  std::string ReadLine();
+  // Lines up to the first that begins with `start`, which is returned.
+  std::string ReadLineThatBegins(std::string_view start);
+  void Send(std::string_view text);
+  Socket& Connection() { return socket; }
+  // Takes what has arrived, without waiting.
+  void Drain();
+
+ private:
+  Socket socket;
+  std::string received;
+  std::size_t taken = 0;
+};
+
+// The signal processor, played by the test.
+class Processor {
+ public:
+  // Takes the test's end of the link.
+  void Attach(int descriptor) { link.Attach(descriptor); }
+
+  // The commands of one packet, as bytes. Throws std::runtime_error at the deadline or the end.
+  std::string ReadPacket();
+  // Sends what `records` holds.
+  void Send(RecordWriter& records);
+  void Close() { link.Close(); }
+
+ private:
+  StreamFileBase link;
+};
+
+// The time stamp of records whose samples need no time of their own.
+RecordTime TestStamp();
+
+// A head on the bench, in a process of its own.
+class Head {
+ public:
+  enum class PlayedBy { kSimulator, kTest };
+
+  // Starts lumet-bench with `lumet_options`, on a free port, with its files in `root`. Waits until
+  // it listens.
+  Head(const std::string& root, PlayedBy processor,
+       const std::vector<std::string>& lumet_options = {});
+  ~Head();
+  Head(const Head&) = delete;
+  Head& operator=(const Head&) = delete;
+
+  int Port() const { return port; }
+  pid_t Pid() const { return pid; }
+  // Only with PlayedBy::kTest.
+  Processor& SignalProcessor() { return processor; }
+
+  // Standard output so far, once it holds `text`.
+  std::string WaitForLog(std::string_view text);
+  // Sends `signo` and waits for the end.
+  int Stop(int signo = SIGTERM);
+  // Waits for the end; returns the exit status, or -1 for a process that a signal ended.
+  int Wait();
+  // Kilobytes of memory in use.
+  long ResidentKilobytes() const;
+
+ private:
+  Processor processor;
+  StreamFileBase output;
+  pid_t pid = -1;
+  int port = 0;
+  std::string log;
+};
+
+// Runs lumet-bench on the files in `root` to its end; its standard output goes to `log`.
+int RunLumetOnce(const std::string& root, const std::vector<std::string>& lumet_options,
+                 std::string& log);
+
+std::string ReadFile(const std::string& path);
+void WriteFile(const std::string& path, std::string_view text);

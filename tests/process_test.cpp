@@ -1,0 +1,209 @@
+// The life of the process: options, pid file, signals, and its end.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+
+#include "bench/bench_platform.h"
+#include "common/self_test.h"
+#include "leaf/lumet/lumet_app.h"
+#include "tests/head.h"
+
+namespace {
+
+using self_test::Hex;
+
+const std::string kUsage =
+    "lumet 1.3.1\n"
+    "usage: lumet [options]\n"
+    "\n"
+    "  -h   Show this help\n"
+    "  -t   Run as a real-time process (superuser only)\n"
+    "  -k   Kill lumet\n"
+    "  -r   Reread configuration file\n"
+    "  -d   Debug mode: output lots of debug info\n"
+    "  -u   Run unit tests\n"
+    "\n";
+
+// Commands as they stand on the wire.
+const std::string kNoTime = "0000000000000000";
+const std::string kSetOutputFormat2 = kNoTime + "13200400" + "02000000";
+const std::string kRequestVersion = kNoTime + "05000000";
+const std::string kDefaultBias = kNoTime + "02204800" +
+                                 "0000803f"
+                                 "00000000"
+                                 "0000803f"
+                                 "0000803f"
+                                 "00000000"
+                                 "0000803f"
+                                 "0000803f"
+                                 "00000000"
+                                 "0000803f" +
+                                 std::string(2 * 20, '0') + std::string(2 * 8, '0') +
+                                 "2f0d640b00080000";
+const std::string kSafeState =
+    kNoTime + "08200000" + kNoTime + "01205c00" +
+    "01000000010000000100000001000000010000000100000001000000010000000100000001000000"
+    "01000000000000000000"
+    "01000000000000000000"
+    "0100010001000000"
+    "0100"
+    "01000100"
+    "00000000000000000000"
+    "010001000100"
+    "0000";
+
+TEST(Process, StopsAtOptionsThatOnlyTellOrSignal) {
+  const TemporaryDirectory root;
+  const std::string pid_file = root.Path() + "/run/lumet.pid";
+  const std::string no_file = "Got exception: PID file not found: " + pid_file + "\n";
+  const struct {
+    std::vector<std::string> options;
+    int status;
+    std::string log;
+  } rows[] = {
+      {{"-h"}, 0, kUsage},
+      {{"-x"}, 0, kUsage},
+      {{"-t", "-d", "-h", "-k"}, 0, kUsage},
+      {{"-k"}, 255, "shutdown: " + no_file},
+      {{"-u", "-k", "-h"}, 255, "shutdown: " + no_file},
+      {{"-r", "-k"}, 255, "readconfig: " + no_file},
+  };
+  for (const auto& row : rows) {
+    std::string log;
+    EXPECT_EQ(RunLumetOnce(root.Path(), row.options, log), row.status) << row.options[0];
+    EXPECT_EQ(log, row.log) << row.options[0];
+    EXPECT_FALSE(std::filesystem::exists(pid_file));
+  }
+  // Even these have set the processor up.
+  EXPECT_EQ(ReadFile(root.Path() + "/proc/cpu/alignment"), "3\n");
+  const std::string frequency = root.Path() + "/sys/devices/system/cpu/cpu0/cpufreq/scaling_";
+  EXPECT_EQ(ReadFile(frequency + "governor"), "userspace\n");
+  EXPECT_EQ(ReadFile(frequency + "setspeed"), "456000\n");
+
+  const struct {
+    const char* pid;
+    const char* failure;
+  } foreign[] = {
+      {"a text\n", "Unable to read PID file: "},
+      {"-1\n", "Unable to read PID file: "},
+      {"999999999\n", "Unable to signal: No such process"},
+  };
+  for (const auto& row : foreign) {
+    WriteFile(pid_file, row.pid);
+    std::string log;
+    EXPECT_EQ(RunLumetOnce(root.Path(), {"-k"}, log), 255);
+    const std::string place = std::string(row.failure).ends_with(": ") ? pid_file : "";
+    EXPECT_EQ(log, "shutdown: Got exception: " + std::string(row.failure) + place + "\n");
+  }
+}
+
+TEST(Process, LivesFromItsPidFileToTheSafeState) {
+  const TemporaryDirectory root;
+  const std::string pid_file = root.Path() + "/run/lumet.pid";
+  // Left behind by a crash, and longer than what will stand there.
+  WriteFile(pid_file, "123456789012345\n");
+  Head head(root.Path(), Head::PlayedBy::kTest, {"-t"});
+  EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()),
+            kSetOutputFormat2 + kRequestVersion + kDefaultBias);
+  const std::string pid = std::to_string(head.Pid()) + "\n";
+  EXPECT_EQ(ReadFile(pid_file), pid);
+
+  std::string log;
+  EXPECT_EQ(RunLumetOnce(root.Path(), {}, log), 255);
+  EXPECT_EQ(log, "ERROR: Another process is already running: Resource temporarily unavailable\n");
+  EXPECT_EQ(ReadFile(pid_file), pid);
+
+  EXPECT_EQ(RunLumetOnce(root.Path(), {"-r", "-k"}, log), 0);
+  EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kRequestVersion + kDefaultBias);
+  RecordWriter version;
+  version.Text(TestStamp(), DSPCode::VersionRecord, "1.2 3.4");
+  head.SignalProcessor().Send(version);
+  head.WaitForLog("DSP Version:1.2\nFPGA Version:3.4\n");
+
+  Client client(head.Port());
+  client.ReadLineThatBegins("DATADIAGH\t");
+  EXPECT_EQ(RunLumetOnce(root.Path(), {"-d", "-k", "-r"}, log), 0);
+  EXPECT_EQ(log, "");
+  EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kSafeState);
+  EXPECT_EQ(head.Wait(), 0);
+  EXPECT_NE(head.WaitForLog("Exiting...\n").find("would ask for scheduling policy"),
+            std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(pid_file));
+}
+
+TEST(Process, EndsOrderlyOnEachSignal) {
+  for (const int signo : {SIGTERM, SIGINT}) {
+    const TemporaryDirectory root;
+    Head head(root.Path(), Head::PlayedBy::kTest);
+    head.SignalProcessor().ReadPacket();
+    EXPECT_EQ(head.Stop(signo), 0);
+    EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kSafeState);
+  }
+}
+
+TEST(Process, EndsWhenTheProcessorIsGone) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kTest);
+  head.SignalProcessor().ReadPacket();
+  head.SignalProcessor().Close();
+  EXPECT_EQ(head.Wait(), 0);
+  head.WaitForLog("DSPDevice: the signal processor has closed its end of the link\nExiting...\n");
+}
+
+// Runs the daemon in a child of its own on `platform`; returns its exit status.
+int RunInChild(const Platform& platform, std::vector<std::string> arguments) {
+  const pid_t child = fork();
+  if (child == 0) {
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) argv.push_back(argument.data());
+    const int count = static_cast<int>(argv.size());
+    argv.push_back(nullptr);
+    _exit(RunLumet(platform, count, argv.data()));
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(Process, ReportsWhatKeepsItFromStarting) {
+  const TemporaryDirectory root;
+  const auto with = [&](auto change) {
+    Platform platform = BenchPlatform(root.Path());
+    platform.console_port = 0;
+    WriteFile(platform.dsp_device, "");
+    change(platform);
+    return platform;
+  };
+  const struct {
+    Platform platform;
+    std::string log;
+  } rows[] = {
+      {with([](Platform& platform) { platform.account = "no-such-account"; }),
+       "ERROR: Unable to drop priviledges: Username 'no-such-account' not found\n"},
+      {with([](Platform& platform) { platform.dsp_device = "/no/such/device"; }),
+       "ERROR: StreamFile: Unable to open /no/such/device: No such file or directory\n"},
+      {with([](Platform& platform) { platform.pid_file = "/no/such/directory/pid"; }),
+       "ERROR: Unable to open pid file: No such file or directory\n"},
+      {with([](Platform& platform) {
+         platform.lock_memory = [](int) {
+           errno = ENOMEM;
+           return -1;
+         };
+       }),
+       "ERROR: set_real_time_priority: Unable to lock memory pages: Cannot allocate memory\n"},
+  };
+  for (const auto& row : rows) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(RunInChild(row.platform, {"lumet", "-t"}), 255);
+    const std::string log = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(log.ends_with(row.log)) << log;
+    EXPECT_FALSE(std::filesystem::exists(row.platform.pid_file));
+  }
+}
+
+}  // namespace
