@@ -9,10 +9,10 @@
 #include <new>
 
 #include "bench/bench_platform.h"
+#include "bench/head.h"
 #include "bench/record_writer.h"
 #include "common/poll_processor.h"
 #include "leaf/lumet/lumet.h"
-#include "tests/head.h"
 
 namespace {
 
@@ -67,7 +67,7 @@ TEST(Allocation, NonePerSampleOnceWarm) {
       sample.lumet += 0.1F;
       sample.red_dac = 1000;
     }
-    records.Batch(TestStamp(), batch);
+    records.Batch(StampNow(), batch);
     processor.Send(records);
     const std::uint64_t before = allocations;
     turn();
@@ -76,7 +76,7 @@ TEST(Allocation, NonePerSampleOnceWarm) {
   }
   EXPECT_EQ(counted, 0U) << "allocations for " << (kRounds - kWarmingRounds) * 10 << " samples";
   // The rows really went out.
-  records.Batch(TestStamp(), batch);
+  records.Batch(StampNow(), batch);
   processor.Send(records);
   turn();
   EXPECT_EQ(first.ReadLine().substr(0, 5), "DATA\t");

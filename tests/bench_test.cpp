@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "bench/head.h"
 #include "bench/simulated_dsp.h"
 #include "common/little_endian.h"
-#include "tests/head.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include <string>
 
 #include "bench/bench_platform.h"
+#include "bench/head.h"
 #include "common/self_test.h"
 #include "leaf/lumet/lumet_app.h"
-#include "tests/head.h"
 
 namespace {
 
@@ -107,7 +107,7 @@ TEST(Process, LivesFromItsPidFileToTheSafeState) {
   const std::string pid_file = root.Path() + "/run/lumet.pid";
   // Left behind by a crash, and longer than what will stand there.
   WriteFile(pid_file, "123456789012345\n");
-  Head head(root.Path(), Head::PlayedBy::kTest, {"-t"});
+  Head head(root.Path(), Head::PlayedBy::kCaller, {"-t"});
   EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()),
             kSetOutputFormat2 + kRequestVersion + kDefaultBias);
   const std::string pid = std::to_string(head.Pid()) + "\n";
@@ -121,7 +121,7 @@ TEST(Process, LivesFromItsPidFileToTheSafeState) {
   EXPECT_EQ(RunLumetOnce(root.Path(), {"-r", "-k"}, log), 0);
   EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kRequestVersion + kDefaultBias);
   RecordWriter version;
-  version.Text(TestStamp(), DSPCode::VersionRecord, "1.2 3.4");
+  version.Text(StampNow(), DSPCode::VersionRecord, "1.2 3.4");
   head.SignalProcessor().Send(version);
   head.WaitForLog("DSP Version:1.2\nFPGA Version:3.4\n");
 
@@ -139,7 +139,7 @@ TEST(Process, LivesFromItsPidFileToTheSafeState) {
 TEST(Process, EndsOrderlyOnEachSignal) {
   for (const int signo : {SIGTERM, SIGINT}) {
     const TemporaryDirectory root;
-    Head head(root.Path(), Head::PlayedBy::kTest);
+    Head head(root.Path(), Head::PlayedBy::kCaller);
     head.SignalProcessor().ReadPacket();
     EXPECT_EQ(head.Stop(signo), 0);
     EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kSafeState);
@@ -148,7 +148,7 @@ TEST(Process, EndsOrderlyOnEachSignal) {
 
 TEST(Process, EndsWhenTheProcessorIsGone) {
   const TemporaryDirectory root;
-  Head head(root.Path(), Head::PlayedBy::kTest);
+  Head head(root.Path(), Head::PlayedBy::kCaller);
   head.SignalProcessor().ReadPacket();
   head.SignalProcessor().Close();
   EXPECT_EQ(head.Wait(), 0);

@@ -8,7 +8,7 @@
 #include <map>
 #include <string>
 
-#include "tests/head.h"
+#include "bench/head.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ class NumberedSamples {
   void SendPacket(Processor& processor) {
     RecordWriter records;
     std::array<WireSample, WireBatch::kSlots> batch;
-    const RecordTime stamp = TestStamp();
+    const RecordTime stamp = StampNow();
     for (int i = 0; i < kInPacket; i += static_cast<int>(batch.size())) {
       for (WireSample& sample : batch) {
         sample.tick = static_cast<std::uint32_t>(sent) * 1000;
@@ -55,12 +55,12 @@ class NumberedSamples {
 
 TEST(Rows, EverySampleReachesEveryReader) {
   const TemporaryDirectory root;
-  Head head(root.Path(), Head::PlayedBy::kTest);
+  Head head(root.Path(), Head::PlayedBy::kCaller);
   Client first(head.Port());
   Client second(head.Port());
   Client sleeper(head.Port(), 4096);
   for (Client* client : {&first, &second, &sleeper}) client->ReadLineThatBegins("DATADIAGH\t");
-  const long memory_before = head.ResidentKilobytes();
+  const long memory_before = head.Status("VmRSS");
 
   // A few packets are under way at any time, so that the head is never idle; all together are far
   // more than the system itself keeps for the sleeper.
@@ -77,11 +77,11 @@ TEST(Rows, EverySampleReachesEveryReader) {
   }
   // The sleeper has cost its backlog of 1 MiB, in strings that grow by doubling and may leave holes
   // behind, and not the 14 MB that it has missed.
-  EXPECT_LT(head.ResidentKilobytes() - memory_before, 9 * 1024);
+  EXPECT_LT(head.Status("VmRSS") - memory_before, 9 * 1024);
 
   // It still gets messages, whose limit is higher; and what it gets is whole rows in order.
   RecordWriter message;
-  message.Text(TestStamp(), DSPCode::InfoTextRecord, "still here");
+  message.Text(StampNow(), DSPCode::InfoTextRecord, "still here");
   head.SignalProcessor().Send(message);
   int rows = 0;
   int last = -1;
@@ -101,7 +101,7 @@ TEST(Rows, EverySampleReachesEveryReader) {
 
 TEST(Rows, AClientThatDisappearsLeavesTheOthersAlone) {
   const TemporaryDirectory root;
-  Head head(root.Path(), Head::PlayedBy::kTest);
+  Head head(root.Path(), Head::PlayedBy::kCaller);
   Client stays(head.Port());
   stays.ReadLineThatBegins("DATADIAGH\t");
   NumberedSamples samples;
@@ -132,12 +132,12 @@ TEST(Rows, AClientThatDisappearsLeavesTheOthersAlone) {
 TEST(Rows, WhatTheProcessorSaysReachesClientsAndTheLog) {
   const TemporaryDirectory root;
   for (const bool debug : {false, true}) {
-    Head head(root.Path(), Head::PlayedBy::kTest,
+    Head head(root.Path(), Head::PlayedBy::kCaller,
               debug ? std::vector<std::string>{"-d"} : std::vector<std::string>{});
     Client client(head.Port());
     client.ReadLineThatBegins("DATADIAGH\t");
     RecordWriter records;
-    const RecordTime stamp = TestStamp();
+    const RecordTime stamp = StampNow();
     records.Text(stamp, DSPCode::InitTextRecord, "ready");
     records.Text(stamp, DSPCode::DebugTextRecord, "detail");
     records.Text(stamp, DSPCode::PongRecord, "pong");

@@ -1,4 +1,4 @@
-#include "tests/head.h"
+#include "bench/head.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -141,7 +141,7 @@ void Processor::Send(RecordWriter& records) {
                static_cast<unsigned>(records.packets.front().size()));
 }
 
-RecordTime TestStamp() {
+RecordTime StampNow() {
   return {static_cast<std::uint32_t>(std::time(nullptr)), 0};
 }
 
@@ -152,7 +152,7 @@ Head::Head(const std::string& root, PlayedBy played_by,
   StreamFileBase child_output(pipe_ends[1]);
   StreamFileBase child_link;
   std::vector<std::string> bench_options;
-  if (played_by == PlayedBy::kTest) {
+  if (played_by == PlayedBy::kCaller) {
     const std::array<int, 2> link_ends = SocketPair();
     processor.Attach(link_ends[0]);
     child_link.Attach(link_ends[1]);
@@ -195,14 +195,14 @@ int Head::Wait() {
   return status;
 }
 
-long Head::ResidentKilobytes() const {
+long Head::Status(const std::string& name) const {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
   std::string word;
-  while (status >> word && word != "VmRSS:") {
+  while (status >> word && word != name + ":") {
   }
-  long kilobytes = 0;
-  status >> kilobytes;
-  return kilobytes;
+  long value = 0;
+  if (!(status >> value)) throw std::runtime_error("the system does not tell " + name);
+  return value;
 }
 
 int RunLumetOnce(const std::string& root, const std::vector<std::string>& lumet_options,

@@ -12,10 +12,12 @@
 #include "bench/record_writer.h"
 #include "common/socket.h"
 
-// What every wait of a test takes at most; a test that waits longer fails.
+// For programs that drive heads on the bench: the head itself, its clients and its processor.
+
+// What every wait takes at most.
 constexpr auto kDeadline = std::chrono::seconds(20);
 
-// A directory of its own for one test, gone at the end.
+// A directory of its own, gone at the end.
 class TemporaryDirectory {
  public:
   TemporaryDirectory();
@@ -51,10 +53,10 @@ class Client {
   std::size_t taken = 0;
 };
 
-// The signal processor, played by the test.
+// The signal processor, played by this program.
 class Processor {
  public:
-  // Takes the test's end of the link.
+  // Takes the processor's end of the link.
   void Attach(int descriptor) { link.Attach(descriptor); }
 
   // The commands of one packet, as bytes. Throws std::runtime_error at the deadline or the end.
@@ -67,13 +69,13 @@ class Processor {
   StreamFileBase link;
 };
 
-// The time stamp of records whose samples need no time of their own.
-RecordTime TestStamp();
+// A stamp for records: the present second.
+RecordTime StampNow();
 
 // A head on the bench, in a process of its own.
 class Head {
  public:
-  enum class PlayedBy { kSimulator, kTest };
+  enum class PlayedBy { kSimulator, kCaller };
 
   // Starts lumet-bench with `lumet_options`, on a free port, with its files in `root`. Waits until
   // it listens.
@@ -85,7 +87,7 @@ class Head {
 
   int Port() const { return port; }
   pid_t Pid() const { return pid; }
-  // Only with PlayedBy::kTest.
+  // Only with PlayedBy::kCaller.
   Processor& SignalProcessor() { return processor; }
 
   // Standard output so far, once it holds `text`.
@@ -94,8 +96,9 @@ class Head {
   int Stop(int signo = SIGTERM);
   // Waits for the end; returns the exit status, or -1 for a process that a signal ended.
   int Wait();
-  // Kilobytes of memory in use.
-  long ResidentKilobytes() const;
+  // A number that the system tells of the process, by its name in /proc/PID/status: VmRSS in
+  // kilobytes, say. Throws std::runtime_error.
+  long Status(const std::string& name) const;
 
  private:
   Processor processor;

@@ -1,0 +1,49 @@
+// What a head costs while nothing happens: memory for each client that is connected, and how often
+// the daemon wakes up. The daemon is measured alone, in a process of its own.
+
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "bench/head.h"
+
+namespace {
+
+constexpr int kClients = 400;
+constexpr int kSeconds = 5;
+
+// Times that the daemon went to sleep and woke up, in each second.
+double WakeUpsPerSecond(const Head& head) {
+  const char* const counter = "voluntary_ctxt_switches";
+  const long before = head.Status(counter);
+  std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
+  return static_cast<double>(head.Status(counter) - before) / kSeconds;
+}
+
+}  // namespace
+
+int main() {
+  const TemporaryDirectory root;
+  {
+    Head head(root.Path(), Head::PlayedBy::kCaller);
+    head.SignalProcessor().ReadPacket();
+    const auto connect = [&] {
+      auto client = std::make_unique<Client>(head.Port());
+      client->ReadLineThatBegins("DATADIAGH\t");
+      return client;
+    };
+    // The first one warms the allocator.
+    std::vector<std::unique_ptr<Client>> clients;
+    clients.push_back(connect());
+    const long before = head.Status("RssAnon");
+    for (int i = 0; i < kClients; ++i) clients.push_back(connect());
+    const long kilobytes = head.Status("RssAnon") - before;
+    std::cout << "bytes per idle client:              " << kilobytes * 1024 / kClients << "\n"
+              << "wake-ups per second, no samples:    " << WakeUpsPerSecond(head) << "\n";
+  }
+  Head head(root.Path(), Head::PlayedBy::kSimulator);
+  head.WaitForLog("FPGA Version:");
+  std::cout << "wake-ups per second, 10 samples/s:  " << WakeUpsPerSecond(head) << "\n";
+}
