@@ -29,6 +29,18 @@ TimingConfig StartTiming(std::uint32_t rate) {
   return timing;
 }
 
+// How long to sleep when it is `now` and the next record is due at `due`, both in microseconds.
+int PauseMs(std::uint64_t now, std::uint64_t due) {
+  constexpr std::uint64_t kLongest = 1000;
+  const std::uint64_t pause = due > now ? (due - now) / 1000 + 1 : 1;
+  return static_cast<int>(std::min(pause, kLongest));
+}
+
+// Whether a call on the link failed for good.
+bool PeerGone(ssize_t result) {
+  return result < 0 && errno != EAGAIN && errno != EINTR;
+}
+
 RecordTime SystemNow() {
   struct timespec now = {};
   clock_gettime(CLOCK_REALTIME, &now);
@@ -159,35 +171,31 @@ void SimulatedDSP::FlushBatch(const RecordTime& now) {
 
 void RunSimulatedDSP(int descriptor, SimulatedDSP& dsp) {
   const auto start = std::chrono::steady_clock::now();
+  const auto elapsed = [&] {
+    const auto since = std::chrono::steady_clock::now() - start;
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(since).count());
+  };
   std::vector<std::uint8_t> packet(65536);
   auto& waiting = dsp.Output().packets;
   dsp.Start(SystemNow());
   while (true) {
-    const auto elapsed =
-        static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
-                                       std::chrono::steady_clock::now() - start)
-                                       .count());
     // While the head is behind, time passes and samples are lost, as they are with the device.
-    if (waiting.empty()) dsp.Advance(SystemNow(), elapsed);
-    const std::uint64_t due = dsp.NextRecordDue();
-    const std::uint64_t pause_ms = due > elapsed ? (due - elapsed) / 1000 + 1 : 1;
-
-    const short events = static_cast<short>(waiting.empty() ? POLLIN : POLLIN | POLLOUT);
-    struct pollfd link = {descriptor, events, 0};
-    const int timeout = static_cast<int>(std::min<std::uint64_t>(pause_ms, 1000));
-    if (poll(&link, 1, timeout) < 0 && errno != EINTR)
+    if (waiting.empty()) dsp.Advance(SystemNow(), elapsed());
+    const auto wanted = static_cast<short>(waiting.empty() ? POLLIN : POLLIN | POLLOUT);
+    struct pollfd link = {descriptor, wanted, 0};
+    if (poll(&link, 1, PauseMs(elapsed(), dsp.NextRecordDue())) < 0 && errno != EINTR)
       throw ErrnoError("simulated processor: error calling poll()");
 
     if ((link.revents & POLLOUT) != 0) {
       const auto& next = waiting.front();
-      if (send(descriptor, next.data(), next.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0)
-        waiting.pop_front();
-      else if (errno != EAGAIN && errno != EINTR)
-        return;
+      const ssize_t sent = send(descriptor, next.data(), next.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+      if (PeerGone(sent)) return;
+      if (sent >= 0) waiting.pop_front();
     }
     if ((link.revents & (POLLIN | POLLHUP)) != 0) {
       const ssize_t count = recv(descriptor, packet.data(), packet.size(), MSG_DONTWAIT);
-      if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) return;
+      if (count == 0 || PeerGone(count)) return;
       if (count > 0)
         dsp.HandleCommands(SystemNow(), std::span(packet).first(static_cast<std::size_t>(count)));
     }
