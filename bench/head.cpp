@@ -81,9 +81,7 @@ TemporaryDirectory::TemporaryDirectory()
   if (mkdtemp(path.data()) == nullptr) throw ErrnoError("unable to make a directory");
 }
 
-TemporaryDirectory::~TemporaryDirectory() {
-  std::filesystem::remove_all(path);
-}
+TemporaryDirectory::~TemporaryDirectory() { std::filesystem::remove_all(path); }
 
 Client::Client(int port, int receive_buffer) : socket(AF_INET6, SOCK_STREAM, 0) {
   if (receive_buffer > 0)
@@ -116,9 +114,7 @@ std::string Client::ReadLineThatBegins(std::string_view start) {
   return line;
 }
 
-void Client::Send(std::string_view text) {
-  socket.Send(text.data(), text.size(), 0);
-}
+void Client::Send(std::string_view text) { socket.Send(text.data(), text.size(), 0); }
 
 void Client::Drain() {
   std::array<char, 65536> buffer;
@@ -141,9 +137,7 @@ void Processor::Send(RecordWriter& records) {
                static_cast<unsigned>(records.packets.front().size()));
 }
 
-RecordTime StampNow() {
-  return {static_cast<std::uint32_t>(std::time(nullptr)), 0};
-}
+RecordTime StampNow() { return {static_cast<std::uint32_t>(std::time(nullptr)), 0}; }
 
 Head::Head(const std::string& root, PlayedBy played_by,
            const std::vector<std::string>& lumet_options) {

@@ -37,9 +37,7 @@ int PauseMs(std::uint64_t now, std::uint64_t due) {
 }
 
 // Whether a call on the link failed for good.
-bool PeerGone(ssize_t result) {
-  return result < 0 && errno != EAGAIN && errno != EINTR;
-}
+bool PeerGone(ssize_t result) { return result < 0 && errno != EAGAIN && errno != EINTR; }
 
 RecordTime SystemNow() {
   struct timespec now = {};
@@ -156,9 +154,7 @@ WireSample SimulatedDSP::MakeSample(std::uint64_t elapsed) {
   return sample;
 }
 
-float SimulatedDSP::Noise(float deviation) {
-  return deviation * normal(random);
-}
+float SimulatedDSP::Noise(float deviation) { return deviation * normal(random); }
 
 void SimulatedDSP::FlushBatch(const RecordTime& now) {
   if (gathered == 0) return;

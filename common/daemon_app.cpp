@@ -59,7 +59,7 @@ bool DaemonApp::Daemonize() {
   if (first < 0) throw ErrnoError("Unable to fork first time");
   if (first > 0) return false;
   setsid();
-  // The exit of this first child, the session's leader, must not reach the second.
+  // The exit of this first child must not reach the second.
   ignore_signal(pending_signals(), SIGHUP);
   const pid_t second = fork();
   if (second < 0) throw ErrnoError("Unable to fork second time");

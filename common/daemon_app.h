@@ -23,8 +23,8 @@ class DaemonApp {
   // no readable pid file, ErrnoError when the process can't be signalled.
   void SignalRunning(int signo);
 
-  // Forks twice, leaves the session and closes the descriptors 0 to 63. False in each parent,
-  // which should then exit; true in the final child. Throws ErrnoError.
+  // Forks twice, lets go of the terminal and closes the descriptors 0 to 63. False in each
+  // parent, which should then exit; true in the final child. Throws ErrnoError.
   bool Daemonize();
 
  protected:

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-DelimParser::DelimParser(const std::string& delimiter) {
-  AddDelimiter(delimiter);
-}
+DelimParser::DelimParser(const std::string& delimiter) { AddDelimiter(delimiter); }
 
 void DelimParser::AddDelimiter(const std::string& delimiter) {
   delimiters.push_back(delimiter);

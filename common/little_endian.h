@@ -15,9 +15,7 @@ inline std::uint32_t GetU32(const std::uint8_t* at) {
          std::uint32_t{at[3]} << 24;
 }
 
-inline float GetF32(const std::uint8_t* at) {
-  return std::bit_cast<float>(GetU32(at));
-}
+inline float GetF32(const std::uint8_t* at) { return std::bit_cast<float>(GetU32(at)); }
 
 inline void PutU16(std::uint8_t* at, std::uint16_t value) {
   at[0] = static_cast<std::uint8_t>(value);

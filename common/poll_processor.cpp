@@ -168,9 +168,7 @@ PollItem::PollItem(unsigned short event_mask, bool add) : events(event_mask) {
   if (add) Add();
 }
 
-PollItem::~PollItem() {
-  Remove();
-}
+PollItem::~PollItem() { Remove(); }
 
 void PollItem::Add() {
   PollProcessor* loop = PollProcessor::Instance();
@@ -207,9 +205,7 @@ PollTimer::PollTimer(int timeout_ms, bool add) {
   SetTimeout(timeout_ms);
 }
 
-PollTimer::~PollTimer() {
-  Remove();
-}
+PollTimer::~PollTimer() { Remove(); }
 
 void PollTimer::Add() {
   armed = false;

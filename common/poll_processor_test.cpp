@@ -24,9 +24,7 @@ namespace {
 using self_test::ExpectEqual;
 using self_test::ExpectTrue;
 
-PollProcessor& Loop() {
-  return *PollProcessor::Instance();
-}
+PollProcessor& Loop() { return *PollProcessor::Instance(); }
 
 // Turns the loop until it would block.
 void Settle() {

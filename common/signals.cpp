@@ -8,9 +8,7 @@ namespace {
 // kernel ignores it: what counts is that SA_RESTART is not set.
 constexpr int kInterruptSystemCalls = 0x20000000;
 
-void Catcher(int signo) {
-  sigaddset(pending_signals(), signo);
-}
+void Catcher(int signo) { sigaddset(pending_signals(), signo); }
 
 void SetAction(int signo, void (*handler)(int), const char* failure) {
   struct sigaction action = {};

@@ -37,9 +37,7 @@ int Checked(ssize_t result, const char* failure) {
 
 }  // namespace
 
-Socket::Socket(int family, int type, int protocol) {
-  Create(family, type, protocol);
-}
+Socket::Socket(int family, int type, int protocol) { Create(family, type, protocol); }
 
 Socket::Socket(const Socket& listener, SocketAddress* peer) {
   listener.CheckOpen();

@@ -34,9 +34,7 @@ SocketAddress::SocketAddress(const struct sockaddr* raw_address) : address() {
   }
 }
 
-SocketAddress::SocketAddress(const std::string& text) : address() {
-  Parse(text);
-}
+SocketAddress::SocketAddress(const std::string& text) : address() { Parse(text); }
 
 SocketAddress::SocketAddress(const std::string& host, int family) : address() {
   struct addrinfo hints = {};

@@ -80,17 +80,26 @@ void SocketClient::NoteActive() {
 }
 
 void SocketClient::HandleRead() {
+  Guarded("HandleRead", [this] { ReadChunk(); });
+}
+
+void SocketClient::HandleWrite() {
+  Guarded("HandleWrite", [this] { WriteChunk(); });
+}
+
+template <class Act>
+void SocketClient::Guarded(const char* event, Act act) {
   if (!IsOpen()) return;
   try {
-    ReadChunk();
+    NoteActive();
+    act();
   } catch (const std::exception& error) {
-    std::cout << "SocketClient::HandleRead(): Got exception " << error.what() << "\n";
+    std::cout << "SocketClient::" << event << "(): Got exception " << error.what() << "\n";
     Close();
   }
 }
 
 void SocketClient::ReadChunk() {
-  NoteActive();
   if (socket.ReadString(received) > 0) {
     GotData(received);
     return;
@@ -102,18 +111,7 @@ void SocketClient::ReadChunk() {
   if ((state & kOutputShutDown) != 0) Close();
 }
 
-void SocketClient::HandleWrite() {
-  if (!IsOpen()) return;
-  try {
-    WriteChunk();
-  } catch (const std::exception& error) {
-    std::cout << "SocketClient::HandleWrite(): Got exception " << error.what() << "\n";
-    Close();
-  }
-}
-
 void SocketClient::WriteChunk() {
-  NoteActive();
   if (FlightEmpty()) {
     inFlight.clear();
     written = 0;
@@ -139,26 +137,18 @@ void SocketClient::FinishWriting() {
   if ((state & kInputEnded) != 0) Close();
 }
 
-void SocketClient::HandleError() {
-  CloseOn("HandleError");
-}
+void SocketClient::HandleError() { CloseOn("HandleError"); }
 
-void SocketClient::HandleInvalid() {
-  CloseOn("HandleInvalid");
-}
+void SocketClient::HandleInvalid() { CloseOn("HandleInvalid"); }
 
-void SocketClient::HandleHangup() {
-  CloseOn("HandleHangUp");
-}
+void SocketClient::HandleHangup() { CloseOn("HandleHangUp"); }
 
 void SocketClient::CloseOn(const char* event) {
   std::cout << "SocketClient::" << event << "()\n";
   Close();
 }
 
-void SocketClient::GotData(const std::string& text) {
-  TellRequest(text);
-}
+void SocketClient::GotData(const std::string& text) { TellRequest(text); }
 
 void SocketClient::TellRequest(const std::string& text) {
   server.Tell([&](SocketServerListener& listener) { listener.GotRequest(this, text); });

@@ -81,6 +81,9 @@ class SocketClient : public PollItem {
   bool AcceptsText() const;
   bool FlightEmpty() const { return written == inFlight.size(); }
   void WantWrite(bool want);
+  // Runs the work of an event on an open client; what it throws closes the client.
+  template <class Act>
+  void Guarded(const char* event, Act act);
   void NoteActive();
   void ReadChunk();
   void WriteChunk();

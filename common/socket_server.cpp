@@ -33,13 +33,9 @@ void SocketServer::Listen(const SocketAddress& address) {
   port = bound.GetPort();
 }
 
-void SocketServer::AddListener(SocketServerListener* listener) {
-  listeners.push_back(listener);
-}
+void SocketServer::AddListener(SocketServerListener* listener) { listeners.push_back(listener); }
 
-void SocketServer::RemoveListener(SocketServerListener* listener) {
-  listeners.remove(listener);
-}
+void SocketServer::RemoveListener(SocketServerListener* listener) { listeners.remove(listener); }
 
 void SocketServer::SetKeepAlive(const std::string& text, int period_ms) {
   const bool on = !text.empty() && period_ms > 0;

@@ -103,9 +103,7 @@ StreamFileBase& StreamFileBase::operator=(const StreamFileBase& other) {
   return *this;
 }
 
-StreamFileBase::~StreamFileBase() {
-  Close();
-}
+StreamFileBase::~StreamFileBase() { Close(); }
 
 void StreamFileBase::SetNonBlocking() {
   CheckOpen();

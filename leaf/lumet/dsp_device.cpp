@@ -40,38 +40,22 @@ DSPDevice::Listener* DSPDevice::SetListener(Listener* new_listener) {
   return std::exchange(listener, new_listener);
 }
 
-void DSPDevice::RequestVersion() {
-  SendEmpty(DSPCode::RequestVersion);
-}
+void DSPDevice::RequestVersion() { SendBytes(DSPCode::RequestVersion, {}); }
 
 void DSPDevice::SetTimingConfig(const TimingConfig& config) {
-  const auto payload = config.Encode();
-  Send(static_cast<std::uint16_t>(DSPCode::SetTimingConfig), payload.data(), payload.size());
+  SendBytes(DSPCode::SetTimingConfig, config.Encode());
 }
 
 void DSPDevice::SetBiasConfig(const BiasConfig& config) {
-  const auto payload = config.Encode();
-  Send(static_cast<std::uint16_t>(DSPCode::SetBiasConfig), payload.data(), payload.size());
+  SendBytes(DSPCode::SetBiasConfig, config.Encode());
 }
 
-void DSPDevice::StartRectFlash() {
-  SendEmpty(DSPCode::StartRectFlash);
-}
-void DSPDevice::StartMultiPhaseFlash() {
-  SendEmpty(DSPCode::StartMultiPhaseFlash);
-}
-void DSPDevice::StartInductionFlash() {
-  SendEmpty(DSPCode::StartInductionFlash);
-}
-void DSPDevice::StartDarkPulse() {
-  SendEmpty(DSPCode::StartDarkPulse);
-}
-void DSPDevice::BreakSequence() {
-  SendEmpty(DSPCode::BreakSequence);
-}
-void DSPDevice::ResetSequencer() {
-  SendEmpty(DSPCode::ResetSequencer);
-}
+void DSPDevice::StartRectFlash() { SendBytes(DSPCode::StartRectFlash, {}); }
+void DSPDevice::StartMultiPhaseFlash() { SendBytes(DSPCode::StartMultiPhaseFlash, {}); }
+void DSPDevice::StartInductionFlash() { SendBytes(DSPCode::StartInductionFlash, {}); }
+void DSPDevice::StartDarkPulse() { SendBytes(DSPCode::StartDarkPulse, {}); }
+void DSPDevice::BreakSequence() { SendBytes(DSPCode::BreakSequence, {}); }
+void DSPDevice::ResetSequencer() { SendBytes(DSPCode::ResetSequencer, {}); }
 
 void DSPDevice::WriteRegister(std::uint16_t address, std::uint16_t value) {
   SendPair(DSPCode::WriteRegister, address, value);
@@ -80,37 +64,29 @@ void DSPDevice::WriteRegister(std::uint16_t address, std::uint16_t value) {
 void DSPDevice::ReadRegister(std::uint16_t address) {
   std::array<std::uint8_t, 2> payload = {};
   PutU16(payload.data(), address);
-  Send(static_cast<std::uint16_t>(DSPCode::ReadRegister), payload.data(), payload.size());
+  SendBytes(DSPCode::ReadRegister, payload);
 }
 
 void DSPDevice::StartRawCapture(std::uint32_t size, std::uint32_t when) {
   std::array<std::uint8_t, 8> payload = {};
   PutU32(payload.data(), size);
   PutU32(payload.data() + 4, when > 3 ? 0 : when);
-  Send(static_cast<std::uint16_t>(DSPCode::StartRawCapture), payload.data(), payload.size());
+  SendBytes(DSPCode::StartRawCapture, payload);
 }
 
 void DSPDevice::SetOutputFormat(std::uint32_t format) {
   SendWord(DSPCode::SetOutputFormat, format);
 }
 
-void DSPDevice::RedModulationOn() {
-  SendWord(DSPCode::SetRedModulation, 1);
-}
-void DSPDevice::RedModulationOff() {
-  SendWord(DSPCode::SetRedModulation, 0);
-}
+void DSPDevice::RedModulationOn() { SendWord(DSPCode::SetRedModulation, 1); }
+void DSPDevice::RedModulationOff() { SendWord(DSPCode::SetRedModulation, 0); }
 
 void DSPDevice::SetGpio(std::uint16_t line, std::uint16_t value) {
   SendPair(DSPCode::SetGpio, line, value);
 }
 
-void DSPDevice::TestVectorOn() {
-  SendWord(DSPCode::SetTestVector, 1);
-}
-void DSPDevice::TestVectorOff() {
-  SendWord(DSPCode::SetTestVector, 0);
-}
+void DSPDevice::TestVectorOn() { SendWord(DSPCode::SetTestVector, 1); }
+void DSPDevice::TestVectorOff() { SendWord(DSPCode::SetTestVector, 0); }
 
 void DSPDevice::AllOff() {
   TimingConfig off;
@@ -127,14 +103,14 @@ void DSPDevice::AllOff() {
   HandleWrite();
 }
 
-void DSPDevice::SendEmpty(DSPCode code) {
-  Send(static_cast<std::uint16_t>(code), nullptr, 0);
+void DSPDevice::SendBytes(DSPCode code, std::span<const std::uint8_t> payload) {
+  Send(static_cast<std::uint16_t>(code), payload.data(), payload.size());
 }
 
 void DSPDevice::SendWord(DSPCode code, std::uint32_t word) {
   std::array<std::uint8_t, 4> payload = {};
   PutU32(payload.data(), word);
-  Send(static_cast<std::uint16_t>(code), payload.data(), payload.size());
+  SendBytes(code, payload);
 }
 
 void DSPDevice::SendPair(DSPCode code, std::uint16_t first, std::uint16_t second) {

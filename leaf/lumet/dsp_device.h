@@ -95,7 +95,7 @@ class DSPDevice : public PollItem {
   const char* GetName() override { return "DSPDevice"; }
 
  private:
-  void SendEmpty(DSPCode code);
+  void SendBytes(DSPCode code, std::span<const std::uint8_t> payload);
   void SendWord(DSPCode code, std::uint32_t word);
   void SendPair(DSPCode code, std::uint16_t first, std::uint16_t second);
 

@@ -9,9 +9,7 @@ namespace {
 // Each wire struct has one table below, a function Fields that names every field with its offset.
 // It is run by one of the two codecs here.
 
-std::uint16_t Clamp10(std::uint16_t value) {
-  return std::min<std::uint16_t>(value, 10);
-}
+std::uint16_t Clamp10(std::uint16_t value) { return std::min<std::uint16_t>(value, 10); }
 
 std::uint16_t Quantise16(std::uint16_t value) {
   if (value > 65519) return 65520;

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "common/host_name.h"
+#include "common/print_exception.h"
 
 namespace {
 
@@ -50,12 +51,8 @@ void Lumet::run() {
     while (loop->Process(-1)) {
     }
     std::cout << "Exiting...\n";
-  } catch (const std::exception& error) {
-    std::cout << "ERROR: " << error.what() << "\n";
-  } catch (const char* error) {
-    std::cout << "ERROR: " << error << "\n";
   } catch (...) {
-    std::cout << "ERROR\n";
+    PrintCurrentException();
   }
   dsp.AllOff();
   // The processor needs a moment for that before its device closes.
@@ -67,9 +64,7 @@ void Lumet::readconfig() {
   dsp.SetBiasConfig(bias);
 }
 
-void Lumet::HandleSignal(int) {
-  readconfig();
-}
+void Lumet::HandleSignal(int) { readconfig(); }
 
 void Lumet::GotData(DataSample& sample) {
   DeriveLightQuantities(calibration, transmittance_in_force, sample);
@@ -81,26 +76,16 @@ void Lumet::GotUnknownMessage(std::uint16_t code, const std::uint8_t*, std::uint
   std::cout << "Got Unknown Message: cmd=0x" << std::hex << code << " len=0x" << length << "\n";
 }
 
-void Lumet::GotBadCommand(const std::string& text) {
-  ShowMessage("DSP Bad cmd: ", text);
-}
-void Lumet::GotInitMessage(const std::string& text) {
-  ShowMessage("DSP INIT: ", text);
-}
-void Lumet::GotInfoMessage(const std::string& text) {
-  ShowMessage("DSP: ", text);
-}
-void Lumet::GotFatalMessage(const std::string& text) {
-  ShowMessage("DSP FATAL: ", text);
-}
+void Lumet::GotBadCommand(const std::string& text) { ShowMessage("DSP Bad cmd: ", text); }
+void Lumet::GotInitMessage(const std::string& text) { ShowMessage("DSP INIT: ", text); }
+void Lumet::GotInfoMessage(const std::string& text) { ShowMessage("DSP: ", text); }
+void Lumet::GotFatalMessage(const std::string& text) { ShowMessage("DSP FATAL: ", text); }
 
 void Lumet::GotDebugMessage(const std::string& text) {
   if (debug) ShowMessage("DSP: ", text);
 }
 
-void Lumet::GotPong(const std::string& text) {
-  std::cout << "GotPong: " << text << "\n";
-}
+void Lumet::GotPong(const std::string& text) { std::cout << "GotPong: " << text << "\n"; }
 
 void Lumet::GotVersion(const std::string& dsp_version, const std::string& fpga_version) {
   std::cout << "DSP Version:" << dsp_version << "\nFPGA Version:" << fpga_version << "\n";

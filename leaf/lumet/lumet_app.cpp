@@ -15,6 +15,7 @@
 #include <stdexcept>
 
 #include "common/errno_error.h"
+#include "common/print_exception.h"
 #include "common/signals.h"
 #include "leaf/lumet/lumet.h"
 #include "leaf/lumet/self_tests.h"
@@ -102,13 +103,9 @@ bool LumetApp::parse_options(int argc, char** argv, int* exit_status) {
   return true;
 }
 
-int LumetApp::shutdown() {
-  return Signal(SIGINT, "shutdown");
-}
+int LumetApp::shutdown() { return Signal(SIGINT, "shutdown"); }
 
-int LumetApp::readconfig() {
-  return Signal(SIGUSR1, "readconfig");
-}
+int LumetApp::readconfig() { return Signal(SIGUSR1, "readconfig"); }
 
 int LumetApp::Signal(int signo, const char* who) {
   try {
@@ -126,9 +123,7 @@ void LumetApp::pin_processor() {
   write_text_file(platform.cpu_speed, "456000");
 }
 
-void LumetApp::set_cpu_alignment() {
-  write_text_file(platform.cpu_alignment, "3");
-}
+void LumetApp::set_cpu_alignment() { write_text_file(platform.cpu_alignment, "3"); }
 
 void LumetApp::set_real_time_priority() {
   if (platform.set_scheduler(SCHED_FIFO, sched_get_priority_min(SCHED_FIFO)) != 0)
@@ -163,12 +158,8 @@ int RunLumet(const Platform& platform, int argc, char** argv) {
   try {
     LumetApp app(platform);
     exit_status = app.run(&reboot, &poweroff, argc, argv);
-  } catch (const std::exception& error) {
-    std::cout << "ERROR: " << error.what() << "\n";
-  } catch (const char* error) {
-    std::cout << "ERROR: " << error << "\n";
   } catch (...) {
-    std::cout << "ERROR\n";
+    PrintCurrentException();
   }
   if (reboot)
     platform.run_command("/usr/bin/reboot");

@@ -29,6 +29,4 @@ NamedTest registered[] = {
 
 }  // namespace
 
-void RunSelfTests(std::ostream& out) {
-  Test::RunAll(out);
-}
+void RunSelfTests(std::ostream& out) { Test::RunAll(out); }
