@@ -9,6 +9,3 @@ void TestLumet(std::ostream&) {
   DSPDeviceCases();
   MeasurementCases();
 }
-
-void TestDelimParser(std::ostream&);
-void TestDelimParser(std::ostream&) {}

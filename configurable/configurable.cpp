@@ -1,0 +1,400 @@
+#include "configurable/configurable.h"
+
+#include <utility>
+
+#include "configurable/configurable_attributes.h"
+#include "configurable/text_stream.h"
+
+namespace {
+
+// The formatting word that a stream carries for the tree; bit 0 means compact.
+int LayoutWord() {
+  static const int index = std::ios_base::xalloc();
+  return index;
+}
+
+// What one document may answer at most. A few bytes of query can ask for the whole tree, so an
+// answer could grow to a thousand times its request.
+constexpr std::streamoff kAnswerLimit = std::streamoff{16} << 20;
+
+}  // namespace
+
+void set_compact(std::ostream& stream, bool compact) {
+  long& word = stream.iword(LayoutWord());
+  word = compact ? word | 1L : word & ~1L;
+}
+
+bool is_compact(std::ostream& stream) { return (stream.iword(LayoutWord()) & 1L) != 0; }
+
+Configurable::Error::Error(const std::string& item, const std::string& message)
+    : std::runtime_error("XML error in item \"" + item + "\": " + message) {}
+
+Configurable::Configurable(std::string item_name) : _name(std::move(item_name)) {}
+
+Configurable::~Configurable() = default;
+
+void Configurable::set_flag(Flag flag, bool on) {
+  _flags = on ? _flags | flag : _flags & ~std::uint32_t{flag};
+}
+
+ConfigurableListener* Configurable::set_listener(ConfigurableListener* listener) {
+  return std::exchange(_listener, listener);
+}
+
+void Configurable::adopt(Configurable& child) {
+  child._parent = this;
+  child.set_throw_errors(has_flag(ThrowErrors));
+}
+
+void Configurable::add_attribute(Configurable* attribute) {
+  if (!_attributes) _attributes = std::make_unique<ConfigurableAttributes>(*this);
+  _attributes->add(attribute);
+}
+
+void Configurable::accept(ConfigurableVisitor& visitor) { visitor.visit(*this); }
+
+void Configurable::accept_attributes(ConfigurableVisitor& visitor) {
+  if (!_attributes) return;
+  if (visitor.begin_attributes(*_attributes)) {
+    for (Configurable* attribute : _attributes->attribute_list()) {
+      attribute->accept(visitor);
+      attribute->accept_attributes(visitor);
+    }
+  }
+  visitor.end_attributes(*_attributes);
+}
+
+// Changes.
+
+void Configurable::mark_changed() {
+  set_flag(Changed, true);
+  ++_change_count;
+  on_changed();
+  if (_listener != nullptr) _listener->item_changed(ConfigurableEvent(*this));
+  if (_parent != nullptr) _parent->set_changed(true);
+}
+
+void Configurable::set_changed(bool changed) {
+  if (changed) {
+    mark_changed();
+    return;
+  }
+  set_flag(Changed, false);
+  if (_attributes) _attributes->set_changed(false);
+}
+
+void Configurable::set_locked(bool locked) {
+  set_flag(Locked, locked);
+  if (_attributes) _attributes->set_locked(locked);
+}
+
+void Configurable::set_throw_errors(bool throw_errors) {
+  set_flag(ThrowErrors, throw_errors);
+  if (_attributes) _attributes->set_throw_errors(throw_errors);
+}
+
+// Reading.
+
+std::istream& Configurable::read_document(std::istream& in, std::ostream& out) {
+  XMLParser parser(in);
+  XMLWriter writer(out, !is_compact(out));
+  if (!read_root(parser, writer)) in.setstate(std::ios_base::failbit);
+  return in;
+}
+
+bool Configurable::read_root(XMLParser& parser, XMLWriter& writer) {
+  while (true) {
+    switch (parser.NextToken()) {
+      case XMLParser::END_DOC:
+        return true;
+      case XMLParser::ERROR:
+        return false;
+      case XMLParser::STRING:
+        if (!process_text(parser.GetTokenString(), writer, true)) return false;
+        break;
+      case XMLParser::START_ELEMENT:
+        if (parser.GetTokenString() == _name) return read_element(parser, writer);
+        write_error("Invalid start element: " + parser.GetTokenString(), writer);
+        return false;
+      default:
+        break;
+    }
+  }
+}
+
+bool Configurable::read_element(XMLParser& parser, XMLWriter& writer) {
+  set_flag(AttributesTouched, false);
+  on_read_begin(parser, writer);
+  if (_listener != nullptr) _listener->item_read_begin(ConfigurableEvent(*this));
+  while (true) {
+    bool goes_on = true;
+    switch (parser.NextToken()) {
+      case XMLParser::ERROR:
+        return false;
+      case XMLParser::END_DOC:
+        return true;
+      case XMLParser::START_ELEMENT:
+        goes_on = read_child_element(parser.GetTokenString(), parser, writer);
+        break;
+      case XMLParser::ATTRIBUTE:
+        goes_on = read_attribute(parser.GetTokenString(), writer);
+        break;
+      case XMLParser::ATTRIBUTE_VALUE_PAIR:
+        goes_on = read_attribute_value(parser.GetTokenString(), parser.GetTokenValue(), writer);
+        break;
+      case XMLParser::STRING: {
+        const std::string& text = parser.GetTokenString();
+        on_read_text(text, writer.Stream());
+        if (_listener != nullptr)
+          _listener->item_text_stream(ConfigurableEvent(*this), text, writer.Stream());
+        goes_on = process_text(text, writer, false);
+        break;
+      }
+      case XMLParser::END_ELEMENT:
+        if (parser.GetTokenString() != _name) {
+          write_error("Invalid End Element: " + parser.GetTokenString(), writer);
+          return false;
+        }
+        on_read_end();
+        if (_listener != nullptr) _listener->item_read_end(ConfigurableEvent(*this));
+        return true;
+      default:
+        break;
+    }
+    if (!goes_on) return false;
+  }
+}
+
+bool Configurable::read_child_element(const std::string& tag, XMLParser&, XMLWriter& writer) {
+  write_error("Invalid configuration tag: " + tag, writer);
+  return false;
+}
+
+bool Configurable::read_attribute(const std::string& attribute, XMLWriter& writer) {
+  if (_attributes) return _attributes->read_attribute(attribute, writer);
+  write_error("This item has no attributes", writer);
+  return false;
+}
+
+bool Configurable::read_attribute_value(const std::string& attribute, const std::string& value,
+                                        XMLWriter& writer) {
+  if (_attributes) return _attributes->read_attribute_value(attribute, value, writer);
+  write_error("This item has no attributes", writer);
+  return false;
+}
+
+void Configurable::clear_attributes() {
+  set_flag(AttributesTouched, true);
+  if (_attributes) _attributes->clear_attributes();
+}
+
+bool Configurable::process_text(const std::string& text, XMLWriter& writer, bool document_level) {
+  XMLQueryStringParser parser(text);
+  while (true) {
+    const XMLQueryStringParser::Token token = parser.NextToken();
+    switch (token) {
+      case XMLQueryStringParser::END_STRING:
+        return true;
+      case XMLQueryStringParser::START_STRING:
+        break;
+      case XMLQueryStringParser::STRING:
+        if (!document_level && !set_from_string(parser.GetTokenString(), writer)) return false;
+        break;
+      case XMLQueryStringParser::DOCTYPE:
+        if (!document_level && !set_doctype_from_string(parser.GetTokenString(), writer))
+          return false;
+        break;
+      case XMLQueryStringParser::ERROR:
+        write_error("Invalid query: " + parser.GetTokenString(), writer);
+        break;
+      default:
+        if (writer.Stream().tellp() > kAnswerLimit) {
+          write_error("Answer too long", writer);
+          return false;
+        }
+        answer(token, writer, document_level);
+    }
+  }
+}
+
+void Configurable::answer(XMLQueryStringParser::Token query, XMLWriter& writer,
+                          bool document_level) {
+  switch (query) {
+    case XMLQueryStringParser::QUERY:
+      return document_level ? write_element(writer) : write_value(writer);
+    case XMLQueryStringParser::QUERY_CONTEXT:
+      return write_context(writer);
+    case XMLQueryStringParser::QUERY_CHANGES:
+      if (!document_level) return write_changes(writer);
+      if (has_changed()) write_changes_element(writer);
+      return;
+    case XMLQueryStringParser::QUERY_CHANGES_CONTEXT:
+      return write_changes_context(writer);
+    case XMLQueryStringParser::QUERY_DOCTYPE:
+      return document_level ? write_doctype_element(writer) : write_doctype(writer);
+    case XMLQueryStringParser::QUERY_DOCTYPE_CONTEXT:
+      return write_doctype_context(writer);
+    default:
+      return;
+  }
+}
+
+bool Configurable::set_from_string(const std::string& text, XMLWriter& writer) {
+  return assign(text, &Configurable::read_value, writer);
+}
+
+bool Configurable::set_doctype_from_string(const std::string& text, XMLWriter& writer) {
+  return assign(text, &Configurable::read_doctype, writer);
+}
+
+bool Configurable::assign(const std::string& text, Reader reader, XMLWriter& writer) {
+  // The refusal is said, and the value is taken all the same: clients rely on it.
+  if (has_flag(Locked)) write_error("Configuration is locked", writer);
+  if (has_flag(ReadOnly)) return true;
+  if (reader == &Configurable::read_value && !has_flag(AttributesTouched)) clear_attributes();
+  const Borrowed<TextInput> in(std::string_view{text});
+  const Borrowed<TextOutput> err;
+  (this->*reader)(*in, *err);
+  if (!err->Text().empty()) write_error(err->Text(), writer);
+  return !in->fail();
+}
+
+void Configurable::write_error(const std::string& message, XMLWriter& writer) {
+  if (has_flag(ThrowErrors)) throw Error(_name, message);
+  writer.start_element("Error");
+  writer.attribute("Param", _name);
+  writer.text(message, true);
+  writer.end_element("Error");
+}
+
+// Writing.
+
+void Configurable::write_value(XMLWriter& writer) {
+  const Borrowed<TextOutput> text;
+  print_value(*text);
+  writer.text(text->Text(), !has_flag(RawText));
+}
+
+void Configurable::write_doctype(XMLWriter& writer) {
+  const Borrowed<TextOutput> text;
+  *text << '{';
+  print_doctype(*text);
+  *text << '}';
+  writer.text(text->Text(), !has_flag(RawText));
+}
+
+void Configurable::write_changes(XMLWriter& writer) {
+  if (has_changed()) write_value(writer);
+}
+
+void Configurable::write_start(XMLWriter& writer) {
+  writer.start_element(_name);
+  on_write_begin();
+  if (_listener != nullptr) _listener->item_write_begin(ConfigurableEvent(*this));
+}
+
+void Configurable::write_end(XMLWriter& writer) {
+  writer.end_element(_name);
+  on_write_end();
+  if (_listener != nullptr) _listener->item_write_end(ConfigurableEvent(*this));
+}
+
+void Configurable::write_attributes(Writer part, XMLWriter& writer) {
+  if (_attributes) (_attributes.get()->*part)(writer);
+}
+
+void Configurable::write_element(XMLWriter& writer) {
+  write_start(writer);
+  write_attributes(&Configurable::write_value, writer);
+  write_value(writer);
+  write_end(writer);
+}
+
+void Configurable::write_changes_element(XMLWriter& writer) {
+  write_start(writer);
+  write_attributes(&Configurable::write_value, writer);
+  write_changes(writer);
+  write_end(writer);
+}
+
+void Configurable::write_doctype_element(XMLWriter& writer) {
+  writer.start_element(_name);
+  write_attributes(&Configurable::write_doctype, writer);
+  write_doctype(writer);
+  writer.end_element(_name);
+}
+
+void Configurable::write_context(XMLWriter& writer) {
+  write_in_context(&Configurable::write_value, &Configurable::write_value, writer);
+}
+
+void Configurable::write_changes_context(XMLWriter& writer) {
+  if (has_changed())
+    write_in_context(&Configurable::write_value, &Configurable::write_changes, writer);
+}
+
+void Configurable::write_doctype_context(XMLWriter& writer) {
+  write_in_context(&Configurable::write_doctype, &Configurable::write_doctype, writer);
+}
+
+void Configurable::write_in_context(Writer attributes_part, Writer own_part, XMLWriter& writer) {
+  write_path_start(writer);
+  write_attributes(attributes_part, writer);
+  (this->*own_part)(writer);
+  for (Configurable* node = this; node != nullptr; node = node->_parent) node->write_end(writer);
+}
+
+void Configurable::write_path_start(XMLWriter& writer) {
+  if (_parent != nullptr) _parent->write_path_start(writer);
+  write_start(writer);
+}
+
+std::ostream& Configurable::print_with(Writer write, std::ostream& out) {
+  XMLWriter writer(out, !is_compact(out));
+  (this->*write)(writer);
+  return out;
+}
+
+std::ostream& Configurable::print_tree(std::ostream& out) {
+  return print_with(&Configurable::write_context, out);
+}
+
+std::ostream& Configurable::print_element(std::ostream& out) {
+  return print_with(&Configurable::write_element, out);
+}
+
+std::ostream& Configurable::print_changes(std::ostream& out) {
+  return print_with(&Configurable::write_changes_context, out);
+}
+
+std::ostream& Configurable::print_doctype_tree(std::ostream& out) {
+  return print_with(&Configurable::write_doctype_context, out);
+}
+
+std::ostream& Configurable::print_query(std::ostream& out) {
+  return print_with(&Configurable::write_query, out);
+}
+
+void Configurable::write_query(XMLWriter& writer) {
+  write_query_start(writer);
+  writer.text("&query;", true);
+  for (Configurable* node = this; node != nullptr; node = node->_parent)
+    writer.end_element(node->_name);
+}
+
+void Configurable::write_query_start(XMLWriter& writer) {
+  if (_parent != nullptr) _parent->write_query_start(writer);
+  writer.start_element(_name);
+}
+
+std::string Configurable::value_text() {
+  const Borrowed<TextOutput> text;
+  print_value(*text);
+  return text->Text();
+}
+
+std::string Configurable::doctype_text() {
+  const Borrowed<TextOutput> text;
+  print_doctype(*text);
+  return text->Text();
+}

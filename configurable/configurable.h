@@ -1,0 +1,202 @@
+#pragma once
+
+#include <cstdint>
+#include <istream>
+#include <memory>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+
+#include "configurable/configurable_visitor.h"
+#include "configurable/xml_parser.h"
+#include "configurable/xml_query_string_parser.h"
+#include "configurable/xml_writer.h"
+
+class Configurable;
+class ConfigurableAttributes;
+
+// What a listener is told about; valid only for the call.
+class ConfigurableEvent {
+ public:
+  explicit ConfigurableEvent(Configurable& concerned) : source(&concerned) {}
+  virtual ~ConfigurableEvent() = default;
+  ConfigurableEvent(const ConfigurableEvent&) = delete;
+  ConfigurableEvent& operator=(const ConfigurableEvent&) = delete;
+
+  Configurable* source;
+};
+
+// Hears what happens to one node. Calls come synchronously, in the middle of the request that
+// caused them, and may write to other nodes.
+class ConfigurableListener {
+ public:
+  virtual ~ConfigurableListener() = default;
+  virtual void item_changed(const ConfigurableEvent& /*event*/) {}
+  virtual void item_read_begin(const ConfigurableEvent& /*event*/) {}
+  virtual void item_read_end(const ConfigurableEvent& /*event*/) {}
+  virtual void item_text(const ConfigurableEvent& /*event*/, std::string /*text*/) {}
+  // `stream` is where the answer goes.
+  virtual void item_text_stream(const ConfigurableEvent& event, std::string text,
+                                std::ostream& /*stream*/) {
+    item_text(event, text);
+  }
+  virtual void item_write_begin(const ConfigurableEvent& /*event*/) {}
+  virtual void item_write_end(const ConfigurableEvent& /*event*/) {}
+};
+
+// Layout of what is written on a stream: compact, without white space of its own, for clients and
+// the bus; indented, as a stream is at first, for files.
+void set_compact(std::ostream& stream, bool compact);
+bool is_compact(std::ostream& stream);
+
+// A node of the settings tree: a named, typed item that reads and writes itself in the XML language
+// of the system. One document can set some items and query others; the answers stand behind each
+// other in the order of the document, and an item that fails leaves an <Error> element at its place
+// while the rest goes on.
+//
+// Nodes know their parent and do not own it. A change climbs to the root: each node on the way
+// counts it, calls its hook and tells its listener. A value is live the moment that it is assigned.
+class Configurable {
+ public:
+  enum Flag : std::uint32_t {
+    // The node, or something below it, was changed since the last set_changed(false).
+    Changed = 1,
+    // The node takes part in reading and queries; for an attribute: it stands on the tag.
+    Active = 2,
+    // The attributes of the element that is being read were cleared already.
+    AttributesTouched = 4,
+    // Value and doctype are written without escapes.
+    RawText = 8,
+    // Errors throw Configurable::Error instead of standing in the answer.
+    ThrowErrors = 16,
+    // Assignments from a document are dropped in silence.
+    ReadOnly = 32,
+    // Assignments from a document report "Configuration is locked".
+    Locked = 64,
+  };
+
+  class Error : public std::runtime_error {
+   public:
+    Error(const std::string& item, const std::string& message);
+  };
+
+  explicit Configurable(std::string item_name);
+  virtual ~Configurable();
+  Configurable(const Configurable&) = delete;
+  Configurable& operator=(const Configurable&) = delete;
+
+  // Reads the document on `in`, whose root must be this node, and writes the answer to `out`.
+  // Failure is the failbit of `in`, its text stands in `out`. What follows the root's end tag stays
+  // in the stream.
+  virtual std::istream& read_document(std::istream& in, std::ostream& out);
+
+  // Back to the default.
+  virtual void reset() {}
+  // Takes a value from a text; a bad one is told on `err` and changes nothing.
+  virtual std::istream& read_value(std::istream& in, std::ostream& /*err*/) { return in; }
+  virtual std::ostream& print_value(std::ostream& out) { return out; }
+  // The same for the description of the type, without its braces.
+  virtual std::istream& read_doctype(std::istream& in, std::ostream& /*err*/) { return in; }
+  virtual std::ostream& print_doctype(std::ostream& out) { return out; }
+
+  virtual void accept(ConfigurableVisitor& visitor);
+  virtual void accept_attributes(ConfigurableVisitor& visitor);
+
+  // Hooks for derived classes, ahead of the listener's calls of the same kind.
+  virtual void on_changed() {}
+  virtual void on_read_begin(XMLParser& /*parser*/, XMLWriter& /*writer*/) {}
+  virtual void on_read_end() {}
+  virtual void on_read_text(std::string /*text*/, std::ostream& /*out*/) {}
+  virtual void on_write_begin() {}
+  virtual void on_write_end() {}
+
+  // True marks this node and climbs; false clears the mark here and in everything below.
+  virtual void set_changed(bool changed);
+  // These two descend.
+  virtual void set_locked(bool locked);
+  virtual void set_throw_errors(bool throw_errors);
+
+  // Steps of reading, with `writer` for the answer. False ends the element that is read.
+  // The start tag is consumed already.
+  virtual bool read_element(XMLParser& parser, XMLWriter& writer);
+  virtual bool read_child_element(const std::string& tag, XMLParser& parser, XMLWriter& writer);
+  virtual bool read_attribute(const std::string& attribute, XMLWriter& writer);
+  virtual bool read_attribute_value(const std::string& attribute, const std::string& value,
+                                    XMLWriter& writer);
+  virtual void clear_attributes();
+  virtual bool set_from_string(const std::string& text, XMLWriter& writer);
+
+  // Steps of writing. "Context" is the node within the tags of its ancestors.
+  virtual void write_value(XMLWriter& writer);
+  virtual bool set_doctype_from_string(const std::string& text, XMLWriter& writer);
+  virtual void write_doctype(XMLWriter& writer);
+  virtual void write_changes(XMLWriter& writer);
+  virtual void write_context(XMLWriter& writer);
+  virtual void write_changes_context(XMLWriter& writer);
+  virtual void write_doctype_context(XMLWriter& writer);
+
+  const std::string& name() const { return _name; }
+  Configurable* parent() const { return _parent; }
+  bool has_changed() const { return has_flag(Changed); }
+  bool has_flag(Flag flag) const { return (_flags & flag) != 0; }
+  void set_flag(Flag flag, bool on);
+  void copy_flags(const Configurable& other) { _flags = other._flags; }
+  std::uint32_t change_count() const { return _change_count; }
+  // Null until the first attribute is added.
+  ConfigurableAttributes* attributes() const { return _attributes.get(); }
+  // Not owned; null takes it off. Returns the one before.
+  ConfigurableListener* set_listener(ConfigurableListener* listener);
+
+  // `attribute` is not owned.
+  void add_attribute(Configurable* attribute);
+  void mark_changed();
+
+  void write_error(const std::string& message, XMLWriter& writer);
+  void write_start(XMLWriter& writer);
+  void write_end(XMLWriter& writer);
+  void write_element(XMLWriter& writer);
+  void write_changes_element(XMLWriter& writer);
+  void write_doctype_element(XMLWriter& writer);
+  // Acts on the text of an element, or of the document itself. False ends the element.
+  bool process_text(const std::string& text, XMLWriter& writer, bool document_level);
+
+  // The bare value and the bare type as texts.
+  std::string value_text();
+  std::string doctype_text();
+
+  // The steps of writing on a stream, in its layout. The tree as a settings file holds it:
+  std::ostream& print_tree(std::ostream& out);
+  // This node without its ancestors.
+  std::ostream& print_element(std::ostream& out);
+  // What has changed, in context; nothing if nothing has.
+  std::ostream& print_changes(std::ostream& out);
+  std::ostream& print_doctype_tree(std::ostream& out);
+  // The request that asks for this node.
+  std::ostream& print_query(std::ostream& out);
+
+ protected:
+  // For those who take a node in: composites and attribute sets.
+  void adopt(Configurable& child);
+  void set_parent(Configurable* new_parent) { _parent = new_parent; }
+
+ private:
+  using Writer = void (Configurable::*)(XMLWriter&);
+  using Reader = std::istream& (Configurable::*)(std::istream&, std::ostream&);
+
+  bool read_root(XMLParser& parser, XMLWriter& writer);
+  void answer(XMLQueryStringParser::Token query, XMLWriter& writer, bool document_level);
+  bool assign(const std::string& text, Reader reader, XMLWriter& writer);
+  std::ostream& print_with(Writer write, std::ostream& out);
+  void write_in_context(Writer attributes_part, Writer own_part, XMLWriter& writer);
+  void write_path_start(XMLWriter& writer);
+  void write_attributes(Writer part, XMLWriter& writer);
+  void write_query(XMLWriter& writer);
+  void write_query_start(XMLWriter& writer);
+
+  std::string _name;
+  Configurable* _parent = nullptr;
+  std::uint32_t _flags = Changed | Active;
+  std::uint32_t _change_count = 0;
+  std::unique_ptr<ConfigurableAttributes> _attributes;
+  ConfigurableListener* _listener = nullptr;
+};

@@ -1,0 +1,120 @@
+#include "configurable/configurable_attributes.h"
+
+ConfigurableAttributes::ConfigurableAttributes(Configurable& item) : Configurable("attr") {
+  set_parent(&item);
+  set_flag(ThrowErrors, item.has_flag(ThrowErrors));
+}
+
+void ConfigurableAttributes::add(Configurable* attribute) {
+  _attribute_list.push_back(attribute);
+  adopt(*attribute);
+}
+
+Configurable* ConfigurableAttributes::find(const std::string& attribute) const {
+  for (Configurable* candidate : _attribute_list)
+    if (candidate->name() == attribute) return candidate;
+  return nullptr;
+}
+
+bool ConfigurableAttributes::read_attribute(const std::string& attribute, XMLWriter& writer) {
+  return process_text(attribute, writer, false);
+}
+
+bool ConfigurableAttributes::read_attribute_value(const std::string& attribute,
+                                                  const std::string& value, XMLWriter& writer) {
+  // Back to plain mode on every path, an error that throws included.
+  struct ValueMode {
+    explicit ValueMode(bool& mode) : value_mode(mode) { value_mode = true; }
+    ~ValueMode() { value_mode = false; }
+    ValueMode(const ValueMode&) = delete;
+    ValueMode& operator=(const ValueMode&) = delete;
+    bool& value_mode;
+  };
+  _current_name = attribute;
+  const ValueMode value_mode(_value_mode);
+  return process_text(value, writer, false);
+}
+
+void ConfigurableAttributes::clear_attributes() {
+  for (Configurable* attribute : _attribute_list) {
+    if (!attribute->has_flag(Active)) continue;
+    attribute->set_flag(Active, false);
+    attribute->mark_changed();
+  }
+}
+
+void ConfigurableAttributes::set_changed(bool changed) {
+  Configurable::set_changed(changed);
+  if (changed) return;
+  for (Configurable* attribute : _attribute_list) attribute->set_changed(false);
+}
+
+void ConfigurableAttributes::set_locked(bool locked) {
+  Configurable::set_locked(locked);
+  for (Configurable* attribute : _attribute_list) attribute->set_locked(locked);
+}
+
+void ConfigurableAttributes::set_throw_errors(bool throw_errors) {
+  Configurable::set_throw_errors(throw_errors);
+  for (Configurable* attribute : _attribute_list) attribute->set_throw_errors(throw_errors);
+}
+
+bool ConfigurableAttributes::set_from_string(const std::string& text, XMLWriter& writer) {
+  Configurable* target = find(_value_mode ? _current_name : text);
+  if (target == nullptr) return true;
+  if (!parent()->has_flag(AttributesTouched)) parent()->clear_attributes();
+  if (!target->has_flag(Active)) {
+    target->set_flag(Active, true);
+    target->mark_changed();
+  }
+  return _value_mode ? target->set_from_string(text, writer) : true;
+}
+
+bool ConfigurableAttributes::set_doctype_from_string(const std::string& text, XMLWriter& writer) {
+  Configurable* target = _value_mode ? find(_current_name) : nullptr;
+  return target == nullptr || target->set_doctype_from_string(text, writer);
+}
+
+void ConfigurableAttributes::write_value(XMLWriter& writer) {
+  if (_value_mode) {
+    Configurable* target = find(_current_name);
+    if (target == nullptr) return;
+    const std::string value = target->value_text();
+    if (!target->has_flag(Active))
+      writer.text("&disabled;", true);
+    else
+      writer.text(value.empty() ? "&enabled;" : value, !target->has_flag(RawText));
+    return;
+  }
+  for (Configurable* attribute : _attribute_list)
+    if (attribute->has_flag(Active)) write_pair(attribute->name(), attribute->value_text(), writer);
+}
+
+void ConfigurableAttributes::write_doctype(XMLWriter& writer) {
+  if (_value_mode) {
+    if (Configurable* target = find(_current_name)) target->write_doctype(writer);
+    return;
+  }
+  for (Configurable* attribute : _attribute_list) {
+    const std::string doctype = attribute->doctype_text();
+    write_pair(attribute->name(), doctype.empty() ? "" : "{" + doctype + "}", writer);
+  }
+}
+
+void ConfigurableAttributes::write_pair(const std::string& word, const std::string& value,
+                                        XMLWriter& writer) {
+  if (value.empty())
+    writer.attribute(word);
+  else
+    writer.attribute(word, value);
+}
+
+void ConfigurableAttributes::write_context(XMLWriter& writer) { parent()->write_context(writer); }
+
+void ConfigurableAttributes::write_changes_context(XMLWriter& writer) {
+  parent()->write_changes_context(writer);
+}
+
+void ConfigurableAttributes::write_doctype_context(XMLWriter& writer) {
+  parent()->write_doctype_context(writer);
+}

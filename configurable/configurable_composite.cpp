@@ -1,0 +1,80 @@
+#include "configurable/configurable_composite.h"
+
+void ConfigurableComposite::add(Configurable* child) {
+  child_list.push_back(child);
+  adopt(*child);
+}
+
+void ConfigurableComposite::add_all(std::initializer_list<Configurable*> members) {
+  for (Configurable* member : members) add(member);
+}
+
+Configurable* ConfigurableComposite::find(const std::string& child_name) const {
+  for (Configurable* child : child_list)
+    if (child->name() == child_name) return child;
+  return nullptr;
+}
+
+void ConfigurableComposite::set_changed(bool changed) {
+  Configurable::set_changed(changed);
+  if (changed) return;
+  for (Configurable* child : child_list) child->set_changed(false);
+}
+
+void ConfigurableComposite::set_locked(bool locked) {
+  Configurable::set_locked(locked);
+  for (Configurable* child : child_list) child->set_locked(locked);
+}
+
+void ConfigurableComposite::set_throw_errors(bool throw_errors) {
+  Configurable::set_throw_errors(throw_errors);
+  for (Configurable* child : child_list) child->set_throw_errors(throw_errors);
+}
+
+void ConfigurableComposite::reset() {
+  for (Configurable* child : child_list)
+    if (child->has_flag(Active)) child->reset();
+}
+
+void ConfigurableComposite::accept(ConfigurableVisitor& visitor) {
+  visitor.begin_composite(*this);
+  for (Configurable* child : child_list) {
+    child->accept(visitor);
+    child->accept_attributes(visitor);
+  }
+  visitor.end_composite(*this);
+}
+
+bool ConfigurableComposite::read_child_element(const std::string& tag, XMLParser& parser,
+                                               XMLWriter& writer) {
+  parser.SavePosition();
+  bool known = false;
+  for (Configurable* child : child_list) {
+    if (child->name() != tag) continue;
+    known = true;
+    if (child->has_flag(Active)) {
+      parser.RestorePosition();
+      // What fails in a child goes no higher: its element is passed, and the next one is read.
+      if (!child->read_element(parser, writer)) parser.SkipElement();
+    } else {
+      parser.SkipElement();
+    }
+  }
+  if (!known) parser.SkipElement();
+  return true;
+}
+
+void ConfigurableComposite::write_value(XMLWriter& writer) {
+  for (Configurable* child : child_list)
+    if (child->has_flag(Active)) child->write_element(writer);
+}
+
+void ConfigurableComposite::write_doctype(XMLWriter& writer) {
+  for (Configurable* child : child_list)
+    if (child->has_flag(Active)) child->write_doctype_element(writer);
+}
+
+void ConfigurableComposite::write_changes(XMLWriter& writer) {
+  for (Configurable* child : child_list)
+    if (child->has_flag(Active) && child->has_changed()) child->write_changes_element(writer);
+}

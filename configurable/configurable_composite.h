@@ -1,0 +1,40 @@
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "configurable/configurable.h"
+
+// A node with named children, in the order of their registration, which is the order of output.
+// Several children may have one name; one element of a document then writes all of them. Unknown
+// tags are dropped without a word.
+//
+// The children are members of the derived class, which registers them with add; they are not owned.
+class ConfigurableComposite : public Configurable {
+ public:
+  using Configurable::Configurable;
+
+  virtual void add(Configurable* child);
+
+  const std::vector<Configurable*>& children() const { return child_list; }
+  // The first child of that name; null if there is none.
+  Configurable* find(const std::string& child_name) const;
+
+  void set_changed(bool changed) override;
+  void set_locked(bool locked) override;
+  void set_throw_errors(bool throw_errors) override;
+  // Resets the Active children.
+  void reset() override;
+  void accept(ConfigurableVisitor& visitor) override;
+  bool read_child_element(const std::string& tag, XMLParser& parser, XMLWriter& writer) override;
+  void write_value(XMLWriter& writer) override;
+  void write_doctype(XMLWriter& writer) override;
+  void write_changes(XMLWriter& writer) override;
+
+ protected:
+  // Registers members in one go, in this order.
+  void add_all(std::initializer_list<Configurable*> members);
+
+  std::vector<Configurable*> child_list;
+};

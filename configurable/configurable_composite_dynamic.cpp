@@ -1,0 +1,84 @@
+#include "configurable/configurable_composite_dynamic.h"
+
+ConfigurableCompositeDynamicBase::~ConfigurableCompositeDynamicBase() {
+  for (; !child_list.empty(); child_list.pop_back()) delete child_list.back();
+}
+
+void ConfigurableCompositeDynamicBase::add(Configurable* child) {
+  std::unique_ptr<Configurable> owner(child);
+  if (unique) remove_same(*child);
+  ConfigurableComposite::add(child);
+  owner.release();
+  mark_changed();
+}
+
+void ConfigurableCompositeDynamicBase::remove_last() {
+  if (child_list.empty()) return;
+  delete child_list.back();
+  child_list.pop_back();
+  mark_changed();
+}
+
+void ConfigurableCompositeDynamicBase::remove_all() {
+  if (child_list.empty()) return;
+  for (; !child_list.empty(); child_list.pop_back()) delete child_list.back();
+  mark_changed();
+}
+
+void ConfigurableCompositeDynamicBase::remove_same(const Configurable& key) {
+  const auto removed = std::erase_if(child_list, [&](Configurable* child) {
+    if (!same_child(*child, key)) return false;
+    delete child;
+    return true;
+  });
+  if (removed > 0) mark_changed();
+}
+
+Configurable* ConfigurableCompositeDynamicBase::find_same(const Configurable& key) const {
+  for (Configurable* child : child_list)
+    if (same_child(*child, key)) return child;
+  return nullptr;
+}
+
+void ConfigurableCompositeDynamicBase::assign(const ConfigurableCompositeDynamicBase& other) {
+  if (this == &other) return;
+  copy_flags(other);
+  if (equals(other)) return;
+  remove_all();
+  mark_changed();
+  for (const Configurable* source : other.child_list) {
+    std::unique_ptr<Configurable> child = make_child(source->name());
+    copy_child(*child, *source);
+    add(child.release());
+  }
+}
+
+bool ConfigurableCompositeDynamicBase::equals(const ConfigurableCompositeDynamicBase& other) const {
+  if (child_list.size() != other.child_list.size()) return false;
+  for (std::size_t i = 0; i < child_list.size(); ++i)
+    if (!same_child(*child_list[i], *other.child_list[i])) return false;
+  return true;
+}
+
+void ConfigurableCompositeDynamicBase::reset() { remove_all(); }
+
+bool ConfigurableCompositeDynamicBase::read_element(XMLParser& parser, XMLWriter& writer) {
+  clear_on_next = true;
+  return ConfigurableComposite::read_element(parser, writer);
+}
+
+bool ConfigurableCompositeDynamicBase::read_child_element(const std::string& tag, XMLParser& parser,
+                                                          XMLWriter& writer) {
+  if (clear_on_next) {
+    remove_all();
+    clear_on_next = false;
+  }
+  add(make_child(tag).release());
+  if (!child_list.back()->read_element(parser, writer)) {
+    remove_last();
+    parser.SkipElement();
+  }
+  return true;
+}
+
+void ConfigurableCompositeDynamicBase::write_changes(XMLWriter& writer) { write_value(writer); }

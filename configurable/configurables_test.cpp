@@ -1,0 +1,325 @@
+// The tree's language, on a small tree of all kinds of nodes.
+
+#include <cmath>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "common/self_test.h"
+#include "configurable/configbuiltin.h"
+#include "configurable/configurable_attributes.h"
+#include "configurable/configurable_composite.h"
+#include "configurable/configurable_composite_dynamic.h"
+
+void TestConfigurables(std::ostream& out);
+
+namespace {
+
+using self_test::ExpectEqual;
+using self_test::ExpectThrows;
+using self_test::ExpectTrue;
+
+struct PlainFloat : ConfigurableFloat {
+  explicit PlainFloat(const std::string& item_name, float value = 0)
+      : ConfigurableFloat(item_name, value) {}
+  // Unlike the leaves of the head, this one fails its element for a bad text.
+  std::istream& read_value(std::istream& in, std::ostream& err) override {
+    float value = 0;
+    if (in >> value)
+      set(value);
+    else
+      err << "unable to read float";
+    return in;
+  }
+  std::ostream& print_doctype(std::ostream& out) override { return out << "float"; }
+};
+
+struct FloatList : ConfigurableCompositeDynamic<PlainFloat> {
+  explicit FloatList(const std::string& item_name) : ConfigurableCompositeDynamic(item_name) {}
+  using ConfigurableCompositeDynamic::operator=;
+  void copy(PlainFloat& target, const PlainFloat& source) const override {
+    target.set(source.get());
+  }
+  bool same(const PlainFloat& a, const PlainFloat& b) const override {
+    return !(a.get() < b.get()) && !(b.get() < a.get());
+  }
+  void make_unique_list() { unique = true; }
+};
+
+struct Branch : ConfigurableComposite {
+  using ConfigurableComposite::add_all;
+  using ConfigurableComposite::ConfigurableComposite;
+};
+
+std::vector<std::string> lunches = {"apple",  "banana", "orange",
+                                    "grapes", "tire",   "translate<>&'\""};
+
+struct Tree : Branch {
+  Tree() : Branch("L") {
+    add_all({&a, &b, &d, &c, &attic, &lunch, &dog, &dyn});
+    d.add_all({&e, &f});
+    e.add_all({&g1, &g2, &g3});
+    attic.set_flag(Active, false);
+    dog.add_attribute(&pitch);
+    dog.add_attribute(&sticky);
+    sticky.set_flag(Active, false);
+  }
+
+  std::string Ask(const std::string& document, bool* failed = nullptr) {
+    std::istringstream in(document);
+    std::ostringstream out;
+    set_compact(out, true);
+    read_document(in, out);
+    if (failed != nullptr) *failed = in.fail();
+    return out.str();
+  }
+  std::string Changes() {
+    std::ostringstream out;
+    set_compact(out, true);
+    print_changes(out);
+    return out.str();
+  }
+
+  PlainFloat a{"a", 1234};
+  PlainFloat b{"b", 0.1234F};
+  Branch d{"d"};
+  Branch e{"e"};
+  PlainFloat g1{"g", 0.11F};
+  PlainFloat g2{"g", 0.22F};
+  PlainFloat g3{"g", 0.33F};
+  PlainFloat f{"f", 6.5F};
+  PlainFloat c{"c", 43.21F};
+  PlainFloat attic{"attic", 1};
+  ConfigurableMultipleChoice lunch{"lunch", &lunches, 0};
+  PlainFloat dog{"dog", 88.11F};
+  PlainFloat pitch{"pitch", 11.22F};
+  Configurable sticky{"sticky"};
+  FloatList dyn{"dyn"};
+};
+
+struct Row {
+  std::string request;
+  std::string answer;
+};
+
+// Requests in a row on one tree; "clear" clears the marks first.
+void Converse(Tree& tree, const std::vector<Row>& rows) {
+  for (const Row& row : rows) {
+    if (row.request == "clear")
+      tree.set_changed(false);
+    else
+      ExpectEqual(tree.Ask(row.request), row.answer, row.request);
+  }
+}
+
+void RequestCases() {
+  Tree tree;
+  Converse(
+      tree,
+      {{"clear", ""},
+       {"&query_item;",
+        "<L><a>1234</a><b>0.1234</b><d><e><g>0.11</g><g>0.22</g><g>0.33</g></e><f>6.5</f></d>"
+        "<c>43.21</c><lunch>apple</lunch><dog pitch=\"11.22\">88.11</dog><dyn/></L>"},
+       {"<L><a>&query_item;</a><b>&query_item;</b></L>", "1234 0.1234"},
+       {"&query_changes_item;", ""},
+       {"<L><b>1.0</b></L>", ""},
+       {"<L><b>&query_item;</b></L>", "1"},
+       {"&query_changes_item;", "<L><b>1</b></L>"},
+       {"<L><c> &query_item; 9 &query_item; </c></L>", "43.21 9"},
+       {"<L><c> &query_item; </c></L>", "9"},
+       {"&query_changes_item;", "<L><b>1</b><c>9</c></L>"},
+       {"<L><a> &query_item; </a></L> this is some junk the configurable should throw away",
+        "1234"},
+       {"clear", ""},
+       {"&query_changes_item;", ""},
+       {"<L><d><e><g>1</g></e></d> &query_changes_item; </L> ",
+        "<d><e><g>1</g><g>1</g><g>1</g></e></d>"},
+       {"<L><a>qwerty</a><b>2.1</b><a> &query_item; </a><b> &query_item; </b></L>",
+        "<Error Param=\"a\">unable to read float</Error>1234 2.1"},
+       {"<L><b>&query_illegal;</b></L>",
+        "<Error Param=\"b\">Invalid query: &query_illegal;</Error>"},
+       {"<L><attic>&query_item;</attic></L>", ""},
+       {"<L><attic>&query_item;</attic><a>&query_item;</a></L>", "1234"},
+       {"<L><attic>4321</attic><a>2233</a></L>", ""},
+       {"<L><attic>4321</attic><a>&query_item;</a></L>", "2233"},
+       {"<attic>&query_item;</attic>", "<Error Param=\"L\">Invalid start element: attic</Error>"},
+       {"clear", ""},
+       {"<L><dog>&query_item;&query_item;&query_item;</dog></L>", "88.11 88.11 88.11"},
+       {"<L><dog &query_item;></dog></L>", "pitch=\"11.22\""},
+       {"<L><dog pitch=\"&query_item;\"/></L>", "11.22"},
+       {"<L><dog sticky/></L>", ""},
+       {"<L><dog> &query; </dog></L>", "<L><dog sticky>88.11</dog></L>"},
+       {"&query_changes_item;", "<L><dog sticky>88.11</dog></L>"},
+       {"<L><dog &query; /></L>", "<L><dog sticky>88.11</dog></L>"},
+       {"<L><dog pitch=\"&query_item;\"/></L>", "&disabled;"},
+       {"<L><dog></dog><dog pitch=\"&query_item;\" sticky=\"&query_item;\" /></L>",
+        "&disabled; &enabled;"},
+       {"<L><dog sticky pitch=\"&query_item;21&query_item;\">1234.5</dog><dog &query_item;/></L>",
+        "&disabled; 21 pitch=\"21\" sticky"},
+       {"<L><dog>&query;</dog></L>", "<L><dog pitch=\"21\" sticky>1234.5</dog></L>"},
+       {"<L><dog>2</dog><dog>&query;</dog></L>", "<L><dog>2</dog></L>"},
+       {"<L><dog bark=\"&query_item;\"/></L>", ""},
+       {"<L><dog bark=\"&query_item;\" pitch=\"&query_item;\"/></L>", "&disabled;"},
+       {"<L><dog bark=\"15\" pitch=\"1\"/></L>", ""},
+       {"<L><dog bark=\"14\" pitch=\"&query_item;\"/></L>", "1"},
+       {"clear", ""},
+       {"<L><lunch>&query_item;banana&query_item;</lunch></L>", "apple banana"},
+       {"<L><lunch>abc tire</lunch><lunch>&query_item;</lunch></L>",
+        "<Error Param=\"lunch\">invalid option: abc tire\n</Error>banana"},
+       {"&query_changes_item;", "<L><lunch>banana</lunch></L>"},
+       {"<L><lunch>translate&lt;&gt;&amp;&apos;&quot;</lunch><lunch>&query;</lunch></L>",
+        "<L><lunch>translate&lt;&gt;&amp;&apos;&quot;</lunch></L>"},
+       {"<L><d><GG>&query_item;</GG></d></L>", ""},
+       // A leaf that is given an element ends the document.
+       {"<L><a><x>1</x></a><b>&query_item;</b></L>",
+        "<Error Param=\"a\">Invalid configuration tag: x</Error>"
+        "<Error Param=\"L\">Invalid End Element: a</Error>"},
+       {"<L x='1'><b>&query_item;</b></L>",
+        "<Error Param=\"L\">This item has no attributes</Error>"},
+       // The list.
+       {"<L><dyn><val>1.2</val></dyn></L>", ""},
+       {"<L><dyn>&query;</dyn></L>", "<L><dyn><val>1.2</val></dyn></L>"},
+       {"<L><dyn><val1>1</val1><val2>2</val2><val3>3</val3></dyn></L>", ""},
+       {"<L><dyn/><dyn></dyn><dyn>&query_item;</dyn></L>",
+        "<val1>1</val1><val2>2</val2><val3>3</val3>"},
+       {"<L><dyn><val>1</val><val>2</val><val>error</val><val>4</val><val>another error</val>"
+        "</dyn></L>",
+        "<Error Param=\"val\">unable to read float</Error>"
+        "<Error Param=\"val\">unable to read float</Error>"},
+       {"<L><dyn>&query_item;</dyn></L>", "<val>1</val><val>2</val><val>4</val>"},
+       {"clear", ""},
+       {"<L><dyn><val>1</val><val>2</val><val>4</val></dyn></L>", ""}});
+  tree.set_changed(false);
+  const std::string choices =
+      "{apple|banana|orange|grapes|tire|translate&lt;&gt;&amp;&apos;&quot;}";
+  const std::string doctype =
+      "<L><a>{float}</a><b>{float}</b><d><e><g>{float}</g><g>{float}</g><g>{float}</g></e>"
+      "<f>{float}</f></d><c>{float}</c><lunch>" +
+      choices +
+      "</lunch><dog pitch=\"{float}\" sticky>{float}</dog><dyn><val>{float}</val>"
+      "<val>{float}</val><val>{float}</val></dyn></L>";
+  Converse(tree, {{"&query_doctype;", doctype},
+                  {"<L>&query_doctype_context;</L>", doctype},
+                  {"<L><lunch>&query_doctype_item;</lunch></L>", choices},
+                  {"<L><dog>&query_doctype_item;</dog></L>", "{float}"},
+                  {"<L><dog pitch=\"&query_doctype_item;\"/></L>", "{float}"}});
+  std::ostringstream out;
+  set_compact(out, true);
+  tree.g1.print_query(out);
+  ExpectEqual(out.str(), "<L><d><e><g>&query;</g></e></d></L>");
+}
+
+void FailureCases() {
+  Tree tree;
+  const struct {
+    const char* document;
+    bool failed;
+  } rows[] = {
+      {"&query_item;", false},    {"", false},       {"<L>", false},
+      {"<L><a>1", false},         {"<a/>", true},    {"< L/>", true},
+      {"<L><b>1</a></L>", false}, {"<L></M>", true}, {"<L><a>x</a></L>", false},
+  };
+  for (const auto& row : rows) {
+    bool failed = false;
+    tree.Ask(row.document, &failed);
+    ExpectEqual(failed, row.failed, row.document);
+  }
+
+  // The lock is said, and the value is taken all the same; read-only is neither.
+  tree.set_locked(true);
+  Converse(tree, {{"<L><a>5</a><a>&query_item;</a></L>",
+                   "<Error Param=\"a\">Configuration is locked</Error>5"},
+                  {"<L><dog sticky/><dog &query_item;/></L>", "sticky"}});
+  tree.set_locked(false);
+  tree.b.set_flag(Configurable::ReadOnly, true);
+  Converse(tree, {{"<L><b>6</b><b>&query_item;</b><a>7</a></L>", "1"}});
+
+  tree.set_throw_errors(true);
+  ExpectThrows<Configurable::Error>([&] { tree.Ask("<L><a>x</a></L>"); },
+                                    "XML error in item \"a\": unable to read float");
+  tree.set_locked(true);
+  ExpectThrows<Configurable::Error>([&] { tree.Ask("<L><a>8</a></L>"); },
+                                    "XML error in item \"a\": Configuration is locked");
+  tree.set_locked(false);
+  tree.set_throw_errors(false);
+  Converse(tree, {{"<L><a>&query_item;</a></L>", "7"}});
+
+  // A document of queries can't make an answer without bound.
+  std::string greedy = "<L><d>";
+  for (int i = 0; i < 400'000; ++i) greedy += "&query;";
+  const std::string answer = tree.Ask(greedy + "</d></L>");
+  ExpectTrue(
+      answer.size() < (17U << 20) && answer.ends_with("<Error Param=\"d\">Answer too long</Error>"),
+      "the bound of an answer");
+}
+
+void ChangeCases() {
+  Tree tree;
+  struct Counter : ConfigurableListener {
+    void item_changed(const ConfigurableEvent& event) override {
+      ++changes;
+      source = event.source;
+    }
+    void item_text(const ConfigurableEvent&, std::string text) override { heard += text + ";"; }
+    int changes = 0;
+    Configurable* source = nullptr;
+    std::string heard;
+  } counter;
+  tree.set_changed(false);
+  tree.d.set_listener(&counter);
+  const auto before = tree.change_count();
+  tree.g2.mark_changed();
+  ExpectTrue(tree.g2.has_changed() && tree.e.has_changed() && tree.has_changed() &&
+                 !tree.g1.has_changed() && !tree.a.has_changed(),
+             "a mark that climbs");
+  ExpectEqual(tree.change_count(), before + 1);
+  ExpectTrue(counter.changes == 1 && counter.source == &tree.d, "a listener's own node");
+  tree.e.set_changed(false);
+  ExpectTrue(!tree.g2.has_changed() && tree.has_changed(), "a clear that descends");
+  tree.set_changed(false);
+  Converse(tree, {{"<L><d>one<f>6.5</f>two</d><a>1234</a></L>", ""}});
+  ExpectEqual(counter.heard, "one;two;");
+  ExpectTrue(!tree.has_changed(), "the same values again");
+
+  tree.sticky.set_flag(Configurable::Active, true);
+  tree.sticky.mark_changed();
+  ExpectTrue(tree.dog.has_changed() && !tree.pitch.has_changed(), "a changed attribute");
+  ExpectEqual(tree.Changes(), "<L><dog pitch=\"11.22\" sticky>88.11</dog></L>");
+  tree.pitch.set_flag(Configurable::Active, false);
+  tree.set_changed(false);
+  ExpectEqual(tree.Changes(), "");
+  tree.dog.mark_changed();
+  ExpectEqual(tree.Changes(), "<L><dog sticky>88.11</dog></L>");
+
+  // The list: adding and removing are changes of the list as a whole.
+  tree.set_changed(false);
+  tree.dyn.add(new PlainFloat("x", 1));
+  tree.dyn.add(new PlainFloat("y", 2));
+  ExpectTrue(tree.dyn.size() == 2 && tree.has_changed(), "an added child");
+  tree.dyn.set_changed(false);
+  tree.dyn.children()[0]->mark_changed();
+  tree.d.set_changed(false);
+  ExpectEqual(tree.Changes(), "<L><dyn><x>1</x><y>2</y></dyn></L>");
+  FloatList copy("copy");
+  copy = tree.dyn;
+  copy.set_changed(false);
+  copy = tree.dyn;
+  ExpectTrue(copy.size() == 2 && copy.find_same(PlainFloat("z", 2))->name() == "y", "a copy");
+  copy.remove_same(PlainFloat("z", 1));
+  copy.make_unique_list();
+  copy.add(new PlainFloat("z", 2));
+  ExpectTrue(copy.size() == 1 && copy.child(0).name() == "z", "unique children");
+  copy.set_changed(false);
+  copy.reset();
+  ExpectTrue(copy.size() == 0 && copy.has_changed(), "an emptied list");
+}
+
+}  // namespace
+
+void TestConfigurables(std::ostream&) {
+  RequestCases();
+  FailureCases();
+  ChangeCases();
+}

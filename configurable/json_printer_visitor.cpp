@@ -1,0 +1,18 @@
+#include "configurable/json_printer_visitor.h"
+
+#include <cctype>
+
+#include "configurable/configbuiltin.h"
+
+void JSONPrinterVisitor::visit(ConfigurableMultipleChoice& item) { print_member(item); }
+void JSONPrinterVisitor::visit(ConfigurableFloat& item) { print_member(item); }
+void JSONPrinterVisitor::visit(ConfigurableInteger& item) { print_member(item); }
+
+void JSONPrinterVisitor::print_member(Configurable& item) {
+  stream << "\n\"";
+  for (const char letter : item.name())
+    stream.put(static_cast<char>(std::toupper(static_cast<unsigned char>(letter))));
+  stream << "\":";
+  item.print_value(stream);
+  stream << ',';
+}

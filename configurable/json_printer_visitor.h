@@ -1,0 +1,26 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include "configurable/configurable_visitor.h"
+
+// Prints the choices, floats and integers of a tree as a flat list of members of a JSON object,
+// each on a new line with its name in upper case and a comma behind it. The caller writes the
+// braces and the member behind the last comma. Readers of event records know choices as bare words,
+// and nan as nan.
+class JSONPrinterVisitor : public ConfigurableVisitor {
+ public:
+  // `out` must outlive this.
+  explicit JSONPrinterVisitor(std::ostream& out) : stream(out) {}
+
+  using ConfigurableVisitor::visit;
+  void visit(ConfigurableMultipleChoice& item) override;
+  void visit(ConfigurableFloat& item) override;
+  void visit(ConfigurableInteger& item) override;
+
+ private:
+  void print_member(Configurable& item);
+
+  std::ostream& stream;
+};

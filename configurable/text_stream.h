@@ -1,0 +1,84 @@
+#pragma once
+
+#include <istream>
+#include <memory>
+#include <ostream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// Standard streams over texts in memory. Making a stream costs more than reading a setting from it,
+// so they are kept for the next value: take one as a Borrowed<TextInput> or Borrowed<TextOutput>.
+
+// Reads from a text that must outlive the reading.
+class TextInput : public std::istream {
+ public:
+  TextInput() : std::istream(nullptr) { rdbuf(&buffer); }
+  void Open(std::string_view text);
+  // What is not read yet. The state of the stream does not follow Skip.
+  std::string_view Rest() const { return buffer.Rest(); }
+  void Skip(std::size_t bytes) { buffer.Skip(bytes); }
+
+ private:
+  class Buffer : public std::streambuf {
+   public:
+    void Open(std::string_view text);
+    std::string_view Rest() const { return {gptr(), static_cast<std::size_t>(egptr() - gptr())}; }
+    void Skip(std::size_t bytes) { gbump(static_cast<int>(bytes)); }
+
+   protected:
+    pos_type seekoff(off_type offset, std::ios_base::seekdir from,
+                     std::ios_base::openmode which) override;
+    pos_type seekpos(pos_type position, std::ios_base::openmode which) override;
+  };
+  Buffer buffer;
+};
+
+// Collects what is written.
+class TextOutput : public std::ostream {
+ public:
+  TextOutput() : std::ostream(nullptr) { rdbuf(&buffer); }
+  void Open();
+  // Valid until the next Open.
+  const std::string& Text() const { return buffer.text; }
+
+ private:
+  struct Buffer : std::streambuf {
+    int_type overflow(int_type byte) override;
+    std::streamsize xsputn(const char* bytes, std::streamsize count) override;
+    std::string text;
+  };
+  Buffer buffer;
+};
+
+// A stream from the store, given back at the end of the scope. Scopes may nest, as they do when a
+// listener assigns a further value in the middle of an assignment.
+template <class Stream>
+class Borrowed {
+ public:
+  template <class... Arguments>
+  explicit Borrowed(Arguments... arguments) {
+    if (Store().empty()) {
+      stream = std::make_unique<Stream>();
+    } else {
+      stream = std::move(Store().back());
+      Store().pop_back();
+    }
+    stream->Open(arguments...);
+  }
+  ~Borrowed() { Store().push_back(std::move(stream)); }
+  Borrowed(const Borrowed&) = delete;
+  Borrowed& operator=(const Borrowed&) = delete;
+
+  Stream& operator*() const { return *stream; }
+  Stream* operator->() const { return stream.get(); }
+
+ private:
+  static std::vector<std::unique_ptr<Stream>>& Store() {
+    static std::vector<std::unique_ptr<Stream>> store;
+    return store;
+  }
+  std::unique_ptr<Stream> stream;
+};

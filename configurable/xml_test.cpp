@@ -1,0 +1,285 @@
+// The lexical layer: names, texts, tokens and the writer.
+
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "common/self_test.h"
+#include "configurable/xml_parser.h"
+#include "configurable/xml_query_string_parser.h"
+#include "configurable/xml_string.h"
+#include "configurable/xml_writer.h"
+
+void TestXMLParser(std::ostream& out);
+void TestXMLQueryStringParser(std::ostream& out);
+void TestXMLString(std::ostream& out);
+void TestXMLWriter(std::ostream& out);
+
+namespace {
+
+using self_test::ExpectEqual;
+using self_test::ExpectTrue;
+
+template <class Text>
+std::string Read(const std::string& text) {
+  std::istringstream in(text);
+  Text value("not cleared");
+  in >> value;
+  return value.text;
+}
+
+template <class Text>
+std::string Written(const std::string& text) {
+  std::ostringstream out;
+  out << Text(text);
+  return out.str();
+}
+
+// All tokens to the end; behind an error the element is skipped and reading goes on.
+std::string Tokens(std::istream& in) {
+  XMLParser parser(in);
+  std::ostringstream out;
+  while (parser.GetCurrToken() != XMLParser::END_DOC) {
+    switch (parser.NextToken()) {
+      case XMLParser::END_DOC:
+        break;
+      case XMLParser::ERROR:
+        ExpectTrue(in.fail(), "the failbit of an error");
+        ExpectTrue(parser.NextToken() == XMLParser::ERROR, "an error that stays");
+        out << "ERROR(" << parser.GetTokenString() << ") ";
+        parser.SkipElement();
+        break;
+      case XMLParser::ATTRIBUTE_VALUE_PAIR:
+        out << parser.GetTokenString() << "=" << parser.GetTokenValue() << " ";
+        break;
+      default:
+        out << parser.GetCurrToken() << "(" << parser.GetTokenString() << ") ";
+    }
+  }
+  return out.str();
+}
+
+std::string Tokens(const std::string& document) {
+  std::istringstream in(document);
+  return Tokens(in);
+}
+
+}  // namespace
+
+void TestXMLParser(std::ostream&) {
+  const std::string empty_name = "ERROR(Empty XML tag name) ";
+  const std::string bad_end = "ERROR(Invalid XML tag end sequence) ";
+  const struct {
+    std::string document;
+    std::string tokens;
+  } rows[] = {
+      {"<tagname attr1 attr2=\"attr value string\">string</tagname>",
+       "START_ELEMENT(tagname) ATTRIBUTE(attr1) attr2=attr value string STRING(string) "
+       "END_ELEMENT(tagname) "},
+      {"<tagname attr1=\"val1\" attr2='val2' attr3/><tag2></tag2><tag3/>",
+       "START_ELEMENT(tagname) attr1=val1 attr2=val2 ATTRIBUTE(attr3) END_ELEMENT(tagname) "
+       "START_ELEMENT(tag2) END_ELEMENT(tag2) START_ELEMENT(tag3) END_ELEMENT(tag3) "},
+      {"< badtagname>just some junk</badtagname><goodstuff/>",
+       empty_name + "START_ELEMENT(goodstuff) END_ELEMENT(goodstuff) "},
+      {"<badtag/ >just some junk", "START_ELEMENT(badtag) " + bad_end},
+      {"<badendtag>just some junk</badendtag >",
+       "START_ELEMENT(badendtag) STRING(just some junk) " + bad_end},
+      {"some string stuff to start with <tag> some tag stuff </tag> end string stuff",
+       "STRING(some string stuff to start with) START_ELEMENT(tag) STRING(some tag stuff) "
+       "END_ELEMENT(tag) STRING(end string stuff) "},
+      {"<?xml version stuff?><realtag1/><!--<faketag>in the comment</faketag>--><realtag2/>"
+       "<!ENTITY name><realtag3/><!><a/>",
+       "START_ELEMENT(realtag1) END_ELEMENT(realtag1) START_ELEMENT(realtag2) "
+       "END_ELEMENT(realtag2) START_ELEMENT(realtag3) END_ELEMENT(realtag3) START_ELEMENT(a) "
+       "END_ELEMENT(a) "},
+      {"<realtag1>{document type information}</realtag1>   {some more doctype stuff}",
+       "START_ELEMENT(realtag1) STRING({document type information}) END_ELEMENT(realtag1) "
+       "STRING({some more doctype stuff}) "},
+      // White space between a tag or a comment and the next tag is a text without content.
+      {"<a> <!--x--> <b/> </a>",
+       "START_ELEMENT(a) STRING() STRING() START_ELEMENT(b) END_ELEMENT(b) END_ELEMENT(a) "},
+      {"<a <b>x</b></a>",
+       "START_ELEMENT(a) ERROR(Cannot start new element inside start tag) END_ELEMENT(a) "},
+      {"<a b =\"1\"/><c/>",
+       "START_ELEMENT(a) ATTRIBUTE(b) " + empty_name + "START_ELEMENT(c) END_ELEMENT(c) "},
+      {"> <a/>", "ERROR(Invalid '>' character outside XML tags) "},
+      {"<a &query; b= \"&query_item;\" />",
+       "START_ELEMENT(a) ATTRIBUTE(&query;) b=&query_item; END_ELEMENT(a) "},
+      {"<a>1 &lt; 2</a>", "START_ELEMENT(a) STRING(1 < 2) END_ELEMENT(a) "},
+      {"", ""},
+      {"<a b='unended", "START_ELEMENT(a) "},
+      {"<a>unended", "START_ELEMENT(a) STRING(unended) "},
+      {"<!-- unended <a/>", ""},
+  };
+  for (const auto& row : rows) {
+    ExpectEqual(Tokens(row.document), row.tokens, row.document);
+    // Cut off anywhere: it ends, and what came before stands.
+    for (std::size_t length = 0; length < row.document.size(); ++length)
+      Tokens(row.document.substr(0, length));
+  }
+
+  // Siblings read an element again; what stands behind the root stays in the stream.
+  std::istringstream in("<a b='1'>text</a>rest");
+  XMLParser parser(in);
+  ExpectTrue(parser.GetCurrToken() == XMLParser::START_DOC, "the token before the first");
+  parser.NextToken();
+  parser.SavePosition();
+  for (int reader = 0; reader < 3; ++reader) {
+    parser.RestorePosition();
+    ExpectEqual(parser.GetTokenString(), "a");
+    parser.NextToken();
+    ExpectEqual(parser.GetTokenString() + "=" + parser.GetTokenValue(), "b=1");
+    parser.NextToken();
+    ExpectEqual(parser.GetTokenString(), "text");
+    ExpectTrue(parser.NextToken() == XMLParser::END_ELEMENT, "the end of the element");
+  }
+  std::string rest;
+  in >> rest;
+  ExpectEqual(rest, "rest");
+}
+
+void TestXMLQueryStringParser(std::ostream&) {
+  const struct {
+    const char* text;
+    const char* tokens;
+  } rows[] = {
+      {"&query_item;", "QUERY(&query_item;) "},
+      {"This is a &query_item; string", "STRING(This is a ) QUERY(&query_item;) STRING( string) "},
+      {"This isn't", "STRING(This isn't) "},
+      {"&query; at the beginning", "QUERY_CONTEXT(&query;) STRING( at the beginning) "},
+      {"at the end &query_changes_context;",
+       "STRING(at the end ) QUERY_CHANGES_CONTEXT(&query_changes_context;) "},
+      {"an illegal &query string", "STRING(an illegal &query string) "},
+      {"&query_changes_item; and then an error &query_junk; query",
+       "QUERY_CHANGES(&query_changes_item;) STRING( and then an error ) ERROR(&query_junk;) "
+       "STRING( query) "},
+      {"&query_context;&query_changes;&query_doctype;&query_doctype_context;&query_doctype_item;",
+       "QUERY_CONTEXT(&query_context;) QUERY_CHANGES_CONTEXT(&query_changes;) "
+       "QUERY_DOCTYPE_CONTEXT(&query_doctype;) QUERY_DOCTYPE_CONTEXT(&query_doctype_context;) "
+       "QUERY_DOCTYPE(&query_doctype_item;) "},
+      {"{doctype information}", "DOCTYPE(doctype information) "},
+      {"begin {doctype information}", "STRING(begin {doctype information}) "},
+      {"{doctype information} end", "STRING({doctype information} end) "},
+      {"{", "STRING({) "},
+      {"{}", "DOCTYPE() "},
+      {"", ""},
+  };
+  for (const auto& row : rows) {
+    XMLQueryStringParser parser(row.text);
+    std::ostringstream tokens;
+    ExpectTrue(parser.NextToken() == XMLQueryStringParser::START_STRING, "the first token");
+    while (parser.NextToken() != XMLQueryStringParser::END_STRING)
+      tokens << parser.GetCurrToken() << "(" << parser.GetTokenString() << ") ";
+    ExpectEqual(tokens.str(), row.tokens, row.text);
+  }
+}
+
+void TestXMLString(std::ostream&) {
+  const struct {
+    const char* text;
+    const char* printed;
+  } pairs[] = {
+      {"hello with spaces", "hello with spaces"},
+      {"<", "&lt;"},
+      {"&", "&amp;"},
+      {"&begin", "&amp;begin"},
+      {"tricky&", "tricky&amp;"},
+      {"goodbye & &query;", "goodbye &amp; &query;"},
+      {"'lots of stuff '\"<>& to do", "&apos;lots of stuff &apos;&quot;&lt;&gt;&amp; to do"},
+      {"&junk;", "&junk;"},
+      {"&;", "&amp;;"},
+      {"&a&b;", "&amp;a&b;"},
+      {"This is a 'comment' with a \"quote\"",
+       "This is a &apos;comment&apos; with a &quot;quote&quot;"},
+  };
+  for (const auto& pair : pairs) {
+    ExpectEqual(Written<XMLString>(pair.text), pair.printed);
+    ExpectEqual(Read<XMLString>(pair.printed), pair.text);
+  }
+  const struct {
+    const char* text;
+    const char* read;
+  } read_only[] = {
+      {"  Read up to\t tag </end_tag>", "Read up to\t tag"},
+      {"<tag> the tag prevents reading anything", ""},
+      {"\"A quoted 'string'\"", "A quoted 'string'"},
+      {"'A quoted \"string\"'", "A quoted \"string\""},
+      {"\" blanks stay \"", " blanks stay "},
+      {"A quoted \"string\"", "A quoted"},
+      {"A quoted 'string'", "A quoted"},
+      {"'A quoted' string", "A quoted"},
+      {"AttrName='AttrValue'", "AttrName="},
+      {"a &b c", "a &bc"},
+      {"a &b<", "a &b"},
+      {"", ""},
+  };
+  for (const auto& row : read_only) ExpectEqual(Read<XMLString>(row.text), row.read, row.text);
+
+  const struct {
+    const char* text;
+    const char* read;
+    const char* written;
+  } names[] = {
+      {"name", "name", "name"},
+      {"&entity_name;with junk", "&entity_name;", "&entity_name;"},
+      {"name with spaces", "name", "name"},
+      {"attr=\"value\"", "attr", "attr"},
+      {"_na:me/>", "_na:me", "_na:me"},
+      {":name-with_dash<>", ":name-with_dash", ":name-with_dash"},
+      {".no-name", "", ""},
+      {" name", "", ""},
+      {"<tag>not a name", "", ""},
+  };
+  for (const auto& row : names) {
+    ExpectEqual(Read<XMLName>(row.text), row.read, row.text);
+    ExpectEqual(Written<XMLName>(row.text), row.written, row.text);
+  }
+}
+
+void TestXMLWriter(std::ostream&) {
+  const auto write = [](bool indent) {
+    std::ostringstream out;
+    out << "<?xml version=\"1.0\"?>";
+    XMLWriter writer(out, indent);
+    writer.start_element("greeting");
+    writer.text("Hello, world!", true);
+    writer.end_element("greeting");
+    writer.start_element("tag1");
+    writer.attribute("tag1_attr", "tag1_val");
+    writer.attribute("tag1_attr2");
+    writer.end_element("tag1");
+    writer.start_element("tag2");
+    writer.start_element("tag3");
+    writer.attribute("attr");
+    writer.text("Howdy from tag3", true);
+    writer.start_element("NEMRA::tag31");
+    writer.text("this is tag31", true);
+    writer.end_element("NEMRA::tag31");
+    writer.end_element("tag3");
+    writer.end_element("tag2");
+    writer.start_element("tag4");
+    writer.finish();
+    return out.str();
+  };
+  ExpectEqual(write(true),
+              "<?xml version=\"1.0\"?>\n<greeting>Hello, world!</greeting>\n"
+              "<tag1 tag1_attr=\"tag1_val\" tag1_attr2/>\n<tag2>\n\t<tag3 attr>Howdy from tag3\n"
+              "\t\t<NEMRA::tag31>this is tag31</NEMRA::tag31>\n\t</tag3>\n</tag2>\n<tag4/>\n");
+  ExpectEqual(write(false),
+              "<?xml version=\"1.0\"?><greeting>Hello, world!</greeting>"
+              "<tag1 tag1_attr=\"tag1_val\" tag1_attr2/><tag2><tag3 attr>Howdy from tag3"
+              "<NEMRA::tag31>this is tag31</NEMRA::tag31></tag3></tag2><tag4/>\n");
+
+  // Texts far larger than any buffer; bare values with one blank between them.
+  std::ostringstream out;
+  const std::string large(100'000, 'x');
+  {
+    XMLWriter writer(out, false);
+    for (const char* text : {"1234", "", "<"}) writer.text(text, true);
+    writer.text(large, false);
+    ExpectEqual(writer.Stream().tellp(), std::streamoff{100'010});
+    ExpectEqual(writer.Length(), std::size_t{100'010});
+  }
+  ExpectEqual(out.str(), "1234 &lt; " + large);
+}

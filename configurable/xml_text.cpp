@@ -1,0 +1,132 @@
+#include "configurable/xml_text.h"
+
+#include <utility>
+
+namespace xml_text {
+
+namespace {
+
+constexpr std::array<std::pair<std::string_view, char>, 5> kEntities = {
+    {{"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}, {"&amp;", '&'}}};
+
+// Reads on behind a '&'. White space ends what is no entity, and is lost, which readers have come
+// to know.
+void ReadEntity(CharSource& source, std::string& text) {
+  const std::size_t start = text.size();
+  text += '&';
+  source.TakeWhile([](char byte) { return byte != ';' && !Is(byte, kTextStop); }, text);
+  const int stop = source.Peek();
+  if (stop == CharSource::kEnd) return;
+  if (stop == ';') {
+    source.Skip();
+    text += ';';
+    const std::string_view entity = std::string_view(text).substr(start);
+    for (const auto& [name, byte] : kEntities) {
+      if (entity != name) continue;
+      text.resize(start);
+      text += byte;
+      return;
+    }
+  } else if (Is(static_cast<char>(stop), kSpace)) {
+    source.Skip();
+  }
+}
+
+bool ReadQuoted(CharSource& source, char quote, std::string& text) {
+  while (true) {
+    source.TakeWhile(
+        [quote](char byte) { return byte != quote && byte != '<' && byte != '>' && byte != '&'; },
+        text);
+    const int stop = source.Peek();
+    if (stop == CharSource::kEnd) return false;
+    if (stop == '<' || stop == '>') return true;
+    source.Skip();
+    if (stop == quote) return true;
+    ReadEntity(source, text);
+  }
+}
+
+void ReadPlain(CharSource& source, std::string& text) {
+  // Text and inner white space go in as they come; white space behind the last text goes again.
+  std::size_t kept = text.size();
+  while (true) {
+    source.TakeWhile([](char byte) { return !Is(byte, kTextStop); }, text);
+    const int stop = source.Peek();
+    if (stop == '&') {
+      source.Skip();
+      ReadEntity(source, text);
+      kept = text.size();
+    } else if (stop != CharSource::kEnd && Is(static_cast<char>(stop), kSpace)) {
+      if (!Is(text.back(), kSpace)) kept = text.size();
+      source.TakeWhile([](char byte) { return Is(byte, kSpace); }, text);
+    } else {
+      break;
+    }
+  }
+  if (!text.empty() && Is(text.back(), kSpace)) text.resize(kept);
+}
+
+}  // namespace
+
+int CharSource::Refill() {
+  GiveBack();
+  const int byte = buffer.sgetc();
+  Load();
+  if (byte == std::streambuf::traits_type::eof()) {
+    in.setstate(std::ios_base::eofbit);
+    return kEnd;
+  }
+  return byte;
+}
+
+void ReadName(CharSource& source, std::string& name) {
+  const int first = source.Peek();
+  if (first == CharSource::kEnd || !Is(static_cast<char>(first), kNameStart)) return;
+  source.Skip();
+  name += static_cast<char>(first);
+  source.TakeWhile([](char byte) { return Is(byte, kNamePart) && byte != ';'; }, name);
+  if (source.Peek() != ';') return;
+  source.Skip();
+  name += ';';
+}
+
+bool ReadString(CharSource& source, std::string& text) {
+  source.SkipSpace();
+  const int first = source.Peek();
+  switch (first) {
+    case CharSource::kEnd:
+      return false;
+    case '<':
+    case '>':
+      return true;
+    case '"':
+    case '\'':
+      source.Skip();
+      return ReadQuoted(source, static_cast<char>(first), text);
+    default:
+      ReadPlain(source, text);
+      return true;
+  }
+}
+
+std::string_view NameIn(std::string_view text) {
+  if (text.empty() || !Is(text.front(), kNameStart)) return {};
+  std::size_t length = 1;
+  while (length < text.size() && Is(text[length], kNamePart))
+    if (text[length++] == ';') break;
+  return text.substr(0, length);
+}
+
+bool BeginsEntity(std::string_view text) {
+  std::size_t length = 1;
+  while (length < text.size() && !Is(text[length], kTextStop) && text[length] != ';') ++length;
+  return length > 1 && length < text.size() && text[length] == ';';
+}
+
+std::string_view EntityOf(char byte) {
+  for (const auto& [name, translated] : kEntities)
+    if (translated == byte) return name;
+  return {};
+}
+
+}  // namespace xml_text

@@ -1,0 +1,132 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <istream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+
+// The lexical rules of the XML language: which characters make names and texts, and how both are
+// read from a stream without a formatted extraction for each character.
+
+namespace xml_text {
+
+enum CharClass : std::uint8_t {
+  kSpace = 1,
+  kNameStart = 2,
+  kNamePart = 4,
+  kTextStop = 8,     // ends or interrupts a run of plain text: < > " ' & and white space
+  kNeedsEscape = 16  // " ' < > &
+};
+
+constexpr std::array<std::uint8_t, 256> MakeClasses() {
+  std::array<std::uint8_t, 256> classes = {};
+  const auto mark = [&](std::string_view bytes, int bits) {
+    for (const char byte : bytes) {
+      std::uint8_t& entry = classes[static_cast<unsigned char>(byte)];
+      entry = static_cast<std::uint8_t>(entry | bits);
+    }
+  };
+  mark(" \t\n\v\f\r", kSpace | kTextStop);
+  mark("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz:_", kNameStart | kNamePart);
+  mark("&", kNameStart);
+  mark("0123456789-.;", kNamePart);
+  mark("\"'<>&", kTextStop | kNeedsEscape);
+  return classes;
+}
+
+inline constexpr std::array<std::uint8_t, 256> kClasses = MakeClasses();
+
+inline bool Is(char byte, CharClass wanted) {
+  return (kClasses[static_cast<unsigned char>(byte)] & wanted) != 0;
+}
+
+// Reads the characters of a stream in place, in its buffer's own memory. What was taken is taken
+// from the stream when this goes out of scope; until then nobody else may read it.
+class CharSource {
+ public:
+  static constexpr int kEnd = -1;
+
+  explicit CharSource(std::istream& stream) : in(stream), buffer(*stream.rdbuf()) { Load(); }
+  ~CharSource() { GiveBack(); }
+  CharSource(const CharSource&) = delete;
+  CharSource& operator=(const CharSource&) = delete;
+
+  // The next character, which stays; kEnd at the end, which the stream's eofbit then says.
+  int Peek() { return next != end ? static_cast<unsigned char>(*next) : Refill(); }
+  // The same, and passes it.
+  int Take() {
+    const int byte = Peek();
+    if (byte != kEnd) ++next;
+    return byte;
+  }
+  // Passes the character that Peek has shown.
+  void Skip() { ++next; }
+  void SkipSpace() {
+    while (Peek() != kEnd && Is(*next, kSpace)) ++next;
+  }
+  // Appends characters for as long as `goes_on` holds.
+  template <class Condition>
+  void TakeWhile(Condition goes_on, std::string& text) {
+    while (Peek() != kEnd) {
+      const char* from = next;
+      while (next != end && goes_on(*next)) ++next;
+      text.append(from, next);
+      if (next != end) return;
+    }
+  }
+
+ private:
+  // A stream buffer's get area is open to derived classes only.
+  struct Area : std::streambuf {
+    static const char* Next(const std::streambuf& area) { return (area.*(&Area::gptr))(); }
+    static const char* End(const std::streambuf& area) { return (area.*(&Area::egptr))(); }
+    static void Advance(std::streambuf& area, int bytes) { (area.*(&Area::gbump))(bytes); }
+  };
+
+  void Load() {
+    next = Area::Next(buffer);
+    end = Area::End(buffer);
+  }
+  void GiveBack() { Area::Advance(buffer, static_cast<int>(next - Area::Next(buffer))); }
+  int Refill();
+
+  std::istream& in;
+  std::streambuf& buffer;
+  const char* next = nullptr;
+  const char* end = nullptr;
+};
+
+// Appends a name to `name`; nothing if none begins here. A ';' ends a name and belongs to it, so
+// that an entity can stand where a name stands.
+void ReadName(CharSource& source, std::string& name);
+
+// Appends a text to `text`: what stands between quotes, or plain text up to a tag or a quote, with
+// the white space around it dropped. The five entities of XML are translated, others stay. False if
+// the stream ended first, in the middle of a quoted text or ahead of any text.
+bool ReadString(CharSource& source, std::string& text);
+
+// The part of `text` that is a name; empty if it does not begin with one.
+std::string_view NameIn(std::string_view text);
+
+// Whether a text that begins with '&' begins with a whole entity.
+bool BeginsEntity(std::string_view text);
+// The entity for one of the characters that need one.
+std::string_view EntityOf(char byte);
+
+// Calls `put` with the pieces of the escaped text. An '&' that begins an entity stays as it is.
+template <class Put>
+void Escape(std::string_view text, Put put) {
+  std::size_t plain = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (!Is(text[at], kNeedsEscape)) continue;
+    if (text[at] == '&' && BeginsEntity(text.substr(at))) continue;
+    put(text.substr(plain, at - plain));
+    put(EntityOf(text[at]));
+    plain = at + 1;
+  }
+  put(text.substr(plain));
+}
+
+}  // namespace xml_text

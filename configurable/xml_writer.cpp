@@ -1,0 +1,120 @@
+#include "configurable/xml_writer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "configurable/xml_text.h"
+
+XMLWriter::XMLWriter(std::ostream& out, bool indented) : stream(out), indent(indented) {}
+
+XMLWriter::~XMLWriter() { flush(); }
+
+void XMLWriter::start_element(std::string_view name) {
+  close_tag();
+  if (name.empty()) return;
+  if (indent) indent_line();
+  put('<');
+  put_name(name);
+  ++depth;
+  tag_open = need_space = end_inline = true;
+}
+
+void XMLWriter::end_element(std::string_view name) {
+  depth = std::max(depth - 1, 0);
+  if (tag_open) {
+    put("/>");
+    tag_open = need_space = end_inline = false;
+    return;
+  }
+  if (!name.empty()) {
+    if (!end_inline && indent) indent_line();
+    put("</");
+    put_name(name);
+    put('>');
+    need_space = false;
+  }
+  end_inline = false;
+}
+
+void XMLWriter::attribute(std::string_view name) {
+  if (name.empty()) return;
+  if (need_space) put(' ');
+  put_name(name);
+  need_space = true;
+}
+
+void XMLWriter::attribute(std::string_view name, std::string_view value) {
+  if (name.empty()) return;
+  attribute(name);
+  put("=\"");
+  put_escaped(value);
+  put('"');
+}
+
+void XMLWriter::text(std::string_view value, bool escape) {
+  if (value.empty()) return;
+  close_tag();
+  if (need_space) put(' ');
+  if (escape)
+    put_escaped(value);
+  else
+    put(value);
+  need_space = true;
+}
+
+void XMLWriter::finish() {
+  if (tag_open) {
+    put("/>");
+    depth = std::max(depth - 1, 0);
+    tag_open = need_space = false;
+  }
+  put('\n');
+  Stream().flush();
+}
+
+std::ostream& XMLWriter::Stream() {
+  flush();
+  return stream;
+}
+
+void XMLWriter::close_tag() {
+  if (!tag_open) return;
+  put('>');
+  tag_open = need_space = false;
+}
+
+void XMLWriter::indent_line() {
+  put('\n');
+  for (int i = 0; i < depth; ++i) put('\t');
+}
+
+void XMLWriter::put(std::string_view piece) {
+  if (piece.size() > buffer.size() - used) {
+    flush();
+    if (piece.size() > buffer.size()) {
+      stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+      flushed += piece.size();
+      return;
+    }
+  }
+  std::memcpy(buffer.data() + used, piece.data(), piece.size());
+  used += piece.size();
+}
+
+void XMLWriter::put(char byte) {
+  if (used == buffer.size()) flush();
+  buffer[used++] = byte;
+}
+
+void XMLWriter::put_escaped(std::string_view value) {
+  xml_text::Escape(value, [this](std::string_view piece) { put(piece); });
+}
+
+void XMLWriter::put_name(std::string_view name) { put(xml_text::NameIn(name)); }
+
+void XMLWriter::flush() {
+  if (used == 0) return;
+  stream.write(buffer.data(), static_cast<std::streamsize>(used));
+  flushed += used;
+  used = 0;
+}

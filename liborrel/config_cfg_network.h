@@ -1,0 +1,51 @@
+#pragma once
+
+#include <string>
+
+#include "common/socket_address.h"
+#include "configurable/configbuiltin.h"
+#include "configurable/configurable_composite.h"
+
+// An address as a setting. A text that is none throws SocketError out of the reading.
+class ConfigIPAddress : public Configurable {
+ public:
+  ConfigIPAddress(const std::string& item_name, const std::string& address);
+
+  const SocketAddress& get() const { return _value; }
+  virtual void set(const SocketAddress& value);
+
+  void reset() override { set(_default_value); }
+  std::istream& read_value(std::istream& in, std::ostream& err) override;
+  std::ostream& print_value(std::ostream& out) override;
+  std::ostream& print_doctype(std::ostream& out) override;
+
+ private:
+  SocketAddress _value;
+  SocketAddress _default_value;
+};
+
+// Whether addresses come by themselves. The enumerators are the indexes.
+class ConfigAutoManual : public ConfigurableMultipleChoice {
+ public:
+  enum Choice { Auto, Manual };
+  ConfigAutoManual(const std::string& item_name, int default_index);
+};
+
+// Host name and addresses of the unit, as settings; somebody else carries changes through.
+class ConfigCfgNetwork : public ConfigurableComposite {
+ public:
+  ConfigCfgNetwork();
+
+  ConfigurableString& Name() { return host_name; }
+  ConfigAutoManual& Configuration() { return configuration; }
+  ConfigIPAddress& Ipaddress() { return ipaddress; }
+  ConfigIPAddress& Netmask() { return netmask; }
+  ConfigIPAddress& Gateway() { return gateway; }
+
+ private:
+  ConfigurableString host_name{"name", "ch4-xxxx"};
+  ConfigAutoManual configuration{"configuration", ConfigAutoManual::Auto};
+  ConfigIPAddress ipaddress{"ipaddress", "192.168.1.95"};
+  ConfigIPAddress netmask{"netmask", "255.255.255.0"};
+  ConfigIPAddress gateway{"gateway", "192.168.1.1"};
+};

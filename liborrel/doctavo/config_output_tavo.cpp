@@ -1,0 +1,5 @@
+#include "liborrel/doctavo/config_output_tavo.h"
+
+ConfigOutputTavo::ConfigOutputTavo() : ConfigurableComposite("output") {
+  add_all({&waveforms, &status, &dataclock, &datatest, &datarawcapture});
+}

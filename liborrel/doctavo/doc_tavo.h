@@ -1,0 +1,37 @@
+#pragma once
+
+#include <istream>
+#include <map>
+#include <ostream>
+#include <string>
+
+#include "configurable/configurable_composite.h"
+#include "liborrel/doctavo/config_tavo.h"
+
+// The root of all settings of the head: <nemra><tavo>...</tavo></nemra>.
+class DocTavo : public ConfigurableComposite {
+ public:
+  DocTavo();
+
+  ConfigTavo& Conf() { return tavo; }
+
+  // The one entry for a client's document: resets the commands, reads, answers on `out`, and tells
+  // the listeners if something has changed. Settings files are read with read_document instead.
+  std::istream& request(std::istream& in, std::ostream& out);
+
+  // Listeners to the whole document, not owned, hear item_changed with the root as its source, in
+  // the order of the names under which they are registered.
+  void add_listener(const std::string& listener_name, ConfigurableListener* listener);
+  void remove_listener(const std::string& listener_name);
+  void notify();
+  void notify_if_changed();
+
+  // The acknowledgement that ends the answer to a request.
+  std::ostream& print_ack(std::ostream& out);
+  // Keeps `text` as the last error and prints it.
+  std::ostream& report_error(std::ostream& out, const std::string& text);
+
+ private:
+  ConfigTavo tavo;
+  std::map<std::string, ConfigurableListener*> listeners;
+};

@@ -1,0 +1,205 @@
+#include "liborrel/doctavo/doc_tavo.h"
+
+#include <memory>
+#include <ostream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "common/self_test.h"
+#include "configurable/json_printer_visitor.h"
+
+void TestDocTavo(std::ostream& out);
+void TestDocKesh(std::ostream& out);
+
+namespace {
+
+using self_test::ExpectEqual;
+using self_test::ExpectThrows;
+using self_test::ExpectTrue;
+
+std::string Ask(DocTavo& doc, const std::string& document) {
+  std::istringstream in(document);
+  std::ostringstream out;
+  set_compact(out, true);
+  doc.request(in, out);
+  return out.str();
+}
+
+std::string InTavo(const std::string& document) {
+  return "<nemra><tavo>" + document + "</tavo></nemra>";
+}
+
+std::string InCfg(const std::string& document) { return InTavo("<cfg>" + document + "</cfg>"); }
+
+std::string Printed(Configurable& item) {
+  std::ostringstream out;
+  item.print_tree(out);
+  return out.str();
+}
+
+void DocumentCases() {
+  DocTavo doc;
+  const struct {
+    std::string request;
+    std::string answer;
+  } rows[] = {
+      {InCfg("<rectflash><outrate>&query_doctype_item;</outrate></rectflash>"),
+       "{integer:1;1...10000}"},
+      {InCfg("<rectflash><duration>5000</duration><duration>&query_item;</duration></rectflash>"),
+       "3000"},
+      {InCfg("<measure><dark_modrate>3</dark_modrate></measure>"),
+       "<Error Param=\"dark_modrate\">invalid option: 3\n</Error>"},
+      {InCfg("<lightsource><Q_setpoint>&query_doctype;</Q_setpoint></lightsource>"),
+       InCfg("<lightsource><Q_setpoint units=\"{string:µmol/m²/s}\">{float:0}</Q_setpoint>"
+             "</lightsource>")},
+      {InTavo("<factory><bias><red_bias>9999</red_bias><red_bias>&query_item;</red_bias></bias>"
+              "</factory>"),
+       "4096"},
+      {InTavo("<serialnumber>mine</serialnumber><factory><serialnumber>TVF-1</serialnumber>"
+              "</factory><serialnumber>&query_item;</serialnumber>"),
+       "TVF-1"},
+      {InTavo(
+           "<history><record><time>2000-01-01 00:00:00</time><DC0>1</DC0></record><record>"
+           "<time>never</time></record><r><time>2000-01-02</time><type>Pc0</type></r></history>"),
+       "<Error Param=\"time\">unable to read Timestamp\n</Error>"},
+      {InTavo("<history>&query_item;</history>"),
+       "<record><time>2000-01-01 00:00:00</time><type/><DC0>1</DC0><Pc0>0</Pc0></record>"
+       "<record><time>1989-01-01 00:00:00</time><type/><DC0>0</DC0><Pc0>0</Pc0></record>"
+       "<r><time>2000-01-02 00:00:00</time><type>Pc0</type><DC0>0</DC0><Pc0>0</Pc0></r>"},
+      {InCfg("<clock><zone>{UTC|Europe/Berlin|America/Chicago}</zone><zone>Europe/Berlin</zone>"
+             "<zone>&query_item;&query_doctype_item;</zone></clock>"),
+       "Europe/Berlin {UTC|Europe/Berlin|America/Chicago}"},
+      {InCfg("<network><ipaddress>10.1.2.3</ipaddress><ipaddress>&query_item;&query_doctype_item;"
+             "</ipaddress></network>"),
+       "10.1.2.3 {int.int.int.int}"},
+  };
+  for (const auto& row : rows) ExpectEqual(Ask(doc, row.request), row.answer, row.request);
+  ExpectThrows<SocketError>(
+      [&] { Ask(doc, InCfg("<network><ipaddress>1.2</ipaddress></network>")); },
+      "SocketAddress: illegal address 1.2");
+  ExpectEqual(Ask(doc, InCfg("<network><ipaddress>&query_item;</ipaddress></network>")),
+              "10.1.2.3");
+
+  std::ostringstream out;
+  set_compact(out, true);
+  doc.print_ack(out);
+  doc.report_error(out, "a < b");
+  ExpectEqual(out.str(), InTavo("<ack>true</ack>") + InTavo("<error>a &lt; b</error>"));
+  std::ostringstream json;
+  JSONPrinterVisitor printer(json);
+  DocTavo fresh;
+  fresh.Conf().Cfg().Rectflash().accept(printer);
+  ExpectEqual(json.str(),
+              "\n\"OUTRATE\":1,\n\"MARGIN\":0,\n\"DURATION\":0,\n\"Q_RED_SETPOINT\":0,"
+              "\n\"D_RED_PERCENT\":0,");
+}
+
+void ListenerCases() {
+  DocTavo doc;
+  std::string order;
+  struct Listener : ConfigurableListener {
+    Listener(const char* mark, std::string& log) : text(mark), order(log) {}
+    void item_changed(const ConfigurableEvent&) override { order += text; }
+    const char* text;
+    std::string& order;
+  } second("2", order), first("1", order);
+  doc.add_listener("10-Second", &second);
+  doc.add_listener("00-First", &first);
+  doc.set_changed(false);
+  Ask(doc, "&query_item;");
+  ExpectEqual(order, "", "listeners without a change");
+  // A command is reset ahead of each document, so that it fires each time.
+  const std::string flash = InTavo("<cmd><rect>true</rect></cmd>");
+  for (const char* heard : {"12", "1212"}) {
+    Ask(doc, flash);
+    ExpectEqual(order, heard);
+    ExpectTrue(doc.Conf().Cmd().Rect().has_changed() && !doc.Conf().needs_saving(), "a command");
+    doc.set_changed(false);
+  }
+  doc.remove_listener("00-First");
+  Ask(doc, InCfg("<fan_duty>7</fan_duty>"));
+  ExpectEqual(order, "12122");
+  ExpectTrue(doc.Conf().needs_saving(), "a setting");
+}
+
+// Sets every leaf that it visits to a value from its seed.
+class Shaker : public ConfigurableVisitor {
+ public:
+  explicit Shaker(unsigned seed) : random(seed) {}
+  using ConfigurableVisitor::visit;
+  void visit(ConfigurableInteger& item) override { item.set(static_cast<int>(random())); }
+  void visit(ConfigurableFloat& item) override {
+    item.set(static_cast<float>(static_cast<int>(random())) / 1000);
+  }
+  void visit(ConfigurableBool& item) override { item.set(random() % 2 == 0); }
+  void visit(ConfigurableMultipleChoice& item) override {
+    item.set(static_cast<int>(random() % item.choices().size()));
+  }
+  void visit(ConfigurableString& item) override {
+    const std::string bytes = "ab <>&\"';{}µ|&query";
+    std::string text = "x";
+    for (std::size_t i = random() % 12; i > 0; --i) text += bytes[random() % bytes.size()];
+    item.set(text + "x");
+  }
+
+ private:
+  std::mt19937 random;
+};
+
+void RoundTripCases() {
+  for (unsigned seed = 0; seed < 200; ++seed) {
+    DocTavo doc;
+    Shaker shaker(seed);
+    doc.accept(shaker);
+    for (unsigned i = 0; i < seed % 4; ++i)
+      doc.Conf().History().add(
+          new ConfigCalRecordTavo(Timestamp(1e8 * i + seed), "zero", static_cast<int>(i), -1));
+    const std::string printed = Printed(doc);
+    DocTavo copy;
+    std::istringstream in(printed);
+    std::ostringstream errors;
+    copy.read_document(in, errors);
+    ExpectTrue(!in.fail() && errors.str().empty(), errors.str());
+    ExpectEqual(Printed(copy), printed, "seed " + std::to_string(seed));
+  }
+}
+
+}  // namespace
+
+void TestDocTavo(std::ostream&) {
+  DocumentCases();
+  ListenerCases();
+  RoundTripCases();
+}
+
+// The shared settings in the form in which a sibling document holds them.
+void TestDocKesh(std::ostream&) {
+  struct Document : ConfigurableComposite {
+    Document() : ConfigurableComposite("kesh") { add_all({&clock, &network}); }
+    ConfigCfgClock clock{false};
+    ConfigCfgNetwork network;
+  } doc;
+  doc.set_throw_errors(true);
+  const std::string settings =
+      "<kesh><clock><time>12:13:14</time><date>2026-01-02</date><zone>UTC</zone>"
+      "<ptp>preferred</ptp></clock><network><name>unit-7</name><configuration>manual"
+      "</configuration><ipaddress>10.0.0.2</ipaddress><netmask>255.0.0.0</netmask>"
+      "<gateway>10.0.0.1</gateway></network></kesh>";
+  std::istringstream in(settings + "<kesh><clock><time_t>5</time_t></clock>&query;</kesh>");
+  std::ostringstream out;
+  set_compact(out, true);
+  doc.read_document(in, out);
+  doc.read_document(in, out);
+  ExpectEqual(out.str(), settings);
+  ExpectThrows<Configurable::Error>(
+      [&] {
+        std::istringstream bad("<kesh><clock><ptp>never</ptp></clock></kesh>");
+        doc.read_document(bad, out);
+      },
+      "XML error in item \"ptp\": invalid option: never\n");
+  doc.reset();
+  ExpectEqual(doc.network.Gateway().get().ToString() + doc.clock.Date().get(),
+              "192.168.1.11970-01-01");
+}
