@@ -175,7 +175,9 @@ void SocketAddress::Parse(const std::string& text) {
     address.any.sa_family = AF_INET;
     parsed = inet_pton(AF_INET, text.c_str(), &address.v4.sin_addr);
   }
-  if (parsed != 1) throw SocketError("SocketAddress: illegal address " + text);
+  // The system's functions would stop at a NUL and take what stands before it.
+  if (parsed != 1 || text.find('\0') != std::string::npos)
+    throw SocketError("SocketAddress: illegal address " + text);
 }
 
 SocketAddress SocketAddress::Broadcast(const SocketAddress& host, const SocketAddress& netmask) {

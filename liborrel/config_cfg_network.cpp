@@ -23,10 +23,14 @@ void ConfigIPAddress::set(const SocketAddress& value) {
 
 std::istream& ConfigIPAddress::read_value(std::istream& in, std::ostream& err) {
   const std::string text(std::istreambuf_iterator<char>(in), {});
-  if (in)
-    set(SocketAddress(text));
-  else
+  if (!in) {
     err << "unable to read IP address";
+    return in;
+  }
+  const SocketAddress address(text);
+  // An address in general may be a path; this one may not.
+  if (address.Family() == AF_UNIX) throw SocketError("SocketAddress: illegal address " + text);
+  set(address);
   return in;
 }
 

@@ -1,0 +1,65 @@
+// Whatever a stranger sends, the tree of the head survives it and stays whole.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <exception>
+#include <sstream>
+#include <string>
+
+#include "liborrel/doctavo/doc_tavo.h"
+
+namespace {
+
+// A changed node below one that does not know of it would never be published.
+class MarksClimb : public ConfigurableVisitor {
+ public:
+  using ConfigurableVisitor::visit;
+  void begin_composite(ConfigurableComposite& composite) override {
+    for (const Configurable* child : composite.children())
+      if (child->has_changed() && !composite.has_changed()) std::abort();
+  }
+};
+
+std::string Print(DocTavo& doc, std::ostream& (Configurable::*print)(std::ostream&)) {
+  std::ostringstream out;
+  (doc.*print)(out);
+  return out.str();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  DocTavo doc;
+  doc.set_changed(false);
+  std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
+  std::ostringstream answer;
+  set_compact(answer, true);
+  // Several documents may stand behind each other.
+  for (int i = 0; i < 4 && in.good(); ++i) {
+    try {
+      doc.request(in, answer);
+    } catch (const std::exception&) {
+      // A bad address, say; the caller puts its text into the answer.
+    }
+  }
+  MarksClimb marks;
+  doc.accept(marks);
+  // What an answer may grow to, beside the errors, which are as long as their causes.
+  if (answer.str().size() > (std::size_t{17} << 20) + 200 * size) std::abort();
+  for (const auto print :
+       {&Configurable::print_tree, &Configurable::print_changes, &Configurable::print_doctype_tree})
+    Print(doc, print);
+
+  // Its settings file can be read by another head.
+  std::istringstream file(Print(doc, &Configurable::print_tree));
+  DocTavo other;
+  std::ostringstream errors;
+  try {
+    other.read_document(file, errors);
+  } catch (const std::exception&) {
+    std::abort();
+  }
+  if (file.fail()) std::abort();
+  return 0;
+}
