@@ -9,6 +9,7 @@
 #include "bench/bench_platform.h"
 #include "bench/simulated_process.h"
 #include "leaf/lumet/lumet_app.h"
+#include "liborrel/doctavo/doc_tavo.h"
 
 namespace {
 
@@ -42,6 +43,7 @@ int main(int argc, char** argv) {
   std::uint32_t rate = 10;
   std::uint64_t seed = 1;
   int dsp_fd = -1;
+  bool print_tree = false;
   std::vector<std::string> lumet_options;
   app.add_option("--root", root, "Directory of the head's files")->capture_default_str();
   app.add_option("--console-port", console_port, "TCP port for clients on ::1; 0 takes a free one")
@@ -54,9 +56,17 @@ int main(int argc, char** argv) {
   app.add_option("--dsp-fd", dsp_fd,
                  "Open descriptor, an end of a SOCK_SEQPACKET pair, on which\n"
                  "somebody else plays the processor");
+  app.add_flag("--print-tree", print_tree,
+               "Print the settings of a new head, and the type of each, and run nothing");
   app.add_option("LUMET_OPTIONS", lumet_options, "Behind --: options of lumet itself, say -- -d");
   CLI11_PARSE(app, argc, argv);
 
+  if (print_tree) {
+    DocTavo doc;
+    doc.print_tree(std::cout) << "\n";
+    doc.print_doctype_tree(std::cout) << "\n";
+    return 0;
+  }
   try {
     std::optional<SimulatedProcess> processor;
     if (dsp_fd < 0) processor.emplace(rate, seed);

@@ -30,7 +30,7 @@ struct RealNames<double> {
 // The whole text of a stream to its end, blanks included; false if there is none.
 bool ReadAll(std::istream& in, std::string& text) {
   if (!in || in.peek() == std::istream::traits_type::eof()) return false;
-  if (auto* memory = dynamic_cast<TextInput*>(&in)) {
+  if (TextInput* memory = TextInput::From(in)) {
     text = memory->Rest();
     memory->Skip(text.size());
     in.setstate(std::ios_base::eofbit);
@@ -38,6 +38,23 @@ bool ReadAll(std::istream& in, std::string& text) {
     text.assign(std::istreambuf_iterator<char>(in), {});
   }
   return true;
+}
+
+// The next word of a stream, in `storage` if need be; empty if there is none.
+std::string_view ReadWord(std::istream& in, std::string& storage) {
+  TextInput* memory = TextInput::From(in);
+  if (memory == nullptr || !in.good()) {
+    in >> storage;
+    return storage;
+  }
+  constexpr std::string_view kSpace = " \t\n\v\f\r";
+  const std::string_view rest = memory->Rest();
+  const std::size_t start = std::min(rest.find_first_not_of(kSpace), rest.size());
+  const std::size_t end = std::min(rest.find_first_of(kSpace, start), rest.size());
+  memory->Skip(end);
+  if (end == rest.size()) in.setstate(std::ios_base::eofbit);
+  if (start == end) in.setstate(std::ios_base::failbit);
+  return rest.substr(start, end - start);
 }
 
 // Stores `value` and marks the item if it is another one.
@@ -207,8 +224,9 @@ ConfigurableBool::ConfigurableBool(const std::string& item_name, bool value)
 void ConfigurableBool::set(bool value) { Store(*this, _value, value); }
 
 std::istream& ConfigurableBool::read_value(std::istream& in, std::ostream& err) {
-  std::string word;
-  if (!(in >> word))
+  std::string storage;
+  const std::string_view word = ReadWord(in, storage);
+  if (!in)
     err << "unable to read bool";
   else if (word == "true" || word == "false")
     set(word == "true");

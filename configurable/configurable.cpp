@@ -26,8 +26,8 @@ void set_compact(std::ostream& stream, bool compact) {
 
 bool is_compact(std::ostream& stream) { return (stream.iword(LayoutWord()) & 1L) != 0; }
 
-Configurable::Error::Error(const std::string& item, const std::string& message)
-    : std::runtime_error("XML error in item \"" + item + "\": " + message) {}
+Configurable::Error::Error(const std::string& item, std::string_view message)
+    : std::runtime_error(("XML error in item \"" + item + "\": ").append(message)) {}
 
 Configurable::Configurable(std::string item_name) : _name(std::move(item_name)) {}
 
@@ -114,7 +114,7 @@ bool Configurable::read_root(XMLParser& parser, XMLWriter& writer) {
         break;
       case XMLParser::START_ELEMENT:
         if (parser.GetTokenString() == _name) return read_element(parser, writer);
-        write_error("Invalid start element: " + parser.GetTokenString(), writer);
+        write_error(std::string("Invalid start element: ").append(parser.GetTokenString()), writer);
         return false;
       default:
         break;
@@ -143,16 +143,16 @@ bool Configurable::read_element(XMLParser& parser, XMLWriter& writer) {
         goes_on = read_attribute_value(parser.GetTokenString(), parser.GetTokenValue(), writer);
         break;
       case XMLParser::STRING: {
-        const std::string& text = parser.GetTokenString();
-        on_read_text(text, writer.Stream());
+        std::string_view text = parser.GetTokenString();
+        on_read_text(std::string(text), writer.Stream());
         if (_listener != nullptr)
-          _listener->item_text_stream(ConfigurableEvent(*this), text, writer.Stream());
+          _listener->item_text_stream(ConfigurableEvent(*this), std::string(text), writer.Stream());
         goes_on = process_text(text, writer, false);
         break;
       }
       case XMLParser::END_ELEMENT:
         if (parser.GetTokenString() != _name) {
-          write_error("Invalid End Element: " + parser.GetTokenString(), writer);
+          write_error(std::string("Invalid End Element: ").append(parser.GetTokenString()), writer);
           return false;
         }
         on_read_end();
@@ -165,18 +165,18 @@ bool Configurable::read_element(XMLParser& parser, XMLWriter& writer) {
   }
 }
 
-bool Configurable::read_child_element(const std::string& tag, XMLParser&, XMLWriter& writer) {
-  write_error("Invalid configuration tag: " + tag, writer);
+bool Configurable::read_child_element(std::string_view tag, XMLParser&, XMLWriter& writer) {
+  write_error(std::string("Invalid configuration tag: ").append(tag), writer);
   return false;
 }
 
-bool Configurable::read_attribute(const std::string& attribute, XMLWriter& writer) {
+bool Configurable::read_attribute(std::string_view attribute, XMLWriter& writer) {
   if (_attributes) return _attributes->read_attribute(attribute, writer);
   write_error("This item has no attributes", writer);
   return false;
 }
 
-bool Configurable::read_attribute_value(const std::string& attribute, const std::string& value,
+bool Configurable::read_attribute_value(std::string_view attribute, std::string_view value,
                                         XMLWriter& writer) {
   if (_attributes) return _attributes->read_attribute_value(attribute, value, writer);
   write_error("This item has no attributes", writer);
@@ -188,7 +188,10 @@ void Configurable::clear_attributes() {
   if (_attributes) _attributes->clear_attributes();
 }
 
-bool Configurable::process_text(const std::string& text, XMLWriter& writer, bool document_level) {
+bool Configurable::process_text(std::string_view text, XMLWriter& writer, bool document_level) {
+  // By far the most texts are nothing but a value, or nothing.
+  if (text.find('&') == std::string_view::npos && !text.starts_with('{'))
+    return text.empty() || document_level || set_from_string(text, writer);
   XMLQueryStringParser parser(text);
   while (true) {
     const XMLQueryStringParser::Token token = parser.NextToken();
@@ -205,7 +208,7 @@ bool Configurable::process_text(const std::string& text, XMLWriter& writer, bool
           return false;
         break;
       case XMLQueryStringParser::ERROR:
-        write_error("Invalid query: " + parser.GetTokenString(), writer);
+        write_error(std::string("Invalid query: ").append(parser.GetTokenString()), writer);
         break;
       default:
         if (writer.Stream().tellp() > kAnswerLimit) {
@@ -239,27 +242,27 @@ void Configurable::answer(XMLQueryStringParser::Token query, XMLWriter& writer,
   }
 }
 
-bool Configurable::set_from_string(const std::string& text, XMLWriter& writer) {
+bool Configurable::set_from_string(std::string_view text, XMLWriter& writer) {
   return assign(text, &Configurable::read_value, writer);
 }
 
-bool Configurable::set_doctype_from_string(const std::string& text, XMLWriter& writer) {
+bool Configurable::set_doctype_from_string(std::string_view text, XMLWriter& writer) {
   return assign(text, &Configurable::read_doctype, writer);
 }
 
-bool Configurable::assign(const std::string& text, Reader reader, XMLWriter& writer) {
+bool Configurable::assign(std::string_view text, Reader reader, XMLWriter& writer) {
   // The refusal is said, and the value is taken all the same: clients rely on it.
   if (has_flag(Locked)) write_error("Configuration is locked", writer);
   if (has_flag(ReadOnly)) return true;
   if (reader == &Configurable::read_value && !has_flag(AttributesTouched)) clear_attributes();
-  const Borrowed<TextInput> in(std::string_view{text});
+  const Borrowed<TextInput> in(text);
   const Borrowed<TextOutput> err;
   (this->*reader)(*in, *err);
   if (!err->Text().empty()) write_error(err->Text(), writer);
   return !in->fail();
 }
 
-void Configurable::write_error(const std::string& message, XMLWriter& writer) {
+void Configurable::write_error(std::string_view message, XMLWriter& writer) {
   if (has_flag(ThrowErrors)) throw Error(_name, message);
   writer.start_element("Error");
   writer.attribute("Param", _name);

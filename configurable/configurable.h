@@ -6,6 +6,7 @@
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "configurable/configurable_visitor.h"
 #include "configurable/xml_parser.h"
@@ -77,7 +78,7 @@ class Configurable {
 
   class Error : public std::runtime_error {
    public:
-    Error(const std::string& item, const std::string& message);
+    Error(const std::string& item, std::string_view message);
   };
 
   explicit Configurable(std::string item_name);
@@ -116,19 +117,19 @@ class Configurable {
   virtual void set_locked(bool locked);
   virtual void set_throw_errors(bool throw_errors);
 
-  // Steps of reading, with `writer` for the answer. False ends the element that is read.
-  // The start tag is consumed already.
+  // Steps of reading, with `writer` for the answer. False ends the element that is read. Texts are
+  // valid until the parser moves. For read_element the start tag is consumed already.
   virtual bool read_element(XMLParser& parser, XMLWriter& writer);
-  virtual bool read_child_element(const std::string& tag, XMLParser& parser, XMLWriter& writer);
-  virtual bool read_attribute(const std::string& attribute, XMLWriter& writer);
-  virtual bool read_attribute_value(const std::string& attribute, const std::string& value,
+  virtual bool read_child_element(std::string_view tag, XMLParser& parser, XMLWriter& writer);
+  virtual bool read_attribute(std::string_view attribute, XMLWriter& writer);
+  virtual bool read_attribute_value(std::string_view attribute, std::string_view value,
                                     XMLWriter& writer);
   virtual void clear_attributes();
-  virtual bool set_from_string(const std::string& text, XMLWriter& writer);
+  virtual bool set_from_string(std::string_view text, XMLWriter& writer);
 
   // Steps of writing. "Context" is the node within the tags of its ancestors.
   virtual void write_value(XMLWriter& writer);
-  virtual bool set_doctype_from_string(const std::string& text, XMLWriter& writer);
+  virtual bool set_doctype_from_string(std::string_view text, XMLWriter& writer);
   virtual void write_doctype(XMLWriter& writer);
   virtual void write_changes(XMLWriter& writer);
   virtual void write_context(XMLWriter& writer);
@@ -151,14 +152,14 @@ class Configurable {
   void add_attribute(Configurable* attribute);
   void mark_changed();
 
-  void write_error(const std::string& message, XMLWriter& writer);
+  void write_error(std::string_view message, XMLWriter& writer);
   void write_start(XMLWriter& writer);
   void write_end(XMLWriter& writer);
   void write_element(XMLWriter& writer);
   void write_changes_element(XMLWriter& writer);
   void write_doctype_element(XMLWriter& writer);
   // Acts on the text of an element, or of the document itself. False ends the element.
-  bool process_text(const std::string& text, XMLWriter& writer, bool document_level);
+  bool process_text(std::string_view text, XMLWriter& writer, bool document_level);
 
   // The bare value and the bare type as texts.
   std::string value_text();
@@ -185,7 +186,7 @@ class Configurable {
 
   bool read_root(XMLParser& parser, XMLWriter& writer);
   void answer(XMLQueryStringParser::Token query, XMLWriter& writer, bool document_level);
-  bool assign(const std::string& text, Reader reader, XMLWriter& writer);
+  bool assign(std::string_view text, Reader reader, XMLWriter& writer);
   std::ostream& print_with(Writer write, std::ostream& out);
   void write_in_context(Writer attributes_part, Writer own_part, XMLWriter& writer);
   void write_path_start(XMLWriter& writer);

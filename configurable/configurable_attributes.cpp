@@ -10,18 +10,18 @@ void ConfigurableAttributes::add(Configurable* attribute) {
   adopt(*attribute);
 }
 
-Configurable* ConfigurableAttributes::find(const std::string& attribute) const {
+Configurable* ConfigurableAttributes::find(std::string_view attribute) const {
   for (Configurable* candidate : _attribute_list)
     if (candidate->name() == attribute) return candidate;
   return nullptr;
 }
 
-bool ConfigurableAttributes::read_attribute(const std::string& attribute, XMLWriter& writer) {
+bool ConfigurableAttributes::read_attribute(std::string_view attribute, XMLWriter& writer) {
   return process_text(attribute, writer, false);
 }
 
-bool ConfigurableAttributes::read_attribute_value(const std::string& attribute,
-                                                  const std::string& value, XMLWriter& writer) {
+bool ConfigurableAttributes::read_attribute_value(std::string_view attribute,
+                                                  std::string_view value, XMLWriter& writer) {
   // Back to plain mode on every path, an error that throws included.
   struct ValueMode {
     explicit ValueMode(bool& mode) : value_mode(mode) { value_mode = true; }
@@ -59,7 +59,7 @@ void ConfigurableAttributes::set_throw_errors(bool throw_errors) {
   for (Configurable* attribute : _attribute_list) attribute->set_throw_errors(throw_errors);
 }
 
-bool ConfigurableAttributes::set_from_string(const std::string& text, XMLWriter& writer) {
+bool ConfigurableAttributes::set_from_string(std::string_view text, XMLWriter& writer) {
   Configurable* target = find(_value_mode ? _current_name : text);
   if (target == nullptr) return true;
   if (!parent()->has_flag(AttributesTouched)) parent()->clear_attributes();
@@ -70,7 +70,7 @@ bool ConfigurableAttributes::set_from_string(const std::string& text, XMLWriter&
   return _value_mode ? target->set_from_string(text, writer) : true;
 }
 
-bool ConfigurableAttributes::set_doctype_from_string(const std::string& text, XMLWriter& writer) {
+bool ConfigurableAttributes::set_doctype_from_string(std::string_view text, XMLWriter& writer) {
   Configurable* target = _value_mode ? find(_current_name) : nullptr;
   return target == nullptr || target->set_doctype_from_string(text, writer);
 }
@@ -101,7 +101,7 @@ void ConfigurableAttributes::write_doctype(XMLWriter& writer) {
   }
 }
 
-void ConfigurableAttributes::write_pair(const std::string& word, const std::string& value,
+void ConfigurableAttributes::write_pair(const std::string& word, std::string_view value,
                                         XMLWriter& writer) {
   if (value.empty())
     writer.attribute(word);

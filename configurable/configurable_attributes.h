@@ -17,11 +17,11 @@ class ConfigurableAttributes : public Configurable {
   void add(Configurable* attribute);
   const std::vector<Configurable*>& attribute_list() const { return _attribute_list; }
   // Null if there is none of that name.
-  Configurable* find(const std::string& attribute) const;
+  Configurable* find(std::string_view attribute) const;
 
   // A word on the tag, and a word with a value, either of which may be or hold a query.
-  bool read_attribute(const std::string& attribute, XMLWriter& writer) override;
-  bool read_attribute_value(const std::string& attribute, const std::string& value,
+  bool read_attribute(std::string_view attribute, XMLWriter& writer) override;
+  bool read_attribute_value(std::string_view attribute, std::string_view value,
                             XMLWriter& writer) override;
   // Disables every attribute.
   void clear_attributes() override;
@@ -30,8 +30,8 @@ class ConfigurableAttributes : public Configurable {
   void set_locked(bool locked) override;
   void set_throw_errors(bool throw_errors) override;
 
-  bool set_from_string(const std::string& text, XMLWriter& writer) override;
-  bool set_doctype_from_string(const std::string& text, XMLWriter& writer) override;
+  bool set_from_string(std::string_view text, XMLWriter& writer) override;
+  bool set_doctype_from_string(std::string_view text, XMLWriter& writer) override;
   void write_value(XMLWriter& writer) override;
   void write_doctype(XMLWriter& writer) override;
   void write_context(XMLWriter& writer) override;
@@ -39,7 +39,7 @@ class ConfigurableAttributes : public Configurable {
   void write_doctype_context(XMLWriter& writer) override;
 
  private:
-  static void write_pair(const std::string& word, const std::string& value, XMLWriter& writer);
+  static void write_pair(const std::string& word, std::string_view value, XMLWriter& writer);
 
   std::vector<Configurable*> _attribute_list;
   bool _value_mode = false;   // a word with a value is being read

@@ -1,5 +1,18 @@
 #include "configurable/configurable_composite.h"
 
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+// Most names differ at once; a call to compare them costs more than all of this.
+bool SameName(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && !a.empty() && a.front() == b.front() &&
+         std::memcmp(a.data(), b.data(), a.size()) == 0;
+}
+
+}  // namespace
+
 void ConfigurableComposite::add(Configurable* child) {
   child_list.push_back(child);
   adopt(*child);
@@ -9,9 +22,9 @@ void ConfigurableComposite::add_all(std::initializer_list<Configurable*> members
   for (Configurable* member : members) add(member);
 }
 
-Configurable* ConfigurableComposite::find(const std::string& child_name) const {
+Configurable* ConfigurableComposite::find(std::string_view child_name) const {
   for (Configurable* child : child_list)
-    if (child->name() == child_name) return child;
+    if (SameName(child->name(), child_name)) return child;
   return nullptr;
 }
 
@@ -45,13 +58,20 @@ void ConfigurableComposite::accept(ConfigurableVisitor& visitor) {
   visitor.end_composite(*this);
 }
 
-bool ConfigurableComposite::read_child_element(const std::string& tag, XMLParser& parser,
+bool ConfigurableComposite::read_child_element(std::string_view tag, XMLParser& parser,
                                                XMLWriter& writer) {
+  const auto first = std::find_if(child_list.begin(), child_list.end(),
+                                  [tag](auto* child) { return SameName(child->name(), tag); });
   parser.SavePosition();
-  bool known = false;
-  for (Configurable* child : child_list) {
-    if (child->name() != tag) continue;
-    known = true;
+  if (first == child_list.end()) {
+    parser.SkipElement();
+    return true;
+  }
+  // The tag itself goes when the parser moves.
+  const std::string& name = (*first)->name();
+  for (auto next = first; next != child_list.end(); ++next) {
+    Configurable* child = *next;
+    if (!SameName(child->name(), name)) continue;
     if (child->has_flag(Active)) {
       parser.RestorePosition();
       // What fails in a child goes no higher: its element is passed, and the next one is read.
@@ -60,7 +80,6 @@ bool ConfigurableComposite::read_child_element(const std::string& tag, XMLParser
       parser.SkipElement();
     }
   }
-  if (!known) parser.SkipElement();
   return true;
 }
 

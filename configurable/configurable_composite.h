@@ -1,7 +1,7 @@
 #pragma once
 
 #include <initializer_list>
-#include <string>
+#include <string_view>
 #include <vector>
 
 #include "configurable/configurable.h"
@@ -19,7 +19,7 @@ class ConfigurableComposite : public Configurable {
 
   const std::vector<Configurable*>& children() const { return child_list; }
   // The first child of that name; null if there is none.
-  Configurable* find(const std::string& child_name) const;
+  Configurable* find(std::string_view child_name) const;
 
   void set_changed(bool changed) override;
   void set_locked(bool locked) override;
@@ -27,7 +27,7 @@ class ConfigurableComposite : public Configurable {
   // Resets the Active children.
   void reset() override;
   void accept(ConfigurableVisitor& visitor) override;
-  bool read_child_element(const std::string& tag, XMLParser& parser, XMLWriter& writer) override;
+  bool read_child_element(std::string_view tag, XMLParser& parser, XMLWriter& writer) override;
   void write_value(XMLWriter& writer) override;
   void write_doctype(XMLWriter& writer) override;
   void write_changes(XMLWriter& writer) override;

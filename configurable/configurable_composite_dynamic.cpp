@@ -67,13 +67,13 @@ bool ConfigurableCompositeDynamicBase::read_element(XMLParser& parser, XMLWriter
   return ConfigurableComposite::read_element(parser, writer);
 }
 
-bool ConfigurableCompositeDynamicBase::read_child_element(const std::string& tag, XMLParser& parser,
+bool ConfigurableCompositeDynamicBase::read_child_element(std::string_view tag, XMLParser& parser,
                                                           XMLWriter& writer) {
   if (clear_on_next) {
     remove_all();
     clear_on_next = false;
   }
-  add(make_child(tag).release());
+  add(make_child(std::string(tag)).release());
   if (!child_list.back()->read_element(parser, writer)) {
     remove_last();
     parser.SkipElement();

@@ -34,7 +34,7 @@ class ConfigurableCompositeDynamicBase : public ConfigurableComposite {
 
   void reset() override;
   bool read_element(XMLParser& parser, XMLWriter& writer) override;
-  bool read_child_element(const std::string& tag, XMLParser& parser, XMLWriter& writer) override;
+  bool read_child_element(std::string_view tag, XMLParser& parser, XMLWriter& writer) override;
   void write_changes(XMLWriter& writer) override;
 
  protected:

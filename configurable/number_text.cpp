@@ -81,7 +81,7 @@ bool ReadPlain(TextInput& in, Number& value) {
 
 template <class Number>
 void Read(std::istream& in, Number& value) {
-  auto* text = dynamic_cast<TextInput*>(&in);
+  TextInput* text = TextInput::From(in);
   const bool plain = text != nullptr && in.good() && in.flags() == kDefaultFlags;
   if (!plain || !ReadPlain(*text, value)) in >> value;
 }

@@ -1,20 +1,26 @@
 #pragma once
 
+#include <cstddef>
 #include <istream>
 #include <memory>
 #include <ostream>
 #include <streambuf>
 #include <string>
 #include <string_view>
-#include <utility>
+#include <typeinfo>
 #include <vector>
 
 // Standard streams over texts in memory. Making a stream costs more than reading a setting from it,
 // so they are kept for the next value: take one as a Borrowed<TextInput> or Borrowed<TextOutput>.
 
 // Reads from a text that must outlive the reading.
-class TextInput : public std::istream {
+class TextInput final : public std::istream {
  public:
+  // `in` itself if it is one of these, else null.
+  static TextInput* From(std::istream& in) {
+    return typeid(in) == typeid(TextInput) ? static_cast<TextInput*>(&in) : nullptr;
+  }
+
   TextInput() : std::istream(nullptr) { rdbuf(&buffer); }
   void Open(std::string_view text);
   // What is not read yet. The state of the stream does not follow Skip.
@@ -60,25 +66,19 @@ class Borrowed {
  public:
   template <class... Arguments>
   explicit Borrowed(Arguments... arguments) {
-    if (Store().empty()) {
-      stream = std::make_unique<Stream>();
-    } else {
-      stream = std::move(Store().back());
-      Store().pop_back();
-    }
+    if (borrowed == store.size()) store.push_back(std::make_unique<Stream>());
+    stream = store[borrowed++].get();
     stream->Open(arguments...);
   }
-  ~Borrowed() { Store().push_back(std::move(stream)); }
+  ~Borrowed() { --borrowed; }
   Borrowed(const Borrowed&) = delete;
   Borrowed& operator=(const Borrowed&) = delete;
 
   Stream& operator*() const { return *stream; }
-  Stream* operator->() const { return stream.get(); }
+  Stream* operator->() const { return stream; }
 
  private:
-  static std::vector<std::unique_ptr<Stream>>& Store() {
-    static std::vector<std::unique_ptr<Stream>> store;
-    return store;
-  }
-  std::unique_ptr<Stream> stream;
+  static inline std::vector<std::unique_ptr<Stream>> store;
+  static inline std::size_t borrowed = 0;
+  Stream* stream;
 };

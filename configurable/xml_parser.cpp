@@ -1,5 +1,6 @@
 #include "configurable/xml_parser.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 
@@ -33,7 +34,7 @@ void SkipDeclaration(CharSource& source) {
 
 }  // namespace
 
-XMLParser::XMLParser(std::istream& stream) : in(stream) {
+XMLParser::XMLParser(std::istream& stream) : in(stream), source(stream) {
   tokens.reserve(512);
   texts.reserve(4096);
   tokens.push_back({START_DOC, 0, 0, 0});
@@ -42,30 +43,19 @@ XMLParser::XMLParser(std::istream& stream) : in(stream) {
 XMLParser::Token XMLParser::NextToken() {
   if (GetCurrToken() == ERROR) return ERROR;
   if (current + 1 < tokens.size()) {
-    MoveTo(current + 1);
+    ++current;
     return GetCurrToken();
   }
-  token_string.clear();
-  token_value.clear();
-  Token kind = EndOrError();
-  if (!in.fail()) {
-    CharSource source(in);
-    kind = ReadToken(source);
-  }
+  token_start = texts.size();
+  token_string_end = std::string::npos;
+  const Token kind = in.fail() ? EndOrError() : ReadToken();
   if (kind == ERROR) in.setstate(std::ios_base::failbit);
-  tokens.push_back({kind, static_cast<std::uint32_t>(texts.size()),
-                    static_cast<std::uint32_t>(token_string.size()),
-                    static_cast<std::uint32_t>(token_value.size())});
-  texts.append(token_string).append(token_value);
+  const std::size_t end = std::min(token_string_end, texts.size());
+  tokens.push_back({kind, static_cast<std::uint32_t>(token_start),
+                    static_cast<std::uint32_t>(end - token_start),
+                    static_cast<std::uint32_t>(texts.size() - end)});
   current = tokens.size() - 1;
   return kind;
-}
-
-void XMLParser::MoveTo(std::size_t place) {
-  current = place;
-  const TokenInfo& token = tokens[place];
-  token_string.assign(texts, token.start, token.string_length);
-  token_value.assign(texts, token.start + token.string_length, token.value_length);
 }
 
 void XMLParser::ClearError() {
@@ -73,7 +63,7 @@ void XMLParser::ClearError() {
   if (GetCurrToken() != ERROR) return;
   // The error is no part of the document: who reads this element again does not meet it.
   tokens.resize(current);
-  MoveTo(current - 1);
+  --current;
 }
 
 XMLParser::Token XMLParser::SkipElement() {
@@ -99,12 +89,12 @@ XMLParser::Token XMLParser::SkipElement() {
   }
 }
 
-XMLParser::Token XMLParser::ReadToken(CharSource& source) {
+XMLParser::Token XMLParser::ReadToken() {
   source.SkipSpace();
-  return in_tag ? ReadInsideTag(source) : ReadOutsideTags(source);
+  return in_tag ? ReadInsideTag() : ReadOutsideTags();
 }
 
-XMLParser::Token XMLParser::ReadInsideTag(CharSource& source) {
+XMLParser::Token XMLParser::ReadInsideTag() {
   switch (source.Peek()) {
     case CharSource::kEnd:
       return EndOrError();
@@ -114,35 +104,36 @@ XMLParser::Token XMLParser::ReadInsideTag(CharSource& source) {
     case '>':
       source.Skip();
       in_tag = false;
-      return ReadOutsideTags(source);
+      return ReadOutsideTags();
     case '/': {
       source.Skip();
       const int next = source.Take();
       if (next == CharSource::kEnd) return EndOrError();
       if (next != '>') return Error("Invalid XML tag end sequence");
       in_tag = false;
-      token_string = tag_name;
+      texts.append(texts, tag_start, tag_length);
       return END_ELEMENT;
     }
     default:
-      return ReadAttribute(source);
+      return ReadAttribute();
   }
 }
 
-XMLParser::Token XMLParser::ReadAttribute(CharSource& source) {
-  xml_text::ReadName(source, token_string);
+XMLParser::Token XMLParser::ReadAttribute() {
+  xml_text::ReadName(source, texts);
   const int next = source.Peek();
   if (next == CharSource::kEnd) return EndOrError();
-  if (token_string.empty()) {
+  if (TokenStringEmpty()) {
     source.Skip();
     return Error("Empty XML tag name");
   }
   if (next != '=') return ATTRIBUTE;
   source.Skip();
-  return xml_text::ReadString(source, token_value) ? ATTRIBUTE_VALUE_PAIR : EndOrError();
+  EndTokenString();
+  return xml_text::ReadString(source, texts) ? ATTRIBUTE_VALUE_PAIR : EndOrError();
 }
 
-XMLParser::Token XMLParser::ReadOutsideTags(CharSource& source) {
+XMLParser::Token XMLParser::ReadOutsideTags() {
   while (true) {
     switch (source.Peek()) {
       case CharSource::kEnd:
@@ -153,7 +144,7 @@ XMLParser::Token XMLParser::ReadOutsideTags(CharSource& source) {
       case '<':
         break;
       default:
-        return xml_text::ReadString(source, token_string) ? STRING : EndOrError();
+        return xml_text::ReadString(source, texts) ? STRING : EndOrError();
     }
     source.Skip();
     switch (source.Peek()) {
@@ -166,40 +157,40 @@ XMLParser::Token XMLParser::ReadOutsideTags(CharSource& source) {
         SkipDeclaration(source);
         break;
       case '/':
-        return ReadEndTag(source);
+        return ReadEndTag();
       default:
-        return ReadStartTag(source);
+        return ReadStartTag();
     }
   }
 }
 
-XMLParser::Token XMLParser::ReadStartTag(CharSource& source) {
-  xml_text::ReadName(source, token_string);
-  if (token_string.empty()) return Error("Empty XML tag name");
+XMLParser::Token XMLParser::ReadStartTag() {
+  xml_text::ReadName(source, texts);
+  if (TokenStringEmpty()) return Error("Empty XML tag name");
   in_tag = true;
-  tag_name = token_string;
+  tag_start = token_start;
+  tag_length = texts.size() - token_start;
   return START_ELEMENT;
 }
 
-XMLParser::Token XMLParser::ReadEndTag(CharSource& source) {
+XMLParser::Token XMLParser::ReadEndTag() {
   source.Skip();
-  xml_text::ReadName(source, token_string);
+  xml_text::ReadName(source, texts);
   const int next = source.Take();
   if (next == CharSource::kEnd) return EndOrError();
-  if (token_string.empty()) return Error("Empty XML tag name");
+  if (TokenStringEmpty()) return Error("Empty XML tag name");
   if (next != '>') return Error("Invalid XML tag end sequence");
   return END_ELEMENT;
 }
 
 XMLParser::Token XMLParser::EndOrError() {
-  token_string.clear();
-  token_value.clear();
+  texts.resize(token_start);
   return in.eof() ? END_DOC : ERROR;
 }
 
 XMLParser::Token XMLParser::Error(std::string_view message) {
-  token_string = message;
-  token_value.clear();
+  texts.resize(token_start);
+  texts.append(message);
   return ERROR;
 }
 

@@ -8,9 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace xml_text {
-class CharSource;
-}
+#include "configurable/xml_text.h"
 
 // Turns a stream into the tokens of the XML language. It is no validating parser and builds no
 // document: the settings tree drives the walk, and several items of one name can read the same
@@ -32,7 +30,7 @@ class XMLParser {
     ERROR,    // string: what is wrong; sticky until ClearError
   };
 
-  // `stream` must outlive this.
+  // `stream` must outlive this, and is nobody else's to read meanwhile.
   explicit XMLParser(std::istream& stream);
 
   // Moves on and returns the kind of the next token. An ERROR also sets the stream's failbit.
@@ -40,19 +38,24 @@ class XMLParser {
   // The token that the parser stands on: START_DOC at first. The texts are valid until the parser
   // moves.
   Token GetCurrToken() const { return tokens[current].kind; }
-  const std::string& GetTokenString() const { return token_string; }
-  const std::string& GetTokenValue() const { return token_value; }
+  std::string_view GetTokenString() const {
+    return {texts.data() + tokens[current].start, tokens[current].string_length};
+  }
+  std::string_view GetTokenValue() const {
+    return {texts.data() + tokens[current].start + tokens[current].string_length,
+            tokens[current].value_length};
+  }
 
   // Restoring goes back to the token of the last SavePosition.
   void SavePosition() { mark = current; }
-  void RestorePosition() { MoveTo(mark); }
+  void RestorePosition() { current = mark; }
   // Takes an error away, from the stream too, so that reading goes on behind it.
   void ClearError();
   // Passes the rest of the element that is open. Returns the kind at which it stopped.
   Token SkipElement();
 
  private:
-  // A token: where its texts stand in `texts`, the value behind the string.
+  // Where the texts of a token stand in `texts`, the value behind the string.
   struct TokenInfo {
     Token kind;
     std::uint32_t start;
@@ -60,26 +63,31 @@ class XMLParser {
     std::uint32_t value_length;
   };
 
-  void MoveTo(std::size_t place);
-  Token ReadToken(xml_text::CharSource& source);
-  Token ReadInsideTag(xml_text::CharSource& source);
-  Token ReadOutsideTags(xml_text::CharSource& source);
-  Token ReadStartTag(xml_text::CharSource& source);
-  Token ReadEndTag(xml_text::CharSource& source);
-  Token ReadAttribute(xml_text::CharSource& source);
+  Token ReadToken();
+  Token ReadInsideTag();
+  Token ReadOutsideTags();
+  Token ReadStartTag();
+  Token ReadEndTag();
+  Token ReadAttribute();
+  // The token that is being read, so far: its texts are the end of `texts`.
+  bool TokenStringEmpty() const { return texts.size() == token_start; }
+  void EndTokenString() { token_string_end = texts.size(); }
   // The stream has ended: END_DOC, or ERROR for another reason.
   Token EndOrError();
   Token Error(std::string_view message);
 
   std::istream& in;
+  xml_text::CharSource source;
   std::vector<TokenInfo> tokens;
   std::string texts;
   std::size_t current = 0;
   std::size_t mark = 0;
-  std::string token_string;  // of the token at `current`
-  std::string token_value;
-  std::string tag_name;  // of the start tag that is being read
-  bool in_tag = false;   // between the name of a start tag and its '>'
+  std::size_t token_start = 0;  // of the token that is being read, in `texts`
+  std::size_t token_string_end = 0;
+  // The name of the start tag that is being read, in `texts`.
+  std::size_t tag_start = 0;
+  std::size_t tag_length = 0;
+  bool in_tag = false;  // between the name of a start tag and its '>'
 };
 
 // The kind's name, for traces.

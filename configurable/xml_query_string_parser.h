@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 // Splits the text of one element or attribute into query entities, doctypes in braces, and plain
 // text. Never throws on bad input.
@@ -22,7 +23,7 @@ class XMLQueryStringParser {
     ERROR,  // any other "&query...;"
   };
 
-  explicit XMLQueryStringParser(const std::string& whole_text) : text(whole_text) {}
+  explicit XMLQueryStringParser(std::string_view whole_text) : text(whole_text) {}
 
   // Moves on and returns the kind of the next token; the first is START_STRING.
   Token NextToken();

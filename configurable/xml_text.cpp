@@ -48,7 +48,8 @@ bool ReadQuoted(CharSource& source, char quote, std::string& text) {
 
 void ReadPlain(CharSource& source, std::string& text) {
   // Text and inner white space go in as they come; white space behind the last text goes again.
-  std::size_t kept = text.size();
+  const std::size_t start = text.size();
+  std::size_t kept = start;
   while (true) {
     source.TakeWhile([](char byte) { return !Is(byte, kTextStop); }, text);
     const int stop = source.Peek();
@@ -63,7 +64,7 @@ void ReadPlain(CharSource& source, std::string& text) {
       break;
     }
   }
-  if (!text.empty() && Is(text.back(), kSpace)) text.resize(kept);
+  if (text.size() > start && Is(text.back(), kSpace)) text.resize(kept);
 }
 
 }  // namespace
@@ -80,11 +81,15 @@ int CharSource::Refill() {
 }
 
 void ReadName(CharSource& source, std::string& name) {
+  if (const std::string_view whole = source.TakeName(); !whole.empty()) {
+    name.append(whole);
+    return;
+  }
   const int first = source.Peek();
   if (first == CharSource::kEnd || !Is(static_cast<char>(first), kNameStart)) return;
   source.Skip();
   name += static_cast<char>(first);
-  source.TakeWhile([](char byte) { return Is(byte, kNamePart) && byte != ';'; }, name);
+  source.TakeWhile([](char byte) { return Is(byte, kNamePart); }, name);
   if (source.Peek() != ';') return;
   source.Skip();
   name += ';';
@@ -112,8 +117,8 @@ bool ReadString(CharSource& source, std::string& text) {
 std::string_view NameIn(std::string_view text) {
   if (text.empty() || !Is(text.front(), kNameStart)) return {};
   std::size_t length = 1;
-  while (length < text.size() && Is(text[length], kNamePart))
-    if (text[length++] == ';') break;
+  while (length < text.size() && Is(text[length], kNamePart)) ++length;
+  if (length < text.size() && text[length] == ';') ++length;
   return text.substr(0, length);
 }
 

@@ -15,7 +15,7 @@ namespace xml_text {
 enum CharClass : std::uint8_t {
   kSpace = 1,
   kNameStart = 2,
-  kNamePart = 4,
+  kNamePart = 4,     // behind the first character; a ';' ends a name and belongs to it
   kTextStop = 8,     // ends or interrupts a run of plain text: < > " ' & and white space
   kNeedsEscape = 16  // " ' < > &
 };
@@ -31,7 +31,7 @@ constexpr std::array<std::uint8_t, 256> MakeClasses() {
   mark(" \t\n\v\f\r", kSpace | kTextStop);
   mark("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz:_", kNameStart | kNamePart);
   mark("&", kNameStart);
-  mark("0123456789-.;", kNamePart);
+  mark("0123456789-.", kNamePart);
   mark("\"'<>&", kTextStop | kNeedsEscape);
   return classes;
 }
@@ -65,6 +65,18 @@ class CharSource {
   void Skip() { ++next; }
   void SkipSpace() {
     while (Peek() != kEnd && Is(*next, kSpace)) ++next;
+  }
+  // Takes a name that stands whole in the buffer's memory; empty if there is none, or none whole.
+  std::string_view TakeName() {
+    const char* at = next;
+    if (at == end || !Is(*at, kNameStart)) return {};
+    do ++at;
+    while (at != end && Is(*at, kNamePart));
+    if (at == end) return {};
+    if (*at == ';') ++at;
+    const std::string_view name(next, static_cast<std::size_t>(at - next));
+    next = at;
+    return name;
   }
   // Appends characters for as long as `goes_on` holds.
   template <class Condition>

@@ -5,13 +5,14 @@
 #include <cstdlib>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "configurable/xml_parser.h"
 #include "configurable/xml_query_string_parser.h"
 
 namespace {
 
-void SplitText(const std::string& text) {
+void SplitText(std::string_view text) {
   XMLQueryStringParser parser(text);
   std::string together;
   while (parser.NextToken() != XMLQueryStringParser::END_STRING) {

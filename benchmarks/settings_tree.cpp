@@ -1,0 +1,179 @@
+// What the settings tree costs beside pugixml, a fast in-memory XML library, on the same bytes:
+// (a) answering &query; on the root, against printing a parsed document; (b) reading a full
+// settings file into the tree, against parsing it; (c) one small write with its answer, against
+// parsing the write, setting the value in a parsed document and printing the answer.
+//
+// Instructions are counted by callgrind: this program runs itself under it at two lengths, and the
+// difference is what the turns in between took. Times are of this run, and noisy.
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <iomanip>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <pugixml.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "liborrel/doctavo/doc_tavo.h"
+
+namespace {
+
+const std::string kWrite =
+    "<nemra><tavo><cfg><lightsource><Q_setpoint>350.5</Q_setpoint></lightsource></cfg></tavo>"
+    "</nemra>\n";
+
+// A sink without a cost of its own.
+struct StringWriter : pugi::xml_writer {
+  void write(const void* data, std::size_t size) override {
+    text.append(static_cast<const char*>(data), size);
+  }
+  std::string text;
+};
+
+// Both sides, with what they work on.
+class Subjects {
+ public:
+  Subjects() {
+    std::ostringstream printed;
+    doc.print_tree(printed);
+    settings_file = printed.str();
+    parsed.load_buffer(settings_file.data(), settings_file.size());
+    set_compact(answer, true);
+  }
+
+  std::size_t Query() {
+    in.clear();
+    in.str("&query;\n");
+    return Answer([this] { doc.read_document(in, answer); });
+  }
+  std::size_t PugiPrint() {
+    writer.text.clear();
+    parsed.save(writer, "", pugi::format_raw | pugi::format_no_declaration);
+    return writer.text.size();
+  }
+
+  std::size_t ReadFile() {
+    in.clear();
+    in.str(settings_file);
+    return Answer([this] { doc.read_document(in, answer); });
+  }
+  std::size_t PugiParse() {
+    pugi::xml_document document;
+    document.load_buffer(settings_file.data(), settings_file.size());
+    return 0;
+  }
+
+  std::size_t Write() {
+    in.clear();
+    in.str(kWrite);
+    return Answer([this] {
+      doc.request(in, answer);
+      doc.print_ack(answer);
+    });
+  }
+  std::size_t PugiWrite() {
+    pugi::xml_document write;
+    write.load_buffer(kWrite.data(), kWrite.size());
+    const auto path = [](pugi::xml_document& document) {
+      return document.child("nemra")
+          .child("tavo")
+          .child("cfg")
+          .child("lightsource")
+          .child("Q_setpoint");
+    };
+    path(parsed).text().set(path(write).text().as_float());
+    writer.text.clear();
+    writer.text.append("<nemra><tavo>");
+    parsed.child("nemra").child("tavo").child("ack").print(writer, "", pugi::format_raw);
+    writer.text.append("</tavo></nemra>");
+    return writer.text.size();
+  }
+
+  std::size_t FileSize() const { return settings_file.size(); }
+
+ private:
+  std::size_t Answer(const std::function<void()>& act) {
+    answer.str("");
+    act();
+    return static_cast<std::size_t>(answer.tellp());
+  }
+
+  DocTavo doc;
+  std::string settings_file;
+  std::istringstream in;
+  std::ostringstream answer;
+  pugi::xml_document parsed;
+  StringWriter writer;
+};
+
+const std::map<std::string, std::size_t (Subjects::*)()> kCases = {
+    {"a", &Subjects::Query},    {"a-pugixml", &Subjects::PugiPrint},
+    {"b", &Subjects::ReadFile}, {"b-pugixml", &Subjects::PugiParse},
+    {"c", &Subjects::Write},    {"c-pugixml", &Subjects::PugiWrite},
+};
+
+void Run(const std::string& name, int turns) {
+  Subjects subjects;
+  for (int i = 0; i < turns; ++i) (subjects.*kCases.at(name))();
+}
+
+double Microseconds(const std::string& name) {
+  constexpr int kTurns = 2000;
+  Subjects subjects;
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < kTurns; ++i) (subjects.*kCases.at(name))();
+  const std::chrono::duration<double, std::micro> taken = std::chrono::steady_clock::now() - start;
+  return taken.count() / kTurns;
+}
+
+// Instructions of this program when it runs `name` for `turns` turns.
+long Instructions(const std::string& program, const std::string& name, int turns) {
+  const std::string command = "valgrind --tool=callgrind --callgrind-out-file=/dev/null '" +
+                              program + "' " + name + " " + std::to_string(turns) + " 2>&1";
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+  std::array<char, 512> line = {};
+  const std::string marker = "Collected : ";
+  std::string output;
+  while (pipe && fgets(line.data(), line.size(), pipe.get()) != nullptr) output += line.data();
+  const std::size_t at = output.find(marker);
+  if (at == std::string::npos) throw std::runtime_error("valgrind does not count: " + output);
+  return std::stol(output.substr(at + marker.size()));
+}
+
+double InstructionsPerTurn(const std::string& program, const std::string& name) {
+  constexpr int kShort = 20;
+  constexpr int kLong = 120;
+  return static_cast<double>(Instructions(program, name, kLong) -
+                             Instructions(program, name, kShort)) /
+         (kLong - kShort);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 3) {
+    Run(argv[1], std::stoi(argv[2]));
+    return 0;
+  }
+  try {
+    std::cout << "settings file: " << Subjects().FileSize() << " bytes\n"
+              << "case  instructions    pugixml  ratio       us  pugixml\n"
+              << std::fixed;
+    for (const std::string name : {"a", "b", "c"}) {
+      const double ours = InstructionsPerTurn(argv[0], name);
+      const double theirs = InstructionsPerTurn(argv[0], name + "-pugixml");
+      std::cout << "(" << name << ")   " << std::setprecision(0) << std::setw(12) << ours
+                << std::setw(11) << theirs << std::setprecision(2) << std::setw(7) << ours / theirs
+                << std::setprecision(1) << std::setw(9) << Microseconds(name) << std::setw(9)
+                << Microseconds(name + "-pugixml") << "\n";
+    }
+  } catch (const std::exception& error) {
+    std::cerr << "settings_tree: " << error.what() << "\n";
+    return 1;
+  }
+}
