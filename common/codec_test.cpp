@@ -11,8 +11,8 @@
 
 #include "common/base64.h"
 #include "common/delim_parser.h"
-#include "common/self_test.h"
 #include "common/str_util.h"
+#include "common/test_registry.h"
 #include "common/zlib.h"
 
 void TestStrUtil(std::ostream& out);

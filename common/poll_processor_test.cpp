@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "common/self_test.h"
+#include "common/test_registry.h"
 
 void StreamFileCases();
 void SocketCases();

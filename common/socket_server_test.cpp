@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "common/poll_processor.h"
-#include "common/self_test.h"
+#include "common/test_registry.h"
 
 void SocketServerCases();
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "common/self_test.h"
+#include "common/test_registry.h"
 
 void SocketCases();
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "common/errno_error.h"
-#include "common/self_test.h"
+#include "common/test_registry.h"
 
 void StreamFileCases();
 

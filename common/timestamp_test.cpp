@@ -7,7 +7,7 @@
 #include <sstream>
 #include <string>
 
-#include "common/self_test.h"
+#include "common/test_registry.h"
 
 void TestTimestamp(std::ostream& out);
 

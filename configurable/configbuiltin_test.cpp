@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "common/self_test.h"
+#include "common/test_registry.h"
 #include "configurable/configurable_composite.h"
 #include "configurable/json_printer_visitor.h"
 #include "configurable/number_text.h"

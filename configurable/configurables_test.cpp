@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "common/self_test.h"
+#include "common/test_registry.h"
 #include "configurable/configbuiltin.h"
 #include "configurable/configurable_attributes.h"
 #include "configurable/configurable_composite.h"

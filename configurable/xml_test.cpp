@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "common/self_test.h"
+#include "common/test_registry.h"
 #include "configurable/xml_parser.h"
 #include "configurable/xml_query_string_parser.h"
 #include "configurable/xml_string.h"

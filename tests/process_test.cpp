@@ -10,7 +10,7 @@
 
 #include "bench/bench_platform.h"
 #include "bench/head.h"
-#include "common/self_test.h"
+#include "common/test_registry.h"
 #include "leaf/lumet/lumet_app.h"
 
 namespace {
@@ -136,14 +136,12 @@ TEST(Process, LivesFromItsPidFileToTheSafeState) {
   EXPECT_FALSE(std::filesystem::exists(pid_file));
 }
 
-TEST(Process, EndsOrderlyOnEachSignal) {
-  for (const int signo : {SIGTERM, SIGINT}) {
-    const TemporaryDirectory root;
-    Head head(root.Path(), Head::PlayedBy::kCaller);
-    head.SignalProcessor().ReadPacket();
-    EXPECT_EQ(head.Stop(signo), 0);
-    EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kSafeState);
-  }
+TEST(Process, EndsOrderlyWhenTerminated) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kCaller);
+  head.SignalProcessor().ReadPacket();
+  EXPECT_EQ(head.Stop(SIGTERM), 0);
+  EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kSafeState);
 }
 
 TEST(Process, EndsWhenTheProcessorIsGone) {

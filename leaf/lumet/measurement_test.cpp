@@ -6,7 +6,7 @@
 #include <sstream>
 #include <string>
 
-#include "common/self_test.h"
+#include "common/test_registry.h"
 #include "leaf/lumet/light_quantities.h"
 #include "leaf/lumet/rows.h"
 

@@ -1,6 +1,6 @@
 #include "leaf/lumet/self_tests.h"
 
-#include "common/self_test.h"
+#include "common/test_registry.h"
 
 // Each stands in the *_test.cpp beside the code that it checks.
 void TestLumet(std::ostream& out);

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "common/self_test.h"
+#include "common/test_registry.h"
 #include "configurable/json_printer_visitor.h"
 
 void TestDocTavo(std::ostream& out);

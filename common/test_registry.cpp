@@ -1,4 +1,4 @@
-#include "common/self_test.h"
+#include "common/test_registry.h"
 
 #include <cstdlib>
 #include <iostream>
