@@ -308,8 +308,8 @@ std::ostream& ConfigurableMultipleChoice::print_doctype(std::ostream& out) {
 }
 
 ConfigurableTimestampBase::ConfigurableTimestampBase(const std::string& item_name,
-                                                     const Timestamp& value)
-    : Configurable(item_name), _value(value), _default_value(value) {}
+                                                     const Timestamp& value, const Form& form)
+    : Configurable(item_name), _value(value), _default_value(value), _form(form) {}
 
 void ConfigurableTimestampBase::set(const Timestamp& value) {
   if (value.get() == _value.get()) return;
@@ -317,95 +317,83 @@ void ConfigurableTimestampBase::set(const Timestamp& value) {
   set_changed(true);
 }
 
-std::istream& ConfigurableTimestamp::read_value(std::istream& in, std::ostream& err) {
+std::istream& ConfigurableTimestampBase::read_value(std::istream& in, std::ostream& err) {
   Timestamp value;
-  if (in >> value)
+  if (_form.read(in, value))
     set(value);
   else
-    err << "unable to read Timestamp\n";
+    err << _form.complaint << "\n";
   return in;
 }
 
-std::ostream& ConfigurableTimestamp::print_value(std::ostream& out) { return out << get(); }
-
-std::ostream& ConfigurableTimestamp::print_doctype(std::ostream& out) {
-  return out << "YYYY-MM-DD HH:MM:SS.SS";
-}
-
-std::istream& ConfigurableDate::read_value(std::istream& in, std::ostream& err) {
-  int year = 0;
-  int month = 0;
-  int day = 0;
-  if (ReadParts(in, '-', {&year, &month, &day}))
-    set(Timestamp(year, month, day, 0, 0, 0));
-  else
-    err << "unable to read date (should be YYYY-MM-DD)\n";
-  return in;
-}
-
-std::ostream& ConfigurableDate::print_value(std::ostream& out) {
-  PrintParts(out, '-', {get().GetYear(), get().GetMonth(), get().GetDay()}, 4);
+std::ostream& ConfigurableTimestampBase::print_value(std::ostream& out) {
+  _form.print(out, _value);
   return out;
 }
 
-std::ostream& ConfigurableDate::print_doctype(std::ostream& out) { return out << "YYYY-MM-DD"; }
-
-std::istream& ConfigurableDate_YearMonth::read_value(std::istream& in, std::ostream& err) {
-  int year = 0;
-  int month = 0;
-  if (ReadParts(in, '-', {&year, &month}))
-    set(Timestamp(year, month, 1, 0, 0, 0));
-  else
-    err << "unable to read date (should be YYYY-MM)\n";
-  return in;
+std::ostream& ConfigurableTimestampBase::print_doctype(std::ostream& out) {
+  return out << _form.doctype;
 }
 
-std::ostream& ConfigurableDate_YearMonth::print_value(std::ostream& out) {
-  PrintParts(out, '-', {get().GetYear(), get().GetMonth()}, 4);
-  return out;
-}
+const ConfigurableTimestampBase::Form ConfigurableTimestampBase::kTimestamp = {
+    [](std::istream& in, Timestamp& value) { return static_cast<bool>(in >> value); },
+    [](std::ostream& out, const Timestamp& value) { out << value; }, "YYYY-MM-DD HH:MM:SS.SS",
+    "unable to read Timestamp"};
 
-std::ostream& ConfigurableDate_YearMonth::print_doctype(std::ostream& out) {
-  return out << "YYYY-MM";
-}
+const ConfigurableTimestampBase::Form ConfigurableTimestampBase::kDate = {
+    [](std::istream& in, Timestamp& value) {
+      int year = 0;
+      int month = 0;
+      int day = 0;
+      if (!ReadParts(in, '-', {&year, &month, &day})) return false;
+      value = Timestamp(year, month, day, 0, 0, 0);
+      return true;
+    },
+    [](std::ostream& out, const Timestamp& value) {
+      PrintParts(out, '-', {value.GetYear(), value.GetMonth(), value.GetDay()}, 4);
+    },
+    "YYYY-MM-DD", "unable to read date (should be YYYY-MM-DD)"};
 
-std::istream& ConfigurableTime::read_value(std::istream& in, std::ostream& err) {
-  int hours = 0;
-  int minutes = 0;
-  int seconds = 0;
-  if (ReadParts(in, ':', {&hours, &minutes, &seconds}))
-    set(TimeOfDay(hours, minutes, seconds));
-  else
-    err << "unable to read time (should be HH:MM:SS)\n";
-  return in;
-}
+const ConfigurableTimestampBase::Form ConfigurableTimestampBase::kYearMonth = {
+    [](std::istream& in, Timestamp& value) {
+      int year = 0;
+      int month = 0;
+      if (!ReadParts(in, '-', {&year, &month})) return false;
+      value = Timestamp(year, month, 1, 0, 0, 0);
+      return true;
+    },
+    [](std::ostream& out, const Timestamp& value) {
+      PrintParts(out, '-', {value.GetYear(), value.GetMonth()}, 4);
+    },
+    "YYYY-MM", "unable to read date (should be YYYY-MM)"};
 
-std::ostream& ConfigurableTime::print_value(std::ostream& out) {
-  PrintParts(out, ':', {get().GetHour(), get().GetMinute(), static_cast<int>(get().GetSecond())},
-             2);
-  return out;
-}
+const ConfigurableTimestampBase::Form ConfigurableTimestampBase::kTimeOfDay = {
+    [](std::istream& in, Timestamp& value) {
+      int hours = 0;
+      int minutes = 0;
+      int seconds = 0;
+      if (!ReadParts(in, ':', {&hours, &minutes, &seconds})) return false;
+      value = TimeOfDay(hours, minutes, seconds);
+      return true;
+    },
+    [](std::ostream& out, const Timestamp& value) {
+      const int seconds = static_cast<int>(value.GetSecond());
+      PrintParts(out, ':', {value.GetHour(), value.GetMinute(), seconds}, 2);
+    },
+    "HH:MM:SS", "unable to read time (should be HH:MM:SS)"};
 
-std::ostream& ConfigurableTime::print_doctype(std::ostream& out) { return out << "HH:MM:SS"; }
-
-std::istream& ConfigurableTime_HourMinutes::read_value(std::istream& in, std::ostream& err) {
-  int hours = 0;
-  int minutes = 0;
-  if (ReadParts(in, ':', {&hours, &minutes}))
-    set(TimeOfDay(hours, minutes, 0));
-  else
-    err << "unable to read time (should be HH:MM)\n";
-  return in;
-}
-
-std::ostream& ConfigurableTime_HourMinutes::print_value(std::ostream& out) {
-  PrintParts(out, ':', {get().GetHour(), get().GetMinute()}, 2);
-  return out;
-}
-
-std::ostream& ConfigurableTime_HourMinutes::print_doctype(std::ostream& out) {
-  return out << "HH:MM";
-}
+const ConfigurableTimestampBase::Form ConfigurableTimestampBase::kHourMinutes = {
+    [](std::istream& in, Timestamp& value) {
+      int hours = 0;
+      int minutes = 0;
+      if (!ReadParts(in, ':', {&hours, &minutes})) return false;
+      value = TimeOfDay(hours, minutes, 0);
+      return true;
+    },
+    [](std::ostream& out, const Timestamp& value) {
+      PrintParts(out, ':', {value.GetHour(), value.GetMinute()}, 2);
+    },
+    "HH:MM", "unable to read time (should be HH:MM)"};
 
 ConfigUnitsAttribute::ConfigUnitsAttribute(const std::string& unit)
     : ConfigurableString("units", unit) {

@@ -164,28 +164,42 @@ class ConfigurableMultipleChoice : public Configurable {
   int _default_index;
 };
 
-// What the leaves that hold a Timestamp have in common: its text form is all that differs.
+// What the leaves that hold a Timestamp have in common: they differ in their text form alone.
 class ConfigurableTimestampBase : public Configurable {
  public:
   const Timestamp& get() const { return _value; }
   void set(const Timestamp& value);
+
   void reset() override { set(_default_value); }
+  std::istream& read_value(std::istream& in, std::ostream& err) override;
+  std::ostream& print_value(std::ostream& out) override;
+  std::ostream& print_doctype(std::ostream& out) override;
 
  protected:
-  ConfigurableTimestampBase(const std::string& item_name, const Timestamp& value);
+  struct Form {
+    bool (*read)(std::istream& in, Timestamp& value);
+    void (*print)(std::ostream& out, const Timestamp& value);
+    const char* doctype;
+    const char* complaint;
+  };
+  static const Form kTimestamp;
+  static const Form kDate;
+  static const Form kYearMonth;
+  static const Form kTimeOfDay;
+  static const Form kHourMinutes;
+  ConfigurableTimestampBase(const std::string& item_name, const Timestamp& value, const Form& form);
 
  private:
   Timestamp _value;
   Timestamp _default_value;
+  const Form& _form;
 };
 
+// YYYY-MM-DD HH:MM:SS.SS
 class ConfigurableTimestamp : public ConfigurableTimestampBase {
  public:
   ConfigurableTimestamp(const std::string& item_name, const Timestamp& value)
-      : ConfigurableTimestampBase(item_name, value) {}
-  std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+      : ConfigurableTimestampBase(item_name, value, kTimestamp) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
@@ -193,10 +207,7 @@ class ConfigurableTimestamp : public ConfigurableTimestampBase {
 class ConfigurableDate : public ConfigurableTimestampBase {
  public:
   ConfigurableDate(const std::string& item_name, const Timestamp& value)
-      : ConfigurableTimestampBase(item_name, value) {}
-  std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+      : ConfigurableTimestampBase(item_name, value, kDate) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
@@ -204,10 +215,7 @@ class ConfigurableDate : public ConfigurableTimestampBase {
 class ConfigurableDate_YearMonth : public ConfigurableTimestampBase {
  public:
   ConfigurableDate_YearMonth(const std::string& item_name, const Timestamp& value)
-      : ConfigurableTimestampBase(item_name, value) {}
-  std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+      : ConfigurableTimestampBase(item_name, value, kYearMonth) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
@@ -215,10 +223,7 @@ class ConfigurableDate_YearMonth : public ConfigurableTimestampBase {
 class ConfigurableTime : public ConfigurableTimestampBase {
  public:
   ConfigurableTime(const std::string& item_name, const Timestamp& value)
-      : ConfigurableTimestampBase(item_name, value) {}
-  std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+      : ConfigurableTimestampBase(item_name, value, kTimeOfDay) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
@@ -226,10 +231,7 @@ class ConfigurableTime : public ConfigurableTimestampBase {
 class ConfigurableTime_HourMinutes : public ConfigurableTimestampBase {
  public:
   ConfigurableTime_HourMinutes(const std::string& item_name, const Timestamp& value)
-      : ConfigurableTimestampBase(item_name, value) {}
-  std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+      : ConfigurableTimestampBase(item_name, value, kHourMinutes) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 

@@ -166,6 +166,8 @@ XMLParser::Token XMLParser::ReadOutsideTags() {
 
 XMLParser::Token XMLParser::ReadStartTag() {
   xml_text::ReadName(source, texts);
+  // A name that the stream cuts off is none.
+  if (source.Peek() == CharSource::kEnd) return EndOrError();
   if (TokenStringEmpty()) return Error("Empty XML tag name");
   in_tag = true;
   tag_start = token_start;

@@ -109,6 +109,7 @@ void TestXMLParser(std::ostream&) {
       {"<a>1 &lt; 2</a>", "START_ELEMENT(a) STRING(1 < 2) END_ELEMENT(a) "},
       {"", ""},
       {"<a b='unended", "START_ELEMENT(a) "},
+      {"<a><unen", "START_ELEMENT(a) "},
       {"<a>unended", "START_ELEMENT(a) STRING(unended) "},
       {"<!-- unended <a/>", ""},
   };
