@@ -15,7 +15,7 @@ int LayoutWord() {
 
 // What one document may answer at most. A few bytes of query can ask for the whole tree, so an
 // answer could grow to a thousand times its request.
-constexpr std::streamoff kAnswerLimit = std::streamoff{16} << 20;
+constexpr std::size_t kAnswerLimit = std::size_t{16} << 20;
 
 }  // namespace
 
@@ -211,7 +211,7 @@ bool Configurable::process_text(std::string_view text, XMLWriter& writer, bool d
         write_error(std::string("Invalid query: ").append(parser.GetTokenString()), writer);
         break;
       default:
-        if (writer.Stream().tellp() > kAnswerLimit) {
+        if (writer.Length() > kAnswerLimit) {
           write_error("Answer too long", writer);
           return false;
         }
