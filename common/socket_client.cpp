@@ -54,7 +54,7 @@ void SocketClient::CloseAfterSend() {
 
 void SocketClient::Close() {
   if (IsOpen()) {
-    server.Tell([this](SocketServerListener& listener) { listener.ClientDisconnected(this); });
+    Tell([this](SocketServerListener& listener) { listener.ClientDisconnected(this); });
     socket.Close();
     // The object may live long after this; its backlog need not.
     pending = std::string();
@@ -76,7 +76,7 @@ void SocketClient::WantWrite(bool want) {
 void SocketClient::NoteActive() {
   if ((state & kActive) != 0) return;
   state |= kActive;
-  server.Tell([this](SocketServerListener& listener) { listener.ClientActive(this); });
+  Tell([this](SocketServerListener& listener) { listener.ClientActive(this); });
 }
 
 void SocketClient::HandleRead() {
@@ -107,7 +107,7 @@ void SocketClient::ReadChunk() {
   GotEndOfInput();
   SetEvents(static_cast<unsigned short>(GetEvents() & ~unsigned{POLLIN}));
   state |= kInputEnded;
-  server.Tell([this](SocketServerListener& listener) { listener.ClientInputEnded(this); });
+  Tell([this](SocketServerListener& listener) { listener.ClientInputEnded(this); });
   if ((state & kOutputShutDown) != 0) Close();
 }
 
@@ -132,7 +132,7 @@ void SocketClient::FinishWriting() {
   if ((state & kOutputShutDown) == 0) {
     socket.Shutdown(SHUT_WR);
     state |= kOutputShutDown;
-    server.Tell([this](SocketServerListener& listener) { listener.ClientOutputEnded(this); });
+    Tell([this](SocketServerListener& listener) { listener.ClientOutputEnded(this); });
   }
   if ((state & kInputEnded) != 0) Close();
 }
@@ -151,7 +151,7 @@ void SocketClient::CloseOn(const char* event) {
 void SocketClient::GotData(const std::string& text) { TellRequest(text); }
 
 void SocketClient::TellRequest(const std::string& text) {
-  server.Tell([&](SocketServerListener& listener) { listener.GotRequest(this, text); });
+  Tell([&](SocketServerListener& listener) { listener.GotRequest(this, text); });
 }
 
 void SocketClientParseData::GotData(const std::string& text) {

@@ -67,6 +67,9 @@ class SocketClient : public PollItem {
   // The peer has shut down its sending side.
   virtual void GotEndOfInput() {}
   void TellRequest(const std::string& text);
+  // Calls `call` with every listener of the server; defined in socket_server.h.
+  template <class Call>
+  void Tell(Call call);
 
  private:
   friend class SocketServer;

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "common/socket_http_client.h"
+
 SocketServer::SocketServer(const std::string& message_delimiter, int address_family)
     : PollItem(POLLIN, false),
       PollTimer(-1, true),
@@ -9,6 +11,11 @@ SocketServer::SocketServer(const std::string& message_delimiter, int address_fam
       socket(address_family, SOCK_STREAM, 0),
       family(address_family) {
   PollItem::Add();
+}
+
+SocketServer::SocketServer(HTTPParser::Kind kind, int address_family)
+    : SocketServer("", address_family) {
+  http_kind = kind;
 }
 
 SocketServer::SocketServer(int address_family) : SocketServer("", address_family) {}
@@ -68,6 +75,7 @@ void SocketServer::Expired() {
 
 template <class... Connection>
 std::unique_ptr<SocketClient> SocketServer::MakeClient(const Connection&... connection) {
+  if (http_kind) return std::make_unique<SocketHTTPClient>(*http_kind, *this, connection...);
   if (delimiter.empty()) return std::make_unique<SocketClient>(*this, connection...);
   return std::make_unique<SocketClientParseData>(delimiter, *this, connection...);
 }

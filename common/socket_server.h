@@ -2,8 +2,10 @@
 
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "common/http_parser.h"
 #include "common/poll_processor.h"
 #include "common/socket.h"
 #include "common/socket_address.h"
@@ -26,6 +28,12 @@ class SocketServerListener {
   virtual void ClientOutputEnded(SocketClient* /*client*/) {}
   // The client is about to close.
   virtual void ClientDisconnected(SocketClient* /*client*/) {}
+  // A whole HTTP message, on a server in HTTP mode.
+  virtual void GotHTTPRequest(SocketClient* /*client*/, const std::string& /*url*/,
+                              const HTTPParser::Headers& /*headers*/, const std::string& /*body*/) {
+  }
+  virtual void GotHTTPResponse(SocketClient* /*client*/, const HTTPParser::Headers& /*headers*/,
+                               const std::string& /*body*/) {}
 };
 
 // Puts a listening stream socket on the loop and owns the clients that it accepts. Listeners are
@@ -34,6 +42,8 @@ class SocketServer : public PollItem, public PollTimer {
  public:
   // An empty delimiter means no splitting. Throws ErrnoError without a socket of that family.
   SocketServer(const std::string& message_delimiter, int address_family);
+  // In HTTP mode.
+  SocketServer(HTTPParser::Kind kind, int address_family);
   explicit SocketServer(int address_family);
   // Closes each client, which listeners hear.
   ~SocketServer() override;
@@ -82,9 +92,15 @@ class SocketServer : public PollItem, public PollTimer {
   std::string keep_alive_text;
   int keep_alive_period_ms = 0;
   std::string delimiter;
+  std::optional<HTTPParser::Kind> http_kind;
   std::list<SocketServerListener*> listeners;
   std::list<std::unique_ptr<SocketClient>> clients;
   Socket socket;
   int port = -1;
   int family;
 };
+
+template <class Call>
+void SocketClient::Tell(Call call) {
+  server.Tell(call);
+}

@@ -46,7 +46,8 @@ struct Recorder : SocketServerListener {
 
 // A server, and the far end of its latest connection.
 struct Service {
-  explicit Service(const std::string& delimiter) : server(delimiter, AF_INET6) {
+  template <class Mode>
+  explicit Service(Mode mode) : server(mode, AF_INET6) {
     server.AddListener(&listener);
     address.SetPort(0);
     server.Listen(address);
@@ -141,6 +142,69 @@ void CloseCases() {
   ExpectEqual(listener.Taken(), "input-ended disconnected ");
 }
 
+void HTTPCases() {
+  const std::string two_requests =
+      "POST /a?b HTTP/1.1\r\nHost: x\r\nX: 1\r\nX: 2\r\nContent-Length: 3\r\n\r\nabc"
+      "GET /c HTTP/1.1\r\nHost: y\r\n\r\n";
+  const std::string endless_response = "HTTP/1.1 200 OK\r\nServer: z\r\n\r\nall the rest";
+  const struct {
+    HTTPParser::Kind kind;
+    std::string bytes;
+    std::string heard;
+  } rows[] = {
+      {HTTPParser::kRequests, two_requests,
+       "/a?b(Content-Length=3 Host=x X=2 )abc; /c(Host=y ); end"},
+      {HTTPParser::kBoth, two_requests, "/a?b(Content-Length=3 Host=x X=2 )abc; /c(Host=y ); end"},
+      {HTTPParser::kResponses, endless_response, "response(Server=z )all the rest; end"},
+      {HTTPParser::kRequests, "GET / HTTP/1.1\r\nUpgrade: u\r\nConnection: upgrade\r\n\r\n\1\2",
+       "/(Connection=upgrade Upgrade=u ); end"},
+      {HTTPParser::kResponses, two_requests, "ERROR in HTTPParser"},
+      {HTTPParser::kRequests, two_requests.substr(0, two_requests.size() - 1),
+       "/a?b(Content-Length=3 Host=x X=2 )abc; ERROR in HTTPParser"},
+  };
+  struct Heard : HTTPParser::Listener {
+    void GotHTTPRequest(const std::string& url, const HTTPParser::Headers& headers,
+                        const std::string& body) override {
+      log += url + "(";
+      for (const auto& [field, value] : headers) log += field + "=" + value + " ";
+      log += ")" + body + "; ";
+    }
+    void GotHTTPResponse(const HTTPParser::Headers& headers, const std::string& body) override {
+      GotHTTPRequest("response", headers, body);
+    }
+    std::string log;
+  };
+  for (const auto& row : rows) {
+    // In two pieces, cut at every place.
+    for (std::size_t cut = 0; cut <= row.bytes.size(); ++cut) {
+      Heard heard;
+      HTTPParser parser(heard, row.kind);
+      try {
+        if (cut > 0) parser.Parse(row.bytes.substr(0, cut));
+        if (cut < row.bytes.size()) parser.Parse(row.bytes.substr(cut));
+        parser.Finish();
+        heard.log += "end";
+      } catch (const HTTPParser::Error& error) {
+        heard.log += error.what();
+      }
+      ExpectEqual(heard.log, row.heard, row.bytes);
+    }
+  }
+
+  struct Echo : SocketServerListener {
+    void GotHTTPRequest(SocketClient* client, const std::string& url, const HTTPParser::Headers&,
+                        const std::string& body) override {
+      client->Send(url + body);
+    }
+  } echo;
+  Service service(HTTPParser::kRequests);
+  service.server.AddListener(&echo);
+  service.Say(two_requests);
+  ExpectEqual(service.Heard(9), "/a?babc/c");
+  service.Say("no request\r\n");
+  ExpectTrue(!service.listener.client->IsOpen(), "a client that speaks no HTTP");
+}
+
 void SendCases() {
   const std::string path =
       std::filesystem::temp_directory_path() / ("lumet-test-" + std::to_string(getpid()));
@@ -182,5 +246,6 @@ void SendCases() {
 void SocketServerCases() {
   MessageCases();
   CloseCases();
+  HTTPCases();
   SendCases();
 }

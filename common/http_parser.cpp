@@ -1,0 +1,102 @@
+#include "common/http_parser.h"
+
+#include <http_parser.h>
+
+struct HTTPParser::State {
+  State(Listener& message_listener, Kind kind) : listener(message_listener) {
+    http_parser_settings_init(&settings);
+    settings.on_message_begin = OnMessageBegin;
+    settings.on_url = OnURL;
+    settings.on_header_field = OnHeaderField;
+    settings.on_header_value = OnHeaderValue;
+    settings.on_headers_complete = OnHeadersComplete;
+    settings.on_body = OnBody;
+    settings.on_message_complete = OnMessageComplete;
+    http_parser_init(&parser, kind == kRequests    ? HTTP_REQUEST
+                              : kind == kResponses ? HTTP_RESPONSE
+                                                   : HTTP_BOTH);
+    parser.data = this;
+  }
+
+  void StoreHeader() {
+    if (!field.empty()) headers[field] = value;
+    field.clear();
+    value.clear();
+  }
+
+  static State& Of(http_parser* parser) { return *static_cast<State*>(parser->data); }
+
+  static int OnMessageBegin(http_parser* parser) {
+    State& state = Of(parser);
+    state.url.clear();
+    state.headers.clear();
+    state.body.clear();
+    state.field.clear();
+    state.value.clear();
+    state.value_last = false;
+    return 0;
+  }
+  static int OnURL(http_parser* parser, const char* at, std::size_t length) {
+    Of(parser).url.append(at, length);
+    return 0;
+  }
+  static int OnHeaderField(http_parser* parser, const char* at, std::size_t length) {
+    State& state = Of(parser);
+    if (state.value_last) state.StoreHeader();
+    state.field.append(at, length);
+    state.value_last = false;
+    return 0;
+  }
+  static int OnHeaderValue(http_parser* parser, const char* at, std::size_t length) {
+    State& state = Of(parser);
+    state.value.append(at, length);
+    state.value_last = true;
+    return 0;
+  }
+  static int OnHeadersComplete(http_parser* parser) {
+    Of(parser).StoreHeader();
+    return 0;
+  }
+  static int OnBody(http_parser* parser, const char* at, std::size_t length) {
+    Of(parser).body.append(at, length);
+    return 0;
+  }
+  static int OnMessageComplete(http_parser* parser) {
+    State& state = Of(parser);
+    if (parser->type == HTTP_RESPONSE)
+      state.listener.GotHTTPResponse(state.headers, state.body);
+    else
+      state.listener.GotHTTPRequest(state.url, state.headers, state.body);
+    return 0;
+  }
+
+  Listener& listener;
+  http_parser_settings settings;
+  http_parser parser;
+  bool value_last = false;  // the last piece of a header was of its value
+  std::string url;
+  Headers headers;
+  std::string body;
+  std::string field;  // of the header under construction
+  std::string value;
+};
+
+HTTPParser::HTTPParser(Listener& listener, Kind kind)
+    : state(std::make_unique<State>(listener, kind)) {}
+
+HTTPParser::~HTTPParser() = default;
+
+void HTTPParser::Parse(std::string_view text) {
+  http_parser& parser = state->parser;
+  const std::size_t taken =
+      http_parser_execute(&parser, &state->settings, text.data(), text.size());
+  if (taken < text.size() && parser.upgrade == 0) throw Error("ERROR in HTTPParser");
+}
+
+void HTTPParser::Finish() {
+  http_parser& parser = state->parser;
+  // For the end of input the library answers with an error, and not with a count, by a value above
+  // 0.
+  if (http_parser_execute(&parser, &state->settings, nullptr, 0) != 0)
+    throw Error("ERROR in HTTPParser");
+}

@@ -1,0 +1,20 @@
+#include "common/socket_http_client.h"
+
+#include "common/socket_server.h"
+
+void SocketHTTPClient::GotData(const std::string& text) {
+  TellRequest(text);
+  parser.Parse(text);
+}
+
+void SocketHTTPClient::GotEndOfInput() { parser.Finish(); }
+
+void SocketHTTPClient::GotHTTPRequest(const std::string& url, const HTTPParser::Headers& headers,
+                                      const std::string& body) {
+  Tell([&](SocketServerListener& listener) { listener.GotHTTPRequest(this, url, headers, body); });
+}
+
+void SocketHTTPClient::GotHTTPResponse(const HTTPParser::Headers& headers,
+                                       const std::string& body) {
+  Tell([&](SocketServerListener& listener) { listener.GotHTTPResponse(this, headers, body); });
+}
