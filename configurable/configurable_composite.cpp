@@ -14,6 +14,7 @@ bool SameName(std::string_view a, std::string_view b) {
 }  // namespace
 
 void ConfigurableComposite::add(Configurable* child) {
+  names_repeat = names_repeat || find(child->name()) != nullptr;
   child_list.push_back(child);
   adopt(*child);
 }
@@ -79,6 +80,7 @@ bool ConfigurableComposite::read_child_element(std::string_view tag, XMLParser& 
     } else {
       parser.SkipElement();
     }
+    if (!names_repeat) break;
   }
   return true;
 }

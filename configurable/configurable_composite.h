@@ -37,4 +37,7 @@ class ConfigurableComposite : public Configurable {
   void add_all(std::initializer_list<Configurable*> members);
 
   std::vector<Configurable*> child_list;
+
+ private:
+  bool names_repeat = false;  // some children may have the same name
 };

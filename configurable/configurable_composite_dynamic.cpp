@@ -7,8 +7,8 @@ ConfigurableCompositeDynamicBase::~ConfigurableCompositeDynamicBase() {
 void ConfigurableCompositeDynamicBase::add(Configurable* child) {
   std::unique_ptr<Configurable> owner(child);
   if (unique) remove_same(*child);
-  ConfigurableComposite::add(child);
-  owner.release();
+  child_list.push_back(child);
+  adopt(*owner.release());
   mark_changed();
 }
 

@@ -46,16 +46,16 @@ XMLParser::Token XMLParser::NextToken() {
     ++current;
     return GetCurrToken();
   }
-  token_start = texts.size();
-  token_string_end = std::string::npos;
-  const Token kind = in.fail() ? EndOrError() : ReadToken();
-  if (kind == ERROR) in.setstate(std::ios_base::failbit);
-  const std::size_t end = std::min(token_string_end, texts.size());
-  tokens.push_back({kind, static_cast<std::uint32_t>(token_start),
-                    static_cast<std::uint32_t>(end - token_start),
-                    static_cast<std::uint32_t>(texts.size() - end)});
-  current = tokens.size() - 1;
-  return kind;
+  reading = {START_DOC, static_cast<std::uint32_t>(texts.size()), 0, 0};
+  reading.kind = in.fail() ? EndOrError() : ReadToken();
+  if (reading.kind == ERROR) in.setstate(std::ios_base::failbit);
+  tokens.push_back(reading);
+  return tokens[++current].kind;
+}
+
+bool XMLParser::EndString() {
+  reading.string_length = static_cast<std::uint32_t>(texts.size()) - reading.start;
+  return reading.string_length > 0;
 }
 
 void XMLParser::ClearError() {
@@ -111,8 +111,7 @@ XMLParser::Token XMLParser::ReadInsideTag() {
       if (next == CharSource::kEnd) return EndOrError();
       if (next != '>') return Error("Invalid XML tag end sequence");
       in_tag = false;
-      texts.append(texts, tag_start, tag_length);
-      return END_ELEMENT;
+      return EndOfTag();
     }
     default:
       return ReadAttribute();
@@ -121,16 +120,19 @@ XMLParser::Token XMLParser::ReadInsideTag() {
 
 XMLParser::Token XMLParser::ReadAttribute() {
   xml_text::ReadName(source, texts);
+  const bool named = EndString();
   const int next = source.Peek();
   if (next == CharSource::kEnd) return EndOrError();
-  if (TokenStringEmpty()) {
+  if (!named) {
     source.Skip();
     return Error("Empty XML tag name");
   }
   if (next != '=') return ATTRIBUTE;
   source.Skip();
-  EndTokenString();
-  return xml_text::ReadString(source, texts) ? ATTRIBUTE_VALUE_PAIR : EndOrError();
+  if (!xml_text::ReadString(source, texts)) return EndOrError();
+  reading.value_length =
+      static_cast<std::uint32_t>(texts.size()) - reading.start - reading.string_length;
+  return ATTRIBUTE_VALUE_PAIR;
 }
 
 XMLParser::Token XMLParser::ReadOutsideTags() {
@@ -144,7 +146,9 @@ XMLParser::Token XMLParser::ReadOutsideTags() {
       case '<':
         break;
       default:
-        return xml_text::ReadString(source, texts) ? STRING : EndOrError();
+        if (!xml_text::ReadString(source, texts)) return EndOrError();
+        EndString();
+        return STRING;
     }
     source.Skip();
     switch (source.Peek()) {
@@ -168,31 +172,41 @@ XMLParser::Token XMLParser::ReadStartTag() {
   xml_text::ReadName(source, texts);
   // A name that the stream cuts off is none.
   if (source.Peek() == CharSource::kEnd) return EndOrError();
-  if (TokenStringEmpty()) return Error("Empty XML tag name");
+  if (!EndString()) return Error("Empty XML tag name");
   in_tag = true;
-  tag_start = token_start;
-  tag_length = texts.size() - token_start;
+  tag_start = reading.start;
+  tag_length = reading.string_length;
   return START_ELEMENT;
 }
 
 XMLParser::Token XMLParser::ReadEndTag() {
   source.Skip();
+  // Most often it ends the element that began last, whose name need not be kept again.
+  if (source.TakeBoth({texts.data() + tag_start, tag_length}, '>')) return EndOfTag();
   xml_text::ReadName(source, texts);
   const int next = source.Take();
   if (next == CharSource::kEnd) return EndOrError();
-  if (TokenStringEmpty()) return Error("Empty XML tag name");
+  if (!EndString()) return Error("Empty XML tag name");
   if (next != '>') return Error("Invalid XML tag end sequence");
   return END_ELEMENT;
 }
 
+XMLParser::Token XMLParser::EndOfTag() {
+  reading.start = tag_start;
+  reading.string_length = tag_length;
+  return END_ELEMENT;
+}
+
 XMLParser::Token XMLParser::EndOrError() {
-  texts.resize(token_start);
+  texts.resize(reading.start);
+  reading.string_length = 0;
   return in.eof() ? END_DOC : ERROR;
 }
 
 XMLParser::Token XMLParser::Error(std::string_view message) {
-  texts.resize(token_start);
+  texts.resize(reading.start);
   texts.append(message);
+  EndString();
   return ERROR;
 }
 

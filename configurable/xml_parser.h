@@ -69,9 +69,10 @@ class XMLParser {
   Token ReadStartTag();
   Token ReadEndTag();
   Token ReadAttribute();
-  // The token that is being read, so far: its texts are the end of `texts`.
-  bool TokenStringEmpty() const { return texts.size() == token_start; }
-  void EndTokenString() { token_string_end = texts.size(); }
+  // What the token that is being read has put into `texts` is its string; false if that is empty.
+  bool EndString();
+  // The end of the element that began last.
+  Token EndOfTag();
   // The stream has ended: END_DOC, or ERROR for another reason.
   Token EndOrError();
   Token Error(std::string_view message);
@@ -82,11 +83,10 @@ class XMLParser {
   std::string texts;
   std::size_t current = 0;
   std::size_t mark = 0;
-  std::size_t token_start = 0;  // of the token that is being read, in `texts`
-  std::size_t token_string_end = 0;
-  // The name of the start tag that is being read, in `texts`.
-  std::size_t tag_start = 0;
-  std::size_t tag_length = 0;
+  TokenInfo reading = {};  // the token that is being read
+  // The name of the start tag that was read last, in `texts`.
+  std::uint32_t tag_start = 0;
+  std::uint32_t tag_length = 0;
   bool in_tag = false;  // between the name of a start tag and its '>'
 };
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <istream>
 #include <streambuf>
 #include <string>
@@ -77,6 +78,15 @@ class CharSource {
     const std::string_view name(next, static_cast<std::size_t>(at - next));
     next = at;
     return name;
+  }
+  // Takes `name` and `last` behind it, if they come next and stand whole in the buffer's memory.
+  bool TakeBoth(std::string_view name, char last) {
+    const auto available = static_cast<std::size_t>(end - next);
+    if (name.empty() || available <= name.size() || next[name.size()] != last ||
+        std::memcmp(next, name.data(), name.size()) != 0)
+      return false;
+    next += name.size() + 1;
+    return true;
   }
   // Appends characters for as long as `goes_on` holds.
   template <class Condition>
