@@ -20,6 +20,11 @@ struct Platform {
 
   std::string pid_file = "/run/lumet.pid";
 
+  // Settings: of the factory, the zeros with their history, and all the rest.
+  std::string factory_settings = "/etc/factorytavo.conf";
+  std::string cal_settings = "/etc/caltavo.conf";
+  std::string main_settings = "/etc/tavo.conf";
+
   // The signal processor: its device, or a descriptor that is open already. The daemon takes the
   // descriptor over; with -1 it opens the device.
   std::string dsp_device = "/dev/dsporrel";
@@ -40,6 +45,7 @@ struct Platform {
     parameters.sched_priority = priority;
     return sched_setscheduler(0, policy, &parameters);
   };
+  std::function<int(uid_t user)> set_effective_user = [](uid_t user) { return seteuid(user); };
   std::function<int(int flags)> lock_memory = [](int flags) { return mlockall(flags); };
   std::function<int(const std::string& command)> run_command = [](const std::string& command) {
     return std::system(command.c_str());
@@ -47,6 +53,7 @@ struct Platform {
 
   // Every file and device above, for whoever moves them elsewhere.
   std::vector<std::string*> Files() {
-    return {&cpu_alignment, &cpu_governor, &cpu_speed, &pid_file, &dsp_device};
+    return {&cpu_alignment,    &cpu_governor, &cpu_speed,     &pid_file,
+            &factory_settings, &cal_settings, &main_settings, &dsp_device};
   }
 };

@@ -108,8 +108,9 @@ TEST(Process, LivesFromItsPidFileToTheSafeState) {
   // Left behind by a crash, and longer than what will stand there.
   WriteFile(pid_file, "123456789012345\n");
   Head head(root.Path(), Head::PlayedBy::kCaller, {"-t"});
+  // The bias once because everything is new, and once because this is a start.
   EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()),
-            kSetOutputFormat2 + kRequestVersion + kDefaultBias);
+            kSetOutputFormat2 + kRequestVersion + kDefaultBias + kDefaultBias);
   const std::string pid = std::to_string(head.Pid()) + "\n";
   EXPECT_EQ(ReadFile(pid_file), pid);
 

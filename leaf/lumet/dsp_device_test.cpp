@@ -238,7 +238,11 @@ void SendCases() {
 
   BiasConfig bias;
   bias.red = {0.5F, 2};
-  bias.farred.F = -1;
+  bias.blue = {1, 1};
+  bias.farred = {1, -1};
+  bias.red_bias = 3375;
+  bias.blue_bias = 2916;
+  bias.modred_bias = 2048;
   bias.dac_blue_zero = 1;
   link.device.SetBiasConfig(bias);
   ExpectEqual(Hex(link.Sent().substr(12)),

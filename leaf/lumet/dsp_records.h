@@ -116,14 +116,13 @@ struct TimingConfig {
   std::array<std::uint8_t, kSize> Encode() const;
 };
 
-// Calibration and bias of the light sources, as the processor needs them. The defaults are those
-// of an uncalibrated head.
+// Calibration and bias of the light sources, as the processor needs them.
 struct BiasConfig {
   static constexpr std::size_t kSize = 72;
 
   struct Colour {
-    float u = 1;  // Pc/DAC
-    float F = 1;  // µmol/m²/s/Pc
+    float u = 0;  // Pc/DAC
+    float F = 0;  // µmol/m²/s/Pc
   };
   Colour red;
   Colour blue;
@@ -138,9 +137,9 @@ struct BiasConfig {
   std::uint16_t blue_offset = 0;
   std::uint16_t farred_offset = 0;
   std::uint16_t modred_offset = 0;
-  std::uint16_t red_bias = 3375;
-  std::uint16_t blue_bias = 2916;
-  std::uint16_t modred_bias = 2048;
+  std::uint16_t red_bias = 0;
+  std::uint16_t blue_bias = 0;
+  std::uint16_t modred_bias = 0;
   std::uint16_t red_precharge = 0;
 
   std::array<std::uint8_t, kSize> Encode() const;

@@ -2,8 +2,7 @@
 
 #include "leaf/lumet/dsp_records.h"
 
-// What relates the DAC counts of one light source to its photon flux at the leaf. The defaults are
-// those of an uncalibrated head.
+// What relates the DAC counts of one light source to its photon flux at the leaf.
 struct LightSourceCalibration {
   float F = 1;         // µmol/m²/s/Pc
   float u = 1;         // Pc/DAC

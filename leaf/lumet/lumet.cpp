@@ -4,14 +4,20 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <initializer_list>
 #include <iostream>
 #include <memory>
 #include <optional>
 
 #include "common/host_name.h"
 #include "common/print_exception.h"
+#include "leaf/lumet/calibration.h"
+#include "leaf/lumet/version.h"
 
 namespace {
+
+// Listeners hear in the order of their names; this one is first.
+const std::string kListenerName = "00-Lumet";
 
 // The one output format that DSPDevice can read.
 constexpr std::uint32_t kOutputFormat = 2;
@@ -26,10 +32,12 @@ SocketAddress ConsoleAddress(const Platform& platform) {
 
 Lumet::Lumet(const Platform& platform, bool debug_lines, bool*, bool*)
     : PollSignalHandler(SIGUSR1, true),
+      files(doc, platform),
       dsp(platform.dsp_fd >= 0 ? DSPDevice(platform.dsp_fd) : DSPDevice(platform.dsp_device)),
       server("\n", AF_INET6),
       clients(server),
       debug(debug_lines) {
+  doc.add_listener(kListenerName, this);
   dsp.SetListener(this);
   dsp.SetOutputFormat(kOutputFormat);
   server.AddListener(this);
@@ -40,6 +48,7 @@ Lumet::Lumet(const Platform& platform, bool debug_lines, bool*, bool*)
 Lumet::~Lumet() {
   server.RemoveListener(this);
   dsp.SetListener(nullptr);
+  doc.remove_listener(kListenerName);
 }
 
 void Lumet::run() {
@@ -48,6 +57,10 @@ void Lumet::run() {
     loop->AddQuitSignal(SIGINT);
     loop->AddQuitSignal(SIGTERM);
     readconfig();
+    if (debug) {
+      SaveAll();
+      Dump();
+    }
     while (loop->Process(-1)) {
     }
     std::cout << "Exiting...\n";
@@ -60,8 +73,66 @@ void Lumet::run() {
 }
 
 void Lumet::readconfig() {
-  dsp.RequestVersion();
-  dsp.SetBiasConfig(bias);
+  files.load_factory();
+  files.load_cal();
+  files.load_main([this] {
+    FillInIdentity();
+    dsp.RequestVersion();
+  });
+  calibration = LightCalibrationOf(doc.Conf());
+  UpdateBias(true);
+  doc.set_changed(false);
+}
+
+void Lumet::FillInIdentity() {
+  ConfigTavo& tavo = doc.Conf();
+  tavo.Ver().set(std::string(kLumetVersion));
+  tavo.Name().set(GetHostName());
+  for (Configurable* item : {&tavo.Ver(), &tavo.Name()}) item->set_changed(false);
+  for (Configurable* item :
+       std::initializer_list<Configurable*>{&tavo.Ver(), &tavo.Name(), &tavo.Ipaddress(),
+                                            &tavo.Fpga(), &tavo.Dsp(), &tavo.Serialnumber()})
+    item->set_flag(Configurable::ReadOnly, true);
+}
+
+void Lumet::item_changed(const ConfigurableEvent&) {
+  ConfigCfgTavo& cfg = doc.Conf().Cfg();
+  ConfigTavo& tavo = doc.Conf();
+  // A change of raw capture, or outside of these, goes to disk with the next one that does.
+  const bool save_main =
+      cfg.has_changed() &&
+      (cfg.FanMode().has_changed() || cfg.FanDuty().has_changed() || cfg.FanFreq().has_changed() ||
+       cfg.Measure().has_changed() || cfg.Lightsource().has_changed() ||
+       cfg.Rectflash().has_changed() || cfg.Multiphaseflash().has_changed() ||
+       cfg.Inductionflash().has_changed() || cfg.Darkpulse().has_changed());
+  if (tavo.Factory().has_changed() || tavo.Cal().has_changed()) {
+    calibration = LightCalibrationOf(tavo);
+    UpdateBias(false);
+  }
+  if (tavo.Factory().has_changed()) files.save_factory();
+  if (tavo.Cal().has_changed()) files.save_cal();
+  if (save_main) files.save_main();
+}
+
+void Lumet::UpdateBias(bool force) {
+  ConfigTavo& tavo = doc.Conf();
+  if (force || tavo.Cal().has_changed() || tavo.Factory().Calibration().has_changed() ||
+      tavo.Factory().Bias().has_changed())
+    dsp.SetBiasConfig(BiasConfigOf(tavo));
+}
+
+void Lumet::SaveAll() {
+  files.save_factory();
+  files.save_cal();
+  files.save_main();
+}
+
+void Lumet::Dump() {
+  constexpr const char* kEnd = "\n**********\n";
+  doc.report_error(std::cout, "Test error message") << kEnd;
+  doc.print_ack(std::cout) << kEnd;
+  doc.print_tree(std::cout) << kEnd;
+  doc.print_doctype_tree(std::cout) << kEnd;
 }
 
 void Lumet::HandleSignal(int) { readconfig(); }
@@ -88,6 +159,8 @@ void Lumet::GotDebugMessage(const std::string& text) {
 void Lumet::GotPong(const std::string& text) { std::cout << "GotPong: " << text << "\n"; }
 
 void Lumet::GotVersion(const std::string& dsp_version, const std::string& fpga_version) {
+  doc.Conf().Dsp().set(dsp_version);
+  doc.Conf().Fpga().set(fpga_version);
   std::cout << "DSP Version:" << dsp_version << "\nFPGA Version:" << fpga_version << "\n";
 }
 
@@ -99,6 +172,7 @@ void Lumet::ShowMessage(std::string_view prefix, std::string_view text) {
 
 void Lumet::ClientConnected(SocketClient* client) {
   client->SetContext(std::make_shared<LumetSocketContext>());
-  ConsoleDelivery::SendToClient(client, OpeningBlock(GetHostName(), serial_number, std::nullopt),
-                                BacklogLimit::kReply);
+  ConsoleDelivery::SendToClient(
+      client, OpeningBlock(GetHostName(), doc.Conf().Factory().Serialnumber().get(), std::nullopt),
+      BacklogLimit::kReply);
 }

@@ -12,10 +12,15 @@
 #include "leaf/lumet/dsp_device.h"
 #include "leaf/lumet/light_quantities.h"
 #include "leaf/lumet/rows.h"
+#include "leaf/lumet/settings_files.h"
+#include "liborrel/doctavo/doc_tavo.h"
 
 // The running instrument: owns everything long-lived, listens to all of it, and is the place where
 // its events meet. Each handler is a list of steps; the steps stand in the files named after them.
-class Lumet : public DSPDevice::Listener, public SocketServerListener, public PollSignalHandler {
+class Lumet : public DSPDevice::Listener,
+              public SocketServerListener,
+              public ConfigurableListener,
+              public PollSignalHandler {
  public:
   // Opens the device and the console service, so it is built before rights are given up. Throws
   // ErrnoError when it can't. `reboot` and `poweroff` are set when the machine is to go down once
@@ -25,8 +30,11 @@ class Lumet : public DSPDevice::Listener, public SocketServerListener, public Po
 
   // Turns the loop until quit, then takes the processor to its safe state. Lets no exception out.
   void run();
-  // Sets the head up; SIGUSR1 does it again.
+  // Reads the settings files and sets the head up by them; SIGUSR1 does it again.
   void readconfig();
+
+  // The road of a setting: what changed in the document reaches the processor and the files.
+  void item_changed(const ConfigurableEvent& event) override;
 
   // The road of a sample.
   void GotData(DataSample& sample) override;
@@ -50,15 +58,21 @@ class Lumet : public DSPDevice::Listener, public SocketServerListener, public Po
 
  private:
   void ShowMessage(std::string_view prefix, std::string_view text);
+  // Puts what the head knows of itself into the document.
+  void FillInIdentity();
+  // Sends the processor its calibration, if it has changed or `force` is set.
+  void UpdateBias(bool force);
+  void SaveAll();
+  void Dump();
 
+  DocTavo doc;
+  SettingsFiles files;
   DSPDevice dsp;
   SocketServer server;
   ConsoleDelivery clients;
   bool debug;
   DataRowComposer data_row;
   LightCalibration calibration;
-  BiasConfig bias;
-  std::string serial_number = "TVF-XXXX";
   float transmittance_in_force = 1;
   std::uint32_t diag_word = 0;
 };

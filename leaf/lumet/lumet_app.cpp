@@ -26,12 +26,13 @@ namespace {
 // Gives the process back its effective user at the end of a scope.
 class EffectiveUserKeeper {
  public:
-  EffectiveUserKeeper() : user(geteuid()) {}
-  ~EffectiveUserKeeper() { seteuid(user); }
+  explicit EffectiveUserKeeper(const Platform& where) : platform(where), user(geteuid()) {}
+  ~EffectiveUserKeeper() { platform.set_effective_user(user); }
   EffectiveUserKeeper(const EffectiveUserKeeper&) = delete;
   EffectiveUserKeeper& operator=(const EffectiveUserKeeper&) = delete;
 
  private:
+  const Platform& platform;
   uid_t user;
 };
 
@@ -68,7 +69,7 @@ int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
   if (real_time) set_real_time_priority();
 
   Lumet lumet(platform, debug, reboot, poweroff);
-  const EffectiveUserKeeper keeper;
+  const EffectiveUserKeeper keeper(platform);
   drop_privileges();
   lumet.run();
   return 0;
@@ -141,7 +142,8 @@ void LumetApp::drop_privileges() {
     if (errno != 0) throw std::runtime_error(failure + std::strerror(errno));
     throw std::runtime_error(failure + "Username '" + platform.account + "' not found");
   }
-  if (seteuid(account->pw_uid) != 0) throw std::runtime_error(failure + std::strerror(errno));
+  if (platform.set_effective_user(account->pw_uid) != 0)
+    throw std::runtime_error(failure + std::strerror(errno));
 }
 
 void write_text_file(const std::string& path, const std::string& text) {

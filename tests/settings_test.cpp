@@ -1,0 +1,135 @@
+// The settings files of a head.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+
+#include "bench/head.h"
+#include "common/little_endian.h"
+#include "common/safe_file.h"
+
+namespace {
+
+ino_t Inode(const std::string& path) {
+  struct stat status = {};
+  stat(path.c_str(), &status);
+  return status.st_ino;
+}
+
+// The last bias record among the commands of one packet: DC0 and the red bias in it.
+std::string BiasIn(const std::string& packet) {
+  std::string found;
+  const std::span bytes(reinterpret_cast<const std::uint8_t*>(packet.data()), packet.size());
+  ForEachRecord(bytes, [&](const RecordHeader& header, std::span<const std::uint8_t> payload) {
+    if (static_cast<DSPCode>(header.code) == DSPCode::SetBiasConfig)
+      found = std::to_string(GetF32(&payload[48])) + " " + std::to_string(GetU16(&payload[64]));
+  });
+  return found;
+}
+
+TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
+  const TemporaryDirectory root;
+  const std::string etc = root.Path() + "/etc/";
+  WriteFile(etc + "factorytavo.conf",
+            "<nemra><tavo><factory><serialnumber>TVF-0042</serialnumber><calibration>"
+            "<F_modred>2</F_modred></calibration><bias><red_bias>100</red_bias></bias></factory>"
+            "</tavo></nemra>\n");
+  WriteFile(etc + "caltavo.conf",
+            "<nemra><tavo><cal><DC0>-7</DC0></cal></tavo></nemra>\n<nemra><tavo><history><record>"
+            "<time>2026-01-02 03:04:05</time></record></history></tavo></nemra>\n");
+  // What is masked is passed over, and what stands behind the damage is lost.
+  WriteFile(etc + "tavo.conf",
+            "<nemra><tavo><ver>9</ver><cal><DC0>5</DC0></cal><cmd><reboot>true</reboot></cmd><cfg>"
+            "<fan_duty>77</fan_duty><fan_mode>fast</fan_mode></cfg></tavo></other>");
+  Head head(root.Path(), Head::PlayedBy::kCaller, {"-d"});
+  EXPECT_EQ(BiasIn(head.SignalProcessor().ReadPacket()), "-7.000000 100");
+  Client client(head.Port());
+  EXPECT_EQ(client.ReadLineThatBegins("DATAEVENT\tSN"), "DATAEVENT\tSN\tTVF-0042");
+  const std::string dump = head.WaitForLog("<F_red units");
+  for (const char* part :
+       {"<Error Param=\"fan_mode\">invalid option: fast\n</Error>", "<fan_duty>77</fan_duty>",
+        "<ver>1.3.1</ver>", "<time>2026-01-02 03:04:05</time>", "<error>Test error message</error>",
+        "<ack>true</ack>"})
+    EXPECT_NE(dump.find(part), std::string::npos) << part;
+
+  // Measuring light of 100 counts at 1 Hz, by the calibration that was read.
+  RecordWriter records;
+  WireSample sample;
+  sample.modred_dac = 1e6;
+  sample.modulation_rate = 1;
+  records.Sample(StampNow(), sample);
+  head.SignalProcessor().Send(records);
+  EXPECT_NE(client.ReadLineThatBegins("DATA\t").find("\t2\t2\t0\t0\t0\t"), std::string::npos);
+
+  WriteFile(etc + "factorytavo.conf",
+            "<nemra><tavo><factory><bias><red_bias>200</red_bias></bias></factory></tavo></nemra>");
+  std::string log;
+  EXPECT_EQ(RunLumetOnce(root.Path(), {"-r"}, log), 0);
+  EXPECT_EQ(BiasIn(head.SignalProcessor().ReadPacket()), "-7.000000 200");
+  EXPECT_EQ(head.Stop(), 0);
+}
+
+TEST(Settings, AreWrittenOnceAndWithoutWhatIsMasked) {
+  const TemporaryDirectory root;
+  const std::string path = root.Path() + "/etc/tavo.conf";
+  ino_t first = 0;
+  for (int start = 0; start < 2; ++start) {
+    Head head(root.Path(), Head::PlayedBy::kCaller);
+    head.SignalProcessor().ReadPacket();
+    ASSERT_TRUE(std::filesystem::exists(path));
+    EXPECT_EQ(head.Stop(), 0);
+    // The second start finds the file as it is and leaves it alone.
+    if (start == 0)
+      first = Inode(path);
+    else
+      EXPECT_EQ(Inode(path), first);
+  }
+  const std::string written = ReadFile(path);
+  EXPECT_TRUE(written.starts_with("\n<nemra>\n\t<tavo>\n\t\t<ack>true</ack>\n\t\t<output>"));
+  EXPECT_TRUE(written.ends_with("\t</tavo>\n</nemra>\n"));
+  for (const char* masked : {"<ver", "<fpga", "<dsp", "<name", "<ipaddress", "<serialnumber",
+                             "<cmd", "<clock", "<network", "<cal>", "<history", "<factory"})
+    EXPECT_EQ(written.find(masked), std::string::npos) << masked;
+  EXPECT_FALSE(std::filesystem::exists(path + ".new"));
+
+  // A new file that can't be opened is said, and the head runs.
+  std::filesystem::remove(path);
+  std::filesystem::create_directory(path + ".new");
+  Head head(root.Path(), Head::PlayedBy::kCaller);
+  head.WaitForLog("Unable to open: " + path + ".new\n");
+  EXPECT_EQ(head.Stop(), 0);
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST(Settings, SurviveADiskThatIsFull) {
+  const TemporaryDirectory root;
+  const std::string path = root.Path() + "/settings";
+  WriteFile(path, "old");
+  testing::internal::CaptureStdout();
+  const pid_t child = fork();
+  if (child == 0) {
+    const struct rlimit limit = {20'000, 20'000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, SIG_IGN);
+    const bool replaced =
+        ReplaceFile(path, [](std::ostream& out) { out << std::string(50'000, 'x'); });
+    fflush(stdout);
+    _exit(replaced ? 1 : 0);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Unable to write: " + path + ".new: File too large\n");
+  EXPECT_EQ(ReadFile(path), "old");
+  EXPECT_TRUE(ReplaceFile(path, [](std::ostream& out) { out << "new"; }));
+  EXPECT_EQ(ReadFile(path), "new");
+}
+
+}  // namespace
