@@ -26,6 +26,7 @@ class LumetSocketContext : public SocketClientContext {
 struct BacklogLimit {
   static constexpr std::size_t kReply = 1572864;  // also events and messages
   static constexpr std::size_t kData = 1048576;
+  static constexpr std::size_t kDiagnostic = 524288;
 };
 
 // How every text reaches console clients. A client whose backlog has reached `limit` silently

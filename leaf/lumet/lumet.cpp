@@ -6,8 +6,6 @@
 #include <csignal>
 #include <initializer_list>
 #include <iostream>
-#include <memory>
-#include <optional>
 
 #include "common/host_name.h"
 #include "common/print_exception.h"
@@ -15,6 +13,11 @@
 #include "leaf/lumet/version.h"
 
 namespace {
+
+// Bits of DIAG.
+constexpr std::uint32_t kConsoleConnected = 0x0001;
+constexpr std::uint32_t kRedModOff = 0x2000;
+constexpr std::uint32_t kTestModeOn = 0x4000;
 
 // Listeners hear in the order of their names; this one is first.
 const std::string kListenerName = "00-Lumet";
@@ -30,12 +33,15 @@ SocketAddress ConsoleAddress(const Platform& platform) {
 
 }  // namespace
 
-Lumet::Lumet(const Platform& platform, bool debug_lines, bool*, bool*)
+Lumet::Lumet(const Platform& platform, bool debug_lines, bool* reboot_ordered, bool*)
     : PollSignalHandler(SIGUSR1, true),
       files(doc, platform),
       dsp(platform.dsp_fd >= 0 ? DSPDevice(platform.dsp_fd) : DSPDevice(platform.dsp_device)),
       server("\n", AF_INET6),
       clients(server),
+      registers(dsp, clients, debug_lines),
+      console(doc, clients, registers, debug_lines),
+      reboot(reboot_ordered),
       debug(debug_lines) {
   doc.add_listener(kListenerName, this);
   dsp.SetListener(this);
@@ -81,7 +87,7 @@ void Lumet::readconfig() {
   });
   calibration = LightCalibrationOf(doc.Conf());
   UpdateBias(true);
-  doc.set_changed(false);
+  console.CheckForChanges();
 }
 
 void Lumet::FillInIdentity() {
@@ -109,9 +115,62 @@ void Lumet::item_changed(const ConfigurableEvent&) {
     calibration = LightCalibrationOf(tavo);
     UpdateBias(false);
   }
+  if (tavo.Cmd().has_changed()) CarryOutCommands();
   if (tavo.Factory().has_changed()) files.save_factory();
   if (tavo.Cal().has_changed()) files.save_cal();
   if (save_main) files.save_main();
+}
+
+void Lumet::CarryOutCommands() {
+  ConfigCmdTavo& cmd = doc.Conf().Cmd();
+  StartSequence(cmd);
+  // Of each pair one wins, and not the same side; clients rely on it.
+  if (cmd.Redmodon().get()) {
+    dsp.RedModulationOn();
+    diag_word &= ~kRedModOff;
+  } else if (cmd.Redmodoff().get()) {
+    dsp.RedModulationOff();
+    diag_word |= kRedModOff;
+  }
+  if (cmd.Testvectoff().get()) {
+    dsp.TestVectorOff();
+    diag_word &= ~kTestModeOn;
+  } else if (cmd.Testvecton().get()) {
+    dsp.TestVectorOn();
+    diag_word |= kTestModeOn;
+  }
+  if (cmd.Rawcapture().get()) {
+    ConfigCfgRawDataCapture& capture = doc.Conf().Cfg().Rawdatacapture();
+    dsp.StartRawCapture(static_cast<std::uint32_t>(capture.Size().get()),
+                        static_cast<std::uint32_t>(capture.When().get()));
+  }
+  if (cmd.Reboot().get()) {
+    *reboot = true;
+    sync();
+    PollProcessor::Instance()->Quit();
+  }
+}
+
+void Lumet::StartSequence(ConfigCmdTavo& cmd) {
+  // The first that is set acts, and no other.
+  if (cmd.Rect().get()) {
+    dsp.StartRectFlash();
+  } else if (cmd.Mpf().get()) {
+    dsp.StartMultiPhaseFlash();
+  } else if (cmd.Induction().get()) {
+    dsp.StartInductionFlash();
+  } else if (cmd.Dark().get()) {
+    dsp.StartDarkPulse();
+  } else if (cmd.Break().get()) {
+    dsp.BreakSequence();
+  } else if (cmd.Reset().get()) {
+    dsp.ResetSequencer();
+    dsp.RedModulationOn();
+    diag_word &= ~kRedModOff;
+    dsp.TestVectorOff();
+    diag_word &= ~kTestModeOn;
+    UpdateBias(true);
+  }
 }
 
 void Lumet::UpdateBias(bool force) {
@@ -138,6 +197,8 @@ void Lumet::Dump() {
 void Lumet::HandleSignal(int) { readconfig(); }
 
 void Lumet::GotData(DataSample& sample) {
+  diag_word = console.HasConsole() ? diag_word | kConsoleConnected : diag_word & ~kConsoleConnected;
+  registers.SetTime(sample.time);
   DeriveLightQuantities(calibration, transmittance_in_force, sample);
   clients.SendToAll(data_row.Compose(sample, sample.flags | diag_word), BacklogLimit::kData);
 }
@@ -170,9 +231,14 @@ void Lumet::ShowMessage(std::string_view prefix, std::string_view text) {
   std::cout << row;
 }
 
-void Lumet::ClientConnected(SocketClient* client) {
-  client->SetContext(std::make_shared<LumetSocketContext>());
-  ConsoleDelivery::SendToClient(
-      client, OpeningBlock(GetHostName(), doc.Conf().Factory().Serialnumber().get(), std::nullopt),
-      BacklogLimit::kReply);
+void Lumet::GotRegisterValue(std::uint16_t address, std::uint16_t value) {
+  registers.GotValue(address, value);
 }
+
+void Lumet::ClientConnected(SocketClient* client) { console.ClientConnected(client); }
+
+void Lumet::GotRequest(SocketClient* client, const std::string& text) {
+  console.GotRequest(client, text);
+}
+
+void Lumet::ClientDisconnected(SocketClient* client) { console.ClientDisconnected(client); }

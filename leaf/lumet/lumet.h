@@ -8,6 +8,7 @@
 #include "common/platform.h"
 #include "common/poll_processor.h"
 #include "common/socket_server.h"
+#include "leaf/lumet/console.h"
 #include "leaf/lumet/console_delivery.h"
 #include "leaf/lumet/dsp_device.h"
 #include "leaf/lumet/light_quantities.h"
@@ -23,9 +24,9 @@ class Lumet : public DSPDevice::Listener,
               public PollSignalHandler {
  public:
   // Opens the device and the console service, so it is built before rights are given up. Throws
-  // ErrnoError when it can't. `reboot` and `poweroff` are set when the machine is to go down once
-  // the process has cleaned up; they and `platform` must outlive this.
-  Lumet(const Platform& platform, bool debug_lines, bool* reboot, bool* poweroff);
+  // ErrnoError when it can't. The flags are set when the machine is to go down once the
+  // process has cleaned up; they and `platform` must outlive this.
+  Lumet(const Platform& platform, bool debug_lines, bool* reboot_ordered, bool* poweroff_ordered);
   ~Lumet() override;
 
   // Turns the loop until quit, then takes the processor to its safe state. Lets no exception out.
@@ -49,9 +50,12 @@ class Lumet : public DSPDevice::Listener,
   void GotPong(const std::string& text) override;
   void GotVersion(const std::string& dsp_version, const std::string& fpga_version) override;
   void GotFatalMessage(const std::string& text) override;
+  void GotRegisterValue(std::uint16_t address, std::uint16_t value) override;
 
   // What clients do.
   void ClientConnected(SocketClient* client) override;
+  void GotRequest(SocketClient* client, const std::string& text) override;
+  void ClientDisconnected(SocketClient* client) override;
 
   void HandleSignal(int signo) override;
   const char* GetName() override { return "Lumet"; }
@@ -62,6 +66,9 @@ class Lumet : public DSPDevice::Listener,
   void FillInIdentity();
   // Sends the processor its calibration, if it has changed or `force` is set.
   void UpdateBias(bool force);
+  // What the `cmd` subtree asks for.
+  void CarryOutCommands();
+  void StartSequence(ConfigCmdTavo& cmd);
   void SaveAll();
   void Dump();
 
@@ -70,6 +77,9 @@ class Lumet : public DSPDevice::Listener,
   DSPDevice dsp;
   SocketServer server;
   ConsoleDelivery clients;
+  RegisterConsole registers;
+  Console console;
+  bool* reboot;
   bool debug;
   DataRowComposer data_row;
   LightCalibration calibration;

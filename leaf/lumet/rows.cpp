@@ -1,7 +1,9 @@
 #include "leaf/lumet/rows.h"
 
 #include <charconv>
+#include <cstdio>
 #include <cstring>
+#include <sstream>
 
 #include "leaf/lumet/version.h"
 
@@ -44,10 +46,22 @@ class FieldWriter {
   char* limit;
 };
 
-unsigned ByteSum(const char* from, const char* end) {
+// Writes the checksum of a row, and the line feed behind it, to `at`. Returns the end.
+char* PutChecksum(const char* row, const char* row_end, char* at) {
   unsigned sum = 0;
-  for (; from != end; ++from) sum += static_cast<unsigned char>(*from);
-  return sum % 256;
+  for (; row != row_end; ++row) sum += static_cast<unsigned char>(*row);
+  sum %= 256;
+  *at++ = static_cast<char>('0' + sum / 100);
+  *at++ = static_cast<char>('0' + sum / 10 % 10);
+  *at++ = static_cast<char>('0' + sum % 10);
+  *at++ = '\n';
+  return at;
+}
+
+std::string HexWord(std::uint16_t word) {
+  std::array<char, 8> text = {};
+  std::snprintf(text.data(), text.size(), "0x%04x", unsigned{word});
+  return text.data();
 }
 
 }  // namespace
@@ -73,6 +87,19 @@ std::span<const OutputChannel> DataChannels() {
   return channels;
 }
 
+std::span<const OutputChannel> StatusChannels() {
+  static const std::array<OutputChannel, 7> channels = {{
+      {"TIME", "seconds", 11},
+      {"DIAG", "diag", 6},
+      {"TDigital", "C", 6},
+      {"TPreamp", "C", 6},
+      {"TPowerSupply", "C", 6},
+      {"TDrive", "C", 6},
+      {"TLEDTile", "C", 6},
+  }};
+  return channels;
+}
+
 std::string NamesRow(std::string_view row_name, std::span<const OutputChannel> channels) {
   return HeadingRow(row_name, channels,
                     [](const OutputChannel& channel) -> std::string_view { return channel.name; });
@@ -81,6 +108,23 @@ std::string NamesRow(std::string_view row_name, std::span<const OutputChannel> c
 std::string UnitsRow(std::string_view row_name, std::span<const OutputChannel> channels) {
   return HeadingRow(row_name, channels,
                     [](const OutputChannel& channel) -> std::string_view { return channel.unit; });
+}
+
+std::string RegisterNamesRow(const std::map<std::uint16_t, std::uint16_t>& values) {
+  std::string row = "DATATESTH\tTIME";
+  for (const auto& [address, value] : values) row.append("\t").append(HexWord(address));
+  return row + "\tCHK\n";
+}
+
+std::string RegisterValuesRow(const std::map<std::uint16_t, std::uint16_t>& values, double time) {
+  std::ostringstream row;
+  row << "DATATEST\t" << time;
+  for (const auto& [address, value] : values) row << "\t" << HexWord(value);
+  row << "\t";
+  const std::string fields = row.str();
+  std::array<char, 4> checksum;
+  PutChecksum(fields.data(), fields.data() + fields.size(), checksum.data());
+  return fields + std::string(checksum.data(), checksum.size());
 }
 
 std::string DataMsgRow(std::string_view prefix, std::string_view text) {
@@ -111,11 +155,6 @@ std::string_view DataRowComposer::Compose(const DataSample& sample, std::uint32_
     row.Number(double{sample.values[channel]}, std::chars_format::general, 6);
   row.Number(int{sample.code});
 
-  char* end = row.Position();
-  const unsigned sum = ByteSum(buffer.data(), end);
-  *end++ = static_cast<char>('0' + sum / 100);
-  *end++ = static_cast<char>('0' + sum / 10 % 10);
-  *end++ = static_cast<char>('0' + sum % 10);
-  *end++ = '\n';
+  const char* end = PutChecksum(buffer.data(), row.Position(), row.Position());
   return {buffer.data(), static_cast<std::size_t>(end - buffer.data())};
 }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -23,6 +24,9 @@ struct OutputChannel {
 // The columns of the DATA row, in their order.
 std::span<const OutputChannel> DataChannels();
 
+// Those of the DATASTAT row: time, DIAG, and the temperature of each sensor.
+std::span<const OutputChannel> StatusChannels();
+
 // `row_name`, the name of each channel, and CHK: the row that heads a table of data rows.
 std::string NamesRow(std::string_view row_name, std::span<const OutputChannel> channels);
 // The same with the units.
@@ -32,6 +36,13 @@ std::string UnitsRow(std::string_view row_name, std::span<const OutputChannel> c
 constexpr std::string_view kDataDiagHeader =
     "DATADIAGH\tCONSOLECONNECTED\tNOOP2\tNOOP4\tNOOP8\tNOOP10\tNOOP20\tNOOP40\tNOOP80\tNOOP100\t"
     "NOOP200\tPARSATURATED\tDCSATURATED\tTEMP_WARNING\tREDMODOFF\tTESTMODEON\tTEMP_FAULT\n";
+
+// Heads rows of the data clock, which this head does not make.
+constexpr std::string_view kDataClockHeader = "DATACLOCKH\tSECONDS\tNANOSECONDS\tDATE\tTIME\tCHK\n";
+
+// The rows of register values by address: the names, and the values at `time`, in seconds.
+std::string RegisterNamesRow(const std::map<std::uint16_t, std::uint16_t>& values);
+std::string RegisterValuesRow(const std::map<std::uint16_t, std::uint16_t>& values, double time);
 
 // A text from the signal processor, behind a prefix that tells its kind.
 std::string DataMsgRow(std::string_view prefix, std::string_view text);
