@@ -116,6 +116,11 @@ std::string Client::ReadLineThatBegins(std::string_view start) {
 
 void Client::Send(std::string_view text) { socket.Send(text.data(), text.size(), 0); }
 
+bool Client::IsClosed() {
+  char byte = 0;
+  return recv(socket.GetFD(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
 void Client::Drain() {
   std::array<char, 65536> buffer;
   while (recv(socket.GetFD(), buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) {

@@ -43,6 +43,7 @@ class Client {
   // Lines up to the first that begins with `start`, which is returned.
   std::string ReadLineThatBegins(std::string_view start);
   void Send(std::string_view text);
+  bool IsClosed();
   Socket& Connection() { return socket; }
   // Takes what has arrived, without waiting.
   void Drain();

@@ -14,6 +14,9 @@ class DelimParser {
   void AddDelimiter(const std::string& delimiter);
   void Add(std::string_view bytes);
 
+  // Bytes that belong to no complete message yet.
+  std::size_t Pending() const { return buffer.size() - taken; }
+
   // Takes out the earliest complete message, its delimiter at its end. False if there is none.
   bool Next(std::string& message);
   // The same, and says which delimiter ended it.

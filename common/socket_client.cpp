@@ -150,6 +150,8 @@ void SocketClient::CloseOn(const char* event) {
 
 void SocketClient::GotData(const std::string& text) { TellRequest(text); }
 
+std::size_t SocketClient::MessageLimit() const { return server.GetMessageLimit(); }
+
 void SocketClient::TellRequest(const std::string& text) {
   Tell([&](SocketServerListener& listener) { listener.GotRequest(this, text); });
 }
@@ -158,4 +160,8 @@ void SocketClientParseData::GotData(const std::string& text) {
   parser.Add(text);
   // What stands behind a message that closed the client was sent to nobody.
   while (IsOpen() && parser.Next(message)) TellRequest(message);
+  if (IsOpen() && parser.Pending() > MessageLimit()) {
+    std::cout << "SocketClient: closing a client whose message has no end\n";
+    Close();
+  }
 }

@@ -67,6 +67,7 @@ class SocketClient : public PollItem {
   // The peer has shut down its sending side.
   virtual void GotEndOfInput() {}
   void TellRequest(const std::string& text);
+  std::size_t MessageLimit() const;
   // Calls `call` with every listener of the server; defined in socket_server.h.
   template <class Call>
   void Tell(Call call);

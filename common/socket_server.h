@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <limits>
 #include <list>
 #include <memory>
 #include <optional>
@@ -59,6 +61,11 @@ class SocketServer : public PollItem, public PollTimer {
   // Every entry of it.
   void RemoveListener(SocketServerListener* listener);
 
+  // Closes a client that sends this many bytes without a delimiter, with a line on standard output.
+  // Without a limit, which is the start, a message may grow for ever.
+  void SetMessageLimit(std::size_t bytes) { message_limit = bytes; }
+  std::size_t GetMessageLimit() const { return message_limit; }
+
   // Sends `text` every `period_ms` to each client that was sent nothing since the last time. An
   // empty text, or a period of 0 or less, stops that.
   void SetKeepAlive(const std::string& text, int period_ms);
@@ -92,6 +99,7 @@ class SocketServer : public PollItem, public PollTimer {
   std::string keep_alive_text;
   int keep_alive_period_ms = 0;
   std::string delimiter;
+  std::size_t message_limit = std::numeric_limits<std::size_t>::max();
   std::optional<HTTPParser::Kind> http_kind;
   std::list<SocketServerListener*> listeners;
   std::list<std::unique_ptr<SocketClient>> clients;

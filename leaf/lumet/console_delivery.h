@@ -26,6 +26,7 @@ class LumetSocketContext : public SocketClientContext {
 struct BacklogLimit {
   static constexpr std::size_t kReply = 1572864;  // also events and messages
   static constexpr std::size_t kData = 1048576;
+  static constexpr std::size_t kStatus = 786432;
   static constexpr std::size_t kDiagnostic = 524288;
 };
 
@@ -40,9 +41,13 @@ class ConsoleDelivery {
   static void SendToClient(SocketClient* client, std::string_view text, std::size_t limit);
   // To every client, in the order of connection.
   void SendToAll(std::string_view text, std::size_t limit);
+  // Whether any client has `output` on.
+  bool AnyoneWants(LumetSocketContext::Output output) const;
   // To the clients whose `outputFlags` have `output`.
   void SendToFlagged(std::string_view text, LumetSocketContext::Output output, std::size_t limit);
 
  private:
+  static bool Wants(const SocketClient& client, LumetSocketContext::Output output);
+
   SocketServer& server;
 };

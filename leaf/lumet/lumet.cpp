@@ -14,6 +14,8 @@
 
 namespace {
 
+constexpr std::size_t kLongestRequest = std::size_t{4} << 20;  // bytes
+
 // Bits of DIAG.
 constexpr std::uint32_t kConsoleConnected = 0x0001;
 constexpr std::uint32_t kRedModOff = 0x2000;
@@ -47,6 +49,7 @@ Lumet::Lumet(const Platform& platform, bool debug_lines, bool* reboot_ordered, b
   dsp.SetListener(this);
   dsp.SetOutputFormat(kOutputFormat);
   server.AddListener(this);
+  server.SetMessageLimit(kLongestRequest);
   server.Listen(ConsoleAddress(platform));
   platform.console_listens(server.GetPort());
 }
@@ -200,7 +203,18 @@ void Lumet::GotData(DataSample& sample) {
   diag_word = console.HasConsole() ? diag_word | kConsoleConnected : diag_word & ~kConsoleConnected;
   registers.SetTime(sample.time);
   DeriveLightQuantities(calibration, transmittance_in_force, sample);
+  PublishStatus(sample);
   clients.SendToAll(data_row.Compose(sample, sample.flags | diag_word), BacklogLimit::kData);
+}
+
+void Lumet::PublishStatus(const DataSample& sample) {
+  // The clock may step back; small steps are waited out.
+  const double passed = sample.time - last_status_time;
+  if (passed < 1.0 && passed >= -1.0) return;
+  last_status_time = sample.time;
+  if (clients.AnyoneWants(LumetSocketContext::kStatus))
+    clients.SendToFlagged(StatusRow(sample.time, sample.flags | diag_word, temperatures),
+                          LumetSocketContext::kStatus, BacklogLimit::kStatus);
 }
 
 void Lumet::GotUnknownMessage(std::uint16_t code, const std::uint8_t*, std::uint16_t length) {

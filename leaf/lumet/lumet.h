@@ -61,6 +61,8 @@ class Lumet : public DSPDevice::Listener,
   const char* GetName() override { return "Lumet"; }
 
  private:
+  // Once a second by the time of the samples.
+  void PublishStatus(const DataSample& sample);
   void ShowMessage(std::string_view prefix, std::string_view text);
   // Puts what the head knows of itself into the document.
   void FillInIdentity();
@@ -85,4 +87,6 @@ class Lumet : public DSPDevice::Listener,
   LightCalibration calibration;
   float transmittance_in_force = 1;
   std::uint32_t diag_word = 0;
+  BoardTemperatures temperatures = {};  // 0 until they are read
+  double last_status_time = 0;
 };

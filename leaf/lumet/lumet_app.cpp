@@ -57,6 +57,8 @@ int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
   catch_signal(pending_signals(), SIGINT);
   // A write to a peer that is gone is an error like any other.
   ignore_signal(pending_signals(), SIGPIPE);
+  // And so is a file that may grow no further.
+  ignore_signal(pending_signals(), SIGXFSZ);
   pin_processor();
 
   int exit_status = 0;

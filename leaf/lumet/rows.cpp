@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <iomanip>
 #include <sstream>
 
 #include "leaf/lumet/version.h"
@@ -58,6 +59,12 @@ char* PutChecksum(const char* row, const char* row_end, char* at) {
   return at;
 }
 
+std::string WithChecksum(std::string row) {
+  std::array<char, 4> checksum;
+  PutChecksum(row.data(), row.data() + row.size(), checksum.data());
+  return row.append(checksum.data(), checksum.size());
+}
+
 std::string HexWord(std::uint16_t word) {
   std::array<char, 8> text = {};
   std::snprintf(text.data(), text.size(), "0x%04x", unsigned{word});
@@ -100,6 +107,19 @@ std::span<const OutputChannel> StatusChannels() {
   return channels;
 }
 
+std::string StatusRow(double time, std::uint32_t diag, const BoardTemperatures& temperatures) {
+  std::ostringstream row;
+  row << "DATASTAT\t";
+  const OutputChannel* channel = StatusChannels().data();
+  const auto put = [&](double value) {
+    row << std::setprecision((channel++)->precision) << value << "\t";
+  };
+  put(time);
+  put(diag);
+  for (const float temperature : temperatures) put(temperature);
+  return WithChecksum(row.str());
+}
+
 std::string NamesRow(std::string_view row_name, std::span<const OutputChannel> channels) {
   return HeadingRow(row_name, channels,
                     [](const OutputChannel& channel) -> std::string_view { return channel.name; });
@@ -121,10 +141,7 @@ std::string RegisterValuesRow(const std::map<std::uint16_t, std::uint16_t>& valu
   row << "DATATEST\t" << time;
   for (const auto& [address, value] : values) row << "\t" << HexWord(value);
   row << "\t";
-  const std::string fields = row.str();
-  std::array<char, 4> checksum;
-  PutChecksum(fields.data(), fields.data() + fields.size(), checksum.data());
-  return fields + std::string(checksum.data(), checksum.size());
+  return WithChecksum(row.str());
 }
 
 std::string DataMsgRow(std::string_view prefix, std::string_view text) {

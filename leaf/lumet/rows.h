@@ -27,6 +27,12 @@ std::span<const OutputChannel> DataChannels();
 // Those of the DATASTAT row: time, DIAG, and the temperature of each sensor.
 std::span<const OutputChannel> StatusChannels();
 
+// Temperatures of the board in the order of the status channels, °C.
+using BoardTemperatures = std::array<float, 5>;
+
+// Each status value with the precision of its channel, and the checksum.
+std::string StatusRow(double time, std::uint32_t diag, const BoardTemperatures& temperatures);
+
 // `row_name`, the name of each channel, and CHK: the row that heads a table of data rows.
 std::string NamesRow(std::string_view row_name, std::span<const OutputChannel> channels);
 // The same with the units.

@@ -1,0 +1,189 @@
+// The console protocol, as transcripts: files under tests/data/console. A line tells what a client
+// sends or hears next ("A> text", "A< line"), in the order of the transcript; "A<<" passes lines up
+// to this one, as at a connect; "DSP<" is what the processor gets, in hexadecimal without its zero
+// times, and "DSP>" a register's answer. '#' begins a comment.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+
+#include "bench/head.h"
+#include "common/test_registry.h"
+
+namespace {
+
+class Transcript {
+ public:
+  Transcript() : head(root.Path(), Head::PlayedBy::kCaller) { head.SignalProcessor().ReadPacket(); }
+
+  void Play(const std::string& line) {
+    if (line.starts_with("#")) return;
+    const std::size_t end = line.find(' ');
+    const std::string who = line.substr(0, line.find_first_of("<>"));
+    const std::string what = line.substr(who.size(), end - who.size());
+    const std::string text = line.substr(end + 1);
+    if (who == "DSP")
+      PlayProcessor(what, text);
+    else if (what == ">")
+      ClientNamed(who).Send(text + "\n");
+    else if (what == "<<")
+      ClientNamed(who).ReadLineThatBegins(text);
+    else
+      ASSERT_EQ(ClientNamed(who).ReadLine(), text);
+  }
+
+  // Nobody has heard anything more than told.
+  void Finish() {
+    for (auto& [name, client] : clients) {
+      if (client.IsClosed()) continue;
+      client.Send("TurnDataClockOn\n");
+      EXPECT_TRUE(client.ReadLine().starts_with("DATACLOCKH")) << name;
+    }
+    EXPECT_EQ(head.Stop(), 0);
+  }
+
+ private:
+  Client& ClientNamed(const std::string& name) {
+    // The first two are there from the start.
+    for (const std::string& wanted : {std::string("A"), std::string("B"), name}) {
+      if (clients.contains(wanted)) continue;
+      Client& client = clients.try_emplace(wanted, head.Port()).first->second;
+      if (wanted <= "B") client.ReadLineThatBegins("DATADIAGH\t");
+    }
+    return clients.at(name);
+  }
+
+  void PlayProcessor(const std::string& what, const std::string& text) {
+    std::istringstream words(text);
+    if (what == ">") {
+      std::uint16_t address = 0;
+      std::uint16_t value = 0;
+      words >> std::hex >> address >> value;
+      RecordWriter record;
+      record.RegisterRecord(StampNow(), DSPCode::RegisterValueRecord, address, value);
+      head.SignalProcessor().Send(record);
+      return;
+    }
+    std::string expected;
+    for (std::string word; words >> word; expected += word) {
+    }
+    std::string heard;
+    while (heard.size() < expected.size()) {
+      const std::string packet = head.SignalProcessor().ReadPacket();
+      ForEachRecord(std::span(reinterpret_cast<const std::uint8_t*>(packet.data()), packet.size()),
+                    [&](const RecordHeader& header, std::span<const std::uint8_t> payload) {
+                      std::string bytes(payload.begin(), payload.end());
+                      bytes.resize(PaddedLength(header.length));
+                      const auto encoded = header.Encode();
+                      heard +=
+                          self_test::Hex(std::string(encoded.begin() + 8, encoded.end()) + bytes);
+                    });
+    }
+    EXPECT_EQ(heard, expected);
+  }
+
+  TemporaryDirectory root;
+  Head head;
+  std::map<std::string, Client> clients;
+};
+
+TEST(Console, SpeaksAsItsTranscriptsTell) {
+  for (const auto& entry : std::filesystem::directory_iterator(TRANSCRIPTS)) {
+    SCOPED_TRACE(entry.path().filename().string());
+    Transcript transcript;
+    std::ifstream file(entry.path());
+    int number = 0;
+    for (std::string line; std::getline(file, line);) {
+      SCOPED_TRACE("line " + std::to_string(++number));
+      ASSERT_NO_THROW(transcript.Play(line));
+      if (HasFatalFailure()) return;
+    }
+    transcript.Finish();
+  }
+}
+
+const std::string kDutyRequest = "<nemra><tavo><cfg><fan_duty>";
+const std::string kDutyEnd = "</fan_duty></cfg></tavo></nemra>\n";
+
+TEST(Console, ClosesAClientWhoseLineHasNoEnd) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kCaller);
+  Client endless(head.Port());
+  Client other(head.Port());
+  const std::string piece(1 << 20, '<');
+  EXPECT_THROW(
+      {
+        for (int i = 0; i < 64; ++i) endless.Send(piece);
+      },
+      ErrnoError);
+  head.WaitForLog("SocketClient: closing a client whose message has no end\n");
+  other.Send("TurnDataClockOn\n");
+  other.ReadLineThatBegins("DATACLOCKH");
+}
+
+TEST(Console, ChangesOutliveAFullDisk) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kCaller);
+  Client client(head.Port());
+  const auto set_duty = [&](const std::string& duty) {
+    client.Send(kDutyRequest + duty + kDutyEnd);
+    client.ReadLineThatBegins("<nemra><tavo><ack>");
+  };
+  const std::string path = root.Path() + "/etc/tavo.conf";
+  const auto saved = [&] { return ReadFile(path); };
+  set_duty("10");
+  const std::string before = saved();
+  EXPECT_NE(before.find("<fan_duty>10<"), std::string::npos);
+  const auto limit_files = [&](rlim_t bytes) {
+    const struct rlimit limit = {bytes, RLIM_INFINITY};
+    prlimit(head.Pid(), RLIMIT_FSIZE, &limit, nullptr);
+  };
+  limit_files(100);
+  set_duty("20");
+  EXPECT_EQ(saved(), before);
+  head.WaitForLog("Unable to write: " + path + ".new: File too large\n");
+  limit_files(RLIM_INFINITY);
+  set_duty("30");
+  EXPECT_NE(saved().find("<fan_duty>30<"), std::string::npos);
+}
+
+TEST(Console, SettingsOutliveAKillAtAnyMoment) {
+  const TemporaryDirectory root;
+  std::mt19937 random(11);
+  int last_answered = 0;
+  for (int round = 0; round < 200; ++round) {
+    Head head(root.Path(), Head::PlayedBy::kCaller);
+    Client client(head.Port());
+    client.Send(kDutyRequest + "&query_item;" + kDutyEnd);
+    client.ReadLineThatBegins("DATADIAGH\t");
+    const int found = std::stoi(client.ReadLine());
+    client.ReadLineThatBegins("<nemra><tavo><ack>");
+    // What was answered was saved; what was sent may have been.
+    ASSERT_TRUE(found == last_answered || found == last_answered + 1 || round == 0) << found;
+    int duty = found;
+    const auto moment = random() % 8;
+    for (unsigned i = 0; i < moment && duty < 90; ++i) {
+      client.Send(kDutyRequest + std::to_string(++duty) + kDutyEnd);
+      client.ReadLineThatBegins("<nemra><tavo><ack>");
+    }
+    last_answered = duty;
+    if (duty >= 90) {
+      client.Send(kDutyRequest + "0" + kDutyEnd);
+      client.ReadLineThatBegins("<nemra><tavo><ack>");
+      last_answered = 0;
+    }
+    client.Send(kDutyRequest + std::to_string(last_answered + 1) + kDutyEnd);
+    usleep(static_cast<unsigned>(random() % 1500));
+    head.Stop(SIGKILL);
+    ASSERT_TRUE(ReadFile(root.Path() + "/etc/tavo.conf").ends_with("</nemra>\n"));
+  }
+}
+
+}  // namespace
