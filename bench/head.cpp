@@ -45,23 +45,23 @@ std::array<int, 2> Pipe() {
   return Checked(result, ends);
 }
 
-// Starts lumet-bench with standard output going to `output` and `inherited`, if any, kept open.
+// Starts a command with standard output going to `output` and `inherited`, if any, kept open.
 pid_t StartBench(const std::vector<std::string>& arguments, int output, int inherited) {
-  std::vector<char*> argv = {const_cast<char*>(LUMET_BENCH)};
+  std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
   const pid_t child = fork();
   if (child != 0) return child;
   dup2(output, STDOUT_FILENO);
   if (inherited >= 0) fcntl(inherited, F_SETFD, 0);
-  execv(LUMET_BENCH, argv.data());
+  execvp(argv[0], argv.data());
   _exit(127);
 }
 
 std::vector<std::string> BenchArguments(const std::string& root,
                                         const std::vector<std::string>& bench_options,
                                         const std::vector<std::string>& lumet_options) {
-  std::vector<std::string> arguments = {"--root", root, "--console-port", "0"};
+  std::vector<std::string> arguments = {LUMET_BENCH, "--root", root, "--console-port", "0"};
   arguments.insert(arguments.end(), bench_options.begin(), bench_options.end());
   arguments.emplace_back("--");
   arguments.insert(arguments.end(), lumet_options.begin(), lumet_options.end());
@@ -145,7 +145,7 @@ void Processor::Send(RecordWriter& records) {
 RecordTime StampNow() { return {static_cast<std::uint32_t>(std::time(nullptr)), 0}; }
 
 Head::Head(const std::string& root, PlayedBy played_by,
-           const std::vector<std::string>& lumet_options) {
+           const std::vector<std::string>& lumet_options, const std::vector<std::string>& wrapper) {
   const std::array<int, 2> pipe_ends = Pipe();
   output.Attach(pipe_ends[0]);
   StreamFileBase child_output(pipe_ends[1]);
@@ -157,8 +157,10 @@ Head::Head(const std::string& root, PlayedBy played_by,
     child_link.Attach(link_ends[1]);
     bench_options = {"--dsp-fd", std::to_string(link_ends[1])};
   }
-  pid = StartBench(BenchArguments(root, bench_options, lumet_options), child_output.GetFD(),
-                   child_link.GetFD());
+  std::vector<std::string> command = wrapper;
+  for (const std::string& word : BenchArguments(root, bench_options, lumet_options))
+    command.push_back(word);
+  pid = StartBench(command, child_output.GetFD(), child_link.GetFD());
   child_output.Close();
   child_link.Close();
   const std::string before = "listens on port ";

@@ -78,10 +78,11 @@ class Head {
  public:
   enum class PlayedBy { kSimulator, kCaller };
 
-  // Starts lumet-bench with `lumet_options`, on a free port, with its files in `root`. Waits until
-  // it listens.
+  // Starts lumet-bench with `lumet_options`, on a free port, with its files in `root`; under the
+  // command `wrapper`, if there is one. Waits until it listens.
   Head(const std::string& root, PlayedBy processor,
-       const std::vector<std::string>& lumet_options = {});
+       const std::vector<std::string>& lumet_options = {},
+       const std::vector<std::string>& wrapper = {});
   ~Head();
   Head(const Head&) = delete;
   Head& operator=(const Head&) = delete;

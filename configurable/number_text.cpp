@@ -5,6 +5,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "common/number_format.h"
 #include "configurable/text_stream.h"
 
 namespace {
@@ -20,14 +21,6 @@ void Put(std::ostream& out, Format... format) {
   std::array<char, 32> text;
   const char* end = std::to_chars(text.data(), text.data() + text.size(), format...).ptr;
   out.rdbuf()->sputn(text.data(), end - text.data());
-}
-
-template <class Real>
-void WriteReal(std::ostream& out, Real value) {
-  if (DefaultFormat(out))
-    Put(out, double{value}, std::chars_format::general, 6);
-  else
-    out << value;
 }
 
 bool IsDigit(char byte) { return byte >= '0' && byte <= '9'; }
@@ -88,8 +81,21 @@ void Read(std::istream& in, Number& value) {
 
 }  // namespace
 
-void WriteNumber(std::ostream& out, float value) { WriteReal(out, value); }
-void WriteNumber(std::ostream& out, double value) { WriteReal(out, value); }
+void WriteNumber(std::ostream& out, float value) {
+  if (!DefaultFormat(out)) {
+    out << value;
+    return;
+  }
+  std::array<char, 32> text;
+  out.rdbuf()->sputn(text.data(), PutGeneral(text.data(), value) - text.data());
+}
+
+void WriteNumber(std::ostream& out, double value) {
+  if (DefaultFormat(out))
+    Put(out, value, std::chars_format::general, 6);
+  else
+    out << value;
+}
 
 void WriteNumber(std::ostream& out, int value) {
   if (DefaultFormat(out))

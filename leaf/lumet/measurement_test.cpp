@@ -82,10 +82,13 @@ void RowCases() {
   // Any bits at all may come from the processor.
   std::mt19937_64 random(7);
   for (int i = 0; i < 20'000; ++i) {
+    const std::uint64_t bits = random();
     sample.time = i % 100 == 0 ? std::numeric_limits<double>::lowest()
-                               : std::bit_cast<double>(random() >> 1 & 0x41FFFFFFFFFFFFFF);
+                  : i % 2 == 0 ? 1.7e9 + static_cast<double>(bits % 1'000'000'000'000) / 4096
+                               : std::bit_cast<double>(bits >> 1 & 0x41FFFFFFFFFFFFFF);
     for (float& value : sample.values)
-      value = std::bit_cast<float>(static_cast<std::uint32_t>(random()));
+      value = i % 3 == 0 ? static_cast<float>(random() % 100'000'000) / 1000
+                         : std::bit_cast<float>(static_cast<std::uint32_t>(random()));
     sample.code = static_cast<std::uint16_t>(random());
     const auto diag = static_cast<std::uint32_t>(random());
     ExpectEqual(std::string(composer.Compose(sample, diag)), StreamedRow(sample, diag));

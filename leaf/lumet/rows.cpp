@@ -1,11 +1,12 @@
 #include "leaf/lumet/rows.h"
 
-#include <charconv>
+#include <bit>
 #include <cstdio>
 #include <cstring>
 #include <iomanip>
 #include <sstream>
 
+#include "common/number_format.h"
 #include "leaf/lumet/version.h"
 
 namespace {
@@ -24,32 +25,17 @@ std::string HeadingRow(std::string_view row_name, std::span<const OutputChannel>
   return row + "\tCHK\n";
 }
 
-// Writes fields one behind the other, each closed by a tab. The room is the caller's promise.
-class FieldWriter {
- public:
-  FieldWriter(char* from, char* end) : next(from), limit(end) {}
-
-  void Text(std::string_view text) {
-    std::memcpy(next, text.data(), text.size());
-    next += text.size();
-  }
-
-  template <class... Format>
-  void Number(Format... format) {
-    next = std::to_chars(next, limit, format...).ptr;
-    *next++ = '\t';
-  }
-
-  char* Position() const { return next; }
-
- private:
-  char* next;
-  char* limit;
-};
-
 // Writes the checksum of a row, and the line feed behind it, to `at`. Returns the end.
 char* PutChecksum(const char* row, const char* row_end, char* at) {
-  unsigned sum = 0;
+  // Eight bytes at a time, in four lanes of 16 bits, which rows are too short to fill.
+  constexpr std::uint64_t kLanes = 0x00FF00FF00FF00FF;
+  std::uint64_t lanes = 0;
+  for (; row_end - row >= 8; row += 8) {
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, row, sizeof bytes);
+    lanes += (bytes & kLanes) + (bytes >> 8 & kLanes);
+  }
+  unsigned sum = static_cast<unsigned>(lanes + (lanes >> 16) + (lanes >> 32) + (lanes >> 48));
   for (; row != row_end; ++row) sum += static_cast<unsigned char>(*row);
   sum %= 256;
   *at++ = static_cast<char>('0' + sum / 100);
@@ -164,14 +150,31 @@ std::string OpeningBlock(std::string_view host_name, std::string_view serial_num
 }
 
 std::string_view DataRowComposer::Compose(const DataSample& sample, std::uint32_t diag) {
-  FieldWriter row(buffer.data(), buffer.data() + buffer.size());
-  row.Text("DATA\t");
-  row.Number(sample.time, std::chars_format::fixed, 6);
-  row.Number(diag);
-  for (const DataSample::Channel channel : kPrintedValues)
-    row.Number(double{sample.values[channel]}, std::chars_format::general, 6);
-  row.Number(int{sample.code});
-
-  const char* end = PutChecksum(buffer.data(), row.Position(), row.Position());
+  constexpr std::string_view kName = "DATA\t";
+  char* to = buffer.data();
+  const auto put_tab = [&](char* end) {
+    *end = '\t';
+    to = end + 1;
+  };
+  std::memcpy(to, kName.data(), kName.size());
+  to += kName.size();
+  put_tab(PutFixed6(to, sample.time));
+  put_tab(PutUnsigned(to, diag));
+  for (std::size_t i = 0; i < kPrintedValues.size(); ++i) {
+    const float value = sample.values[kPrintedValues[i]];
+    Column& column = columns[i];
+    // By its bits, so that nan is like itself, and -0 unlike 0.
+    const auto bits = std::bit_cast<std::uint32_t>(value);
+    if (bits != column.bits) {
+      column.bits = bits;
+      column.length =
+          static_cast<std::uint32_t>(PutGeneral(column.text.data(), value) - column.text.data());
+    }
+    // More than it takes, since a fixed size costs less.
+    std::memcpy(to, column.text.data(), column.text.size());
+    put_tab(to + column.length);
+  }
+  put_tab(PutUnsigned(to, sample.code));
+  const char* end = PutChecksum(buffer.data(), to, to);
   return {buffer.data(), static_cast<std::size_t>(end - buffer.data())};
 }

@@ -67,6 +67,13 @@ class DataRowComposer {
   std::string_view Compose(const DataSample& sample, std::uint32_t diag);
 
  private:
+  // A value that a column had, and its text: many stand still from sample to sample.
+  struct Column {
+    std::uint32_t bits = 0;
+    std::uint32_t length = 1;
+    std::array<char, 16> text = {'0'};
+  };
+  std::array<Column, 12> columns;
   // Room for every column at its longest: a time of 309 digits and 14 shorter numbers.
   std::array<char, 768> buffer;
 };
