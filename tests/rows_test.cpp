@@ -129,6 +129,49 @@ TEST(Rows, AClientThatDisappearsLeavesTheOthersAlone) {
   EXPECT_EQ(head.Stop(), 0);
 }
 
+TEST(Rows, StatusComesOnceASecondByTheTimeOfTheSamples) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kCaller);
+  Client client(head.Port());
+  client.Send("Console me\n<nemra><tavo><output><status>true</status></output></tavo></nemra>\n");
+  client.ReadLineThatBegins("DATASTATU\t");
+  client.ReadLineThatBegins("DATAEVENT\tCONFIGCHANGED");
+  // Seconds of the stamp, and milliseconds of the tick; the clock follows a stamp that is a second
+  // or more away.
+  const struct {
+    std::uint32_t stamp;
+    std::uint32_t tick_ms;
+    const char* status;  // the time in the status row, if one is due
+  } rows[] = {
+      {2000, 0, "2000"},
+      {2000, 500, nullptr},
+      {2001, 999, nullptr},
+      {2001, 1000, "2001"},
+      // A step back by a second exactly is waited out.
+      {2000, 1100, nullptr},
+      {1999, 1200, "1999"},
+      {1999, 1700, nullptr},
+      {1997, 1800, "1997"},
+  };
+  for (const auto& row : rows) {
+    RecordWriter records;
+    WireSample sample;
+    sample.tick = row.tick_ms * 1000;
+    sample.flags = 2;
+    records.Sample({row.stamp, 0}, sample);
+    head.SignalProcessor().Send(records);
+    std::string line = client.ReadLine();
+    if (row.status != nullptr) {
+      EXPECT_TRUE(
+          line.starts_with(std::string("DATASTAT\t") + row.status + "\t1025\t0\t0\t0\t0\t0\t"))
+          << line;
+      EXPECT_TRUE(ChecksumHolds(line)) << line;
+      line = client.ReadLine();
+    }
+    EXPECT_TRUE(line.starts_with("DATA\t") && line.find("\t1025\t") != std::string::npos) << line;
+  }
+}
+
 TEST(Rows, WhatTheProcessorSaysReachesClientsAndTheLog) {
   const TemporaryDirectory root;
   for (const bool debug : {false, true}) {

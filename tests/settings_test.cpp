@@ -6,13 +6,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <string>
 
+#include "bench/bench_platform.h"
 #include "bench/head.h"
 #include "common/little_endian.h"
 #include "common/safe_file.h"
+#include "leaf/lumet/settings_files.h"
 
 namespace {
 
@@ -130,6 +133,37 @@ TEST(Settings, SurviveADiskThatIsFull) {
   EXPECT_EQ(ReadFile(path), "old");
   EXPECT_TRUE(ReplaceFile(path, [](std::ostream& out) { out << "new"; }));
   EXPECT_EQ(ReadFile(path), "new");
+}
+
+TEST(Settings, RaiseRightsForTheirWritesAlone) {
+  const TemporaryDirectory root;
+  Platform platform = BenchPlatform(root.Path());
+  std::vector<uid_t> users;
+  platform.set_effective_user = [&](uid_t user) {
+    users.push_back(user);
+    return 0;
+  };
+  DocTavo doc;
+  SettingsFiles files(doc, platform);
+  files.load_main([] {});
+  files.save_main();
+  EXPECT_TRUE(users.empty()) << "nothing has changed";
+  doc.Conf().Cfg().FanDuty().set(1);
+  for (int i = 0; i < 2; ++i) files.save_main();
+  EXPECT_EQ(users, (std::vector<uid_t>{0, geteuid()}));
+
+  platform.set_effective_user = [](uid_t) {
+    errno = EPERM;
+    return -1;
+  };
+  doc.Conf().Cfg().FanDuty().set(2);
+  try {
+    files.save_main();
+    ADD_FAILURE() << "saved without rights";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "Unable to gain super user priviledges: Operation not permitted");
+  }
+  EXPECT_TRUE(doc.Conf().Cfg().Clock().has_flag(Configurable::Active)) << "what was masked is not";
 }
 
 }  // namespace
