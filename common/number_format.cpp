@@ -71,7 +71,8 @@ char* PutGeneral(char* to, float value) {
     ++exponent;
   }
   if (value < 0) *to++ = '-';
-  std::array<char, 8> text;
+  // Read past its digits below, in copies of a constant size.
+  std::array<char, 2 * kDigits> text{};
   PutSixDigits(text.data(), digits);
   int length = kDigits;
   while (length > 1 && text[static_cast<std::size_t>(length - 1)] == '0') --length;
