@@ -34,6 +34,10 @@ Platform BenchPlatform(const std::string& root) {
     std::cout << "lumet-bench: would lock all memory\n";
     return 0;
   };
+  platform.delete_route = [](Socket&, const struct msghdr&) {
+    std::cout << "lumet-bench: would ask the kernel to remove that route\n";
+  };
+  platform.discovery = false;
   platform.run_command = [](const std::string& command) {
     std::cout << "lumet-bench: would run " << command << "\n";
     return 0;

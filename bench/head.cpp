@@ -19,59 +19,22 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Waits until `fd` can be read.
-void WaitReadable(int fd, Clock::time_point deadline, const std::string& awaited) {
-  const auto left =
-      std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  struct pollfd entry = {fd, POLLIN, 0};
-  if (left <= 0 || poll(&entry, 1, static_cast<int>(left)) <= 0)
-    throw std::runtime_error("waited in vain for " + awaited);
-}
-
-std::array<int, 2> Checked(int result, const std::array<int, 2>& ends) {
-  if (result != 0) throw ErrnoError("unable to make a pair of descriptors");
-  return ends;
-}
-
 std::array<int, 2> SocketPair() {
   std::array<int, 2> ends = {};
-  const int result = socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data());
-  return Checked(result, ends);
-}
-
-std::array<int, 2> Pipe() {
-  std::array<int, 2> ends = {};
-  const int result = pipe2(ends.data(), O_CLOEXEC);
-  return Checked(result, ends);
-}
-
-// Starts a command with standard output going to `output` and `inherited`, if any, kept open.
-pid_t StartBench(const std::vector<std::string>& arguments, int output, int inherited) {
-  std::vector<char*> argv;
-  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
-  const pid_t child = fork();
-  if (child != 0) return child;
-  dup2(output, STDOUT_FILENO);
-  if (inherited >= 0) fcntl(inherited, F_SETFD, 0);
-  execvp(argv[0], argv.data());
-  _exit(127);
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
+    throw ErrnoError("unable to make a pair of descriptors");
+  return ends;
 }
 
 std::vector<std::string> BenchArguments(const std::string& root,
                                         const std::vector<std::string>& bench_options,
                                         const std::vector<std::string>& lumet_options) {
-  std::vector<std::string> arguments = {LUMET_BENCH, "--root", root, "--console-port", "0"};
+  std::vector<std::string> arguments = {LUMET_BENCH,      "--root", root,
+                                        "--console-port", "0",      "--no-broker"};
   arguments.insert(arguments.end(), bench_options.begin(), bench_options.end());
   arguments.emplace_back("--");
   arguments.insert(arguments.end(), lumet_options.begin(), lumet_options.end());
   return arguments;
-}
-
-int WaitForExit(pid_t pid) {
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace
@@ -144,60 +107,26 @@ void Processor::Send(RecordWriter& records) {
 
 RecordTime StampNow() { return {static_cast<std::uint32_t>(std::time(nullptr)), 0}; }
 
-Head::Head(const std::string& root, PlayedBy played_by,
-           const std::vector<std::string>& lumet_options, const std::vector<std::string>& wrapper) {
-  const std::array<int, 2> pipe_ends = Pipe();
-  output.Attach(pipe_ends[0]);
-  StreamFileBase child_output(pipe_ends[1]);
+Head::Head(const std::string& root, PlayedBy played_by, const HeadOptions& options) {
   StreamFileBase child_link;
-  std::vector<std::string> bench_options;
+  std::vector<std::string> bench_options = options.bench;
   if (played_by == PlayedBy::kCaller) {
     const std::array<int, 2> link_ends = SocketPair();
     processor.Attach(link_ends[0]);
     child_link.Attach(link_ends[1]);
-    bench_options = {"--dsp-fd", std::to_string(link_ends[1])};
+    bench_options.insert(bench_options.end(), {"--dsp-fd", std::to_string(link_ends[1])});
   }
-  std::vector<std::string> command = wrapper;
-  for (const std::string& word : BenchArguments(root, bench_options, lumet_options))
+  std::vector<std::string> command = options.wrapper;
+  for (const std::string& word : BenchArguments(root, bench_options, options.lumet))
     command.push_back(word);
-  pid = StartBench(command, child_output.GetFD(), child_link.GetFD());
-  child_output.Close();
-  child_link.Close();
+  process = std::make_unique<ChildProcess>(command, child_link.GetFD());
   const std::string before = "listens on port ";
-  const std::string said = WaitForLog("to talk to it");
+  const std::string& said = WaitForLog("to talk to it");
   port = std::stoi(said.substr(said.find(before) + before.size()));
 }
 
-Head::~Head() {
-  if (pid > 0) Stop(SIGKILL);
-}
-
-std::string Head::WaitForLog(std::string_view text) {
-  const auto deadline = Clock::now() + kDeadline;
-  while (log.find(text) == std::string::npos) {
-    WaitReadable(output.GetFD(), deadline, "'" + std::string(text) + "' in the log:\n" + log);
-    std::string chunk;
-    if (output.ReadString(chunk) == 0) throw std::runtime_error("the head ended, saying\n" + log);
-    log += chunk;
-  }
-  return log;
-}
-
-int Head::Stop(int signo) {
-  kill(pid, signo);
-  return Wait();
-}
-
-int Head::Wait() {
-  std::string chunk;
-  while (output.ReadString(chunk) > 0) log += chunk;
-  const int status = WaitForExit(pid);
-  pid = -1;
-  return status;
-}
-
 long Head::Status(const std::string& name) const {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::ifstream status("/proc/" + std::to_string(Pid()) + "/status");
   std::string word;
   while (status >> word && word != name + ":") {
   }
@@ -208,15 +137,10 @@ long Head::Status(const std::string& name) const {
 
 int RunLumetOnce(const std::string& root, const std::vector<std::string>& lumet_options,
                  std::string& log) {
-  const std::array<int, 2> pipe_ends = Pipe();
-  StreamFileBase output(pipe_ends[0]);
-  StreamFileBase child_output(pipe_ends[1]);
-  const pid_t pid = StartBench(BenchArguments(root, {}, lumet_options), child_output.GetFD(), -1);
-  child_output.Close();
-  log.clear();
-  std::string chunk;
-  while (output.ReadString(chunk) > 0) log += chunk;
-  return WaitForExit(pid);
+  ChildProcess process(BenchArguments(root, {}, lumet_options));
+  const int exit_status = process.Wait();
+  log = process.Output();
+  return exit_status;
 }
 
 std::string ReadFile(const std::string& path) {

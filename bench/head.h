@@ -2,20 +2,18 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "bench/child_process.h"
 #include "bench/record_writer.h"
 #include "common/socket.h"
 
 // For programs that drive heads on the bench: the head itself, its clients and its processor.
-
-// What every wait takes at most.
-constexpr auto kDeadline = std::chrono::seconds(20);
 
 // A directory of its own, gone at the end.
 class TemporaryDirectory {
@@ -73,41 +71,43 @@ class Processor {
 // A stamp for records: the present second.
 RecordTime StampNow();
 
-// A head on the bench, in a process of its own.
+// How to start a head.
+struct HeadOptions {
+  std::vector<std::string> lumet = {};    // options of lumet
+  std::vector<std::string> wrapper = {};  // a command that runs the bench
+  std::vector<std::string> bench = {};    // options of the bench
+};
+
+// A head on the bench, in a process of its own, on a free port. Its bus has no broker unless the
+// options give it one.
 class Head {
  public:
   enum class PlayedBy { kSimulator, kCaller };
 
-  // Starts lumet-bench with `lumet_options`, on a free port, with its files in `root`; under the
-  // command `wrapper`, if there is one. Waits until it listens.
-  Head(const std::string& root, PlayedBy processor,
-       const std::vector<std::string>& lumet_options = {},
-       const std::vector<std::string>& wrapper = {});
-  ~Head();
-  Head(const Head&) = delete;
-  Head& operator=(const Head&) = delete;
+  // Starts lumet-bench with its files in `root`. Waits until it listens.
+  Head(const std::string& root, PlayedBy processor, const HeadOptions& options = {});
 
   int Port() const { return port; }
-  pid_t Pid() const { return pid; }
+  pid_t Pid() const { return process->Pid(); }
   // Only with PlayedBy::kCaller.
   Processor& SignalProcessor() { return processor; }
 
-  // Standard output so far, once it holds `text`.
-  std::string WaitForLog(std::string_view text);
+  // Standard output so far, once it holds `text`; `from`: behind the first so many bytes.
+  const std::string& WaitForLog(std::string_view text, std::size_t from = 0) {
+    return process->WaitForOutput(text, from);
+  }
   // Sends `signo` and waits for the end.
-  int Stop(int signo = SIGTERM);
+  int Stop(int signo = SIGTERM) { return process->Stop(signo); }
   // Waits for the end; returns the exit status, or -1 for a process that a signal ended.
-  int Wait();
+  int Wait() { return process->Wait(); }
   // A number that the system tells of the process, by its name in /proc/PID/status: VmRSS in
   // kilobytes, say. Throws std::runtime_error.
   long Status(const std::string& name) const;
 
  private:
   Processor processor;
-  StreamFileBase output;
-  pid_t pid = -1;
+  std::unique_ptr<ChildProcess> process;
   int port = 0;
-  std::string log;
 };
 
 // Runs lumet-bench on the files in `root` to its end; its standard output goes to `log`.

@@ -7,23 +7,14 @@
 #include <vector>
 
 #include "bench/bench_platform.h"
+#include "bench/broker.h"
 #include "bench/simulated_process.h"
 #include "leaf/lumet/lumet_app.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
 namespace {
 
-int RunHead(const std::string& root, int console_port, int dsp_fd,
-            std::vector<std::string>& lumet_options) {
-  Platform platform = BenchPlatform(root);
-  platform.dsp_fd = dsp_fd;
-  platform.console_port = console_port;
-  platform.console_listens = [&](int port) {
-    std::cout << "lumet-bench: the head listens on port " << port << " of "
-              << platform.console_address << "; its files are in " << root << "\n"
-              << "lumet-bench: to talk to it: nc " << platform.console_address << " " << port
-              << "\n";
-  };
+int RunHead(const Platform& platform, std::vector<std::string>& lumet_options) {
   std::vector<char*> arguments = {const_cast<char*>("lumet")};
   for (std::string& option : lumet_options) arguments.push_back(option.data());
   const int count = static_cast<int>(arguments.size());
@@ -43,6 +34,9 @@ int main(int argc, char** argv) {
   std::uint32_t rate = 10;
   std::uint64_t seed = 1;
   int dsp_fd = -1;
+  int broker_port = 1883;
+  bool no_broker = false;
+  bool discovery = false;
   bool print_tree = false;
   std::vector<std::string> lumet_options;
   app.add_option("--root", root, "Directory of the head's files")->capture_default_str();
@@ -56,6 +50,12 @@ int main(int argc, char** argv) {
   app.add_option("--dsp-fd", dsp_fd,
                  "Open descriptor, an end of a SOCK_SEQPACKET pair, on which\n"
                  "somebody else plays the processor");
+  app.add_option("--broker-port", broker_port, "TCP port of the message bus's broker")
+      ->check(CLI::Range(1, 65535))
+      ->capture_default_str();
+  app.add_flag("--no-broker", no_broker, "Start no broker where none listens on ::1");
+  app.add_flag("--discovery", discovery,
+               "Announce the head on the network of this machine, and look for its console unit");
   app.add_flag("--print-tree", print_tree,
                "Print the settings of a new head, and the type of each, and run nothing");
   app.add_option("LUMET_OPTIONS", lumet_options, "Behind --: options of lumet itself, say -- -d");
@@ -70,8 +70,26 @@ int main(int argc, char** argv) {
   try {
     std::optional<SimulatedProcess> processor;
     if (dsp_fd < 0) processor.emplace(rate, seed);
-    return RunHead(root, console_port, processor ? processor->HeadDescriptor() : dsp_fd,
-                   lumet_options);
+    Platform platform = BenchPlatform(root);
+    platform.dsp_fd = processor ? processor->HeadDescriptor() : dsp_fd;
+    platform.console_port = console_port;
+    platform.broker_port = broker_port;
+    platform.discovery = discovery;
+    std::optional<Broker> broker;
+    platform.console_listens = [&](int port) {
+      std::cout << "lumet-bench: the head listens on port " << port << " of "
+                << platform.console_address << "; its files are in " << root << "\n"
+                << "lumet-bench: to talk to it: nc " << platform.console_address << " " << port
+                << "\n";
+      if (no_broker) return;
+      if (!Broker::Listens(broker_port)) {
+        broker.emplace(root + "/broker", broker_port);
+        std::cout << "lumet-bench: started a broker on port " << broker_port << " of ::1\n";
+      }
+      std::cout << "lumet-bench: to hear the bus: mosquitto_sub -h ::1 -p " << broker_port
+                << " -t 'nemra/#' -v\n";
+    };
+    return RunHead(platform, lumet_options);
   } catch (const std::exception& error) {
     std::cerr << "lumet-bench: " << error.what() << "\n";
     return 1;

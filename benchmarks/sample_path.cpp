@@ -58,7 +58,7 @@ long DaemonInstructions(Stream stream, int clients, int packets) {
   constexpr int kInPacket = 390;
   const TemporaryDirectory root;
   const std::string log = root.Path() + "/callgrind";
-  Head head(root.Path(), Head::PlayedBy::kCaller, {}, Callgrind(log));
+  Head head(root.Path(), Head::PlayedBy::kCaller, {.wrapper = Callgrind(log)});
   std::vector<std::unique_ptr<Client>> readers;
   for (int i = 0; i < clients; ++i) {
     readers.push_back(std::make_unique<Client>(head.Port()));

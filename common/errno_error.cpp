@@ -6,4 +6,4 @@
 ErrnoError::ErrnoError(const std::string& message) : ErrnoError(message, errno) {}
 
 ErrnoError::ErrnoError(const std::string& message, int errnum)
-    : std::runtime_error(message + ": " + std::strerror(errnum)) {}
+    : std::runtime_error(message + ": " + std::strerror(errnum)), number(errnum) {}

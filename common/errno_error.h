@@ -9,4 +9,9 @@ class ErrnoError : public std::runtime_error {
   // Reads errno at this moment.
   explicit ErrnoError(const std::string& message);
   ErrnoError(const std::string& message, int errnum);
+
+  int ErrorNumber() const { return number; }
+
+ private:
+  int number;
 };

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "common/socket.h"
+
 // Everything outside the process that the head touches: files and devices, the account, the port,
 // and the acts that change the machine. The defaults are the instrument's. One value, made in main
 // and handed down, says where a daemon lives; the bench keeps it inside one directory.
@@ -39,6 +41,13 @@ struct Platform {
   // Hears the port once the service listens.
   std::function<void(int port)> console_listens = [](int) {};
 
+  // The interface by which the head is known on its network.
+  std::string network_interface = "eth0";
+  // Where the broker of the message bus listens, on whichever machine it is.
+  int broker_port = 1883;
+  // Whether the head announces itself on the network, and looks for its console unit there.
+  bool discovery = true;
+
   // Acts that change the machine. Results and errno are those of the calls that they stand for.
   std::function<int(int policy, int priority)> set_scheduler = [](int policy, int priority) {
     struct sched_param parameters = {};
@@ -50,6 +59,9 @@ struct Platform {
   std::function<int(const std::string& command)> run_command = [](const std::string& command) {
     return std::system(command.c_str());
   };
+  // Sends the kernel a request to remove a route. Throws ErrnoError.
+  std::function<void(Socket& netlink, const struct msghdr& request)> delete_route =
+      [](Socket& netlink, const struct msghdr& request) { netlink.SendMsg(&request, 0); };
 
   // Every file and device above, for whoever moves them elsewhere.
   std::vector<std::string*> Files() {

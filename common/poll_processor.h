@@ -130,6 +130,7 @@ class PollTimer {
   // Expires `ms` after the last due time, however late that was handled, so that a period does not
   // drift; negative disarms.
   void Extend(int ms);
+  bool IsArmed() const { return armed; }
 
  private:
   friend class PollProcessor;

@@ -107,7 +107,7 @@ TEST(Process, LivesFromItsPidFileToTheSafeState) {
   const std::string pid_file = root.Path() + "/run/lumet.pid";
   // Left behind by a crash, and longer than what will stand there.
   WriteFile(pid_file, "123456789012345\n");
-  Head head(root.Path(), Head::PlayedBy::kCaller, {"-t"});
+  Head head(root.Path(), Head::PlayedBy::kCaller, {.lumet = {"-t"}});
   // The bias once because everything is new, and once because this is a start.
   EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()),
             kSetOutputFormat2 + kRequestVersion + kDefaultBias + kDefaultBias);

@@ -176,7 +176,7 @@ TEST(Rows, WhatTheProcessorSaysReachesClientsAndTheLog) {
   const TemporaryDirectory root;
   for (const bool debug : {false, true}) {
     Head head(root.Path(), Head::PlayedBy::kCaller,
-              debug ? std::vector<std::string>{"-d"} : std::vector<std::string>{});
+              {.lumet = debug ? std::vector<std::string>{"-d"} : std::vector<std::string>{}});
     Client client(head.Port());
     client.ReadLineThatBegins("DATADIAGH\t");
     RecordWriter records;

@@ -50,7 +50,7 @@ TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
   WriteFile(etc + "tavo.conf",
             "<nemra><tavo><ver>9</ver><cal><DC0>5</DC0></cal><cmd><reboot>true</reboot></cmd><cfg>"
             "<fan_duty>77</fan_duty><fan_mode>fast</fan_mode></cfg></tavo></other>");
-  Head head(root.Path(), Head::PlayedBy::kCaller, {"-d"});
+  Head head(root.Path(), Head::PlayedBy::kCaller, {.lumet = {"-d"}});
   EXPECT_EQ(BiasIn(head.SignalProcessor().ReadPacket()), "-7.000000 100");
   Client client(head.Port());
   EXPECT_EQ(client.ReadLineThatBegins("DATAEVENT\tSN"), "DATAEVENT\tSN\tTVF-0042");

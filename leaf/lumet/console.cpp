@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "common/host_name.h"
+#include "common/network_interface.h"
 #include "common/str_util.h"
 #include "leaf/lumet/rows.h"
 
@@ -142,6 +143,12 @@ void Console::RefreshDynamicFields() {
                             : doc_was_changed ? static_cast<Configurable&>(tavo.Cfg())
                                               : static_cast<Configurable&>(doc);
   refreshed.set_changed(false);
+
+  constexpr std::time_t kAddressAge = 14;  // seconds
+  if (now - last_address_time <= kAddressAge) return;
+  const NetworkInterface interface = NetworkInterface::Read(platform.network_interface);
+  tavo.Ipaddress().set(interface.address.ToString());
+  last_address_time = now;
 }
 
 void Console::LoadOutputs(const LumetSocketContext& context) {
@@ -181,6 +188,7 @@ void Console::CheckForChanges() {
     const auto [client, text] = standing_queries[i];
     if (client->IsOpen()) RunStandingQuery(client, text);
   }
+  bus.PublishDocument();
   doc.set_changed(false);
 }
 

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <ctime>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "common/platform.h"
 #include "common/socket_server.h"
 #include "leaf/lumet/console_delivery.h"
+#include "leaf/lumet/message_bus.h"
 #include "leaf/lumet/register_console.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
@@ -19,8 +22,13 @@ class Console {
  public:
   // All must outlive this.
   Console(DocTavo& document, ConsoleDelivery& delivery, RegisterConsole& register_console,
-          bool debug_lines)
-      : doc(document), clients(delivery), registers(register_console), debug(debug_lines) {}
+          MessageBus& message_bus, const Platform& where, bool debug_lines)
+      : doc(document),
+        clients(delivery),
+        registers(register_console),
+        bus(message_bus),
+        platform(where),
+        debug(debug_lines) {}
 
   void ClientConnected(SocketClient* client);
   void ClientDisconnected(SocketClient* client);
@@ -28,7 +36,7 @@ class Console {
   void GotRequest(SocketClient* client, const std::string& text);
 
   // Runs after anything that may have changed the document: tells every client, runs the standing
-  // queries, and clears the marks.
+  // queries, publishes the document on the bus, and clears the marks.
   void CheckForChanges();
 
   bool HasConsole() const { return console_client != nullptr; }
@@ -52,8 +60,11 @@ class Console {
   DocTavo& doc;
   ConsoleDelivery& clients;
   RegisterConsole& registers;
+  MessageBus& bus;
+  const Platform& platform;
   bool debug;
   SocketClient* console_client = nullptr;
   std::string console_name;
   std::vector<std::pair<SocketClient*, std::string>> standing_queries;
+  std::time_t last_address_time = 0;  // when `ipaddress` was read
 };

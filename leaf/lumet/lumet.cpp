@@ -1,14 +1,18 @@
 #include "leaf/lumet/lumet.h"
 
+#include <json/json.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <initializer_list>
 #include <iostream>
+#include <sstream>
 
 #include "common/host_name.h"
+#include "common/network_interface.h"
 #include "common/print_exception.h"
+#include "leaf/lumet/announcement.h"
 #include "leaf/lumet/calibration.h"
 #include "leaf/lumet/version.h"
 
@@ -24,6 +28,9 @@ constexpr std::uint32_t kTestModeOn = 0x4000;
 // Listeners hear in the order of their names; this one is first.
 const std::string kListenerName = "00-Lumet";
 
+// The record follows start and versions after a moment, in which more of them may come.
+constexpr int kAnnounceMs = 3000;
+
 // The one output format that DSPDevice can read.
 constexpr std::uint32_t kOutputFormat = 2;
 
@@ -35,15 +42,28 @@ SocketAddress ConsoleAddress(const Platform& platform) {
 
 }  // namespace
 
-Lumet::Lumet(const Platform& platform, bool debug_lines, bool* reboot_ordered, bool*)
+bool PublicationClock::IsDue(double time) {
+  const double passed = time - last;
+  if (passed < period && passed >= -1.0) return false;
+  last = time;
+  return true;
+}
+
+Lumet::Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool* poweroff_ordered)
     : PollSignalHandler(SIGUSR1, true),
-      files(doc, platform),
-      dsp(platform.dsp_fd >= 0 ? DSPDevice(platform.dsp_fd) : DSPDevice(platform.dsp_device)),
+      PollTimer(-1, true),
+      platform(where),
+      bonjour(*this),
+      bus(where, this, doc),
+      files(doc, where),
+      dsp(where.dsp_fd >= 0 ? DSPDevice(where.dsp_fd) : DSPDevice(where.dsp_device)),
       server("\n", AF_INET6),
       clients(server),
       registers(dsp, clients, debug_lines),
-      console(doc, clients, registers, debug_lines),
+      console(doc, clients, registers, bus, where, debug_lines),
+      route_watch(where),
       reboot(reboot_ordered),
+      poweroff(poweroff_ordered),
       debug(debug_lines) {
   doc.add_listener(kListenerName, this);
   dsp.SetListener(this);
@@ -52,9 +72,21 @@ Lumet::Lumet(const Platform& platform, bool debug_lines, bool* reboot_ordered, b
   server.SetMessageLimit(kLongestRequest);
   server.Listen(ConsoleAddress(platform));
   platform.console_listens(server.GetPort());
+  if (platform.discovery) bonjour.Restart();
+  bus.Handle("nemra/tavo/xml/update",
+             [this](const std::string&, const std::string&, const std::string& payload) {
+               HandleXMLUpdate(payload);
+             });
+  bus.Handle("nemra/system/shutdown", [this](const std::string&, const std::string&,
+                                             const std::string&) { HandleSystemShutdown(); });
+  bus.Handle("nemra/kesh/scripts/power/constants/update",
+             [this](const std::string&, const std::string&, const std::string& payload) {
+               _HandlePowerButton(payload);
+             });
 }
 
 Lumet::~Lumet() {
+  bus.SayGoodbye();
   server.RemoveListener(this);
   dsp.SetListener(nullptr);
   doc.remove_listener(kListenerName);
@@ -91,13 +123,16 @@ void Lumet::readconfig() {
   calibration = LightCalibrationOf(doc.Conf());
   UpdateBias(true);
   console.CheckForChanges();
+  SetTimeout(kAnnounceMs);
 }
 
 void Lumet::FillInIdentity() {
   ConfigTavo& tavo = doc.Conf();
   tavo.Ver().set(std::string(kLumetVersion));
+  tavo.Ipaddress().set(NetworkInterface::Read(platform.network_interface).address.ToString());
   tavo.Name().set(GetHostName());
-  for (Configurable* item : {&tavo.Ver(), &tavo.Name()}) item->set_changed(false);
+  for (Configurable* item : {&tavo.Ver(), &tavo.Ipaddress(), &tavo.Name()})
+    item->set_changed(false);
   for (Configurable* item :
        std::initializer_list<Configurable*>{&tavo.Ver(), &tavo.Name(), &tavo.Ipaddress(),
                                             &tavo.Fpga(), &tavo.Dsp(), &tavo.Serialnumber()})
@@ -205,16 +240,22 @@ void Lumet::GotData(DataSample& sample) {
   DeriveLightQuantities(calibration, transmittance_in_force, sample);
   PublishStatus(sample);
   clients.SendToAll(data_row.Compose(sample, sample.flags | diag_word), BacklogLimit::kData);
+  PublishData(sample);
 }
 
 void Lumet::PublishStatus(const DataSample& sample) {
-  // The clock may step back; small steps are waited out.
-  const double passed = sample.time - last_status_time;
-  if (passed < 1.0 && passed >= -1.0) return;
-  last_status_time = sample.time;
+  if (!status_clock.IsDue(sample.time)) return;
+  const auto values = StatusValues(sample.time, sample.flags | diag_word, temperatures);
   if (clients.AnyoneWants(LumetSocketContext::kStatus))
-    clients.SendToFlagged(StatusRow(sample.time, sample.flags | diag_word, temperatures),
-                          LumetSocketContext::kStatus, BacklogLimit::kStatus);
+    clients.SendToFlagged(StatusRow(values), LumetSocketContext::kStatus, BacklogLimit::kStatus);
+  if (bus.IsConnected())
+    bus.PublishRelative("output/DATASTAT", JsonPayload(StatusChannels(), values), false);
+}
+
+void Lumet::PublishData(const DataSample& sample) {
+  if (!data_clock.IsDue(sample.time) || !bus.IsConnected()) return;
+  const auto values = DataValues(sample, sample.flags | diag_word);
+  bus.PublishRelative("output/DATA", JsonPayload(DataChannels(), values), false);
 }
 
 void Lumet::GotUnknownMessage(std::uint16_t code, const std::uint8_t*, std::uint16_t length) {
@@ -237,6 +278,7 @@ void Lumet::GotVersion(const std::string& dsp_version, const std::string& fpga_v
   doc.Conf().Dsp().set(dsp_version);
   doc.Conf().Fpga().set(fpga_version);
   std::cout << "DSP Version:" << dsp_version << "\nFPGA Version:" << fpga_version << "\n";
+  SetTimeout(kAnnounceMs);
 }
 
 void Lumet::ShowMessage(std::string_view prefix, std::string_view text) {
@@ -256,3 +298,62 @@ void Lumet::GotRequest(SocketClient* client, const std::string& text) {
 }
 
 void Lumet::ClientDisconnected(SocketClient* client) { console.ClientDisconnected(client); }
+
+void Lumet::Expired() {
+  if (platform.discovery)
+    Announce(doc.Conf(), platform.network_interface, server.GetPort(), bonjour);
+}
+
+void Lumet::ServiceFound(const std::string& name, const std::string&, const std::string&, int,
+                         const std::string&, const SocketAddress& address, const TxtMap& txt) {
+  const std::string& serial_number = doc.Conf().Factory().Serialnumber().get();
+  if (const auto broker =
+          BrokerOfOwnConsoleUnit(address, txt, serial_number, platform.network_interface))
+    bus.MoveTo(*broker, name);
+}
+
+void Lumet::OnConnect(int) { bus.Connected(); }
+void Lumet::OnDisconnect(int) { bus.Lost(); }
+
+void Lumet::OnMessage(int, const std::string& topic, const void* payload, int length, int, bool) {
+  const auto* bytes = static_cast<const char*>(payload);
+  bus.Dispatch(topic, std::string(bytes, bytes + length));
+}
+
+void Lumet::HandleXMLUpdate(const std::string& payload) {
+  const auto attempt = [&](auto act) {
+    try {
+      act();
+    } catch (const std::exception& error) {
+      std::cout << "Error with request: " << payload << ": " << error.what() << "\n";
+    } catch (...) {
+      std::cout << "Error with request: " << payload << "\n";
+    }
+  };
+  attempt([&] {
+    std::istringstream in(payload);
+    std::ostringstream unheard;
+    doc.request(in, unheard);
+  });
+  // Behind a failure too: the marks that it left behind would fail every later update.
+  attempt([&] { console.CheckForChanges(); });
+}
+
+void Lumet::HandleSystemShutdown() {
+  if (poweroff != nullptr) *poweroff = true;
+  sync();
+  PollProcessor::Instance()->Quit();
+}
+
+void Lumet::_HandlePowerButton(const std::string& payload) {
+  try {
+    Json::Value json;
+    std::istringstream in(payload);
+    if (!Json::parseFromStream(Json::CharReaderBuilder(), in, &json, nullptr)) return;
+    if (debug) std::cout << "_HandlePowerButton: json=" << json << "\n";
+    // The disks, ahead of the power; the shutdown itself has a message of its own.
+    if (json.isObject() && json["PowerAction"] == "shutdown") sync();
+  } catch (const Json::Exception& error) {
+    std::cout << "_HandlePowerButton: " << error.what() << "\n";
+  }
+}

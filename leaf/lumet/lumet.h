@@ -5,28 +5,49 @@
 #include <string>
 #include <string_view>
 
+#include "common/bonjour_client.h"
+#include "common/mqtt_client.h"
 #include "common/platform.h"
 #include "common/poll_processor.h"
+#include "common/restore_network_sanity.h"
 #include "common/socket_server.h"
 #include "leaf/lumet/console.h"
 #include "leaf/lumet/console_delivery.h"
 #include "leaf/lumet/dsp_device.h"
 #include "leaf/lumet/light_quantities.h"
+#include "leaf/lumet/message_bus.h"
 #include "leaf/lumet/rows.h"
 #include "leaf/lumet/settings_files.h"
 #include "liborrel/doctavo/doc_tavo.h"
+
+// Tells when to publish, by the time of the samples: once a period, and when that time steps back
+// by more than a second. Small steps are waited out.
+class PublicationClock {
+ public:
+  // In seconds.
+  explicit PublicationClock(double seconds) : period(seconds) {}
+  // True once for each publication.
+  bool IsDue(double time);
+
+ private:
+  double period;
+  double last = 0;
+};
 
 // The running instrument: owns everything long-lived, listens to all of it, and is the place where
 // its events meet. Each handler is a list of steps; the steps stand in the files named after them.
 class Lumet : public DSPDevice::Listener,
               public SocketServerListener,
               public ConfigurableListener,
-              public PollSignalHandler {
+              public BonjourClientListener,
+              public MQTTClient::Listener,
+              public PollSignalHandler,
+              public PollTimer {
  public:
   // Opens the device and the console service, so it is built before rights are given up. Throws
   // ErrnoError when it can't. The flags are set when the machine is to go down once the
-  // process has cleaned up; they and `platform` must outlive this.
-  Lumet(const Platform& platform, bool debug_lines, bool* reboot_ordered, bool* poweroff_ordered);
+  // process has cleaned up; they and `where` must outlive this.
+  Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool* poweroff_ordered);
   ~Lumet() override;
 
   // Turns the loop until quit, then takes the processor to its safe state. Lets no exception out.
@@ -57,12 +78,30 @@ class Lumet : public DSPDevice::Listener,
   void GotRequest(SocketClient* client, const std::string& text) override;
   void ClientDisconnected(SocketClient* client) override;
 
+  // What the network shows: the console unit that this head belongs to has the broker.
+  void ServiceFound(const std::string& name, const std::string& type, const std::string& domain,
+                    int interface_index, const std::string& host_name, const SocketAddress& address,
+                    const TxtMap& txt) override;
+
+  // What the message bus says.
+  void OnConnect(int result) override;
+  void OnDisconnect(int result) override;
+  void OnMessage(int message_id, const std::string& topic, const void* payload, int length, int qos,
+                 bool retain) override;
+
   void HandleSignal(int signo) override;
+  // Renews the head's service record.
+  void Expired() override;
   const char* GetName() override { return "Lumet"; }
 
  private:
-  // Once a second by the time of the samples.
+  // Once a second by the time of the samples, and twice a second.
   void PublishStatus(const DataSample& sample);
+  void PublishData(const DataSample& sample);
+  // What messages ask for.
+  void HandleXMLUpdate(const std::string& payload);
+  void HandleSystemShutdown();
+  void _HandlePowerButton(const std::string& payload);
   void ShowMessage(std::string_view prefix, std::string_view text);
   // Puts what the head knows of itself into the document.
   void FillInIdentity();
@@ -74,19 +113,25 @@ class Lumet : public DSPDevice::Listener,
   void SaveAll();
   void Dump();
 
+  const Platform& platform;
+  BonjourClient bonjour;
   DocTavo doc;
+  MessageBus bus;
   SettingsFiles files;
   DSPDevice dsp;
   SocketServer server;
   ConsoleDelivery clients;
   RegisterConsole registers;
   Console console;
+  RestoreNetworkSanity route_watch;
   bool* reboot;
+  bool* poweroff;
   bool debug;
   DataRowComposer data_row;
   LightCalibration calibration;
   float transmittance_in_force = 1;
   std::uint32_t diag_word = 0;
   BoardTemperatures temperatures = {};  // 0 until they are read
-  double last_status_time = 0;
+  PublicationClock status_clock{1.0};
+  PublicationClock data_clock{0.5};
 };

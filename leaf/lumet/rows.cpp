@@ -1,5 +1,6 @@
 #include "leaf/lumet/rows.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstring>
@@ -93,17 +94,37 @@ std::span<const OutputChannel> StatusChannels() {
   return channels;
 }
 
-std::string StatusRow(double time, std::uint32_t diag, const BoardTemperatures& temperatures) {
+std::array<double, 15> DataValues(const DataSample& sample, std::uint32_t diag) {
+  std::array<double, 15> values = {sample.time, static_cast<double>(diag)};
+  std::transform(kPrintedValues.begin(), kPrintedValues.end(), values.begin() + 2,
+                 [&](auto place) { return double{sample.values[place]}; });
+  values.back() = sample.code;
+  return values;
+}
+
+std::array<double, 7> StatusValues(double time, std::uint32_t diag,
+                                   const BoardTemperatures& temperatures) {
+  std::array<double, 7> values = {time, static_cast<double>(diag)};
+  std::copy(temperatures.begin(), temperatures.end(), values.begin() + 2);
+  return values;
+}
+
+std::string StatusRow(std::span<const double> values) {
   std::ostringstream row;
   row << "DATASTAT\t";
-  const OutputChannel* channel = StatusChannels().data();
-  const auto put = [&](double value) {
-    row << std::setprecision((channel++)->precision) << value << "\t";
-  };
-  put(time);
-  put(diag);
-  for (const float temperature : temperatures) put(temperature);
+  const std::span<const OutputChannel> channels = StatusChannels();
+  for (std::size_t i = 0; i < channels.size(); ++i)
+    row << std::setprecision(channels[i].precision) << values[i] << "\t";
   return WithChecksum(row.str());
+}
+
+std::string JsonPayload(std::span<const OutputChannel> channels, std::span<const double> values) {
+  std::ostringstream json;
+  for (std::size_t i = 0; i < channels.size(); ++i)
+    json << (i == 0 ? "{\"" : ",\"") << channels[i].name
+         << "\":" << std::setprecision(channels[i].precision) << values[i];
+  json << "}";
+  return json.str();
 }
 
 std::string NamesRow(std::string_view row_name, std::span<const OutputChannel> channels) {

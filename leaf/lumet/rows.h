@@ -30,8 +30,15 @@ std::span<const OutputChannel> StatusChannels();
 // Temperatures of the board in the order of the status channels, °C.
 using BoardTemperatures = std::array<float, 5>;
 
-// Each status value with the precision of its channel, and the checksum.
-std::string StatusRow(double time, std::uint32_t diag, const BoardTemperatures& temperatures);
+// What there is to publish, in the order of the channels.
+std::array<double, 15> DataValues(const DataSample& sample, std::uint32_t diag);
+std::array<double, 7> StatusValues(double time, std::uint32_t diag,
+                                   const BoardTemperatures& temperatures);
+
+// Each value with the precision of its channel, and the checksum.
+std::string StatusRow(std::span<const double> values);
+// One JSON object of all values by the names of their channels, without white space.
+std::string JsonPayload(std::span<const OutputChannel> channels, std::span<const double> values);
 
 // `row_name`, the name of each channel, and CHK: the row that heads a table of data rows.
 std::string NamesRow(std::string_view row_name, std::span<const OutputChannel> channels);

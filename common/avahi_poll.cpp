@@ -1,0 +1,94 @@
+#include "common/avahi_poll.h"
+
+#include <avahi-common/timeval.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "common/poll_processor.h"
+
+namespace {
+
+unsigned short MaskOf(AvahiWatchEvent events) {
+  return static_cast<unsigned short>(((events & AVAHI_WATCH_IN) != 0 ? POLLIN : 0) |
+                                     ((events & AVAHI_WATCH_OUT) != 0 ? POLLOUT : 0));
+}
+
+}  // namespace
+
+// Both are Avahi's names; what they are is for the owner of the loop to say.
+struct AvahiWatch : public PollItem {
+  AvahiWatch(int descriptor, AvahiWatchEvent wanted, AvahiWatchCallback on_event, void* user_data)
+      : PollItem(MaskOf(wanted), true), fd(descriptor), callback(on_event), data(user_data) {}
+  ~AvahiWatch() override {
+    if (freed != nullptr) *freed = true;
+  }
+
+  int GetFD() override { return fd; }
+  void HandleRead() override { Deliver(AVAHI_WATCH_IN); }
+  void HandleWrite() override { Deliver(AVAHI_WATCH_OUT); }
+  const char* GetName() override { return "AvahiWatch"; }
+
+  AvahiWatchEvent last_event = static_cast<AvahiWatchEvent>(0);
+
+ private:
+  void Deliver(AvahiWatchEvent event) {
+    last_event = static_cast<AvahiWatchEvent>(0);
+    // The callback may free this.
+    bool gone = false;
+    freed = &gone;
+    callback(this, fd, event, data);
+    if (gone) return;
+    freed = nullptr;
+    last_event = event;
+  }
+
+  int fd;
+  AvahiWatchCallback callback;
+  void* data;
+  bool* freed = nullptr;  // set when this is destroyed
+};
+
+struct AvahiTimeout : public PollTimer {
+  AvahiTimeout(AvahiTimeoutCallback on_expiry, void* user_data)
+      : PollTimer(-1, true), callback(on_expiry), data(user_data) {}
+
+  // Avahi tells the time of day; null disarms. Its own function reads it, since the library's idea
+  // of a timeval need not be ours where time_t has grown.
+  void SetMoment(const struct timeval* when) {
+    constexpr AvahiUsec kUsecPerMs = 1000;
+    SetTimeout(when == nullptr
+                   ? -1
+                   : static_cast<int>(std::clamp<AvahiUsec>(-avahi_age(when) / kUsecPerMs, 0,
+                                                            std::numeric_limits<int>::max())));
+  }
+
+  void Expired() override { callback(this, data); }
+  const char* GetName() override { return "AvahiTimeout"; }
+
+ private:
+  AvahiTimeoutCallback callback;
+  void* data;
+};
+
+const AvahiPoll* AvahiPollOfLoop() {
+  static const AvahiPoll poll = {
+      nullptr,
+      [](const AvahiPoll*, int fd, AvahiWatchEvent events, AvahiWatchCallback callback,
+         void* data) { return new AvahiWatch(fd, events, callback, data); },
+      [](AvahiWatch* watch, AvahiWatchEvent events) { watch->SetEvents(MaskOf(events)); },
+      [](AvahiWatch* watch) { return watch->last_event; },
+      [](AvahiWatch* watch) { delete watch; },
+      [](const AvahiPoll*, const struct timeval* when, AvahiTimeoutCallback callback, void* data) {
+        auto* timeout = new AvahiTimeout(callback, data);
+        timeout->SetMoment(when);
+        return timeout;
+      },
+      [](AvahiTimeout* timeout, const struct timeval* when) {
+        if (timeout != nullptr) timeout->SetMoment(when);
+      },
+      [](AvahiTimeout* timeout) { delete timeout; },
+  };
+  return &poll;
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/bonjour_client.h"
+
+// Remembers the services that a BonjourClient tells of, by their names, for as long as they are
+// there.
+class BonjourResolver : public BonjourClientListener {
+ public:
+  struct HostInfo {
+    std::string name;
+    std::string type;
+    std::string domain;
+    std::string host_name;
+    int port = 0;
+    std::vector<SocketAddress> addresses;  // in the order of their finding, each once
+    TxtMap txt;
+  };
+
+  // Null for a name that is not there. What was found later of the service shows in it too.
+  std::shared_ptr<const HostInfo> Find(const std::string& name) const;
+
+  void ServiceFound(const std::string& name, const std::string& type, const std::string& domain,
+                    int interface_index, const std::string& host_name, const SocketAddress& address,
+                    const TxtMap& txt) override;
+  void ServiceRemoved(const std::string& name, const std::string& type,
+                      const std::string& domain) override;
+
+ private:
+  std::map<std::string, std::shared_ptr<HostInfo>> hosts;
+};

@@ -1,0 +1,232 @@
+#include "common/mqtt_client.h"
+
+#include <mosquitto.h>
+#include <poll.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr int kTickMs = 1000;
+
+// Brackets all use of the library.
+struct Library {
+  Library() { mosquitto_lib_init(); }
+  ~Library() { mosquitto_lib_cleanup(); }
+};
+const Library library;
+
+void Check(int code, const std::string& words) {
+  if (code != MOSQ_ERR_SUCCESS) throw MQTTClient::Error(words, code);
+}
+
+}  // namespace
+
+// What the library calls, with the client as its user data.
+struct MQTTClient::Callbacks {
+  static MQTTClient& Self(void* object) { return *static_cast<MQTTClient*>(object); }
+
+  static void Connected(struct mosquitto*, void* object, int result) {
+    Self(object).Tell([&](Listener& listener) { listener.OnConnect(result); });
+  }
+  static void Disconnected(struct mosquitto*, void* object, int result) {
+    Self(object).connected = false;
+    Self(object).Tell([&](Listener& listener) { listener.OnDisconnect(result); });
+  }
+  static void Published(struct mosquitto*, void* object, int message_id) {
+    Self(object).Tell([&](Listener& listener) { listener.OnPublish(message_id); });
+  }
+  static void Message(struct mosquitto*, void* object, const struct mosquitto_message* message) {
+    Self(object).Tell([&](Listener& listener) {
+      listener.OnMessage(message->mid, message->topic, message->payload, message->payloadlen,
+                         message->qos, message->retain);
+    });
+  }
+  static void Subscribed(struct mosquitto*, void* object, int message_id, int count,
+                         const int* granted_qos) {
+    Self(object).Tell(
+        [&](Listener& listener) { listener.OnSubscribe(message_id, count, granted_qos); });
+  }
+  static void Unsubscribed(struct mosquitto*, void* object, int message_id) {
+    Self(object).Tell([&](Listener& listener) { listener.OnUnsubscribe(message_id); });
+  }
+  static void Log(struct mosquitto*, void* object, int level, const char* text) {
+    Self(object).Tell([&](Listener& listener) { listener.OnLog(level, text); });
+  }
+};
+
+MQTTClient::Error::Error(const std::string& words, int code)
+    : std::runtime_error(
+          words + ": MQTTClient: " +
+          (code == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(code))) {}
+
+void MQTTClient::HandleDeleter::operator()(struct mosquitto* handle) const {
+  mosquitto_destroy(handle);
+}
+
+MQTTClient::MQTTClient(Listener* its_listener, const std::string& client_id, bool clean_session)
+    : PollItem(0, true),
+      PollTimer(-1, true),
+      listener(its_listener),
+      client(mosquitto_new(client_id.empty() ? nullptr : client_id.c_str(), clean_session, this)) {
+  if (!client) throw Error("Unable to create client", MOSQ_ERR_ERRNO);
+  mosquitto_connect_callback_set(client.get(), Callbacks::Connected);
+  mosquitto_disconnect_callback_set(client.get(), Callbacks::Disconnected);
+  mosquitto_publish_callback_set(client.get(), Callbacks::Published);
+  mosquitto_message_callback_set(client.get(), Callbacks::Message);
+  mosquitto_subscribe_callback_set(client.get(), Callbacks::Subscribed);
+  mosquitto_unsubscribe_callback_set(client.get(), Callbacks::Unsubscribed);
+  mosquitto_log_callback_set(client.get(), Callbacks::Log);
+}
+
+MQTTClient::~MQTTClient() {
+  // The library calls back from inside of both.
+  listener = nullptr;
+  if (connected) mosquitto_disconnect(client.get());
+  client.reset();
+}
+
+void MQTTClient::SetWill(const std::string& topic, const std::string& payload, int qos,
+                         bool retain) {
+  if (connected) return;
+  Check(mosquitto_will_set(client.get(), topic.c_str(), static_cast<int>(payload.size()),
+                           payload.data(), qos, retain),
+        "Unable to set will " + topic);
+}
+
+void MQTTClient::ClearWill() {
+  if (connected) return;
+  Check(mosquitto_will_clear(client.get()), "Unable to clear will.");
+}
+
+void MQTTClient::Connect(const std::string& host, int port, int keepalive_seconds) {
+  int code = MOSQ_ERR_SUCCESS;
+  if (!connected) {
+    code = mosquitto_connect(client.get(), host.c_str(), port, keepalive_seconds);
+    connected = code == MOSQ_ERR_SUCCESS;
+  }
+  const int errnum = errno;
+  UpdateEvents();
+  errno = errnum;
+  Check(code, "Unable to connect");
+}
+
+void MQTTClient::Disconnect() {
+  int code = MOSQ_ERR_SUCCESS;
+  if (connected) {
+    code = mosquitto_disconnect(client.get());
+    connected = false;
+  }
+  const int errnum = errno;
+  UpdateEvents();
+  RethrowCaught();
+  errno = errnum;
+  Check(code, "Unable to disconnect");
+}
+
+int MQTTClient::Publish(const std::string& topic, int length, const void* payload, int qos,
+                        bool retain) {
+  int message_id = 0;
+  if (connected)
+    Check(mosquitto_publish(client.get(), &message_id, topic.c_str(), length, payload, qos, retain),
+          "Unable to publish topic " + topic);
+  UpdateEvents();
+  return message_id;
+}
+
+int MQTTClient::Publish(const std::string& topic, const std::string& payload, int qos,
+                        bool retain) {
+  return Publish(topic, static_cast<int>(payload.size()), payload.data(), qos, retain);
+}
+
+int MQTTClient::Subscribe(const std::string& topic, int qos) {
+  int message_id = 0;
+  if (connected)
+    Check(mosquitto_subscribe(client.get(), &message_id, topic.c_str(), qos),
+          "Unable to subscribe to " + topic);
+  UpdateEvents();
+  return message_id;
+}
+
+int MQTTClient::Unsubscribe(const std::string& topic) {
+  int message_id = 0;
+  if (connected)
+    Check(mosquitto_unsubscribe(client.get(), &message_id, topic.c_str()),
+          "Unable to unsubscribe to " + topic);
+  UpdateEvents();
+  return message_id;
+}
+
+bool MQTTClient::WantsWrite() const { return mosquitto_want_write(client.get()); }
+
+void MQTTClient::Flush() {
+  if (connected && WantsWrite()) mosquitto_loop_write(client.get(), 1);
+}
+
+void MQTTClient::Drain(int timeout_ms) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
+  while (connected && WantsWrite()) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    struct pollfd socket = {GetFD(), POLLOUT, 0};
+    if (left <= 0 || poll(&socket, 1, static_cast<int>(left)) <= 0) return;
+    Flush();
+  }
+}
+
+int MQTTClient::GetFD() { return mosquitto_socket(client.get()); }
+
+void MQTTClient::HandleEvents(int revents) {
+  PollItem::HandleEvents(revents);
+  if (connected) Tick();
+  UpdateEvents();
+  RethrowCaught();
+}
+
+void MQTTClient::HandleRead() {
+  if (connected) mosquitto_loop_read(client.get(), 1);
+}
+
+void MQTTClient::HandleWrite() {
+  if (connected) mosquitto_loop_write(client.get(), 1);
+}
+
+void MQTTClient::Expired() {
+  if (connected) Tick();
+  UpdateEvents();
+  RethrowCaught();
+}
+
+void MQTTClient::Tick() {
+  mosquitto_loop_misc(client.get());
+  SetTimeout(kTickMs);
+}
+
+void MQTTClient::UpdateEvents() {
+  if (!connected) {
+    SetEvents(0);
+    SetTimeout(-1);
+    return;
+  }
+  SetEvents(WantsWrite() ? POLLIN | POLLOUT : POLLIN);
+  if (!IsArmed()) SetTimeout(kTickMs);
+}
+
+void MQTTClient::Tell(const std::function<void(Listener&)>& operation) {
+  if (listener == nullptr) return;
+  ++telling;
+  try {
+    operation(*listener);
+  } catch (...) {
+    if (!caught) caught = std::current_exception();
+  }
+  --telling;
+}
+
+void MQTTClient::RethrowCaught() {
+  if (telling == 0 && caught) std::rethrow_exception(std::exchange(caught, nullptr));
+}

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "common/mqtt_client.h"
+#include "common/mqtt_connection_watcher.h"
+#include "common/platform.h"
+#include "liborrel/doctavo/doc_tavo.h"
+
+// What the head says on the message bus that it shares with its console unit and its sibling heads,
+// and how it comes to a broker. What is said while there is no connection is lost; everything that
+// lasts is said again at every connect.
+class MessageBus {
+ public:
+  // Takes a message by the topic up to its last '/', what stands behind it, and the payload.
+  using Handler = std::function<void(const std::string& prefix, const std::string& leaf,
+                                     const std::string& payload)>;
+
+  // Tries the broker on this machine from one second on. All must outlive this; `listener` hands
+  // what it hears to the operations below.
+  MessageBus(const Platform& platform, MQTTClient::Listener* listener, DocTavo& document);
+
+  // `topic` is subscribed to at each connect, in the order of these calls. Without a '/' in it
+  // nothing happens.
+  void Handle(const std::string& topic, Handler handler);
+
+  // What to do when the broker has answered, is lost, or sends a message. Of a message's topic, its
+  // last element takes no part in finding the handler; messages that nobody handles are ignored.
+  void Connected();
+  void Lost();
+  void Dispatch(const std::string& topic, const std::string& payload) const;
+
+  // Whether anything that is published now goes anywhere.
+  bool IsConnected() const { return mqtt.IsConnected(); }
+  // Publishes under the head's own topics. What goes wrong is a line on standard output.
+  void PublishRelative(const std::string& name, const std::string& payload, bool retain);
+  // The whole document, and what has changed of it.
+  void PublishDocument();
+  // Takes what lasts back, and waits until that has left, for a moment at most.
+  void SayGoodbye();
+
+  // Moves to the broker at `address` that was found with the console unit `service_name`, at once,
+  // unless it is there already.
+  void MoveTo(const std::string& address, const std::string& service_name);
+
+ private:
+  void Publish(const std::string& topic, const std::string& payload, bool retain);
+  std::string IdentityObject() const;
+
+  DocTavo& doc;
+  MQTTClient mqtt;
+  MQTTConnectionWatcher mqttWatcher;
+  std::string topicRoot;  // empty until the first connect
+  std::vector<std::string> topics;
+  std::unordered_map<std::string, Handler> topicHandlers;  // by topic up to the last '/'
+  // Where the broker was found; both empty while it is the one to begin with.
+  std::string brokerAddress;
+  std::string brokerServiceName;
+};
