@@ -10,14 +10,17 @@
 
 namespace {
 
-std::string WriteConfiguration(const std::string& directory, int port) {
+// `where` is the listener's port, and its address if it has one.
+std::vector<std::string> BrokerCommand(const std::string& directory, const std::string& where,
+                                       std::vector<std::string> command) {
   std::filesystem::create_directories(directory);
   const std::string path = directory + "/mosquitto.conf";
-  std::ofstream(path) << "listener " << port << " ::1\n"
+  std::ofstream(path) << "listener " << where << "\n"
                       << "allow_anonymous true\n"
                       << "persistence false\n"
                       << "log_dest none\n";
-  return path;
+  command.insert(command.end(), {"mosquitto", "-c", path});
+  return command;
 }
 
 }  // namespace
@@ -34,7 +37,7 @@ bool Broker::Listens(int port) {
 }
 
 Broker::Broker(const std::string& directory, int port)
-    : process({"mosquitto", "-c", WriteConfiguration(directory, port)}) {
+    : process(BrokerCommand(directory, std::to_string(port) + " ::1", {})) {
   const auto deadline = std::chrono::steady_clock::now() + kDeadline;
   while (!Listens(port)) {
     if (process.HasEnded() || std::chrono::steady_clock::now() > deadline)
@@ -43,3 +46,6 @@ Broker::Broker(const std::string& directory, int port)
     usleep(10'000);
   }
 }
+
+Broker::Broker(const std::string& directory, int port, std::vector<std::string> wrapper)
+    : process(BrokerCommand(directory, std::to_string(port), std::move(wrapper))) {}

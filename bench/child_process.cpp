@@ -68,6 +68,13 @@ const std::string& ChildProcess::WaitForOutput(std::string_view text, std::size_
   return said;
 }
 
+bool ChildProcess::HasSaid(std::string_view text) {
+  struct pollfd entry = {output.GetFD(), POLLIN, 0};
+  std::string chunk;
+  while (poll(&entry, 1, 0) > 0 && output.ReadString(chunk) > 0) said += chunk;
+  return said.find(text) != std::string::npos;
+}
+
 int ChildProcess::Stop(int signo) {
   kill(pid, signo);
   return Wait();

@@ -33,6 +33,8 @@ class ChildProcess {
   // All that it has said so far, once that holds `text` behind the first `from` bytes. Throws
   // std::runtime_error at the deadline or at its end.
   const std::string& WaitForOutput(std::string_view text, std::size_t from = 0);
+  // Whether it has said `text`, without waiting.
+  bool HasSaid(std::string_view text);
   // Sends `signo` and waits for the end.
   int Stop(int signo = SIGTERM);
   // Waits for the end; returns the exit status, or -1 for a process that a signal ended.

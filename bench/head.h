@@ -96,6 +96,8 @@ class Head {
   const std::string& WaitForLog(std::string_view text, std::size_t from = 0) {
     return process->WaitForOutput(text, from);
   }
+  // Whether it has said `text`, without waiting.
+  bool HasLogged(std::string_view text) { return process->HasSaid(text); }
   // Sends `signo` and waits for the end.
   int Stop(int signo = SIGTERM) { return process->Stop(signo); }
   // Waits for the end; returns the exit status, or -1 for a process that a signal ended.

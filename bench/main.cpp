@@ -37,6 +37,7 @@ int main(int argc, char** argv) {
   int broker_port = 1883;
   bool no_broker = false;
   bool discovery = false;
+  bool routes = false;
   bool print_tree = false;
   std::vector<std::string> lumet_options;
   app.add_option("--root", root, "Directory of the head's files")->capture_default_str();
@@ -56,6 +57,8 @@ int main(int argc, char** argv) {
   app.add_flag("--no-broker", no_broker, "Start no broker where none listens on ::1");
   app.add_flag("--discovery", discovery,
                "Announce the head on the network of this machine, and look for its console unit");
+  app.add_flag("--routes", routes,
+               "Let the head remove routes of this machine, as it does on a head");
   app.add_flag("--print-tree", print_tree,
                "Print the settings of a new head, and the type of each, and run nothing");
   app.add_option("LUMET_OPTIONS", lumet_options, "Behind --: options of lumet itself, say -- -d");
@@ -75,6 +78,7 @@ int main(int argc, char** argv) {
     platform.console_port = console_port;
     platform.broker_port = broker_port;
     platform.discovery = discovery;
+    if (routes) platform.delete_route = Platform().delete_route;
     std::optional<Broker> broker;
     platform.console_listens = [&](int port) {
       std::cout << "lumet-bench: the head listens on port " << port << " of "

@@ -17,6 +17,7 @@
 void StreamFileCases();
 void SocketCases();
 void SocketServerCases();
+void LibraryOnLoopCases();
 void TestPollProcessor(std::ostream& out);
 
 namespace {
@@ -230,4 +231,5 @@ void TestPollProcessor(std::ostream&) {
   StreamFileCases();
   SocketCases();
   SocketServerCases();
+  LibraryOnLoopCases();
 }

@@ -6,15 +6,19 @@
 #include <sstream>
 #include <string>
 
+#include "common/bonjour_resolver.h"
 #include "common/test_registry.h"
+#include "leaf/lumet/announcement.h"
 #include "leaf/lumet/light_quantities.h"
 #include "leaf/lumet/rows.h"
+#include "leaf/lumet/timing.h"
 
 void MeasurementCases();
 
 namespace {
 
 using self_test::ExpectEqual;
+using self_test::ExpectTrue;
 
 void LightCases() {
   LightCalibration calibration;
@@ -95,9 +99,97 @@ void RowCases() {
   }
 }
 
+void PayloadCases() {
+  DataSample sample;
+  sample.time = 1795246298.93;
+  sample.flags = 0x0800;
+  sample.values = {400.766F, 1e6F, 0, 1.0F / 3, 0, 0, 0, 0, 7, 1, 2, 3, 65520};
+  sample.code = 4;
+  ExpectEqual(JsonPayload(DataChannels(), DataValues(sample, 0x8800)),
+              R"({"TIME":1795246298.9,"DIAG":34816,"LUMET":400.766,"DC":1e+06,"PC":0,)"
+              R"("PFD":0.333333,"REDMODAVG":0,"REDFRAC":0,"BLUEFRAC":0,"FARREDFRAC":0,)"
+              R"("REDDAC":1,"BLUEDAC":2,"FARREDDAC":3,"MODREDDAC":65520,"CODE":4})");
+  const auto status = StatusValues(12.5, 0x1000, {40.25F, 0, -3, 51, 5});
+  ExpectEqual(JsonPayload(StatusChannels(), status),
+              R"({"TIME":12.5,"DIAG":4096,"TDigital":40.25,"TPreamp":0,"TPowerSupply":-3,)"
+              R"("TDrive":51,"TLEDTile":5})");
+  ExpectEqual(StatusRow(status), "DATASTAT\t12.5\t4096\t40.25\t0\t-3\t51\t5\t091\n");
+}
+
+void OutputRateCases() {
+  const struct {
+    unsigned modulation_rate, requested, expected;
+  } rows[] = {
+      {250000, 250000, 250000},
+      {250000, 25000, 25000},
+      {250000, 2500, 2500},
+      {250000, 250, 250},
+      {250000, 25, 25},
+      {250000, 2, 2},
+      {250000, 1, 1},
+      {250000, 0, 1},
+      {250000, 200000, 250000},
+      {250000, 300000, 250000},
+      {250000, 3, 4},
+      {30000, 3, 3},
+      {30000, 30, 30},
+      {30000, 300, 300},
+      {30000, 3000, 3000},
+      {30000, 30000, 30000},
+      {30000, 301, 375},
+      {250, 249, 250},
+      {250, 251, 250},
+      {250, 126, 250},
+      {250, 125, 125},
+      {250, 124, 125},
+      {1, 1, 1},
+      {1, 2, 1},
+      {2, 2, 2},
+      {2, 3, 2},
+  };
+  for (const auto& row : rows)
+    ExpectEqual(ComputeOutputRate(row.modulation_rate, row.requested), row.expected,
+                std::to_string(row.modulation_rate) + " " + std::to_string(row.requested));
+}
+
+// Of all services around, the head follows that of its own console unit alone.
+void ConsoleUnitCases() {
+  const struct {
+    const char* address;
+    TxtMap txt;
+    const char* broker;
+  } rows[] = {
+      {"fe80::b", {{"chamber", "tvf-0042"}}, "fe80::b%eth0"},
+      {"fe80::b", {{"chamber", "TVF-0043"}}, ""},
+      {"fe80::b", {{"model", "TVF-0042"}}, ""},
+      {"2001:db8::b", {{"chamber", "TVF-0042"}}, ""},
+      {"169.254.0.7", {{"chamber", "TVF-0042"}}, ""},
+  };
+  for (const auto& row : rows)
+    ExpectEqual(BrokerOfOwnConsoleUnit(SocketAddress(row.address), row.txt, "TVF-0042", "eth0")
+                    .value_or(""),
+                row.broker, row.address);
+
+  BonjourResolver services;
+  services.ServiceFound("Unit", "_a._tcp", "local", 2, "unit.local", SocketAddress("10.0.0.1"),
+                        {{"a", "1"}});
+  const auto unit = services.Find("Unit");
+  services.ServiceFound("Unit", "_a._tcp", "local", 2, "unit.local", SocketAddress("fe80::b"),
+                        {{"a", "2"}});
+  services.ServiceFound("Unit", "_a._tcp", "local", 2, "unit.local", SocketAddress("10.0.0.1"),
+                        {{"a", "2"}});
+  ExpectEqual(unit->addresses.size(), std::size_t{2});
+  ExpectEqual(unit->txt.at("a"), "2");
+  services.ServiceRemoved("Unit", "_a._tcp", "local");
+  ExpectTrue(services.Find("Unit") == nullptr && unit->host_name == "unit.local", "removed");
+}
+
 }  // namespace
 
 void MeasurementCases() {
   LightCases();
   RowCases();
+  PayloadCases();
+  OutputRateCases();
+  ConsoleUnitCases();
 }
