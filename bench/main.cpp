@@ -7,7 +7,10 @@
 #include <vector>
 
 #include "bench/bench_platform.h"
+#include "bench/bench_settings.h"
 #include "bench/broker.h"
+#include "bench/leaf.h"
+#include "bench/processor_link.h"
 #include "bench/simulated_process.h"
 #include "leaf/lumet/lumet_app.h"
 #include "liborrel/doctavo/doc_tavo.h"
@@ -31,8 +34,12 @@ int main(int argc, char** argv) {
       "lumet-bench");
   std::string root = DefaultBenchRoot();
   int console_port = 7246;
-  std::uint32_t rate = 10;
+  std::optional<std::uint32_t> rate;
   std::uint64_t seed = 1;
+  std::string leaf = "dark-adapted";
+  double speed = 1;
+  LinkOptions link;
+  std::string replay;
   int dsp_fd = -1;
   int broker_port = 1883;
   bool no_broker = false;
@@ -44,10 +51,19 @@ int main(int argc, char** argv) {
   app.add_option("--console-port", console_port, "TCP port for clients on ::1; 0 takes a free one")
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
-  app.add_option("--rate", rate, "Samples per second until the head sets a rate")
-      ->check(CLI::Range(1, 250000))
-      ->capture_default_str();
+  app.add_option("--rate", rate, "Sets the head to this many samples per second")
+      ->check(CLI::Range(1, 10000));
   app.add_option("--seed", seed, "Seed of the noise")->capture_default_str();
+  app.add_option("--leaf", leaf, "What is in front of the head")
+      ->check(CLI::IsMember(Leaf::Names()))
+      ->capture_default_str();
+  app.add_option("--speed", speed, "Simulated time runs this many times faster, or at 'max'")
+      ->transform([](const std::string& text) { return text == "max" ? "inf" : text; })
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  app.add_option("--record", link.record, "File to which the link to the processor is recorded");
+  app.add_option("--replay", replay, "Recording that is played back instead of the simulation")
+      ->check(CLI::ExistingFile);
   app.add_option("--dsp-fd", dsp_fd,
                  "Open descriptor, an end of a SOCK_SEQPACKET pair, on which\n"
                  "somebody else plays the processor");
@@ -71,9 +87,17 @@ int main(int argc, char** argv) {
     return 0;
   }
   try {
-    std::optional<SimulatedProcess> processor;
-    if (dsp_fd < 0) processor.emplace(rate, seed);
     Platform platform = BenchPlatform(root);
+    std::optional<SimulatedProcess> processor;
+    if (dsp_fd < 0) {
+      ProvideSettings(platform, rate);
+      link.speed = speed;
+      processor.emplace([&](int descriptor) {
+        if (!replay.empty()) return RunReplay(descriptor, replay, link);
+        SimulatedDSP dsp(rate.value_or(10), seed, *Leaf::Named(leaf));
+        RunSimulatedDSP(descriptor, dsp, link);
+      });
+    }
     platform.dsp_fd = processor ? processor->HeadDescriptor() : dsp_fd;
     platform.console_port = console_port;
     platform.broker_port = broker_port;

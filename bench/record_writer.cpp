@@ -43,6 +43,15 @@ void RecordWriter::Batch(const RecordTime& stamp, std::span<const WireSample> sa
   Record(stamp, static_cast<std::uint16_t>(DSPCode::DataBatchRecord), payload);
 }
 
+void RecordWriter::RawCapture(const RecordTime& stamp, std::uint32_t index,
+                              std::span<const std::uint8_t> bytes) {
+  std::vector<std::uint8_t> payload(8);
+  PutU32(payload.data(), index);
+  PutU32(payload.data() + 4, static_cast<std::uint32_t>(bytes.size()));
+  payload.insert(payload.end(), bytes.begin(), bytes.end());
+  Record(stamp, static_cast<std::uint16_t>(DSPCode::RawCaptureRecord), payload);
+}
+
 void RecordWriter::Record(const RecordTime& stamp, std::uint16_t code,
                           std::span<const std::uint8_t> payload) {
   const auto length = static_cast<std::uint16_t>(payload.size());

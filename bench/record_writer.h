@@ -19,6 +19,10 @@ class RecordWriter {
   void Sample(const RecordTime& stamp, const WireSample& sample);
   // One batch of up to ten samples.
   void Batch(const RecordTime& stamp, std::span<const WireSample> samples);
+  // A piece of a raw capture; an empty one ends it.
+  void RawCapture(const RecordTime& stamp, std::uint32_t index,
+                  std::span<const std::uint8_t> bytes);
+  static constexpr std::size_t kRawPiece = 396;  // bytes at most
   void Record(const RecordTime& stamp, std::uint16_t code, std::span<const std::uint8_t> payload);
 
   // Packets not yet taken off, the oldest at the front.

@@ -1,21 +1,33 @@
 #include "bench/simulated_dsp.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <ctime>
+#include <cmath>
+#include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "common/errno_error.h"
 #include "common/little_endian.h"
 
 namespace {
 
 constexpr std::uint64_t kMicrosecondsPerSecond = 1'000'000;
+constexpr std::uint64_t kMicrosecondsPerMs = 1000;
+
+// What samples around and in a sequence are marked with; those within a phase are the head's.
+enum Code : std::uint16_t {
+  kBeforeFlash = 2,
+  kFlash = 3,
+  kPhase1 = 4,
+  kPhase2 = 5,
+  kPhase3 = 6,
+  kAfterFlash = 7,
+  kBeforeDark = 11,
+  kDark1 = 12,
+  kDarkFarred = 13,
+  kDark2 = 14,
+  kAfterDark = 15,
+};
 
 // Light levels before the head sets any: a moderate red light with some blue.
 TimingConfig StartTiming(std::uint32_t rate) {
@@ -29,27 +41,15 @@ TimingConfig StartTiming(std::uint32_t rate) {
   return timing;
 }
 
-// How long to sleep when it is `now` and the next record is due at `due`, both in microseconds.
-int PauseMs(std::uint64_t now, std::uint64_t due) {
-  constexpr std::uint64_t kLongest = 1000;
-  const std::uint64_t pause = due > now ? (due - now) / 1000 + 1 : 1;
-  return static_cast<int>(std::min(pause, kLongest));
-}
+std::uint32_t Hz(std::uint32_t rate) { return std::clamp<std::uint32_t>(rate, 1, 250'000); }
 
-// Whether a call on the link failed for good.
-bool PeerGone(ssize_t result) { return result < 0 && errno != EAGAIN && errno != EINTR; }
-
-RecordTime SystemNow() {
-  struct timespec now = {};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return {static_cast<std::uint32_t>(now.tv_sec), static_cast<std::int32_t>(now.tv_nsec)};
-}
+float Between(float from, float to, float share) { return from + (to - from) * share; }
 
 }  // namespace
 
-SimulatedDSP::SimulatedDSP(std::uint32_t rate, std::uint64_t seed)
-    : random(seed), timing(StartTiming(rate)) {
-  SetRate(rate);
+SimulatedDSP::SimulatedDSP(std::uint32_t rate, std::uint64_t seed, Leaf its_leaf)
+    : random(seed), leaf(std::move(its_leaf)), timing(StartTiming(rate)) {
+  measure = MeasureSegment();
 }
 
 void SimulatedDSP::Start(const RecordTime& now) {
@@ -71,16 +71,42 @@ void SimulatedDSP::HandleCommand(const RecordTime& now, const RecordHeader& head
     case DSPCode::SetOutputFormat:
       if (!holds(4)) break;
       streaming = GetU32(payload.data()) == 2;
-      if (!streaming) break;
-      return SetRate(timing.measure_outrate);
+      return Begin(now);
     case DSPCode::SetTimingConfig:
       if (!holds(TimingConfig::kSize)) break;
-      FlushBatch(now);
       timing = TimingConfig::Decode(payload.data());
-      return SetRate(timing.measure_outrate);
+      AdvanceLeaf(last_elapsed);
+      // A sequence that runs goes on as it began.
+      if (sequence.empty()) FlushBatch(now);
+      measure = MeasureSegment();
+      if (sequence.empty()) Begin(now);
+      return;
+    case DSPCode::SetBiasConfig:
+      if (!holds(BiasConfig::kSize)) break;
+      AdvanceLeaf(last_elapsed);
+      return optics.Calibrate(BiasConfig::Decode(payload.data()));
+    case DSPCode::StartRectFlash:
+    case DSPCode::StartInductionFlash:
+      return StartFlash(now, false);
+    case DSPCode::StartMultiPhaseFlash:
+      return StartFlash(now, true);
+    case DSPCode::StartDarkPulse:
+      return StartDarkPulse(now);
     case DSPCode::BreakSequence:
     case DSPCode::ResetSequencer:
-      return FlushBatch(now);
+      if (sequence.empty()) return;
+      AdvanceLeaf(last_elapsed);
+      sequence.clear();
+      return Begin(now);
+    case DSPCode::SetRedModulation:
+      if (!holds(4)) break;
+      AdvanceLeaf(last_elapsed);
+      red_modulation = GetU32(payload.data()) != 0;
+      return;
+    case DSPCode::StartRawCapture:
+      if (!holds(8)) break;
+      raw = {true, GetU32(payload.data()), GetU32(payload.data() + 4)};
+      return SendRawCapture(now);
     case DSPCode::ReadRegister: {
       if (!holds(2)) break;
       const std::uint16_t address = GetU16(payload.data());
@@ -93,17 +119,9 @@ void SimulatedDSP::HandleCommand(const RecordTime& now, const RecordHeader& head
       return output.RegisterRecord(now, DSPCode::RegisterWrittenRecord, address,
                                    registers[address]);
     }
-    case DSPCode::SetBiasConfig:
-    case DSPCode::SetRedModulation:
     case DSPCode::SetGpio:
     case DSPCode::SetTestVector:
       return;
-    case DSPCode::StartRectFlash:
-    case DSPCode::StartMultiPhaseFlash:
-    case DSPCode::StartInductionFlash:
-    case DSPCode::StartDarkPulse:
-    case DSPCode::StartRawCapture:
-      return output.Text(now, DSPCode::InfoTextRecord, "no leaf in front of the processor");
     default:
       break;
   }
@@ -111,46 +129,177 @@ void SimulatedDSP::HandleCommand(const RecordTime& now, const RecordHeader& head
               "code " + std::to_string(header.code) + ", length " + std::to_string(header.length));
 }
 
-void SimulatedDSP::SetRate(std::uint32_t rate) {
-  output_rate = std::clamp<std::uint32_t>(rate, 1, 250'000);
-  batch_size = std::clamp<std::size_t>(timing.measure_batch, 1, WireBatch::kSlots);
-  rate_since = last_elapsed;
+SimulatedDSP::Segment SimulatedDSP::MeasureSegment() const {
+  Segment segment;
+  segment.from = {static_cast<float>(timing.measure_red), static_cast<float>(timing.measure_blue),
+                  static_cast<float>(timing.measure_farred),
+                  static_cast<float>(timing.measure_modred), timing.measure_modrate};
+  segment.to = segment.from;
+  segment.outrate = Hz(timing.measure_outrate);
+  segment.batch = timing.measure_batch;
+  return segment;
+}
+
+// With the light of the steady state.
+SimulatedDSP::Segment SimulatedDSP::FlashSegment(std::uint16_t code, std::uint64_t duration) const {
+  Segment segment = MeasureSegment();
+  segment.kind = Segment::Kind::kFlash;
+  segment.code = code;
+  segment.duration = duration;
+  segment.outrate = Hz(timing.flash_outrate);
+  segment.batch = timing.flash_batch;
+  segment.from.modred = timing.flash_modred;
+  segment.from.modrate = timing.flash_modrate;
+  segment.to = segment.from;
+  return segment;
+}
+
+void SimulatedDSP::StartFlash(const RecordTime& now, bool multi_phase) {
+  const auto lit = [&](std::uint16_t code, std::uint16_t duration_ms, float red_from,
+                       float red_to) {
+    Segment segment = FlashSegment(code, duration_ms * kMicrosecondsPerMs);
+    segment.from.red = red_from;
+    segment.from.blue = timing.flash_blue;
+    segment.from.farred = timing.flash_farred;
+    segment.to = segment.from;
+    segment.to.red = red_to;
+    return segment;
+  };
+  const float red = timing.flash_red;
+  AdvanceLeaf(last_elapsed);
+  sequence = {FlashSegment(kBeforeFlash, timing.flash_margin_before)};
+  if (multi_phase) {
+    const float ramp_end = timing.ramp_end_red;
+    sequence.push_back(lit(kPhase1, timing.phase1_duration, red, red));
+    sequence.push_back(lit(kPhase2, timing.phase2_duration, red, ramp_end));
+    sequence.push_back(lit(kPhase3, timing.phase3_duration, red, red));
+  } else {
+    sequence.push_back(lit(kFlash, timing.flash_duration, red, red));
+  }
+  sequence.push_back(FlashSegment(kAfterFlash, timing.flash_margin_after));
+  Begin(now);
+}
+
+// In the dark but for the measuring light.
+SimulatedDSP::Segment SimulatedDSP::DarkSegment(std::uint16_t code, std::uint64_t duration) const {
+  Segment segment;
+  segment.kind = Segment::Kind::kDark;
+  segment.code = code;
+  segment.duration = duration;
+  segment.outrate = Hz(timing.dark_outrate);
+  segment.batch = timing.dark_batch;
+  segment.from.modred = timing.dark_modred;
+  segment.from.modrate = timing.dark_modrate;
+  segment.to = segment.from;
+  return segment;
+}
+
+void SimulatedDSP::StartDarkPulse(const RecordTime& now) {
+  const auto margin = [&](std::uint16_t code, std::uint64_t duration) {
+    Segment segment = DarkSegment(code, duration);
+    segment.from.red = timing.dark_red;
+    segment.from.blue = timing.dark_blue;
+    segment.to = segment.from;
+    return segment;
+  };
+  const std::uint64_t before = std::min(timing.dark_before, timing.dark_duration);
+  const std::uint64_t after = std::max<std::uint64_t>(before, timing.dark_after);
+  Segment farred = DarkSegment(kDarkFarred, (after - before) * kMicrosecondsPerSecond);
+  farred.from.farred = farred.to.farred = timing.dark_farred;
+  AdvanceLeaf(last_elapsed);
+  sequence = {margin(kBeforeDark, timing.dark_margin_before),
+              DarkSegment(kDark1, before * kMicrosecondsPerSecond), farred,
+              DarkSegment(kDark2, (timing.dark_duration - after) * kMicrosecondsPerSecond),
+              margin(kAfterDark, timing.dark_margin_after)};
+  Begin(now);
+}
+
+void SimulatedDSP::Begin(const RecordTime& now) {
+  FlushBatch(now);
+  segment_since = last_elapsed;
   made = 0;
+  SendRawCapture(now);
+}
+
+std::uint64_t SimulatedDSP::SegmentEnd() const {
+  return sequence.empty() ? std::numeric_limits<std::uint64_t>::max()
+                          : segment_since + sequence.front().duration;
 }
 
 std::uint64_t SimulatedDSP::SampleTime(std::uint64_t number) const {
-  return rate_since + (number + 1) * kMicrosecondsPerSecond / output_rate;
+  return segment_since + (number + 1) * kMicrosecondsPerSecond / Current().outrate;
+}
+
+std::size_t SimulatedDSP::BatchLimit() const {
+  return std::clamp<std::size_t>(Current().batch, 1, WireBatch::kSlots);
 }
 
 std::uint64_t SimulatedDSP::NextRecordDue() const {
-  return SampleTime(made + batch_size - gathered - 1);
+  return std::min(SegmentEnd(), SampleTime(made + BatchLimit() - gathered - 1));
 }
 
 void SimulatedDSP::Advance(const RecordTime& now, std::uint64_t elapsed) {
   last_elapsed = elapsed;
   if (!streaming) return;
   std::uint64_t lost = 0;
-  for (; SampleTime(made) + kMicrosecondsPerSecond < elapsed; ++made) ++lost;
+  if (sequence.empty())
+    for (; SampleTime(made) + kMicrosecondsPerSecond < elapsed; ++made) ++lost;
   if (lost > 0) output.Text(now, DSPCode::DebugTextRecord, std::to_string(lost) + " samples lost");
-  for (; SampleTime(made) <= elapsed; ++made) {
-    batch[gathered++] = MakeSample(SampleTime(made));
-    if (gathered == batch_size) FlushBatch(now);
+  while (true) {
+    const std::uint64_t next = SampleTime(made);
+    if (next <= SegmentEnd()) {
+      if (next > elapsed) return;
+      batch[gathered++] = MakeSample(next);
+      ++made;
+      if (gathered == BatchLimit()) FlushBatch(now);
+    } else {
+      const std::uint64_t end = SegmentEnd();
+      if (end > elapsed) return;
+      AdvanceLeaf(end);
+      FlushBatch(now);
+      sequence.pop_front();
+      last_elapsed = end;
+      Begin(now);
+      last_elapsed = elapsed;
+    }
   }
 }
 
+LeafLight SimulatedDSP::LightAt(std::uint64_t elapsed, LightDrive& drive) const {
+  const Segment& segment = Current();
+  const auto since = static_cast<float>(elapsed - segment_since);
+  const float share =
+      segment.duration == 0 ? 0 : std::min(1.0F, since / static_cast<float>(segment.duration));
+  drive = segment.from;
+  drive.red = Between(segment.from.red, segment.to.red, share);
+  if (!red_modulation) drive.modred = 0;
+  return optics.At(drive);
+}
+
+void SimulatedDSP::AdvanceLeaf(std::uint64_t elapsed) {
+  if (elapsed <= leaf_at) return;
+  LightDrive drive;
+  const LeafLight light = LightAt(std::max(leaf_at, segment_since), drive);
+  leaf.Advance(static_cast<double>(elapsed - leaf_at) / kMicrosecondsPerSecond, light.OnPSII(),
+               light.farred);
+  leaf_at = elapsed;
+}
+
 WireSample SimulatedDSP::MakeSample(std::uint64_t elapsed) {
+  AdvanceLeaf(elapsed);
+  LightDrive drive;
+  const LeafLight light = LightAt(elapsed, drive);
   WireSample sample;
   sample.tick = static_cast<std::uint32_t>(elapsed);
-  sample.red_dac = timing.measure_red;
-  sample.blue_dac = timing.measure_blue;
-  sample.farred_dac = timing.measure_farred;
-  sample.modred_dac = timing.measure_modred;
-  sample.modulation_rate = timing.measure_modrate;
-  sample.code = 1;
-  const float light = sample.red_dac + sample.blue_dac + sample.farred_dac;
-  sample.dc = 150 + 0.02F * light + Noise(0.5F);
-  sample.lumet = 0.05F * sample.modred_dac + Noise(0.8F);
-  sample.pc = 0.015F * light + Noise(0.2F);
+  sample.red_dac = std::round(drive.red);
+  sample.blue_dac = drive.blue;
+  sample.farred_dac = drive.farred;
+  sample.modred_dac = drive.modred;
+  sample.modulation_rate = drive.modrate;
+  sample.code = Current().code;
+  optics.Read(
+      light, leaf.Fluorescence(), drive, [this](float deviation) { return Noise(deviation); },
+      sample);
   return sample;
 }
 
@@ -158,42 +307,30 @@ float SimulatedDSP::Noise(float deviation) { return deviation * normal(random); 
 
 void SimulatedDSP::FlushBatch(const RecordTime& now) {
   if (gathered == 0) return;
-  if (batch_size == 1)
+  if (gathered == 1)
     output.Sample(now, batch[0]);
   else
     output.Batch(now, std::span(batch).first(gathered));
   gathered = 0;
 }
 
-void RunSimulatedDSP(int descriptor, SimulatedDSP& dsp) {
-  const auto start = std::chrono::steady_clock::now();
-  const auto elapsed = [&] {
-    const auto since = std::chrono::steady_clock::now() - start;
-    return static_cast<std::uint64_t>(
-        std::chrono::duration_cast<std::chrono::microseconds>(since).count());
-  };
-  std::vector<std::uint8_t> packet(65536);
-  auto& waiting = dsp.Output().packets;
-  dsp.Start(SystemNow());
-  while (true) {
-    // While the head is behind, time passes and samples are lost, as they are with the device.
-    if (waiting.empty()) dsp.Advance(SystemNow(), elapsed());
-    const auto wanted = static_cast<short>(waiting.empty() ? POLLIN : POLLIN | POLLOUT);
-    struct pollfd link = {descriptor, wanted, 0};
-    if (poll(&link, 1, PauseMs(elapsed(), dsp.NextRecordDue())) < 0 && errno != EINTR)
-      throw ErrnoError("simulated processor: error calling poll()");
-
-    if ((link.revents & POLLOUT) != 0) {
-      const auto& next = waiting.front();
-      const ssize_t sent = send(descriptor, next.data(), next.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-      if (PeerGone(sent)) return;
-      if (sent >= 0) waiting.pop_front();
-    }
-    if ((link.revents & (POLLIN | POLLHUP)) != 0) {
-      const ssize_t count = recv(descriptor, packet.data(), packet.size(), MSG_DONTWAIT);
-      if (count == 0 || PeerGone(count)) return;
-      if (count > 0)
-        dsp.HandleCommands(SystemNow(), std::span(packet).first(static_cast<std::size_t>(count)));
-    }
+void SimulatedDSP::SendRawCapture(const RecordTime& now) {
+  constexpr std::uint32_t kMost = 1 << 20;  // bytes
+  const bool its_moment = raw.when == 0 || raw.when == static_cast<std::uint32_t>(Current().kind);
+  if (!raw.wanted || !its_moment) return;
+  raw.wanted = false;
+  // The detector's converter, 16 bits a time, over pulses of the measuring light.
+  constexpr std::uint32_t kPulse = 64;  // conversions from one to the next
+  std::vector<std::uint8_t> bytes(std::min(raw.size, kMost));
+  for (std::uint32_t i = 0; i + 1 < bytes.size(); i += 2) {
+    const float pulse = i / 2 % kPulse < 4 ? 900 : 0;
+    PutU16(&bytes[i], static_cast<std::uint16_t>(150 + pulse + std::fabs(Noise(3))));
   }
+  std::uint32_t index = 0;
+  for (std::span<const std::uint8_t> rest = bytes; !rest.empty(); ++index) {
+    const std::size_t count = std::min(rest.size(), RecordWriter::kRawPiece);
+    output.RawCapture(now, index, rest.first(count));
+    rest = rest.subspan(count);
+  }
+  output.RawCapture(now, index, {});
 }

@@ -10,10 +10,9 @@
 #include <exception>
 #include <iostream>
 
-#include "bench/simulated_dsp.h"
 #include "common/errno_error.h"
 
-SimulatedProcess::SimulatedProcess(std::uint32_t rate, std::uint64_t seed) {
+SimulatedProcess::SimulatedProcess(const std::function<void(int descriptor)>& play) {
   std::array<int, 2> ends = {};
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
     throw ErrnoError("lumet-bench: unable to create the link to the processor");
@@ -30,8 +29,7 @@ SimulatedProcess::SimulatedProcess(std::uint32_t rate, std::uint64_t seed) {
   signal(SIGINT, SIG_IGN);
   int exit_status = 0;
   try {
-    SimulatedDSP dsp(rate, seed);
-    RunSimulatedDSP(ends[1], dsp);
+    play(ends[1]);
   } catch (const std::exception& error) {
     std::cerr << "lumet-bench: " << error.what() << "\n";
     exit_status = 1;

@@ -2,14 +2,14 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
+#include <functional>
 
-// The simulated signal processor in a process of its own, so that the head can be measured and
+// The processor's side of the link in a process of its own, so that the head can be measured and
 // debugged alone. The process ends when the head's end of the link is closed, or with this.
 class SimulatedProcess {
  public:
-  // Starts it. Throws ErrnoError.
-  SimulatedProcess(std::uint32_t rate, std::uint64_t seed);
+  // Starts it: runs `play` on its end of the link. Throws ErrnoError.
+  explicit SimulatedProcess(const std::function<void(int descriptor)>& play);
   ~SimulatedProcess();
   SimulatedProcess(const SimulatedProcess&) = delete;
   SimulatedProcess& operator=(const SimulatedProcess&) = delete;

@@ -47,13 +47,13 @@ char* PutSlowly(char* to, double value, std::chars_format format) {
 
 }  // namespace
 
-char* PutGeneral(char* to, float value) {
+char* PutGeneral(char* to, double value) {
   if (value == 0) {
     if (std::signbit(value)) *to++ = '-';
     *to++ = '0';
     return to;
   }
-  const double magnitude = std::fabs(double{value});
+  const double magnitude = std::fabs(value);
   // Beyond these the form has an exponent.
   if (!(magnitude >= 1e-4 && magnitude < 999999))
     return PutSlowly(to, value, std::chars_format::general);

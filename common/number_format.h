@@ -5,7 +5,7 @@
 // end of what it wrote.
 
 // As "%g", six significant digits. At most 13 characters.
-char* PutGeneral(char* to, float value);
+char* PutGeneral(char* to, double value);
 // As "%.6f". At most 318 characters.
 char* PutFixed6(char* to, double value);
 // As "%u". At most 10 characters.

@@ -27,6 +27,13 @@ struct Platform {
   std::string cal_settings = "/etc/caltavo.conf";
   std::string main_settings = "/etc/tavo.conf";
 
+  // Logs: the counters of the head, and the zeros that were taken.
+  std::string run_time_log = "/var/log/lumet.log";
+  std::string calibration_log = "/var/log/cal";
+
+  // Where the kernel shows the devices of the board's I2C buses.
+  std::string i2c_devices = "/sys/bus/i2c/devices";
+
   // The signal processor: its device, or a descriptor that is open already. The daemon takes the
   // descriptor over; with -1 it opens the device.
   std::string dsp_device = "/dev/dsporrel";
@@ -66,6 +73,7 @@ struct Platform {
   // Every file and device above, for whoever moves them elsewhere.
   std::vector<std::string*> Files() {
     return {&cpu_alignment,    &cpu_governor, &cpu_speed,     &pid_file,
-            &factory_settings, &cal_settings, &main_settings, &dsp_device};
+            &factory_settings, &cal_settings, &main_settings, &run_time_log,
+            &calibration_log,  &i2c_devices,  &dsp_device};
   }
 };

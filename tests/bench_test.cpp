@@ -44,7 +44,7 @@ TEST(SimulatedProcessor, StreamsAtTheRateAndInTheBatchesAskedFor) {
     std::uint64_t seconds;
   } rows[] = {{1, 1, 5}, {20, 1, 3}, {40, 2, 3}, {250, 12, 2}, {250'000, 10, 1}, {40, 0, 1}};
   for (const auto& row : rows) {
-    SimulatedDSP dsp(10, 1);
+    SimulatedDSP dsp(10, 1, *Leaf::Named("dark-adapted"));
     const std::uint8_t format[] = {2, 0, 0, 0};
     // A tick that wraps in the middle.
     const std::uint64_t start = (std::uint64_t{1} << 32) - 500'000;
@@ -78,7 +78,7 @@ TEST(SimulatedProcessor, StreamsAtTheRateAndInTheBatchesAskedFor) {
 }
 
 TEST(SimulatedProcessor, AnswersCommands) {
-  SimulatedDSP dsp(10, 1);
+  SimulatedDSP dsp(10, 1, *Leaf::Named("dark-adapted"));
   const auto answer = [&](DSPCode code, std::vector<std::uint8_t> payload) {
     dsp.HandleCommands(kStamp, Command(code, payload));
     std::string text;
@@ -89,7 +89,7 @@ TEST(SimulatedProcessor, AnswersCommands) {
     return text;
   };
   dsp.Start(kStamp);
-  EXPECT_EQ(answer(DSPCode::SetBiasConfig, {}), "4:simulated processor ready");
+  EXPECT_EQ(answer(DSPCode::SetTestVector, {}), "4:simulated processor ready");
   EXPECT_EQ(answer(DSPCode::RequestVersion, {}), "6:bench-1.0 bench-1.0");
   EXPECT_EQ(answer(DSPCode::ReadRegister, {'a', 'b'}), std::string("8206:ab\0\0", 9));
   EXPECT_EQ(answer(DSPCode::WriteRegister, {'a', 'b', 'x', 'y'}), "8204:abxy");

@@ -82,8 +82,8 @@ void TimingFields(Codec wire, Config& config) {
   wire.U16(88, config.red_precharge_time);
 }
 
-template <class Codec>
-void BiasFields(Codec wire, const BiasConfig& config) {
+template <class Codec, class Config>
+void BiasFields(Codec wire, Config& config) {
   wire.F32(0, config.red.u);
   wire.F32(8, config.red.F);
   wire.F32(12, config.blue.u);
@@ -150,6 +150,12 @@ std::array<std::uint8_t, TimingConfig::kSize> TimingConfig::Encode() const {
   std::array<std::uint8_t, kSize> bytes = {};
   TimingFields(Encoder(bytes.data()), *this);
   return bytes;
+}
+
+BiasConfig BiasConfig::Decode(const std::uint8_t* at) {
+  BiasConfig config;
+  BiasFields(Decoder(at), config);
+  return config;
 }
 
 std::array<std::uint8_t, BiasConfig::kSize> BiasConfig::Encode() const {

@@ -142,6 +142,7 @@ struct BiasConfig {
   std::uint16_t modred_bias = 0;
   std::uint16_t red_precharge = 0;
 
+  static BiasConfig Decode(const std::uint8_t* at);
   std::array<std::uint8_t, kSize> Encode() const;
 };
 

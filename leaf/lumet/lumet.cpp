@@ -4,10 +4,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <csignal>
 #include <initializer_list>
 #include <iostream>
 #include <sstream>
+#include <utility>
 
 #include "common/host_name.h"
 #include "common/network_interface.h"
@@ -19,11 +21,6 @@
 namespace {
 
 constexpr std::size_t kLongestRequest = std::size_t{4} << 20;  // bytes
-
-// Bits of DIAG.
-constexpr std::uint32_t kConsoleConnected = 0x0001;
-constexpr std::uint32_t kRedModOff = 0x2000;
-constexpr std::uint32_t kTestModeOn = 0x4000;
 
 // Listeners hear in the order of their names; this one is first.
 const std::string kListenerName = "00-Lumet";
@@ -53,6 +50,7 @@ Lumet::Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool
     : PollSignalHandler(SIGUSR1, true),
       PollTimer(-1, true),
       platform(where),
+      run_time_logger(where.run_time_log),
       bonjour(*this),
       bus(where, this, doc),
       files(doc, where),
@@ -64,7 +62,11 @@ Lumet::Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool
       route_watch(where),
       reboot(reboot_ordered),
       poweroff(poweroff_ordered),
-      debug(debug_lines) {
+      debug(debug_lines),
+      light_controller(doc, debug_lines),
+      hw_mon(where),
+      fan(dsp, doc),
+      zeroing(doc, where) {
   doc.add_listener(kListenerName, this);
   dsp.SetListener(this);
   dsp.SetOutputFormat(kOutputFormat);
@@ -142,13 +144,14 @@ void Lumet::FillInIdentity() {
 void Lumet::item_changed(const ConfigurableEvent&) {
   ConfigCfgTavo& cfg = doc.Conf().Cfg();
   ConfigTavo& tavo = doc.Conf();
+  const bool timing_changed = cfg.Measure().has_changed() || cfg.Lightsource().has_changed() ||
+                              cfg.Rectflash().has_changed() ||
+                              cfg.Multiphaseflash().has_changed() ||
+                              cfg.Inductionflash().has_changed() || cfg.Darkpulse().has_changed();
   // A change of raw capture, or outside of these, goes to disk with the next one that does.
-  const bool save_main =
-      cfg.has_changed() &&
-      (cfg.FanMode().has_changed() || cfg.FanDuty().has_changed() || cfg.FanFreq().has_changed() ||
-       cfg.Measure().has_changed() || cfg.Lightsource().has_changed() ||
-       cfg.Rectflash().has_changed() || cfg.Multiphaseflash().has_changed() ||
-       cfg.Inductionflash().has_changed() || cfg.Darkpulse().has_changed());
+  const bool save_main = timing_changed || cfg.FanMode().has_changed() ||
+                         cfg.FanDuty().has_changed() || cfg.FanFreq().has_changed();
+  if (timing_changed) ApplyTimingSettings();
   if (tavo.Factory().has_changed() || tavo.Cal().has_changed()) {
     calibration = LightCalibrationOf(tavo);
     UpdateBias(false);
@@ -165,17 +168,19 @@ void Lumet::CarryOutCommands() {
   // Of each pair one wins, and not the same side; clients rely on it.
   if (cmd.Redmodon().get()) {
     dsp.RedModulationOn();
-    diag_word &= ~kRedModOff;
+    diag_word &= ~REDMODOFF;
   } else if (cmd.Redmodoff().get()) {
     dsp.RedModulationOff();
-    diag_word |= kRedModOff;
+    diag_word |= REDMODOFF;
   }
   if (cmd.Testvectoff().get()) {
     dsp.TestVectorOff();
-    diag_word &= ~kTestModeOn;
+    diag_word &= ~TESTMODEON;
+    ApplyTimingSettings();
   } else if (cmd.Testvecton().get()) {
     dsp.TestVectorOn();
-    diag_word |= kTestModeOn;
+    diag_word |= TESTMODEON;
+    ApplyTimingSettings();
   }
   if (cmd.Rawcapture().get()) {
     ConfigCfgRawDataCapture& capture = doc.Conf().Cfg().Rawdatacapture();
@@ -192,23 +197,55 @@ void Lumet::CarryOutCommands() {
 void Lumet::StartSequence(ConfigCmdTavo& cmd) {
   // The first that is set acts, and no other.
   if (cmd.Rect().get()) {
+    SelectFlash(FlashMode::kRect);
     dsp.StartRectFlash();
   } else if (cmd.Mpf().get()) {
+    SelectFlash(FlashMode::kMultiPhase);
     dsp.StartMultiPhaseFlash();
   } else if (cmd.Induction().get()) {
+    SelectFlash(FlashMode::kInduction);
     dsp.StartInductionFlash();
   } else if (cmd.Dark().get()) {
     dsp.StartDarkPulse();
+  } else if (cmd.ZeroDc0().get() || cmd.ZeroPc0().get()) {
+    if (cmd.ZeroDc0().get())
+      zeroing.ArmDC0();
+    else
+      zeroing.ArmPc0();
+    SelectFlash(FlashMode::kZero);
+    dsp.StartRectFlash();
   } else if (cmd.Break().get()) {
     dsp.BreakSequence();
   } else if (cmd.Reset().get()) {
     dsp.ResetSequencer();
     dsp.RedModulationOn();
-    diag_word &= ~kRedModOff;
+    diag_word &= ~REDMODOFF;
     dsp.TestVectorOff();
-    diag_word &= ~kTestModeOn;
+    diag_word &= ~TESTMODEON;
     UpdateBias(true);
+    ApplyTimingSettings();
   }
+}
+
+void Lumet::SelectFlash(FlashMode mode) {
+  if (flash_mode == mode) return;
+  flash_mode = mode;
+  ApplyTimingSettings();
+}
+
+void Lumet::ApplyTimingSettings() {
+  ConfigCfgTavo& cfg = doc.Conf().Cfg();
+  transmittance_in_force = cfg.Lightsource().Transmittance().get();
+  if ((diag_word & TEMP_FAULT) != 0) {
+    cfg.Lightsource().Control().set(ConfigLightSourceModeTavo::Off);
+    cfg.Measure().Control().set(ConfigControlMode::Off);
+    dsp.AllOff();
+    return;
+  }
+  const TimingConfig timing = ComputeTiming(doc.Conf(), flash_mode, light_controller.GetDacs());
+  flash_modrate_in_force = timing.flash_modrate;
+  dark_modrate_in_force = timing.dark_modrate;
+  dsp.SetTimingConfig(timing);
 }
 
 void Lumet::UpdateBias(bool force) {
@@ -235,17 +272,36 @@ void Lumet::Dump() {
 void Lumet::HandleSignal(int) { readconfig(); }
 
 void Lumet::GotData(DataSample& sample) {
-  diag_word = console.HasConsole() ? diag_word | kConsoleConnected : diag_word & ~kConsoleConnected;
+  const float max_temperature = hw_mon.MaxTemperature();
+  UpdateDiagnostics(max_temperature);
   registers.SetTime(sample.time);
   DeriveLightQuantities(calibration, transmittance_in_force, sample);
-  PublishStatus(sample);
+  if (const auto zero = zeroing.Take(sample.time, sample.values[DataSample::DC],
+                                     sample.values[DataSample::PC], sample.code))
+    FinishZeroing(*zero);
+  PublishStatus(sample, max_temperature);
   clients.SendToAll(data_row.Compose(sample, sample.flags | diag_word), BacklogLimit::kData);
   PublishData(sample);
+  FollowEvents(sample);
 }
 
-void Lumet::PublishStatus(const DataSample& sample) {
+void Lumet::UpdateDiagnostics(float max_temperature) {
+  diag_word = NextDiagnostics(diag_word, console.HasConsole(), max_temperature);
+  if (IsTooHot(max_temperature)) ApplyTimingSettings();
+}
+
+void Lumet::FinishZeroing(const std::string& zero) {
+  UpdateBias(true);
+  files.save_cal();
+  // Behind the save, so that the record of this zero reaches the file with the next one.
+  zeroing.LogCalibration(Timestamp(std::floor(Timestamp::Now().get())), "Zero " + zero);
+  console.CheckForChanges();
+}
+
+void Lumet::PublishStatus(const DataSample& sample, float max_temperature) {
   if (!status_clock.IsDue(sample.time)) return;
-  const auto values = StatusValues(sample.time, sample.flags | diag_word, temperatures);
+  const auto values = StatusValues(sample.time, sample.flags | diag_word, hw_mon.Temperatures());
+  fan.Step(max_temperature);
   if (clients.AnyoneWants(LumetSocketContext::kStatus))
     clients.SendToFlagged(StatusRow(values), LumetSocketContext::kStatus, BacklogLimit::kStatus);
   if (bus.IsConnected())
@@ -256,6 +312,29 @@ void Lumet::PublishData(const DataSample& sample) {
   if (!data_clock.IsDue(sample.time) || !bus.IsConnected()) return;
   const auto values = DataValues(sample, sample.flags | diag_word);
   bus.PublishRelative("output/DATA", JsonPayload(DataChannels(), values), false);
+}
+
+void Lumet::FollowEvents(const DataSample& sample) {
+  constexpr std::uint16_t kPlainMeasuring = 1;
+  if (sample.code != kPlainMeasuring) return events.Gather(sample);
+  if (!events.IsEmpty()) FinishEvent();
+  if (light_controller.Step(sample.values[DataSample::PFD])) ApplyTimingSettings();
+}
+
+void Lumet::FinishEvent() {
+  const EventRecorder::Context context = {run_time_logger.NextValue("event_id"), flash_mode,
+                                          flash_modrate_in_force, dark_modrate_in_force};
+  std::string room;
+  room.reserve(events.RecordRoom());
+  std::ostringstream out(std::move(room));
+  const EventAnalysis::Kind kind = events.WriteEvent(out, doc.Conf(), context);
+  events.Clear();
+  const std::string record = std::move(out).str();
+  if (debug) std::cout << record << std::endl;
+  if (kind == EventAnalysis::kDark)
+    bus.PublishRelative("output/DATADARKEVENT", record, false);
+  else if (kind != EventAnalysis::kNone)
+    bus.PublishRelative("output/DATAFLASHEVENT", record, false);
 }
 
 void Lumet::GotUnknownMessage(std::uint16_t code, const std::uint8_t*, std::uint16_t length) {
@@ -289,6 +368,12 @@ void Lumet::ShowMessage(std::string_view prefix, std::string_view text) {
 
 void Lumet::GotRegisterValue(std::uint16_t address, std::uint16_t value) {
   registers.GotValue(address, value);
+}
+
+void Lumet::GotRawCapture(std::uint32_t, const std::uint8_t* bytes, std::uint32_t count) {
+  const std::string rows = raw_capture.Take({bytes, count});
+  if (!rows.empty())
+    clients.SendToFlagged(rows, LumetSocketContext::kDataRawCapture, BacklogLimit::kDiagnostic);
 }
 
 void Lumet::ClientConnected(SocketClient* client) { console.ClientConnected(client); }

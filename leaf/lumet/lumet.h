@@ -13,11 +13,19 @@
 #include "common/socket_server.h"
 #include "leaf/lumet/console.h"
 #include "leaf/lumet/console_delivery.h"
+#include "leaf/lumet/diagnostics.h"
 #include "leaf/lumet/dsp_device.h"
+#include "leaf/lumet/event_recorder.h"
+#include "leaf/lumet/hw_mon.h"
+#include "leaf/lumet/light_controller.h"
 #include "leaf/lumet/light_quantities.h"
 #include "leaf/lumet/message_bus.h"
+#include "leaf/lumet/raw_capture.h"
 #include "leaf/lumet/rows.h"
+#include "leaf/lumet/run_time_event_logger.h"
 #include "leaf/lumet/settings_files.h"
+#include "leaf/lumet/timing.h"
+#include "leaf/lumet/zeroing.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
 // Tells when to publish, by the time of the samples: once a period, and when that time steps back
@@ -72,6 +80,7 @@ class Lumet : public DSPDevice::Listener,
   void GotVersion(const std::string& dsp_version, const std::string& fpga_version) override;
   void GotFatalMessage(const std::string& text) override;
   void GotRegisterValue(std::uint16_t address, std::uint16_t value) override;
+  void GotRawCapture(std::uint32_t index, const std::uint8_t* bytes, std::uint32_t count) override;
 
   // What clients do.
   void ClientConnected(SocketClient* client) override;
@@ -95,9 +104,16 @@ class Lumet : public DSPDevice::Listener,
   const char* GetName() override { return "Lumet"; }
 
  private:
+  // The console and the temperature in DIAG; a fault shuts the light off.
+  void UpdateDiagnostics(float max_temperature);
   // Once a second by the time of the samples, and twice a second.
-  void PublishStatus(const DataSample& sample);
+  void PublishStatus(const DataSample& sample, float max_temperature);
   void PublishData(const DataSample& sample);
+  // Gathers what belongs to an event, ends it, and lets the light follow in between.
+  void FollowEvents(const DataSample& sample);
+  void FinishEvent();
+  // Behind a reading that went into the zero of this name.
+  void FinishZeroing(const std::string& zero);
   // What messages ask for.
   void HandleXMLUpdate(const std::string& payload);
   void HandleSystemShutdown();
@@ -105,6 +121,10 @@ class Lumet : public DSPDevice::Listener,
   void ShowMessage(std::string_view prefix, std::string_view text);
   // Puts what the head knows of itself into the document.
   void FillInIdentity();
+  // Sends the processor all that it works by: the only way in which light levels, rates and flash
+  // shapes reach it. In a temperature fault the light is shut off instead, for good.
+  void ApplyTimingSettings();
+  void SelectFlash(FlashMode mode);
   // Sends the processor its calibration, if it has changed or `force` is set.
   void UpdateBias(bool force);
   // What the `cmd` subtree asks for.
@@ -114,6 +134,7 @@ class Lumet : public DSPDevice::Listener,
   void Dump();
 
   const Platform& platform;
+  RunTimeEventLogger run_time_logger;
   BonjourClient bonjour;
   DocTavo doc;
   MessageBus bus;
@@ -127,11 +148,19 @@ class Lumet : public DSPDevice::Listener,
   bool* reboot;
   bool* poweroff;
   bool debug;
+  LumetLightController light_controller;
+  HWMon hw_mon;
+  FanStepper fan;
+  Zeroing zeroing;
+  RawCapture raw_capture;
+  EventRecorder events;
   DataRowComposer data_row;
   LightCalibration calibration;
   float transmittance_in_force = 1;
+  FlashMode flash_mode = FlashMode::kRect;
+  unsigned flash_modrate_in_force = 0;  // Hz
+  unsigned dark_modrate_in_force = 0;   // Hz
   std::uint32_t diag_word = 0;
-  BoardTemperatures temperatures = {};  // 0 until they are read
   PublicationClock status_clock{1.0};
   PublicationClock data_clock{0.5};
 };

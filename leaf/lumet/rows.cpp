@@ -82,15 +82,15 @@ std::span<const OutputChannel> DataChannels() {
 }
 
 std::span<const OutputChannel> StatusChannels() {
-  static const std::array<OutputChannel, 7> channels = {{
-      {"TIME", "seconds", 11},
-      {"DIAG", "diag", 6},
-      {"TDigital", "C", 6},
-      {"TPreamp", "C", 6},
-      {"TPowerSupply", "C", 6},
-      {"TDrive", "C", 6},
-      {"TLEDTile", "C", 6},
-  }};
+  static const auto channels = [] {
+    std::array<OutputChannel, 2 + kSensors.size()> all = {
+        {{"TIME", "seconds", 11}, {"DIAG", "diag", 6}}};
+    std::transform(kSensors.begin(), kSensors.end(), all.begin() + 2,
+                   [](const SensorPlace& sensor) {
+                     return OutputChannel{std::string(sensor.name), "C", 6};
+                   });
+    return all;
+  }();
   return channels;
 }
 
@@ -102,9 +102,9 @@ std::array<double, 15> DataValues(const DataSample& sample, std::uint32_t diag) 
   return values;
 }
 
-std::array<double, 7> StatusValues(double time, std::uint32_t diag,
-                                   const BoardTemperatures& temperatures) {
-  std::array<double, 7> values = {time, static_cast<double>(diag)};
+std::array<double, 2 + kSensors.size()> StatusValues(double time, std::uint32_t diag,
+                                                     const BoardTemperatures& temperatures) {
+  std::array<double, 2 + kSensors.size()> values = {time, static_cast<double>(diag)};
   std::copy(temperatures.begin(), temperatures.end(), values.begin() + 2);
   return values;
 }

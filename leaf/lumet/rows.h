@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "leaf/lumet/dsp_records.h"
+#include "leaf/lumet/hw_mon.h"
 
 // The texts of the rows that console clients receive: fields separated by tabs, the row's name
 // first, on data rows the checksum last, and a line feed.
@@ -27,13 +28,10 @@ std::span<const OutputChannel> DataChannels();
 // Those of the DATASTAT row: time, DIAG, and the temperature of each sensor.
 std::span<const OutputChannel> StatusChannels();
 
-// Temperatures of the board in the order of the status channels, °C.
-using BoardTemperatures = std::array<float, 5>;
-
 // What there is to publish, in the order of the channels.
 std::array<double, 15> DataValues(const DataSample& sample, std::uint32_t diag);
-std::array<double, 7> StatusValues(double time, std::uint32_t diag,
-                                   const BoardTemperatures& temperatures);
+std::array<double, 2 + kSensors.size()> StatusValues(double time, std::uint32_t diag,
+                                                     const BoardTemperatures& temperatures);
 
 // Each value with the precision of its channel, and the checksum.
 std::string StatusRow(std::span<const double> values);

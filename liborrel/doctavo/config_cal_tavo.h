@@ -29,10 +29,10 @@ class ConfigCalRecordTavo : public ConfigurableComposite {
   ConfigCalRecordTavo(const Timestamp& when, const std::string& kind, int dc0_counts,
                       int pc0_counts);
 
-  ConfigurableTimestamp& Time() { return time; }
-  ConfigurableString& Type() { return type; }
-  ConfigurableInteger& DC0() { return dc0; }
-  ConfigurableInteger& Pc0() { return pc0; }
+  const ConfigurableTimestamp& Time() const { return time; }
+  const ConfigurableString& Type() const { return type; }
+  const ConfigurableInteger& DC0() const { return dc0; }
+  const ConfigurableInteger& Pc0() const { return pc0; }
 
  private:
   friend class ConfigCalHistoryTavo;

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "leaf/lumet/dsp_records.h"
+#include "leaf/lumet/light_quantities.h"
+
+// Drive of the four light sources, DAC counts, and the rate at which the last is pulsed.
+struct LightDrive {
+  float red = 0;
+  float blue = 0;
+  float farred = 0;
+  float modred = 0;
+  std::uint32_t modrate = 0;  // Hz
+};
+
+// What reaches the leaf, µmol/m²/s.
+struct LeafLight {
+  double actinic = 0;    // red and blue
+  double farred = 0;     // without what little of it PSII absorbs
+  double measuring = 0;  // on average
+  double pulse = 0;      // while it is on
+
+  double OnPSII() const;
+};
+
+// The optics of the simulated head: from drives to light at the leaf, and from the leaf's
+// fluorescence to the readings of the detectors.
+class LightPath {
+ public:
+  // The head of the bench before it is told anything else.
+  static LightCalibration BenchCalibration();
+
+  LightPath();
+  // As the head tells it. The measuring light's calibration is the bench's.
+  void Calibrate(const BiasConfig& told);
+
+  LeafLight At(const LightDrive& drive) const;
+  // Fills in what the detectors read; `noise` gives a normal deviate of the deviation it is given.
+  void Read(const LeafLight& light, double fluorescence, const LightDrive& drive,
+            const std::function<float(float)>& noise, WireSample& sample) const;
+
+ private:
+  LightCalibration calibration;
+  // What the processor takes off each reading.
+  float dc_zero = 0;
+  float pc_zero = 0;
+};

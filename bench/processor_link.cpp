@@ -1,0 +1,158 @@
+#include "bench/processor_link.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <ctime>
+#include <optional>
+#include <vector>
+
+#include "bench/recording.h"
+#include "common/errno_error.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// Simulated time, microseconds after the start.
+class SimulatedClock {
+ public:
+  explicit SimulatedClock(double times_faster) : speed(times_faster) {
+    clock_gettime(CLOCK_REALTIME, &start_of_day);
+  }
+
+  // At full speed there is no waiting: `due` is always now.
+  std::uint64_t Now(std::uint64_t due) {
+    if (std::isinf(speed)) return latest = std::max(latest, due);
+    const std::chrono::duration<double, std::micro> since =
+        std::chrono::steady_clock::now() - start;
+    return latest = static_cast<std::uint64_t>(since.count() * speed);
+  }
+  std::uint64_t Latest() const { return latest; }
+  // The system clock at the latest moment.
+  RecordTime Stamp() const {
+    constexpr std::uint64_t kMicros = 1'000'000;
+    const std::uint64_t micros = latest + static_cast<std::uint64_t>(start_of_day.tv_nsec) / 1000;
+    return {static_cast<std::uint32_t>(start_of_day.tv_sec) +
+                static_cast<std::uint32_t>(micros / kMicros),
+            static_cast<std::int32_t>(micros % kMicros * 1000)};
+  }
+  // How long to sleep until `due`.
+  int PauseMs(std::uint64_t due) {
+    constexpr double kLongest = 1000;
+    if (std::isinf(speed)) return 0;
+    const std::uint64_t now = Now(due);
+    const double pause = due > now ? static_cast<double>(due - now) / speed / 1000 + 1 : 1;
+    return static_cast<int>(std::min(pause, kLongest));
+  }
+
+ private:
+  double speed;
+  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+  struct timespec start_of_day = {};
+  std::uint64_t latest = 0;
+};
+
+// The processor's end of the link.
+class Link {
+ public:
+  Link(int its_descriptor, const LinkOptions& options)
+      : descriptor(its_descriptor), clock(options.speed), packet(65536) {
+    if (!options.record.empty()) recording.emplace(options.record);
+  }
+
+  // Waits until something can be done, `due` at the latest. True if a packet can be sent.
+  bool Wait(bool has_packet, std::uint64_t due) {
+    const auto wanted = static_cast<short>(has_packet ? POLLIN | POLLOUT : POLLIN);
+    entry = {descriptor, wanted, 0};
+    if (poll(&entry, 1, has_packet ? -1 : clock.PauseMs(due)) < 0 && errno != EINTR)
+      throw ErrnoError("simulated processor: error calling poll()");
+    return (entry.revents & POLLOUT) != 0;
+  }
+
+  // False if the other end is gone.
+  bool Send(const Bytes& bytes, bool& sent) {
+    const ssize_t count = send(descriptor, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    sent = count >= 0;
+    if (sent) Record(RecordedPacket::kFromProcessor, bytes);
+    return !Gone(count);
+  }
+
+  // Hands on a packet of commands if one has come. False if the other end is gone.
+  template <class Handle>
+  bool Receive(Handle handle) {
+    if ((entry.revents & (POLLIN | POLLHUP)) == 0) return true;
+    const ssize_t count = recv(descriptor, packet.data(), packet.size(), MSG_DONTWAIT);
+    if (count == 0 || Gone(count)) return false;
+    if (count < 0) return true;
+    const auto bytes = std::span(packet).first(static_cast<std::size_t>(count));
+    Record(RecordedPacket::kToProcessor, bytes);
+    handle(bytes);
+    return true;
+  }
+
+  SimulatedClock& Clock() { return clock; }
+
+ private:
+  // Whether a call failed for good.
+  static bool Gone(ssize_t result) { return result < 0 && errno != EAGAIN && errno != EINTR; }
+
+  void Record(RecordedPacket::Direction direction, std::span<const std::uint8_t> bytes) {
+    if (recording) recording->Write(clock.Latest(), direction, bytes);
+  }
+
+  int descriptor;
+  SimulatedClock clock;
+  Bytes packet;
+  struct pollfd entry = {};
+  std::optional<RecordingWriter> recording;
+};
+
+}  // namespace
+
+void RunSimulatedDSP(int descriptor, SimulatedDSP& dsp, const LinkOptions& options) {
+  Link link(descriptor, options);
+  auto& waiting = dsp.Output().packets;
+  dsp.Start(link.Clock().Stamp());
+  while (true) {
+    // While the head is behind, time passes and samples are lost, as they are with the device.
+    if (waiting.empty()) {
+      const std::uint64_t now = link.Clock().Now(dsp.NextRecordDue());
+      dsp.Advance(link.Clock().Stamp(), now);
+    }
+    if (link.Wait(!waiting.empty(), dsp.NextRecordDue())) {
+      bool sent = false;
+      if (!link.Send(waiting.front(), sent)) return;
+      if (sent) waiting.pop_front();
+    }
+    if (!link.Receive([&](std::span<const std::uint8_t> packet) {
+          dsp.HandleCommands(link.Clock().Stamp(), packet);
+        }))
+      return;
+  }
+}
+
+void RunReplay(int descriptor, const std::string& recording, const LinkOptions& options) {
+  constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+  std::vector<RecordedPacket> packets = ReadRecording(recording);
+  std::erase_if(packets, [](const RecordedPacket& packet) {
+    return packet.direction != RecordedPacket::kFromProcessor;
+  });
+  Link link(descriptor, options);
+  std::size_t next = 0;
+  while (true) {
+    const bool done = next == packets.size();
+    const std::uint64_t due = done ? kNever : packets[next].elapsed;
+    const bool ready = !done && link.Clock().Now(due) >= due;
+    if (link.Wait(ready, due)) {
+      bool sent = false;
+      if (!link.Send(packets[next].bytes, sent)) return;
+      if (sent) ++next;
+    }
+    if (!link.Receive([](std::span<const std::uint8_t>) {})) return;
+  }
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+// Counts what must not start anew with the process: minutes of running, power cycles, and numbers
+// for events. The counters are kept as the last line of a log that only grows, one JSON object each
+// quarter of an hour and one at the end; a power cut loses what came since.
+class RunTimeEventLogger {
+ public:
+  // Goes on from the last line of the log at `path`, and counts a power cycle. A log that can't be
+  // read or written is not noticed.
+  explicit RunTimeEventLogger(const std::string& path);
+  ~RunTimeEventLogger();
+  RunTimeEventLogger(const RunTimeEventLogger&) = delete;
+  RunTimeEventLogger& operator=(const RunTimeEventLogger&) = delete;
+
+  // Adds 1 to a counter and returns it; the first is 1.
+  int NextValue(const std::string& key);
+
+ private:
+  class RunTimeEventLoggerImpl;
+  std::unique_ptr<RunTimeEventLoggerImpl> impl;
+};
