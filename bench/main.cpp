@@ -90,7 +90,6 @@ int main(int argc, char** argv) {
     Platform platform = BenchPlatform(root);
     std::optional<SimulatedProcess> processor;
     if (dsp_fd < 0) {
-      ProvideSettings(platform, rate);
       link.speed = speed;
       processor.emplace([&](int descriptor) {
         if (!replay.empty()) return RunReplay(descriptor, replay, link);
@@ -104,7 +103,9 @@ int main(int argc, char** argv) {
     platform.discovery = discovery;
     if (routes) platform.delete_route = Platform().delete_route;
     std::optional<Broker> broker;
+    // Nothing of this for options that only tell or signal.
     platform.console_listens = [&](int port) {
+      if (processor) ProvideSettings(platform, rate);
       std::cout << "lumet-bench: the head listens on port " << port << " of "
                 << platform.console_address << "; its files are in " << root << "\n"
                 << "lumet-bench: to talk to it: nc " << platform.console_address << " " << port

@@ -59,6 +59,7 @@ TEST(Allocation, NonePerSampleOnceWarm) {
   constexpr int kWarmingRounds = 10;
   for (int round = 0; round < kRounds; ++round) {
     for (WireSample& sample : batch) {
+      sample.code = 1;
       sample.tick += 1000;
       sample.lumet += 0.1F;
       sample.red_dac = 1000;

@@ -81,6 +81,7 @@ TEST(Bus, KeepsWhatLastsAndTellsWhatHappens) {
   // Samples a sixteenth of a second apart for ten seconds of their own time, in no time of ours.
   RecordWriter records;
   WireSample sample;
+  sample.code = 1;
   const std::uint32_t start = StampNow().seconds;
   for (std::uint32_t i = 0; i <= 160; ++i) {
     sample.tick = i * 62'500;

@@ -45,6 +45,11 @@ const std::string kDefaultBias = kNoTime + "02204800" +
                                  "0000803f" +
                                  std::string(2 * 20, '0') + std::string(2 * 8, '0') +
                                  "2f0d640b00080000";
+// No light, and one sample a second.
+const std::string kDefaultTiming =
+    kNoTime + "01205c00" + "010000000100000001000000010000000100000001000000" +
+    std::string(2 * 16, '0') + "0100" + std::string(2 * 8, '0') + "0100" +
+    std::string(2 * 18, '0') + "0100" + std::string(2 * 20, '0');
 const std::string kSafeState =
     kNoTime + "08200000" + kNoTime + "01205c00" +
     "01000000010000000100000001000000010000000100000001000000010000000100000001000000"
@@ -110,7 +115,7 @@ TEST(Process, LivesFromItsPidFileToTheSafeState) {
   Head head(root.Path(), Head::PlayedBy::kCaller, {.lumet = {"-t"}});
   // The bias once because everything is new, and once because this is a start.
   EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()),
-            kSetOutputFormat2 + kRequestVersion + kDefaultBias + kDefaultBias);
+            kSetOutputFormat2 + kRequestVersion + kDefaultTiming + kDefaultBias + kDefaultBias);
   const std::string pid = std::to_string(head.Pid()) + "\n";
   EXPECT_EQ(ReadFile(pid_file), pid);
 

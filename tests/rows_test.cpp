@@ -156,6 +156,7 @@ TEST(Rows, StatusComesOnceASecondByTheTimeOfTheSamples) {
   for (const auto& row : rows) {
     RecordWriter records;
     WireSample sample;
+    sample.code = 1;
     sample.tick = row.tick_ms * 1000;
     sample.flags = 2;
     records.Sample({row.stamp, 0}, sample);

@@ -25,14 +25,17 @@ ino_t Inode(const std::string& path) {
   return status.st_ino;
 }
 
-// The last bias record among the commands of one packet: DC0 and the red bias in it.
-std::string BiasIn(const std::string& packet) {
+// DC0 and the bias of red that the processor is told next.
+std::string NextBias(Processor& processor) {
   std::string found;
-  const std::span bytes(reinterpret_cast<const std::uint8_t*>(packet.data()), packet.size());
-  ForEachRecord(bytes, [&](const RecordHeader& header, std::span<const std::uint8_t> payload) {
-    if (static_cast<DSPCode>(header.code) == DSPCode::SetBiasConfig)
-      found = std::to_string(GetF32(&payload[48])) + " " + std::to_string(GetU16(&payload[64]));
-  });
+  while (found.empty()) {
+    const std::string packet = processor.ReadPacket();
+    const std::span bytes(reinterpret_cast<const std::uint8_t*>(packet.data()), packet.size());
+    ForEachRecord(bytes, [&](const RecordHeader& header, std::span<const std::uint8_t> payload) {
+      if (static_cast<DSPCode>(header.code) == DSPCode::SetBiasConfig)
+        found = std::to_string(GetF32(&payload[48])) + " " + std::to_string(GetU16(&payload[64]));
+    });
+  }
   return found;
 }
 
@@ -51,7 +54,7 @@ TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
             "<nemra><tavo><ver>9</ver><cal><DC0>5</DC0></cal><cmd><reboot>true</reboot></cmd><cfg>"
             "<fan_duty>77</fan_duty><fan_mode>fast</fan_mode></cfg></tavo></other>");
   Head head(root.Path(), Head::PlayedBy::kCaller, {.lumet = {"-d"}});
-  EXPECT_EQ(BiasIn(head.SignalProcessor().ReadPacket()), "-7.000000 100");
+  EXPECT_EQ(NextBias(head.SignalProcessor()), "-7.000000 100");
   Client client(head.Port());
   EXPECT_EQ(client.ReadLineThatBegins("DATAEVENT\tSN"), "DATAEVENT\tSN\tTVF-0042");
   const std::string dump = head.WaitForLog("<F_red units");
@@ -64,6 +67,7 @@ TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
   // Measuring light of 100 counts at 1 Hz, by the calibration that was read.
   RecordWriter records;
   WireSample sample;
+  sample.code = 1;
   sample.modred_dac = 1e6;
   sample.modulation_rate = 1;
   records.Sample(StampNow(), sample);
@@ -74,7 +78,7 @@ TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
             "<nemra><tavo><factory><bias><red_bias>200</red_bias></bias></factory></tavo></nemra>");
   std::string log;
   EXPECT_EQ(RunLumetOnce(root.Path(), {"-r"}, log), 0);
-  EXPECT_EQ(BiasIn(head.SignalProcessor().ReadPacket()), "-7.000000 200");
+  EXPECT_EQ(NextBias(head.SignalProcessor()), "-7.000000 200");
   EXPECT_EQ(head.Stop(), 0);
 }
 
