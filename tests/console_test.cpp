@@ -95,7 +95,7 @@ class Transcript {
 };
 
 TEST(Console, SpeaksAsItsTranscriptsTell) {
-  for (const auto& entry : std::filesystem::directory_iterator(TRANSCRIPTS)) {
+  for (const auto& entry : std::filesystem::directory_iterator(TEST_DATA "/console")) {
     SCOPED_TRACE(entry.path().filename().string());
     Transcript transcript;
     std::ifstream file(entry.path());

@@ -1,0 +1,184 @@
+#include <unistd.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "common/base64.h"
+#include "common/test_registry.h"
+#include "common/zlib.h"
+#include "leaf/lumet/diagnostics.h"
+#include "leaf/lumet/light_controller.h"
+#include "leaf/lumet/raw_capture.h"
+#include "leaf/lumet/run_time_event_logger.h"
+#include "leaf/lumet/zeroing.h"
+
+void MonitorCases();
+
+namespace {
+
+using self_test::ExpectEqual;
+using self_test::ExpectTrue;
+
+void ControllerCases() {
+  DocTavo doc;
+  LumetLightController controller(doc, false);
+  ConfigLightSourceTavo& light = doc.Conf().Cfg().Lightsource();
+  ConfigurableInteger& outrate = doc.Conf().Cfg().Measure().Outrate();
+  light.Control().set(ConfigLightSourceModeTavo::Setpoint);
+  light.RedMix().set(3);
+  // With all calibration at its default, counts are flux.
+  const auto feed = [&](float setpoint, int rate, float q, int samples) {
+    doc.set_changed(false);
+    light.QSetpoint().set(setpoint);
+    outrate.set(rate);
+    doc.notify_if_changed();
+    std::string updates;
+    for (int i = 0; i < samples; ++i) updates += controller.Step(q) ? "!" : ".";
+    return updates + std::to_string(controller.GetDac(0));
+  };
+  doc.notify();
+  const struct {
+    const char* name;
+    float setpoint;
+    int rate;
+    float q;
+    int samples;
+    const char* expected;
+  } rows[] = {
+      {"an error of 100: integral 50, drive (500 + 100) / 10", 100, 10, 0, 5, "....!60"},
+      {"an error of 60: integral 80, drive (800 + 60) / 10", 100, 10, 40, 10, "....!....!116"},
+      {"no error at another rate: the integral term, of 110, stays", 100, 9, 100, 4, "...!110"},
+      {"beyond the DAC: the integral stays behind", 1e9F, 9, 100, 4, "...!65535"},
+      {"and back", 100, 9, 100, 4, "...!110"},
+      {"no number", std::nanf(""), 9, 100, 4, "...!0"},
+      {"and back again", 100, 9, 100, 4, "...!110"},
+      {"off tells so once", 0, 9, 100, 3, "!..0"},
+  };
+  for (const auto& row : rows)
+    ExpectEqual(feed(row.setpoint, row.rate, row.q, row.samples), row.expected, row.name);
+  light.Control().set(ConfigLightSourceModeTavo::Percent);
+  doc.notify();
+  ExpectEqual(feed(100, 10, 0, 6), "......0", "not in charge");
+}
+
+void DiagnosticsCases() {
+  const struct {
+    float temperature;
+    bool console;
+    std::uint32_t expected;
+  } steps[] = {{69.9F, false, 0x2000}, {70, true, 0x3001},  {74.9F, true, 0x3001},
+               {75, false, 0xB000},    {72, false, 0xB000}, {70, false, 0xB000},
+               {69.9F, true, 0x2001},  {-40, false, 0x2000}};
+  std::uint32_t diag = REDMODOFF;
+  for (const auto& step : steps) {
+    diag = NextDiagnostics(diag, step.console, step.temperature);
+    ExpectEqual(diag, step.expected, std::to_string(step.temperature));
+  }
+  const struct {
+    int step;
+    float temperature;
+    int next;
+  } fan[] = {{0, 32, 0}, {0, 32.1F, 1}, {0, 90, 1},    {1, 28, 1},  {1, 27.9F, 0},
+             {1, 42, 1}, {1, 42.1F, 2}, {3, 47.9F, 2}, {3, 100, 3}, {0, -20, 0}};
+  for (const auto& row : fan)
+    ExpectEqual(FanStepper::NextStep(row.step, row.temperature), row.next,
+                std::to_string(row.step) + " at " + std::to_string(row.temperature));
+}
+
+void ZeroingCases() {
+  DocTavo doc;
+  const Platform platform;
+  Zeroing zeroing(doc, platform);
+  const auto feed = [&](std::uint16_t code, float dc, float pc, int samples) {
+    std::string taken;
+    for (int i = 0; i < samples; ++i) taken += zeroing.Take(0, dc, pc, code).value_or(".");
+    return taken + std::to_string(doc.Conf().Cal().DC0().get()) + " " +
+           std::to_string(doc.Conf().Cal().Pc0().get());
+  };
+  ExpectEqual(feed(3, 12.5F, 7, 6), "......0 0", "not armed");
+  zeroing.ArmDC0();
+  feed(3, 12.5F, 7, 4);
+  feed(1, 99, 99, 2);
+  ExpectEqual(feed(3, 12.5F, 7, 2), "DC0.13 0", "the fifth sample of flashes, in the second");
+  zeroing.ArmDC0();
+  feed(3, 0, 0, 3);
+  zeroing.ArmPc0();
+  ExpectEqual(feed(3, 5, -12.5F, 5), "....Pc013 -13", "one takes the place of the other");
+  zeroing.ArmDC0();
+  ExpectEqual(feed(3, 0.4F, 0, 5), "....DC013 -13");
+  zeroing.ArmDC0();
+  ExpectEqual(feed(3, std::nanf(""), 0, 5), "....DC013 -13");
+}
+
+// The bytes of a capture from its rows.
+std::vector<std::uint8_t> Unpacked(const std::string& rows) {
+  std::vector<std::uint8_t> packed;
+  std::istringstream lines(rows);
+  for (std::string line; std::getline(lines, line);) {
+    ExpectTrue(line.starts_with("DATAFLRAW\t"), line);
+    const std::string text = line.substr(line.find('\t') + 1);
+    ExpectEqual(Base64AppendDecoded(text, packed), text.size(), "whole groups");
+  }
+  return ZlibInflate(packed);
+}
+
+void RawCaptureCases() {
+  std::mt19937 random(5);
+  RawCapture capture;
+  for (const std::size_t size : {396, 1, 200'000, 0}) {
+    std::vector<std::uint8_t> bytes(size);
+    for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
+    std::string rows;
+    for (std::span<const std::uint8_t> rest = bytes; !rest.empty();) {
+      const auto piece = rest.first(std::min<std::size_t>(rest.size(), 396));
+      rows += capture.Take(piece);
+      rest = rest.subspan(piece.size());
+    }
+    const std::string end = capture.Take({});
+    ExpectTrue(end.ends_with("\nDATAFLRAW\t\n"), "the empty row");
+    ExpectTrue(size > 400 || rows.empty(), "small records pile up");
+    ExpectTrue(Unpacked(rows + end) == bytes, "what comes out of " + std::to_string(size));
+  }
+}
+
+void CounterCases() {
+  const std::string directory =
+      std::filesystem::temp_directory_path() / ("lumet-self-test-" + std::to_string(getpid()));
+  std::filesystem::create_directories(directory);
+  const std::string path = directory + "/log";
+  const struct {
+    const char* before;
+    const char* after;  // the last line, up to its timestamp
+  } rows[] = {
+      {"", R"({"event_id":1,"powercycle_count":1,"runtime_minutes":0,)"},
+      {"{\"event_id\":41,\"powercycle_count\":5,\"runtime_minutes\":90}\n",
+       R"({"event_id":42,"powercycle_count":6,"runtime_minutes":90,)"},
+      {"{\"event_id\":41}\n{\"powercycle_count\":\"x\",\"runtime_minutes\":3}\n",
+       R"({"event_id":1,"powercycle_count":1,"runtime_minutes":3,)"},
+      {"{\"event_id\":41}\n[1]\n", R"({"event_id":1,"powercycle_count":1,"runtime_minutes":0,)"},
+      {"{\"event_id\":41}\n{\"event", R"({"event_id":1,"powercycle_count":1,"runtime_minutes":0,)"},
+  };
+  for (const auto& row : rows) {
+    std::ofstream(path) << row.before;
+    { RunTimeEventLogger(path).NextValue("event_id"); }
+    std::ifstream file(path);
+    std::string last;
+    for (std::string line; std::getline(file, line);) last = line;
+    ExpectEqual(last.substr(0, last.find("\"timestamp\"")), row.after, row.before);
+  }
+  std::filesystem::remove_all(directory);
+}
+
+}  // namespace
+
+void MonitorCases() {
+  ControllerCases();
+  DiagnosticsCases();
+  ZeroingCases();
+  RawCaptureCases();
+  CounterCases();
+}
