@@ -9,31 +9,9 @@
 
 #include "bench/broker.h"
 #include "bench/head.h"
+#include "tests/bus_client.h"
 
 namespace {
-
-// A port of ::1 that nobody listens on.
-int FreePort() {
-  Socket socket(AF_INET6, SOCK_STREAM, 0);
-  socket.Bind(SocketAddress("::1"));
-  SocketAddress bound(AF_INET6);
-  socket.GetSockName(bound);
-  return bound.GetPort();
-}
-
-void Publish(int port, const std::string& topic, const std::string& payload) {
-  ChildProcess process(
-      {"mosquitto_pub", "-h", "::1", "-p", std::to_string(port), "-t", topic, "-m", payload});
-  ASSERT_EQ(process.Wait(), 0);
-}
-
-// Prints each message as its retain flag, topic and payload.
-class Subscriber : public ChildProcess {
- public:
-  explicit Subscriber(int port, const std::string& topic = "nemra/#")
-      : ChildProcess({"mosquitto_sub", "-h", "::1", "-p", std::to_string(port), "-t", topic, "-F",
-                      "%r %t %p"}) {}
-};
 
 std::vector<std::string> LinesWith(const std::string& text, const std::string& part) {
   std::istringstream lines(text);

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "bench/child_process.h"
+#include "common/socket.h"
+
+// A port of ::1 that nobody listens on.
+inline int FreePort() {
+  Socket socket(AF_INET6, SOCK_STREAM, 0);
+  socket.Bind(SocketAddress("::1"));
+  SocketAddress bound(AF_INET6);
+  socket.GetSockName(bound);
+  return bound.GetPort();
+}
+
+// Publishes through the broker on `port` of ::1.
+inline void Publish(int port, const std::string& topic, const std::string& payload) {
+  ChildProcess process(
+      {"mosquitto_pub", "-h", "::1", "-p", std::to_string(port), "-t", topic, "-m", payload});
+  ASSERT_EQ(process.Wait(), 0);
+}
+
+// Prints each message as its retain flag, topic and payload.
+class Subscriber : public ChildProcess {
+ public:
+  explicit Subscriber(int port, const std::string& topic = "nemra/#")
+      : ChildProcess({"mosquitto_sub", "-h", "::1", "-p", std::to_string(port), "-t", topic, "-F",
+                      "%r %t %p"}) {}
+};

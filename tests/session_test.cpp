@@ -1,0 +1,116 @@
+// A whole session on a recorded link: adaptation, flashes of each kind, a dark pulse, zeroing, a
+// raw capture. The daemon gets what the processor sent then, and commands where they were given;
+// what clients, bus and logs see is kept in golden.txt, to the byte.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <span>
+#include <string>
+
+#include "bench/broker.h"
+#include "bench/head.h"
+#include "bench/recording.h"
+#include "tests/bus_client.h"
+
+namespace {
+
+const std::string kData = TEST_DATA "/session/";
+
+// The commands that begin something, of those in a packet.
+std::string StartsIn(std::span<const std::uint8_t> packet) {
+  std::string starts;
+  ForEachRecord(packet, [&](const RecordHeader& header, std::span<const std::uint8_t>) {
+    switch (static_cast<DSPCode>(header.code)) {
+      case DSPCode::StartRectFlash:
+      case DSPCode::StartMultiPhaseFlash:
+      case DSPCode::StartInductionFlash:
+      case DSPCode::StartDarkPulse:
+      case DSPCode::StartRawCapture:
+        starts += std::to_string(header.code) + " ";
+        break;
+      default:
+        break;
+    }
+  });
+  return starts;
+}
+
+int SamplesIn(std::span<const std::uint8_t> packet) {
+  int samples = 0;
+  ForEachRecord(packet, [&](const RecordHeader& header, std::span<const std::uint8_t> payload) {
+    if (header.code == static_cast<std::uint16_t>(DSPCode::DataSampleRecord)) ++samples;
+    if (header.code == static_cast<std::uint16_t>(DSPCode::DataBatchRecord))
+      samples += payload[WireBatch::kCountOffset];
+  });
+  return samples;
+}
+
+TEST(Session, ReplaysToItsGoldenTranscript) {
+  const TemporaryDirectory root;
+  for (const char* file : {"tavo.conf", "factorytavo.conf"})
+    WriteFile(root.Path() + "/etc/" + file, ReadFile(kData + file));
+  const int port = FreePort();
+  const Broker broker(root.Path() + "/broker", port);
+  Head head(root.Path(), Head::PlayedBy::kCaller,
+            {.wrapper = {"env", "TZ=UTC"}, .bench = {"--broker-port", std::to_string(port)}});
+  Subscriber(port).WaitForOutput("data/DATAEVENT/CONNECTED {\"");
+  Subscriber bus(port, "nemra/tavo/output/#");
+  Client client(head.Port());
+  client.ReadLineThatBegins("DATADIAGH\t");
+  client.Send(
+      "<nemra><tavo><output><status>true</status><datarawcapture>true</datarawcapture>"
+      "</output></tavo></nemra>\n");
+
+  std::string rows;
+  const auto read_to = [&](const std::string& start) {
+    std::string line;
+    do {
+      line = client.ReadLine();
+      rows += line + "\n";
+    } while (!line.starts_with(start));
+  };
+  read_to("DATASTATU\t");
+  Processor& processor = head.SignalProcessor();
+  std::ifstream commands(kData + "commands.txt");
+  for (const RecordedPacket& packet : ReadRecording(kData + "link.rec")) {
+    if (packet.direction == RecordedPacket::kFromProcessor) {
+      RecordWriter writer;
+      writer.packets.push_back(packet.bytes);
+      processor.Send(writer);
+      // In step, so that each command falls between the same samples.
+      for (int samples = SamplesIn(packet.bytes); samples > 0; --samples) read_to("DATA\t");
+    } else if (const std::string starts = StartsIn(packet.bytes); !starts.empty()) {
+      std::string command;
+      ASSERT_TRUE(commands >> command);
+      client.Send("<nemra><tavo><cmd><" + command + ">true</" + command +
+                  "></cmd></tavo></nemra>\n");
+      read_to("<nemra><tavo><ack>");
+      for (std::string heard; heard != starts;) {
+        const std::string bytes = processor.ReadPacket();
+        heard += StartsIn({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+      }
+    }
+  }
+  EXPECT_EQ(head.Stop(), 0);
+  Publish(port, "nemra/tavo/output/end", "");
+  bus.WaitForOutput("output/end");
+  const std::string log = head.WaitForLog("");
+
+  std::string transcript = "# clients\n" + rows + "# bus\n" + bus.Output() + "# log\n" +
+                           log.substr(log.find("MQTT Connected\n"));
+  // The one thing that depends on the day of the test.
+  transcript +=
+      "# calibration log\n" +
+      std::regex_replace(ReadFile(root.Path() + "/var/log/cal"),
+                         std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d"), "(time)");
+  const std::string golden = ReadFile(kData + "golden.txt");
+  if (transcript == golden) return;
+  const std::string seen = std::filesystem::temp_directory_path() / "lumet-session.txt";
+  WriteFile(seen, transcript);
+  FAIL() << "compare " << seen << " with " << kData << "golden.txt";
+}
+
+}  // namespace
