@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -60,12 +61,20 @@ bool ChildProcess::HasEnded() const {
 const std::string& ChildProcess::WaitForOutput(std::string_view text, std::size_t from) {
   const auto deadline = Clock::now() + kDeadline;
   while (said.find(text, from) == std::string::npos) {
-    WaitReadable(output.GetFD(), deadline, "'" + std::string(text) + "' in the output:\n" + said);
+    // What was looked through once need not be again.
+    from = std::max(from, said.size() - std::min(said.size(), text.size()));
+    WaitReadable(output.GetFD(), deadline, "'" + std::string(text) + "' in the output:\n" + Tail());
     std::string chunk;
-    if (output.ReadString(chunk) == 0) throw std::runtime_error("a program ended, saying\n" + said);
+    if (output.ReadString(chunk) == 0)
+      throw std::runtime_error("a program ended, saying\n" + Tail());
     said += chunk;
   }
   return said;
+}
+
+std::string ChildProcess::Tail() const {
+  constexpr std::size_t kShown = 4000;
+  return said.substr(said.size() - std::min(said.size(), kShown));
 }
 
 bool ChildProcess::HasSaid(std::string_view text) {

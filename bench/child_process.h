@@ -42,6 +42,9 @@ class ChildProcess {
   const std::string& Output() const { return said; }
 
  private:
+  // The end of what it has said, for error texts.
+  std::string Tail() const;
+
   StreamFileBase output;
   pid_t pid = -1;
   std::string said;

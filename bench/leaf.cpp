@@ -58,8 +58,11 @@ void Leaf::Settle(double q) {
 
 void Leaf::Advance(double seconds, double q, double q_farred) {
   constexpr double kLongestStep = 1e-3;  // s
-  constexpr double kPoolsSettle = 5;     // s
-  // The pools follow within seconds; of a longer time only the end counts for them.
+  constexpr double kPoolsSettle = 1;     // s
+  constexpr double kLongestStretch = 5;  // s, in which what is slow stands nearly still
+  for (; seconds > kLongestStretch; seconds -= kLongestStretch)
+    Advance(kLongestStretch, q, q_farred);
+  // The pools follow within a second; of a longer time only the end counts for them.
   const double followed = std::min(seconds, kPoolsSettle);
   const double steps = std::ceil(followed / kLongestStep);
   for (double i = 0; i < steps; ++i) StepPools(followed / steps, q, q_farred);
