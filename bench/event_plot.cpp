@@ -1,0 +1,340 @@
+#include "bench/event_plot.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <functional>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+constexpr double kReciprocal = 10000;
+constexpr double kPanelWidth = 560;
+constexpr double kPanelHeight = 300;
+constexpr double kMargin = 64;
+// A drawing shows no more points than this of a curve.
+constexpr std::size_t kMostPoints = 4000;
+
+struct Range {
+  double low = std::numeric_limits<double>::infinity();
+  double high = -std::numeric_limits<double>::infinity();
+  void Add(double value) {
+    if (!std::isfinite(value)) return;
+    low = std::min(low, value);
+    high = std::max(high, value);
+  }
+  // Never empty.
+  Range Widened() const {
+    if (!(low <= high)) return {0, 1};
+    return low == high ? Range{low - 1, high + 1} : *this;
+  }
+};
+
+Range RangeOf(const std::vector<double>& values) {
+  Range range;
+  for (const double value : values) range.Add(value);
+  return range.Widened();
+}
+
+const char* ShadeOf(int code) {
+  switch (code) {
+    case 3:
+    case 4:
+    case 6:
+      return "#ffe3e0";
+    case 5:
+      return "#fff3d6";
+    case 12:
+    case 14:
+      return "#e4e4ee";
+    case 13:
+      return "#f1dcec";
+    default:
+      return "#f7f7f7";
+  }
+}
+
+// Calls `draw(code, first, last)` for each run of samples of one code.
+void ForEachPhase(const EventSeries& event,
+                  const std::function<void(int, std::size_t, std::size_t)>& draw) {
+  for (std::size_t first = 0; first < event.code.size();) {
+    std::size_t last = first;
+    while (last + 1 < event.code.size() && event.code[last + 1] == event.code[first]) ++last;
+    draw(event.code[first], first, last);
+    first = last + 1;
+  }
+}
+
+std::string Number(double value) {
+  std::ostringstream text;
+  text.precision(5);
+  text << value;
+  return text.str();
+}
+
+std::string Escaped(const std::string& text) {
+  std::string escaped;
+  for (const char letter : text) {
+    if (letter == '<')
+      escaped += "&lt;";
+    else if (letter == '&')
+      escaped += "&amp;";
+    else
+      escaped += letter;
+  }
+  return escaped;
+}
+
+// One frame with its axes. Data coordinates go in.
+class Panel {
+ public:
+  Panel(std::ostream& stream, double at_top, Range x_values, Range y_values)
+      : out(stream), top(at_top), x(x_values), y(y_values) {}
+
+  double X(double value) const {
+    return kMargin + (value - x.low) / (x.high - x.low) * kPanelWidth;
+  }
+  double Y(double value) const {
+    return top + kPanelHeight - (value - y.low) / (y.high - y.low) * kPanelHeight;
+  }
+
+  void Shade(double from, double to, const char* colour) const {
+    out << "<rect x='" << X(from) << "' y='" << top << "' width='" << std::max(1.0, X(to) - X(from))
+        << "' height='" << kPanelHeight << "' fill='" << colour << "'/>\n";
+  }
+
+  void Curve(const std::vector<double>& xs, const std::vector<double>& ys,
+             const char* colour) const {
+    const std::size_t stride = std::max<std::size_t>(1, xs.size() / kMostPoints);
+    out << "<polyline fill='none' stroke-width='1.5' stroke='" << colour << "' points='";
+    for (std::size_t i = 0; i < xs.size(); i += stride)
+      if (std::isfinite(xs[i]) && std::isfinite(ys[i])) out << X(xs[i]) << "," << Y(ys[i]) << " ";
+    out << "'/>\n";
+  }
+
+  void Points(const std::vector<double>& xs, const std::vector<double>& ys,
+              const char* colour) const {
+    for (std::size_t i = 0; i < xs.size(); ++i)
+      if (std::isfinite(xs[i]) && std::isfinite(ys[i]))
+        out << "<circle cx='" << X(xs[i]) << "' cy='" << Y(ys[i]) << "' r='2.5' fill='" << colour
+            << "'/>\n";
+  }
+
+  void Text(double at_x, double at_y, const char* anchor, const std::string& text,
+            const char* colour = "#222222") const {
+    out << "<text x='" << at_x << "' y='" << at_y << "' text-anchor='" << anchor << "' fill='"
+        << colour << "'>" << Escaped(text) << "</text>\n";
+  }
+
+  // The frame, with numbers at the ends and the middle of each axis.
+  void Frame(const std::string& title, const std::string& x_label, const std::string& y_label,
+             const char* y_colour) const {
+    out << "<rect x='" << kMargin << "' y='" << top << "' width='" << kPanelWidth << "' height='"
+        << kPanelHeight << "' fill='none' stroke='#222222'/>\n";
+    Text(kMargin, top - 10, "start", title);
+    Text(kMargin + kPanelWidth / 2, top + kPanelHeight + 36, "middle", x_label);
+    Text(kMargin, top - 26, "start", y_label, y_colour);
+    for (const double share : {0.0, 0.5, 1.0}) {
+      const double x_value = x.low + share * (x.high - x.low);
+      const double y_value = y.low + share * (y.high - y.low);
+      Text(X(x_value), top + kPanelHeight + 18, "middle", Number(x_value));
+      Text(kMargin - 6, Y(y_value) + 4, "end", Number(y_value), y_colour);
+    }
+  }
+
+  // A second scale on the right.
+  void RightScale(Range values, const std::string& label, const char* colour) const {
+    const double right = kMargin + kPanelWidth;
+    Text(right, top - 26, "end", label, colour);
+    for (const double share : {0.0, 0.5, 1.0})
+      Text(right + 6, top + kPanelHeight * (1 - share) + 4, "start",
+           Number(values.low + share * (values.high - values.low)), colour);
+  }
+
+ private:
+  std::ostream& out;
+  double top;
+  Range x;
+  Range y;
+};
+
+// F over 10000/Q in phase 2.
+struct Ramp {
+  std::vector<double> x;
+  std::vector<double> f;
+};
+
+Ramp RampOf(const EventSeries& event) {
+  Ramp ramp;
+  for (std::size_t i = 0; i < event.code.size(); ++i) {
+    if (event.code[i] != 5) continue;
+    ramp.x.push_back(kReciprocal / event.pfd[i]);
+    ramp.f.push_back(event.fluorescence[i]);
+  }
+  return ramp;
+}
+
+std::vector<double> Numbers(const Json::Value& record, const char* name) {
+  std::vector<double> numbers;
+  for (const Json::Value& value : record[name]) numbers.push_back(value.asDouble());
+  return numbers;
+}
+
+// Records hold "nan" and "inf" where a computation had no answer, which is no JSON.
+std::string WithoutBareWords(std::string text) {
+  for (const char* word : {"-nan", "nan", "-inf", "inf"})
+    for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos;) {
+      const bool is_value = at > 0 && std::string(":,[").find(text[at - 1]) != std::string::npos;
+      if (is_value)
+        text.replace(at, std::char_traits<char>::length(word), "null");
+      else
+        ++at;
+    }
+  return text;
+}
+
+}  // namespace
+
+EventSeries EventSeries::Parse(const std::string& record) {
+  EventSeries event;
+  std::istringstream in(WithoutBareWords(record));
+  std::string errors;
+  if (!Json::parseFromStream(Json::CharReaderBuilder(), in, &event.members, &errors))
+    throw std::runtime_error("this is no event record: " + errors);
+  if (!event.members.isObject() || !event.members["SECS"].isArray())
+    throw std::runtime_error("this is no event record: it has no SECS");
+  event.type = event.members["TYPE"].asString();
+  event.seconds = Numbers(event.members, "SECS");
+  event.fluorescence = Numbers(event.members, "LUMET");
+  event.pfd = Numbers(event.members, "PFD");
+  for (const double code : Numbers(event.members, "CODE"))
+    event.code.push_back(static_cast<int>(code));
+  const std::size_t count = event.seconds.size();
+  if (count == 0 || event.fluorescence.size() != count || event.pfd.size() != count ||
+      event.code.size() != count)
+    throw std::runtime_error("this is no event record: its arrays differ in length");
+  return event;
+}
+
+void PrintResults(const EventSeries& event, std::ostream& out) {
+  constexpr std::array kNames = {"EVENT_ID",
+                                 "DEVICE",
+                                 "DATE",
+                                 "TIME",
+                                 "TYPE",
+                                 "FMAX",
+                                 "QMAX",
+                                 "FMIN",
+                                 "QMIN",
+                                 "MODRATE",
+                                 "P1_MAXF",
+                                 "P2_SLP",
+                                 "P2_INT",
+                                 "P2_R2",
+                                 "P2_SLP_SE",
+                                 "P2_INT_SE",
+                                 "P2_DQDT",
+                                 "P3_Q",
+                                 "P3_MAXF",
+                                 "P3_PREDF",
+                                 "P3_DELTAF",
+                                 "OUTRATE",
+                                 "MARGIN",
+                                 "DURATION",
+                                 "PHASE1_DURATION",
+                                 "PHASE2_DURATION",
+                                 "PHASE3_DURATION",
+                                 "Q_RED_SETPOINT",
+                                 "D_RED_PERCENT",
+                                 "RAMP",
+                                 "BEFORE",
+                                 "AFTER",
+                                 "Q_FARRED_SETPOINT",
+                                 "D_FARRED_PERCENT"};
+  for (const char* name : kNames) {
+    if (!event.members.isMember(name)) continue;
+    const Json::Value& value = event.members[name];
+    std::string line = name;
+    line.resize(20, ' ');
+    out << line << (value.isString() ? value.asString() : Number(value.asDouble())) << "\n";
+  }
+  out << "samples             " << event.seconds.size() << "\n";
+}
+
+void DrawSvg(const EventSeries& event, std::ostream& out) {
+  constexpr const char* kFColour = "#a01818";
+  constexpr const char* kQColour = "#2060a0";
+  constexpr double kTop = 60;
+  const int panels = event.IsMultiPhase() ? 2 : 1;
+  out << "<svg xmlns='http://www.w3.org/2000/svg' width='" << kPanelWidth + 2 * kMargin
+      << "' height='" << panels * (kPanelHeight + 120)
+      << "' font-family='sans-serif' font-size='12'>\n"
+      << "<rect width='100%' height='100%' fill='white'/>\n";
+
+  const Range f_range = RangeOf(event.fluorescence);
+  const Range q_range = RangeOf(event.pfd);
+  const Panel f_panel(out, kTop, RangeOf(event.seconds), f_range);
+  const Panel q_panel(out, kTop, RangeOf(event.seconds), q_range);
+  ForEachPhase(event, [&](int code, std::size_t first, std::size_t last) {
+    const std::size_t next = std::min(last + 1, event.seconds.size() - 1);
+    f_panel.Shade(event.seconds[first], event.seconds[next], ShadeOf(code));
+  });
+  q_panel.Curve(event.seconds, event.pfd, kQColour);
+  f_panel.Curve(event.seconds, event.fluorescence, kFColour);
+  f_panel.Frame(event.type + " " + event.members["EVENT_ID"].asString() + ", " +
+                    event.members["DATE"].asString() + " " + event.members["TIME"].asString(),
+                "time (s)", "F (counts)", kFColour);
+  f_panel.RightScale(q_range, "PFD (µmol/m²/s)", kQColour);
+
+  if (event.IsMultiPhase()) {
+    const Ramp ramp = RampOf(event);
+    const double intercept = event.members["P2_INT"].asDouble();
+    const double slope = event.members["P2_SLP"].asDouble();
+    Range x = RangeOf(ramp.x);
+    x.low = 0;
+    Range y = RangeOf(ramp.f);
+    y.Add(intercept);
+    const Panel fit(out, kTop + kPanelHeight + 110, x, y);
+    fit.Points(ramp.x, ramp.f, kFColour);
+    fit.Curve({0, x.high}, {intercept, intercept + slope * x.high}, "#222222");
+    fit.Frame("phase 2, fit: Fm' = " + Number(intercept) + " ± " +
+                  Number(event.members["P2_INT_SE"].asDouble()) +
+                  ", R² = " + Number(event.members["P2_R2"].asDouble()),
+              "10000 / PFD", "F (counts)", kFColour);
+  }
+  out << "</svg>\n";
+}
+
+void WriteGnuplot(const EventSeries& event, const std::string& png, std::ostream& out) {
+  out << "set terminal pngcairo size 900," << (event.IsMultiPhase() ? 1000 : 550) << "\n"
+      << "set output '" << png << "'\n$event << EOD\n";
+  const std::size_t stride = std::max<std::size_t>(1, event.seconds.size() / kMostPoints);
+  for (std::size_t i = 0; i < event.seconds.size(); i += stride)
+    out << event.seconds[i] << " " << event.fluorescence[i] << " " << event.pfd[i] << "\n";
+  out << "EOD\n";
+  const Ramp ramp = RampOf(event);
+  if (event.IsMultiPhase()) {
+    out << "$ramp << EOD\n";
+    for (std::size_t i = 0; i < ramp.x.size(); ++i) out << ramp.x[i] << " " << ramp.f[i] << "\n";
+    out << "EOD\nset multiplot layout 2,1\n";
+  }
+  int object = 0;
+  ForEachPhase(event, [&](int code, std::size_t first, std::size_t last) {
+    const std::size_t next = std::min(last + 1, event.seconds.size() - 1);
+    out << "set object " << ++object << " rectangle from " << event.seconds[first]
+        << ", graph 0 to " << event.seconds[next] << ", graph 1 fillcolor rgb '" << ShadeOf(code)
+        << "' fillstyle solid noborder behind\n";
+  });
+  out << "set title '" << event.type << " " << event.members["EVENT_ID"].asString() << "'\n"
+      << "set xlabel 'time (s)'\nset ylabel 'F (counts)'\nset y2label 'PFD (µmol/m²/s)'\n"
+      << "set ytics nomirror\nset y2tics\n"
+      << "plot $event using 1:2 with lines title 'F', '' using 1:3 axes x1y2 with lines title "
+         "'PFD'\n";
+  if (event.IsMultiPhase())
+    out << "unset object\nunset y2tics\nunset y2label\nset title 'phase 2'\n"
+        << "set xlabel '10000 / PFD'\nset xrange [0:*]\n"
+        << "plot $ramp using 1:2 with points title 'F', " << event.members["P2_INT"].asDouble()
+        << " + " << event.members["P2_SLP"].asDouble()
+        << " * x with lines title 'fit'\nunset multiplot\n";
+}
