@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 
 std::string DefaultBenchRoot() {
@@ -38,6 +39,25 @@ Platform BenchPlatform(const std::string& root) {
     std::cout << "lumet-bench: would ask the kernel to remove that route\n";
   };
   platform.discovery = false;
+  platform.set_system_time = [](const struct timeval& time) {
+    std::cout << "lumet-bench: would set the system time to " << time.tv_sec << "\n";
+    return 0;
+  };
+  platform.set_hardware_clock = [](int, const struct rtc_time& time) {
+    std::cout << "lumet-bench: would set the hardware clock to " << time.tm_year + 1900 << "-"
+              << time.tm_mon + 1 << "-" << time.tm_mday << " " << time.tm_hour << ":" << time.tm_min
+              << ":" << time.tm_sec << " UTC\n";
+    return 0;
+  };
+  // Its zone is that of the head, and not of the desk, once it has one.
+  platform.take_zone = [link = platform.localtime] {
+    if (!std::filesystem::exists(link)) return;
+    // The file itself: the library would not look at a link again whose name is the same.
+    setenv("TZ", (":" + std::filesystem::canonical(link).string()).c_str(), 1);
+    tzset();
+  };
+  platform.take_zone();
+  std::ofstream(platform.clock_device, std::ios::app);
   platform.run_command = [](const std::string& command) {
     std::cout << "lumet-bench: would run " << command << "\n";
     return 0;

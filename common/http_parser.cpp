@@ -2,6 +2,9 @@
 
 #include <http_parser.h>
 
+#include <exception>
+#include <utility>
+
 struct HTTPParser::State {
   State(Listener& message_listener, Kind kind) : listener(message_listener) {
     http_parser_settings_init(&settings);
@@ -63,11 +66,17 @@ struct HTTPParser::State {
   }
   static int OnMessageComplete(http_parser* parser) {
     State& state = Of(parser);
-    if (parser->type == HTTP_RESPONSE)
-      state.listener.GotHTTPResponse(state.headers, state.body);
-    else
-      state.listener.GotHTTPRequest(state.url, state.headers, state.body);
-    return 0;
+    // The library is C, through which nothing is to be thrown.
+    try {
+      if (parser->type == HTTP_RESPONSE)
+        state.listener.GotHTTPResponse(state.headers, state.body);
+      else
+        state.listener.GotHTTPRequest(state.url, state.headers, state.body);
+      return 0;
+    } catch (...) {
+      state.caught = std::current_exception();
+      return 1;
+    }
   }
 
   Listener& listener;
@@ -79,6 +88,7 @@ struct HTTPParser::State {
   std::string body;
   std::string field;  // of the header under construction
   std::string value;
+  std::exception_ptr caught;  // what a listener has thrown
 };
 
 HTTPParser::HTTPParser(Listener& listener, Kind kind)
@@ -90,6 +100,7 @@ void HTTPParser::Parse(std::string_view text) {
   http_parser& parser = state->parser;
   const std::size_t taken =
       http_parser_execute(&parser, &state->settings, text.data(), text.size());
+  if (state->caught) std::rethrow_exception(std::exchange(state->caught, nullptr));
   if (taken < text.size() && parser.upgrade == 0) throw Error("ERROR in HTTPParser");
 }
 
@@ -97,6 +108,7 @@ void HTTPParser::Finish() {
   http_parser& parser = state->parser;
   // For the end of input the library answers with an error, and not with a count, by a value above
   // 0.
-  if (http_parser_execute(&parser, &state->settings, nullptr, 0) != 0)
-    throw Error("ERROR in HTTPParser");
+  const bool failed = http_parser_execute(&parser, &state->settings, nullptr, 0) != 0;
+  if (state->caught) std::rethrow_exception(std::exchange(state->caught, nullptr));
+  if (failed) throw Error("ERROR in HTTPParser");
 }

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <linux/rtc.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -30,6 +34,19 @@ struct Platform {
   // Logs: the counters of the head, and the zeros that were taken.
   std::string run_time_log = "/var/log/lumet.log";
   std::string calibration_log = "/var/log/cal";
+
+  // The system's time: its zones, the zone in force as a link and as a name, the hardware clock,
+  // and the service that keeps it, options and script.
+  std::string zoneinfo = "/usr/share/zoneinfo/posix";
+  std::string localtime = "/etc/localtime";
+  std::string timezone = "/etc/timezone";
+  std::string clock_device = "/dev/rtc0";
+  std::string ptp_options = "/etc/sysconfig/ptpd";
+  std::string ptp_script = "/etc/rc.d/init.d/ptpd";
+
+  // The system's network, for its next start.
+  std::string hostname_file = "/etc/hostname";
+  std::string interfaces_file = "/etc/network/interfaces";
 
   // Where the kernel shows the devices of the board's I2C buses.
   std::string i2c_devices = "/sys/bus/i2c/devices";
@@ -69,11 +86,21 @@ struct Platform {
   // Sends the kernel a request to remove a route. Throws ErrnoError.
   std::function<void(Socket& netlink, const struct msghdr& request)> delete_route =
       [](Socket& netlink, const struct msghdr& request) { netlink.SendMsg(&request, 0); };
+  std::function<int(const struct timeval& time)> set_system_time = [](const struct timeval& time) {
+    return settimeofday(&time, nullptr);
+  };
+  std::function<int(int device, const struct rtc_time& time)> set_hardware_clock =
+      [](int device, const struct rtc_time& time) { return ioctl(device, RTC_SET_TIME, &time); };
+  std::function<int(int device, struct rtc_time& time)> read_hardware_clock =
+      [](int device, struct rtc_time& time) { return ioctl(device, RTC_RD_TIME, &time); };
+  // The zone in force is another one.
+  std::function<void()> take_zone = [] { tzset(); };
 
-  // Every file and device above, for whoever moves them elsewhere.
+  // Every file and device above, for whoever moves them elsewhere; the zones are only read.
   std::vector<std::string*> Files() {
-    return {&cpu_alignment,    &cpu_governor, &cpu_speed,     &pid_file,
-            &factory_settings, &cal_settings, &main_settings, &run_time_log,
-            &calibration_log,  &i2c_devices,  &dsp_device};
+    return {&cpu_alignment,   &cpu_governor,  &cpu_speed,    &pid_file,        &factory_settings,
+            &cal_settings,    &main_settings, &run_time_log, &calibration_log, &localtime,
+            &timezone,        &clock_device,  &ptp_options,  &ptp_script,      &hostname_file,
+            &interfaces_file, &i2c_devices,   &dsp_device};
   }
 };

@@ -1,6 +1,7 @@
 #include "common/safe_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -14,6 +15,15 @@ namespace {
 
 void SyncToDisk(const StreamFile& file, const std::string& name) {
   if (fsync(file.GetFD()) != 0) throw ErrnoError("Unable to write: " + name);
+}
+
+// Mode and owner of the file that is replaced, if there is one, go on.
+void TakeAfter(const StreamFile& file, const std::string& name, const std::string& old_path) {
+  struct stat status = {};
+  if (stat(old_path.c_str(), &status) != 0) return;
+  if (fchmod(file.GetFD(), status.st_mode & 07777) != 0 ||
+      fchown(file.GetFD(), status.st_uid, status.st_gid) != 0)
+    throw ErrnoError("Unable to write: " + name);
 }
 
 void WriteWhole(StreamFile& file, const std::string& name,
@@ -38,6 +48,7 @@ bool ReplaceFile(const std::string& path, const std::function<void(std::ostream&
     return false;
   }
   try {
+    TakeAfter(file, fresh, path);
     WriteWhole(file, fresh, write);
     sync();
     if (std::rename(fresh.c_str(), path.c_str()) != 0)

@@ -52,6 +52,7 @@ Lumet::Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool
       platform(where),
       run_time_logger(where.run_time_log),
       bonjour(*this),
+      system_settings(where),
       bus(where, this, doc),
       files(doc, where),
       dsp(where.dsp_fd >= 0 ? DSPDevice(where.dsp_fd) : DSPDevice(where.dsp_device)),
@@ -116,9 +117,11 @@ void Lumet::run() {
 }
 
 void Lumet::readconfig() {
+  system_settings.FillInZones(doc.Conf());
   files.load_factory();
   files.load_cal();
   files.load_main([this] {
+    system_settings.FillIn(doc.Conf());
     FillInIdentity();
     dsp.RequestVersion();
   });
@@ -152,6 +155,7 @@ void Lumet::item_changed(const ConfigurableEvent&) {
   const bool save_main = timing_changed || cfg.FanMode().has_changed() ||
                          cfg.FanDuty().has_changed() || cfg.FanFreq().has_changed();
   if (timing_changed) ApplyTimingSettings();
+  system_settings.Apply(tavo);
   if (tavo.Factory().has_changed() || tavo.Cal().has_changed()) {
     calibration = LightCalibrationOf(tavo);
     UpdateBias(false);

@@ -24,6 +24,7 @@
 #include "leaf/lumet/rows.h"
 #include "leaf/lumet/run_time_event_logger.h"
 #include "leaf/lumet/settings_files.h"
+#include "leaf/lumet/system_settings.h"
 #include "leaf/lumet/timing.h"
 #include "leaf/lumet/zeroing.h"
 #include "liborrel/doctavo/doc_tavo.h"
@@ -136,6 +137,7 @@ class Lumet : public DSPDevice::Listener,
   const Platform& platform;
   RunTimeEventLogger run_time_logger;
   BonjourClient bonjour;
+  SystemSettings system_settings;
   DocTavo doc;
   MessageBus bus;
   SettingsFiles files;

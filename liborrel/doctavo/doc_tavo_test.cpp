@@ -10,6 +10,7 @@
 #include "common/test_registry.h"
 #include "configurable/json_printer_visitor.h"
 
+void SystemFileCases();
 void TestDocTavo(std::ostream& out);
 void TestDocKesh(std::ostream& out);
 
@@ -172,6 +173,7 @@ void TestDocTavo(std::ostream&) {
   DocumentCases();
   ListenerCases();
   RoundTripCases();
+  SystemFileCases();
 }
 
 // The shared settings in the form in which a sibling document holds them.

@@ -1,0 +1,137 @@
+#include "common/system_clock.h"
+
+#include <fcntl.h>
+#include <linux/rtc.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "common/errno_error.h"
+#include "common/privilege_guard.h"
+#include "common/stream_file.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+StreamFile OpenClock(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+  if (fd < 0) throw ErrnoError("Unable to open clock device: " + path);
+  return StreamFile(fd);
+}
+
+// Both structs have the same fields for the calendar.
+template <class To, class From>
+To CopyCalendar(const From& from) {
+  To to = {};
+  to.tm_sec = from.tm_sec;
+  to.tm_min = from.tm_min;
+  to.tm_hour = from.tm_hour;
+  to.tm_mday = from.tm_mday;
+  to.tm_mon = from.tm_mon;
+  to.tm_year = from.tm_year;
+  return to;
+}
+
+}  // namespace
+
+SystemClock::SystemClock(const Platform& where) : platform(where) {
+  FindZones(platform.zoneinfo, "");
+  std::ifstream file(platform.timezone);
+  std::string name;
+  if (std::getline(file, name) && IsZone(name)) currentZone = name;
+}
+
+void SystemClock::FindZones(const std::string& directory, const std::string& prefix) {
+  std::error_code error;
+  std::vector<std::string> names;
+  for (fs::directory_iterator entry(directory, error); entry != fs::directory_iterator();
+       entry.increment(error))
+    if (const std::string name = entry->path().filename(); !name.starts_with('.'))
+      names.push_back(name);
+  if (error) throw ErrnoError("Unable to open timezone directory: " + directory, error.value());
+  std::sort(names.begin(), names.end());
+  for (const std::string& name : names) {
+    const std::string path = directory + "/" + name;
+    if (fs::is_directory(path, error))
+      FindZones(path, prefix + name + "/");
+    else
+      zones.push_back(prefix + name);
+  }
+}
+
+bool SystemClock::IsZone(const std::string& name) const {
+  return std::find(zones.begin(), zones.end(), name) != zones.end();
+}
+
+std::pair<std::time_t, long> SystemClock::GetTime() {
+  struct timespec now = {};
+  if (clock_gettime(CLOCK_REALTIME, &now) != 0) throw ErrnoError("Unable to get current time");
+  return {now.tv_sec, now.tv_nsec};
+}
+
+void SystemClock::SetTime(std::time_t seconds) { Set(seconds, 0); }
+
+void SystemClock::SetTime(const Timestamp& local) {
+  struct tm fields = {};
+  fields.tm_year = local.GetYear() - 1900;
+  fields.tm_mon = local.GetMonth() - 1;
+  fields.tm_mday = local.GetDay();
+  fields.tm_hour = local.GetHour();
+  fields.tm_min = local.GetMinute();
+  const double second = local.GetSecond();
+  fields.tm_sec = static_cast<int>(second);
+  fields.tm_isdst = -1;
+  Set(mktime(&fields), static_cast<long>((second - std::floor(second)) * 1e6));
+}
+
+void SystemClock::Set(std::time_t seconds, long microseconds) {
+  const PrivilegeGuard rights(platform);
+  struct timeval time = {};
+  time.tv_sec = seconds;
+  time.tv_usec = static_cast<suseconds_t>(microseconds);
+  if (platform.set_system_time(time) != 0) throw ErrnoError("Unable to set system time");
+  StreamFile device = OpenClock(platform.clock_device);
+  struct tm utc = {};
+  gmtime_r(&seconds, &utc);
+  if (platform.set_hardware_clock(device.GetFD(), CopyCalendar<struct rtc_time>(utc)) != 0)
+    throw ErrnoError("Unable to set hardware clock: " + platform.clock_device);
+}
+
+std::time_t SystemClock::ReadHardwareClock() {
+  const PrivilegeGuard rights(platform);
+  StreamFile device = OpenClock(platform.clock_device);
+  struct rtc_time fields = {};
+  if (platform.read_hardware_clock(device.GetFD(), fields) != 0)
+    throw ErrnoError("Unable to read hardware clock: " + platform.clock_device);
+  auto utc = CopyCalendar<struct tm>(fields);
+  const std::time_t seconds = timegm(&utc);
+  if (seconds == -1)
+    throw ErrnoError("Invalid time returned from hardware clock: " + platform.clock_device);
+  return seconds;
+}
+
+void SystemClock::SetZone(const std::string& given_name) {
+  const std::string name = given_name.starts_with('/') ? given_name.substr(1) : given_name;
+  if (!IsZone(name)) throw std::runtime_error("Invalid timezone \"" + name + "\"");
+  const PrivilegeGuard rights(platform);
+  unlink(platform.localtime.c_str());
+  if (symlink((platform.zoneinfo + "/" + name).c_str(), platform.localtime.c_str()) != 0)
+    throw ErrnoError("Unable to set timezone");
+  platform.take_zone();
+  currentZone = name;
+  std::ofstream file(platform.timezone);
+  if (!(file << name << "\n" << std::flush))
+    throw ErrnoError("Unable to save timezone string to file: " + platform.timezone);
+}
+
+long SystemClock::GetOffset() {
+  tzset();
+  return -timezone;
+}

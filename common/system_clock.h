@@ -1,0 +1,46 @@
+#pragma once
+
+#include <ctime>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/platform.h"
+#include "common/timestamp.h"
+
+// The machine's clock: the system time, the hardware clock behind it, and the time zone.
+class SystemClock {
+ public:
+  // Walks the zones that the system knows. Throws ErrnoError when their directory can't be read.
+  // `where` must outlive this.
+  explicit SystemClock(const Platform& where);
+
+  // Seconds and nanoseconds since 1970. Throws ErrnoError.
+  static std::pair<std::time_t, long> GetTime();
+
+  // Each sets the system time and the hardware clock. Throws ErrnoError, and std::runtime_error
+  // when rights can't be had.
+  void SetTime(std::time_t seconds);
+  // A local time; whether daylight is saved then is for the system to know.
+  void SetTime(const Timestamp& local);
+
+  // Seconds since 1970. Throws as SetTime.
+  std::time_t ReadHardwareClock();
+
+  // Sorted within each directory, with paths relative to that of all zones.
+  const std::vector<std::string>& Zones() const { return zones; }
+  const std::string& CurrentZone() const { return currentZone; }
+  bool IsZone(const std::string& name) const;
+  // Throws std::runtime_error for a zone that is not known, and as SetTime.
+  void SetZone(const std::string& name);
+  // Seconds to add to UTC, without daylight saving.
+  static long GetOffset();
+
+ private:
+  void FindZones(const std::string& directory, const std::string& prefix);
+  void Set(std::time_t seconds, long microseconds);
+
+  const Platform& platform;
+  std::vector<std::string> zones;
+  std::string currentZone = "UTC";
+};

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <ctime>
+
+#include "common/platform.h"
+#include "common/system_clock.h"
+#include "liborrel/doctavo/doc_tavo.h"
+#include "liborrel/network_config.h"
+#include "liborrel/ptp_config.h"
+
+// The settings of the head that stand for settings of its operating system: clock, time zone, PTP,
+// host name and addresses.
+class SystemSettings {
+ public:
+  // Throws ErrnoError when the system does not tell its time zones. `where` must outlive this.
+  explicit SystemSettings(const Platform& where);
+
+  // The list of zones that the document offers, unless it has one already.
+  void FillInZones(ConfigTavo& tavo) const;
+  // The values of the system, without marks.
+  void FillIn(ConfigTavo& tavo) const;
+  // Carries what is marked through to the system. Throws std::runtime_error for a text that is no
+  // date or time, for what the system refuses, and when rights can't be had.
+  void Apply(ConfigTavo& tavo);
+
+ private:
+  void ApplyNetwork(ConfigCfgNetwork& settings);
+  void ApplyClock(ConfigCfgClock& settings);
+  // Without effect while the clock belongs to a PTP master.
+  void SetClock(std::time_t seconds);
+
+  SystemClock system_clock;
+  PtpConfig ptp_service;
+  NetworkConfig network;
+};

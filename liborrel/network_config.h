@@ -1,0 +1,42 @@
+#pragma once
+
+#include <istream>
+#include <ostream>
+#include <string>
+
+#include "common/platform.h"
+#include "common/socket_address.h"
+
+// Host name and addresses of the machine, as its files hold them for the next start of the system.
+class NetworkConfig {
+ public:
+  struct Values {
+    std::string host_name = "ch4-xxxx";
+    bool dhcp = true;
+    SocketAddress address{"192.168.1.95"};
+    SocketAddress netmask{"255.255.255.0"};
+    SocketAddress gateway{"192.168.1.1"};
+  };
+
+  // Reads the files. What they don't tell, or not as IPv4 addresses, stays as above. `where` must
+  // outlive this.
+  explicit NetworkConfig(const Platform& where);
+
+  const Values& Get() const { return values; }
+  // Writes the files that the new values change. One that can't be written is a line on standard
+  // output, and is tried again at the next call. Throws std::runtime_error when rights can't be
+  // had.
+  void set(const Values& wanted);
+
+ private:
+  void apply();
+  void ReadStanzas(std::istream& file);
+  void CopyOthers(std::istream& from, std::ostream& to) const;
+  void WriteStanza(std::ostream& to) const;
+
+  const Platform& platform;
+  std::string interface;
+  Values values;
+  bool hostname_dirty = false;
+  bool interfaces_dirty = false;
+};

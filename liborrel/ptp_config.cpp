@@ -1,0 +1,56 @@
+#include "liborrel/ptp_config.h"
+
+#include <fstream>
+#include <utility>
+#include <vector>
+
+#include "common/privilege_guard.h"
+#include "common/safe_file.h"
+
+namespace {
+
+const std::string kOptions = "PTPD_OPTS";
+
+bool Holds(const std::string& line, const std::string& part) {
+  return line.find(part) != std::string::npos;
+}
+
+}  // namespace
+
+ServiceControl::ServiceControl(std::string script_path, const Platform& where)
+    : path(std::move(script_path)), platform(where) {}
+
+void ServiceControl::Run(const std::string& word) {
+  const PrivilegeGuard rights(platform);
+  platform.run_command(path + " " + word);
+}
+
+PtpConfig::PtpConfig(const Platform& where)
+    : path(where.ptp_options), platform(where), script(where.ptp_script, where) {
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    if (!line.starts_with(kOptions)) continue;
+    if (Holds(line, "-g"))
+      mode = kSlaveOnly;
+    else if (Holds(line, "-p"))
+      mode = kPreferred;
+  }
+}
+
+void PtpConfig::Set(int new_mode) {
+  if (new_mode == mode) return;
+  write(new_mode);
+  script.restart();
+}
+
+void PtpConfig::write(int new_mode) {
+  mode = new_mode;
+  std::ifstream old_file(path);
+  const PrivilegeGuard rights(platform);
+  ReplaceFile(path, [&](std::ostream& out) {
+    for (std::string line; std::getline(old_file, line);)
+      if (!Holds(line, kOptions)) out << line << "\n";
+    if (mode == kPreferred) out << kOptions << "=-p\n";
+    if (mode == kSlaveOnly) out << kOptions << "=-g\n";
+  });
+}

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <string>
+
+#include "common/platform.h"
+
+// Runs the script of a system service, with rights for the length of the call. What comes of it is
+// not looked at. Throws std::runtime_error when rights can't be had.
+class ServiceControl {
+ public:
+  // `where` must outlive this.
+  ServiceControl(std::string script_path, const Platform& where);
+
+  void start() { Run("start"); }
+  void stop() { Run("stop"); }
+  void restart() { Run("restart"); }
+  void startgps() { Run("startgps"); }
+  void restartgps() { Run("restartgps"); }
+
+ private:
+  void Run(const std::string& word);
+
+  std::string path;
+  const Platform& platform;
+};
+
+// How the system's PTP service takes part in keeping time, in its options file.
+class PtpConfig {
+ public:
+  enum Mode { kAuto, kSlaveOnly, kPreferred };
+
+  // Reads the file; without one the mode is auto. `where` must outlive this.
+  explicit PtpConfig(const Platform& where);
+
+  int GetMode() const { return mode; }
+  // Writes the file and restarts the service, unless the mode is that already. A file that can't be
+  // written is a line on standard output. Throws std::runtime_error when rights can't be had.
+  void Set(int new_mode);
+
+ private:
+  void write(int new_mode);
+
+  std::string path;
+  const Platform& platform;
+  ServiceControl script;
+  int mode = kAuto;
+};

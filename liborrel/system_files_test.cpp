@@ -1,0 +1,239 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "common/errno_error.h"
+#include "common/system_clock.h"
+#include "common/test_registry.h"
+#include "liborrel/network_config.h"
+#include "liborrel/ptp_config.h"
+
+void SystemFileCases();
+
+namespace {
+
+using self_test::ExpectEqual;
+using self_test::ExpectThrows;
+using self_test::ExpectTrue;
+namespace fs = std::filesystem;
+
+// A machine whose files are in a directory of their own, and whose acts are written down.
+struct Machine {
+  Machine() {
+    std::string path = fs::temp_directory_path() / "lumet-self-test-XXXXXX";
+    root = mkdtemp(path.data());
+    for (std::string* file : platform.Files()) {
+      *file = root + *file;
+      fs::create_directories(fs::path(*file).parent_path());
+    }
+    platform.zoneinfo = root + "/zones";
+    Write(platform.zoneinfo + "/UTC", "");
+    Write(platform.zoneinfo + "/Europe/Berlin", "");
+    Write(platform.zoneinfo + "/Europe/.hidden", "");
+    Write(platform.zoneinfo + "/America/Indiana/Knox", "");
+    Write(platform.clock_device, "");
+    // Taken and given back by turns, whoever runs this.
+    platform.set_effective_user = [this, raised = false](uid_t) mutable {
+      raised = !raised;
+      acts << (raised ? "(" : ")");
+      return 0;
+    };
+    platform.run_command = [this](const std::string& command) {
+      acts << command.substr(root.size());
+      return 1;
+    };
+    platform.set_system_time = [this](const struct timeval& time) {
+      acts << time.tv_sec << "." << time.tv_usec;
+      return 0;
+    };
+    platform.set_hardware_clock = [this](int, const struct rtc_time& time) {
+      acts << " rtc " << time.tm_hour << ":" << time.tm_min << ":" << time.tm_sec;
+      return 0;
+    };
+    platform.read_hardware_clock = [](int, struct rtc_time& time) {
+      time.tm_sec = 5;
+      time.tm_min = 1;
+      time.tm_mday = 2;
+      time.tm_year = 70;
+      return 0;
+    };
+    platform.take_zone = [this] { acts << "zone"; };
+  }
+  ~Machine() { fs::remove_all(root); }
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+
+  static void Write(const std::string& path, const std::string& text) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path) << text;
+  }
+  static std::string Read(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+  }
+  std::string Acts() {
+    const std::string done = acts.str();
+    acts.str("");
+    return done;
+  }
+
+  Platform platform;
+  std::string root;
+  std::ostringstream acts;
+};
+
+void PtpCases() {
+  const struct {
+    const char* before;
+    int mode;
+    int wanted;
+    const char* after;
+  } rows[] = {
+      {"A=1\nPTPD_OPTS=-g\n#PTPD_OPTS=-p\nB=2", 1, 0, "A=1\nB=2\n"},
+      {"PTPD_OPTS=-p\n", 2, 1, "PTPD_OPTS=-g\n"},
+      {" PTPD_OPTS=-g\n", 0, 2, "PTPD_OPTS=-p\n"},
+      {"PTPD_OPTS=\"-g -p\"\n", 1, 1, "PTPD_OPTS=\"-g -p\"\n"},
+      {nullptr, 0, 2, "PTPD_OPTS=-p\n"},
+  };
+  for (const auto& row : rows) {
+    Machine machine;
+    const std::string& path = machine.platform.ptp_options;
+    if (row.before != nullptr) Machine::Write(path, row.before);
+    PtpConfig ptp(machine.platform);
+    ExpectEqual(ptp.GetMode(), row.mode, row.after);
+    ptp.Set(row.wanted);
+    ExpectEqual(Machine::Read(path), row.after);
+    ExpectEqual(machine.Acts(), row.mode == row.wanted ? "" : "()(/etc/rc.d/init.d/ptpd restart)",
+                row.after);
+    ExpectEqual(PtpConfig(machine.platform).GetMode(), row.wanted, row.after);
+    ExpectTrue(!fs::exists(path + ".new"), "nothing is left behind");
+  }
+}
+
+void NetworkCases() {
+  const std::string manual =
+      "auto eth0\niface eth0 inet static\n\taddress 10.0.0.7\n\tnetmask 255.255.0.0\n"
+      "\tbroadcast 10.0.255.255\n\tgateway 10.0.0.1\n";
+  const std::string commented =
+      "auto eth0\niface eth0 inet dhcp\n#\taddress 10.0.0.7\n#\tnetmask 255.255.0.0\n"
+      "#\tbroadcast 10.0.255.255\n#\tgateway 10.0.0.1\n";
+  const struct {
+    const char* name;
+    std::string before;
+    bool dhcp;            // as it is read
+    const char* address;  // as it is read
+    bool wanted_dhcp;
+    std::string after;
+  } rows[] = {
+      {"from DHCP to manual, between other things",
+       "# mine\nauto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet dhcp\n# about it\n\n"
+       "iface eth1 inet dhcp",
+       true, "192.168.1.95", false,
+       "# mine\nauto lo\niface lo inet loopback\n\niface eth1 inet dhcp\n" + manual},
+      {"and back", manual, false, "10.0.0.7", true, commented},
+      {"manual values outlive DHCP", commented, true, "10.0.0.7", false, manual},
+      {"no stanza", "auto lo\n", true, "192.168.1.95", false, "auto lo\n" + manual},
+      {"no file", "", true, "192.168.1.95", true, commented},
+      {"several stanzas", manual + "auto lo\n" + manual, false, "10.0.0.7", true,
+       "auto lo\n" + commented},
+      // The line behind a stanza is copied, whatever it is; names count by their beginning.
+      {"an interface of two families", "iface eth0 inet dhcp\niface eth0 inet6 auto\n\tx 1\n", true,
+       "192.168.1.95", false, "iface eth0 inet6 auto\n\tx 1\n" + manual},
+      {"names that begin alike",
+       "auto eth00\nauto eth1\niface eth0:1 inet static\n\taddress 1.2.3.4\n", false, "1.2.3.4",
+       true, "auto eth1\n" + commented},
+      {"what is no address",
+       "iface eth0 inet static\n\thwaddress ether 02:00:00:00:00:01\n\taddress 2001:db8::1/64\n",
+       false, "192.168.1.95", true, commented},
+  };
+  for (const auto& row : rows) {
+    Machine machine;
+    const std::string& path = machine.platform.interfaces_file;
+    if (!row.before.empty()) Machine::Write(path, row.before);
+    if (!row.before.empty()) chmod(path.c_str(), 0640);
+    NetworkConfig network(machine.platform);
+    ExpectEqual(network.Get().dhcp, row.dhcp, row.name);
+    ExpectEqual(network.Get().address.ToString(), row.address, row.name);
+    network.set({"ch4-xxxx", row.wanted_dhcp, SocketAddress("10.0.0.7"),
+                 SocketAddress("255.255.0.0"), SocketAddress("10.0.0.1")});
+    ExpectEqual(Machine::Read(path), row.after, row.name);
+    ExpectEqual(machine.Acts(), "()", row.name);
+    struct stat status = {};
+    stat(path.c_str(), &status);
+    ExpectTrue(row.before.empty() || (status.st_mode & 0777) == 0640, "its mode");
+    const NetworkConfig again(machine.platform);
+    ExpectEqual(again.Get().dhcp, row.wanted_dhcp, row.name);
+    ExpectEqual(again.Get().gateway.ToString(), "10.0.0.1", row.name);
+  }
+
+  Machine machine;
+  Machine::Write(machine.platform.hostname_file, "old\nname\n");
+  NetworkConfig network(machine.platform);
+  NetworkConfig::Values values = network.Get();
+  ExpectEqual(values.host_name, "old");
+  network.set(values);
+  ExpectEqual(machine.Acts(), "", "nothing new");
+  values.host_name = "new";
+  network.set(values);
+  ExpectEqual(Machine::Read(machine.platform.hostname_file), "new\n");
+  ExpectTrue(!fs::exists(machine.platform.interfaces_file), "the other file is left alone");
+}
+
+void ClockCases() {
+  Machine machine;
+  Machine::Write(machine.platform.timezone, "Europe/Berlin\n");
+  SystemClock clock(machine.platform);
+  std::string zones;
+  for (const std::string& zone : clock.Zones()) zones += zone + " ";
+  ExpectEqual(zones, "America/Indiana/Knox Europe/Berlin UTC ");
+  ExpectEqual(clock.CurrentZone(), "Europe/Berlin");
+  clock.SetTime(86'461);
+  ExpectEqual(machine.Acts(), "(86461.0 rtc 0:1:1)");
+  ExpectEqual(clock.ReadHardwareClock(), std::time_t{86'465}, "a day, a minute and 5 s");
+  ExpectEqual(machine.Acts(), "()");
+
+  clock.SetZone("/America/Indiana/Knox");
+  ExpectEqual(machine.Acts(), "(zone)");
+  ExpectEqual(fs::read_symlink(machine.platform.localtime).string(),
+              machine.platform.zoneinfo + "/America/Indiana/Knox");
+  ExpectEqual(SystemClock(machine.platform).CurrentZone(), "America/Indiana/Knox");
+  ExpectThrows<std::runtime_error>([&] { clock.SetZone("Mars"); }, "Invalid timezone \"Mars\"");
+
+  // Whatever fails, rights are given back.
+  const std::string device = machine.platform.clock_device;
+  fs::remove(device);
+  ExpectThrows<ErrnoError>([&] { clock.SetTime(1); }, "Unable to open clock device: " + device +
+                                                          ": No such file or directory");
+  ExpectEqual(machine.Acts(), "(1.0)");
+  machine.platform.set_system_time = [](const struct timeval&) {
+    errno = EPERM;
+    return -1;
+  };
+  ExpectThrows<ErrnoError>([&] { clock.SetTime(1); },
+                           "Unable to set system time: Operation not permitted");
+  ExpectEqual(machine.Acts(), "()");
+  machine.platform.set_effective_user = [](uid_t) {
+    errno = EPERM;
+    return -1;
+  };
+  ExpectThrows<std::runtime_error>(
+      [&] { clock.SetTime(1); }, "Unable to gain super user priviledges: Operation not permitted");
+  machine.platform.zoneinfo += "/none";
+  ExpectThrows<ErrnoError>([&] { SystemClock without_zones(machine.platform); },
+                           "Unable to open timezone directory: " + machine.platform.zoneinfo +
+                               ": No such file or directory");
+}
+
+}  // namespace
+
+void SystemFileCases() {
+  PtpCases();
+  NetworkCases();
+  ClockCases();
+}

@@ -1,0 +1,149 @@
+// Settings that reach the operating system, on a bench that writes down what it would do to one.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+
+#include "bench/broker.h"
+#include "bench/head.h"
+#include "tests/bus_client.h"
+
+namespace {
+
+std::string Settings(const std::string& clock_or_network) {
+  return "<nemra><tavo><cfg>" + clock_or_network + "</cfg></tavo></nemra>";
+}
+
+struct SystemHead {
+  explicit SystemHead(const std::string& root_path, const HeadOptions& options = {})
+      : root(root_path), head(root, Head::PlayedBy::kCaller, options), client(head.Port()) {
+    client.ReadLineThatBegins("DATADIAGH\t");
+  }
+
+  // Sends a request; returns its answer, or the error that it came to.
+  std::string Ask(const std::string& request) {
+    client.Send(request + "\n");
+    std::string answer;
+    while (true) {
+      const std::string line = client.ReadLine();
+      if (line == "<nemra><tavo><ack>true</ack></tavo></nemra>") return answer;
+      if (!line.starts_with("DATA")) answer += line;
+      if (line.find("<error>") != std::string::npos) return answer;
+    }
+  }
+  // What the head says once it has said `text`, from where it was looked at last.
+  std::string Said(const std::string& text) {
+    const std::string all = head.WaitForLog(text, looked_at);
+    const std::size_t end = all.find(text, looked_at) + text.size();
+    const std::string said = all.substr(looked_at, end - looked_at);
+    looked_at = end;
+    return said;
+  }
+
+  std::string root;
+  Head head;
+  Client client;
+  std::size_t looked_at = 0;
+};
+
+TEST(System, SettingsReachItsFilesAndSurviveARestart) {
+  const TemporaryDirectory root;
+  const std::string etc = root.Path() + "/etc/";
+  WriteFile(etc + "network/interfaces", "auto lo\niface lo inet loopback\n");
+  WriteFile(etc + "hostname", "head-1\n");
+  WriteFile(etc + "sysconfig/ptpd", "PTPD_OPTS=-p\n");
+  const std::string stored =
+      "<network><name>head-2</name><configuration>manual</configuration>"
+      "<ipaddress>10.1.2.3</ipaddress><netmask>255.255.255.0</netmask>"
+      "<gateway>10.1.2.1</gateway></network>";
+  {
+    SystemHead bench(root.Path());
+    EXPECT_EQ(bench.Ask(Settings("<network><name>&query;</name></network>")),
+              Settings("<network><name>head-1</name></network>"));
+    EXPECT_EQ(bench.Ask(Settings("<clock><ptp>&query;</ptp></clock>")),
+              Settings("<clock><ptp>preferred</ptp></clock>"));
+    EXPECT_EQ(bench.Ask(Settings(stored)), "");
+    EXPECT_EQ(bench.Ask(Settings("<clock><ptp>auto</ptp></clock>")), "");
+    bench.Said("would run " + root.Path() + "/etc/rc.d/init.d/ptpd restart\n");
+    EXPECT_EQ(ReadFile(etc + "hostname"), "head-2\n");
+    EXPECT_EQ(ReadFile(etc + "network/interfaces"),
+              "auto lo\niface lo inet loopback\nauto eth0\niface eth0 inet static\n"
+              "\taddress 10.1.2.3\n\tnetmask 255.255.255.0\n\tbroadcast 10.1.2.255\n"
+              "\tgateway 10.1.2.1\n");
+    EXPECT_EQ(ReadFile(etc + "sysconfig/ptpd"), "");
+
+    // Summer and winter of a zone that takes effect at once.
+    EXPECT_EQ(bench.Ask(Settings("<clock><zone>Europe/Berlin</zone></clock>")), "");
+    EXPECT_EQ(bench.Ask(Settings("<clock><date>2026-07-01</date><time>12:00:00</time></clock>")),
+              "");
+    EXPECT_NE(bench.Said("UTC\n").find("Set clock to: Wed Jul  1 12:00:00 2026\n"
+                                       "lumet-bench: would set the system time to 1782900000\n"
+                                       "lumet-bench: would set the hardware clock to 2026-7-1 "
+                                       "10:0:0 UTC\n"),
+              std::string::npos);
+    EXPECT_EQ(bench.Ask(Settings("<clock><zone>America/New_York</zone></clock>")), "");
+    EXPECT_EQ(bench.Ask(Settings("<clock><date>2026-01-15</date><time>12:00:00</time></clock>")),
+              "");
+    bench.Said("would set the system time to 1768496400\n");
+    EXPECT_EQ(bench.Ask(Settings("<clock><time_t>86400</time_t></clock>")), "");
+    bench.Said("would set the system time to 86400\n");
+    EXPECT_EQ(ReadFile(etc + "timezone"), "America/New_York\n");
+    EXPECT_TRUE(
+        std::filesystem::read_symlink(etc + "localtime").string().ends_with("/America/New_York"));
+
+    // What is no date is told, and costs nothing else.
+    EXPECT_EQ(bench.Ask(Settings("<clock><date>tomorrow</date></clock>")),
+              "<nemra><tavo><error>Invalid date format (should be YYYY-MM-DD): tomorrow</error>"
+              "</tavo></nemra>");
+    EXPECT_EQ(bench.Ask(Settings("<clock><time>12.30</time></clock>")),
+              "<nemra><tavo><error>Invalid time format (should be HH:MM:SS): 12.30</error>"
+              "</tavo></nemra>");
+
+    // The clock of a slave is its master's.
+    EXPECT_EQ(bench.Ask(Settings("<clock><ptp>slaveonly</ptp></clock>")), "");
+    EXPECT_EQ(bench.Ask(Settings("<clock><time_t>86400</time_t></clock>")), "");
+    EXPECT_EQ(bench.head.Stop(), 0);
+    EXPECT_EQ(bench.Said("Exiting...\n").find("Set clock"), std::string::npos);
+  }
+  SystemHead again(root.Path());
+  EXPECT_EQ(again.Ask(Settings("<network>&query;</network>")), Settings(stored));
+  EXPECT_EQ(again.Ask(Settings("<clock><zone>&query;</zone><ptp>&query;</ptp></clock>")),
+            Settings("<clock><zone>America/New_York</zone></clock>") +
+                Settings("<clock><ptp>slaveonly</ptp></clock>"));
+  EXPECT_EQ(again.head.Stop(), 0);
+}
+
+TEST(System, WhatItRefusesIsToldAndLeavesTheOldFile) {
+  const TemporaryDirectory root;
+  const std::string interfaces = root.Path() + "/etc/network/interfaces";
+  WriteFile(interfaces, "auto lo\n");
+  const int port = FreePort();
+  const Broker broker(root.Path() + "/broker", port);
+  SystemHead bench(root.Path(), {.bench = {"--broker-port", std::to_string(port)}});
+  // Nobody can write over a directory.
+  std::filesystem::create_directory(interfaces + ".new");
+  EXPECT_EQ(bench.Ask(Settings("<network><configuration>manual</configuration></network>")), "");
+  bench.Said("Unable to open: " + interfaces + ".new\n");
+  EXPECT_EQ(ReadFile(interfaces), "auto lo\n");
+  std::filesystem::remove(interfaces + ".new");
+  EXPECT_EQ(bench.Ask(Settings("<network><gateway>192.168.1.2</gateway></network>")), "");
+  EXPECT_TRUE(ReadFile(interfaces)
+                  .ends_with("inet static\n\taddress 192.168.1.95\n"
+                             "\tnetmask 255.255.255.0\n\tbroadcast 192.168.1.255\n"
+                             "\tgateway 192.168.1.2\n"));
+
+  // From the bus: a date that is none must not stay as a change that fails every later update.
+  Subscriber(port).WaitForOutput("data/DATAEVENT/CONNECTED {\"");
+  const std::string bad = Settings("<clock><date>never</date></clock>");
+  Publish(port, "nemra/tavo/xml/update", bad);
+  bench.Said("Error with request: " + bad +
+             ": Invalid date format (should be YYYY-MM-DD): never\n");
+  Publish(port, "nemra/tavo/xml/update", Settings("<network><name>later</name></network>"));
+  Subscriber(port, "nemra/tavo/xml/changes").WaitForOutput("<name>later</name>");
+  EXPECT_EQ(ReadFile(root.Path() + "/etc/hostname"), "later\n");
+  EXPECT_EQ(bench.head.Stop(), 0);
+}
+
+}  // namespace
