@@ -30,31 +30,31 @@ struct MQTTClient::Callbacks {
   static MQTTClient& Self(void* object) { return *static_cast<MQTTClient*>(object); }
 
   static void Connected(struct mosquitto*, void* object, int result) {
-    Self(object).Tell([&](Listener& listener) { listener.OnConnect(result); });
+    Self(object).Tell([&](Listener& heard_by) { heard_by.OnConnect(result); });
   }
   static void Disconnected(struct mosquitto*, void* object, int result) {
     Self(object).connected = false;
-    Self(object).Tell([&](Listener& listener) { listener.OnDisconnect(result); });
+    Self(object).Tell([&](Listener& heard_by) { heard_by.OnDisconnect(result); });
   }
   static void Published(struct mosquitto*, void* object, int message_id) {
-    Self(object).Tell([&](Listener& listener) { listener.OnPublish(message_id); });
+    Self(object).Tell([&](Listener& heard_by) { heard_by.OnPublish(message_id); });
   }
   static void Message(struct mosquitto*, void* object, const struct mosquitto_message* message) {
-    Self(object).Tell([&](Listener& listener) {
-      listener.OnMessage(message->mid, message->topic, message->payload, message->payloadlen,
+    Self(object).Tell([&](Listener& heard_by) {
+      heard_by.OnMessage(message->mid, message->topic, message->payload, message->payloadlen,
                          message->qos, message->retain);
     });
   }
   static void Subscribed(struct mosquitto*, void* object, int message_id, int count,
                          const int* granted_qos) {
     Self(object).Tell(
-        [&](Listener& listener) { listener.OnSubscribe(message_id, count, granted_qos); });
+        [&](Listener& heard_by) { heard_by.OnSubscribe(message_id, count, granted_qos); });
   }
   static void Unsubscribed(struct mosquitto*, void* object, int message_id) {
-    Self(object).Tell([&](Listener& listener) { listener.OnUnsubscribe(message_id); });
+    Self(object).Tell([&](Listener& heard_by) { heard_by.OnUnsubscribe(message_id); });
   }
   static void Log(struct mosquitto*, void* object, int level, const char* text) {
-    Self(object).Tell([&](Listener& listener) { listener.OnLog(level, text); });
+    Self(object).Tell([&](Listener& heard_by) { heard_by.OnLog(level, text); });
   }
 };
 

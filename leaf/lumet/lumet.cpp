@@ -1,6 +1,5 @@
 #include "leaf/lumet/lumet.h"
 
-#include <json/json.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -76,16 +75,7 @@ Lumet::Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool
   server.Listen(ConsoleAddress(platform));
   platform.console_listens(server.GetPort());
   if (platform.discovery) bonjour.Restart();
-  bus.Handle("nemra/tavo/xml/update",
-             [this](const std::string&, const std::string&, const std::string& payload) {
-               HandleXMLUpdate(payload);
-             });
-  bus.Handle("nemra/system/shutdown", [this](const std::string&, const std::string&,
-                                             const std::string&) { HandleSystemShutdown(); });
-  bus.Handle("nemra/kesh/scripts/power/constants/update",
-             [this](const std::string&, const std::string&, const std::string& payload) {
-               _HandlePowerButton(payload);
-             });
+  HandleMessages();
 }
 
 Lumet::~Lumet() {
@@ -164,77 +154,6 @@ void Lumet::item_changed(const ConfigurableEvent&) {
   if (tavo.Factory().has_changed()) files.save_factory();
   if (tavo.Cal().has_changed()) files.save_cal();
   if (save_main) files.save_main();
-}
-
-void Lumet::CarryOutCommands() {
-  ConfigCmdTavo& cmd = doc.Conf().Cmd();
-  StartSequence(cmd);
-  // Of each pair one wins, and not the same side; clients rely on it.
-  if (cmd.Redmodon().get()) {
-    dsp.RedModulationOn();
-    diag_word &= ~REDMODOFF;
-  } else if (cmd.Redmodoff().get()) {
-    dsp.RedModulationOff();
-    diag_word |= REDMODOFF;
-  }
-  if (cmd.Testvectoff().get()) {
-    dsp.TestVectorOff();
-    diag_word &= ~TESTMODEON;
-    ApplyTimingSettings();
-  } else if (cmd.Testvecton().get()) {
-    dsp.TestVectorOn();
-    diag_word |= TESTMODEON;
-    ApplyTimingSettings();
-  }
-  if (cmd.Rawcapture().get()) {
-    ConfigCfgRawDataCapture& capture = doc.Conf().Cfg().Rawdatacapture();
-    dsp.StartRawCapture(static_cast<std::uint32_t>(capture.Size().get()),
-                        static_cast<std::uint32_t>(capture.When().get()));
-  }
-  if (cmd.Reboot().get()) {
-    *reboot = true;
-    sync();
-    PollProcessor::Instance()->Quit();
-  }
-}
-
-void Lumet::StartSequence(ConfigCmdTavo& cmd) {
-  // The first that is set acts, and no other.
-  if (cmd.Rect().get()) {
-    SelectFlash(FlashMode::kRect);
-    dsp.StartRectFlash();
-  } else if (cmd.Mpf().get()) {
-    SelectFlash(FlashMode::kMultiPhase);
-    dsp.StartMultiPhaseFlash();
-  } else if (cmd.Induction().get()) {
-    SelectFlash(FlashMode::kInduction);
-    dsp.StartInductionFlash();
-  } else if (cmd.Dark().get()) {
-    dsp.StartDarkPulse();
-  } else if (cmd.ZeroDc0().get() || cmd.ZeroPc0().get()) {
-    if (cmd.ZeroDc0().get())
-      zeroing.ArmDC0();
-    else
-      zeroing.ArmPc0();
-    SelectFlash(FlashMode::kZero);
-    dsp.StartRectFlash();
-  } else if (cmd.Break().get()) {
-    dsp.BreakSequence();
-  } else if (cmd.Reset().get()) {
-    dsp.ResetSequencer();
-    dsp.RedModulationOn();
-    diag_word &= ~REDMODOFF;
-    dsp.TestVectorOff();
-    diag_word &= ~TESTMODEON;
-    UpdateBias(true);
-    ApplyTimingSettings();
-  }
-}
-
-void Lumet::SelectFlash(FlashMode mode) {
-  if (flash_mode == mode) return;
-  flash_mode = mode;
-  ApplyTimingSettings();
 }
 
 void Lumet::ApplyTimingSettings() {
@@ -407,42 +326,4 @@ void Lumet::OnDisconnect(int) { bus.Lost(); }
 void Lumet::OnMessage(int, const std::string& topic, const void* payload, int length, int, bool) {
   const auto* bytes = static_cast<const char*>(payload);
   bus.Dispatch(topic, std::string(bytes, bytes + length));
-}
-
-void Lumet::HandleXMLUpdate(const std::string& payload) {
-  const auto attempt = [&](auto act) {
-    try {
-      act();
-    } catch (const std::exception& error) {
-      std::cout << "Error with request: " << payload << ": " << error.what() << "\n";
-    } catch (...) {
-      std::cout << "Error with request: " << payload << "\n";
-    }
-  };
-  attempt([&] {
-    std::istringstream in(payload);
-    std::ostringstream unheard;
-    doc.request(in, unheard);
-  });
-  // Behind a failure too: the marks that it left behind would fail every later update.
-  attempt([&] { console.CheckForChanges(); });
-}
-
-void Lumet::HandleSystemShutdown() {
-  if (poweroff != nullptr) *poweroff = true;
-  sync();
-  PollProcessor::Instance()->Quit();
-}
-
-void Lumet::_HandlePowerButton(const std::string& payload) {
-  try {
-    Json::Value json;
-    std::istringstream in(payload);
-    if (!Json::parseFromStream(Json::CharReaderBuilder(), in, &json, nullptr)) return;
-    if (debug) std::cout << "_HandlePowerButton: json=" << json << "\n";
-    // The disks, ahead of the power; the shutdown itself has a message of its own.
-    if (json.isObject() && json["PowerAction"] == "shutdown") sync();
-  } catch (const Json::Exception& error) {
-    std::cout << "_HandlePowerButton: " << error.what() << "\n";
-  }
 }

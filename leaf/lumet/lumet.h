@@ -115,9 +115,10 @@ class Lumet : public DSPDevice::Listener,
   void FinishEvent();
   // Behind a reading that went into the zero of this name.
   void FinishZeroing(const std::string& zero);
-  // What messages ask for.
+  // What messages of the bus ask for.
+  void HandleMessages();
   void HandleXMLUpdate(const std::string& payload);
-  void HandleSystemShutdown();
+  void HandleSystemShutdown(const std::string& payload);
   void _HandlePowerButton(const std::string& payload);
   void ShowMessage(std::string_view prefix, std::string_view text);
   // Puts what the head knows of itself into the document.

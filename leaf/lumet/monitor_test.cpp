@@ -129,7 +129,7 @@ std::vector<std::uint8_t> Unpacked(const std::string& rows) {
 void RawCaptureCases() {
   std::mt19937 random(5);
   RawCapture capture;
-  for (const std::size_t size : {396, 1, 200'000, 0}) {
+  for (const std::size_t size : {396U, 1U, 200'000U, 0U}) {
     std::vector<std::uint8_t> bytes(size);
     for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
     std::string rows;
