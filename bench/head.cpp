@@ -39,13 +39,6 @@ std::vector<std::string> BenchArguments(const std::string& root,
 
 }  // namespace
 
-TemporaryDirectory::TemporaryDirectory()
-    : path(std::filesystem::temp_directory_path() / "lumet-test-XXXXXX") {
-  if (mkdtemp(path.data()) == nullptr) throw ErrnoError("unable to make a directory");
-}
-
-TemporaryDirectory::~TemporaryDirectory() { std::filesystem::remove_all(path); }
-
 Client::Client(int port, int receive_buffer) : socket(AF_INET6, SOCK_STREAM, 0) {
   if (receive_buffer > 0)
     setsockopt(socket.GetFD(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);

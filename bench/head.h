@@ -12,22 +12,9 @@
 #include "bench/child_process.h"
 #include "bench/record_writer.h"
 #include "common/socket.h"
+#include "common/temporary_directory.h"
 
 // For programs that drive heads on the bench: the head itself, its clients and its processor.
-
-// A directory of its own, gone at the end.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory();
-  ~TemporaryDirectory();
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-  const std::string& Path() const { return path; }
-
- private:
-  std::string path;
-};
 
 // A console client.
 class Client {

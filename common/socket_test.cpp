@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <string>
 
+#include "common/network_interface.h"
+#include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
 void SocketCases();
@@ -104,9 +106,44 @@ void ConnectionCases() {
                            "Socket: unable to connect to " + path + ": No such file or directory");
 }
 
+// An interface that every machine has, with bridges as the kernel would show them.
+void InterfaceCases() {
+  const TemporaryDirectory directory;
+  const std::string all = directory.Path() + "/";
+  const NetworkInterface alone = NetworkInterface::Read("lo", all);
+  ExpectTrue(alone.up && alone.running && alone.hasAddress && alone.index > 0, "lo");
+  ExpectEqual(alone.address.ToString() + " " + alone.hardwareAddress,
+              "127.0.0.1 00:00:00:00:00:00");
+  ExpectTrue(!alone.isBridge && !alone.isBridgePort, "no bridge near it");
+  const NetworkInterface none = NetworkInterface::Read("none", all);
+  ExpectTrue(!none.up && none.hardwareAddress.empty(), "no interface");
+  ExpectEqual(none.address.ToString(), "0.0.0.0");
+
+  directory.Write("lo/brport/bridge/bridge/bridge_id", "8000.02\n");
+  directory.Write("br0/bridge/bridge_id", "8000.01\n");
+  directory.Write("br1/bridge/bridge_id", "8000.02\n");
+  directory.Write("br1/bridge/topology_change_timer", "17\n");
+  directory.Write("br1/brif/lo/x", "");
+  directory.Write(".hidden/x", "");
+  directory.Write("file", "");
+  const NetworkInterface port = NetworkInterface::Read("lo", all);
+  ExpectTrue(port.isBridgePort && !port.isBridge, "a port");
+  ExpectEqual(port.bridgeName, "br1");
+  std::string names;
+  for (const NetworkInterface& interface : NetworkInterface::ReadAll(all))
+    names += interface.name + " ";
+  ExpectEqual(names, "br0 br1 lo ");
+  const NetworkBridge bridge = NetworkBridge::Read("br1", all);
+  ExpectEqual(bridge.ports.at(0) + bridge.topology_change_timer + bridge.topology_change, "lo17");
+  ExpectThrows<ErrnoError>(
+      [&] { NetworkInterface::ReadAll(all + "none/"); },
+      "Unable to list directory contents of: " + all + "none/: No such file or directory");
+}
+
 }  // namespace
 
 void SocketCases() {
+  InterfaceCases();
   AddressCases();
   ConnectionCases();
 }

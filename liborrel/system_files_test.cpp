@@ -1,14 +1,12 @@
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 
 #include "common/errno_error.h"
 #include "common/system_clock.h"
+#include "common/temporary_directory.h"
 #include "common/test_registry.h"
 #include "liborrel/network_config.h"
 #include "liborrel/ptp_config.h"
@@ -25,18 +23,14 @@ namespace fs = std::filesystem;
 // A machine whose files are in a directory of their own, and whose acts are written down.
 struct Machine {
   Machine() {
-    std::string path = fs::temp_directory_path() / "lumet-self-test-XXXXXX";
-    root = mkdtemp(path.data());
     for (std::string* file : platform.Files()) {
-      *file = root + *file;
+      *file = root.Path() + *file;
       fs::create_directories(fs::path(*file).parent_path());
     }
-    platform.zoneinfo = root + "/zones";
-    Write(platform.zoneinfo + "/UTC", "");
-    Write(platform.zoneinfo + "/Europe/Berlin", "");
-    Write(platform.zoneinfo + "/Europe/.hidden", "");
-    Write(platform.zoneinfo + "/America/Indiana/Knox", "");
-    Write(platform.clock_device, "");
+    platform.zoneinfo = root.Path() + "/zones";
+    for (const char* file : {"zones/UTC", "zones/Europe/Berlin", "zones/Europe/.hidden",
+                             "zones/America/Indiana/Knox", "dev/rtc0"})
+      root.Write(file, "");
     // Taken and given back by turns, whoever runs this.
     platform.set_effective_user = [this, raised = false](uid_t) mutable {
       raised = !raised;
@@ -44,7 +38,7 @@ struct Machine {
       return 0;
     };
     platform.run_command = [this](const std::string& command) {
-      acts << command.substr(root.size());
+      acts << command.substr(root.Path().size());
       return 1;
     };
     platform.set_system_time = [this](const struct timeval& time) {
@@ -64,27 +58,14 @@ struct Machine {
     };
     platform.take_zone = [this] { acts << "zone"; };
   }
-  ~Machine() { fs::remove_all(root); }
-  Machine(const Machine&) = delete;
-  Machine& operator=(const Machine&) = delete;
-
-  static void Write(const std::string& path, const std::string& text) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path) << text;
-  }
-  static std::string Read(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-  }
   std::string Acts() {
     const std::string done = acts.str();
     acts.str("");
     return done;
   }
 
+  const TemporaryDirectory root;
   Platform platform;
-  std::string root;
   std::ostringstream acts;
 };
 
@@ -103,16 +84,16 @@ void PtpCases() {
   };
   for (const auto& row : rows) {
     Machine machine;
-    const std::string& path = machine.platform.ptp_options;
-    if (row.before != nullptr) Machine::Write(path, row.before);
+    const std::string path = "etc/sysconfig/ptpd";
+    if (row.before != nullptr) machine.root.Write(path, row.before);
     PtpConfig ptp(machine.platform);
     ExpectEqual(ptp.GetMode(), row.mode, row.after);
     ptp.Set(row.wanted);
-    ExpectEqual(Machine::Read(path), row.after);
+    ExpectEqual(machine.root.Read(path), row.after);
     ExpectEqual(machine.Acts(), row.mode == row.wanted ? "" : "()(/etc/rc.d/init.d/ptpd restart)",
                 row.after);
     ExpectEqual(PtpConfig(machine.platform).GetMode(), row.wanted, row.after);
-    ExpectTrue(!fs::exists(path + ".new"), "nothing is left behind");
+    ExpectTrue(!fs::exists(machine.platform.ptp_options + ".new"), "nothing is left behind");
   }
 }
 
@@ -154,18 +135,19 @@ void NetworkCases() {
   };
   for (const auto& row : rows) {
     Machine machine;
-    const std::string& path = machine.platform.interfaces_file;
-    if (!row.before.empty()) Machine::Write(path, row.before);
-    if (!row.before.empty()) chmod(path.c_str(), 0640);
+    const std::string path = "etc/network/interfaces";
+    const std::string whole_path = machine.platform.interfaces_file;
+    if (!row.before.empty()) machine.root.Write(path, row.before);
+    if (!row.before.empty()) chmod(whole_path.c_str(), 0640);
     NetworkConfig network(machine.platform);
     ExpectEqual(network.Get().dhcp, row.dhcp, row.name);
     ExpectEqual(network.Get().address.ToString(), row.address, row.name);
     network.set({"ch4-xxxx", row.wanted_dhcp, SocketAddress("10.0.0.7"),
                  SocketAddress("255.255.0.0"), SocketAddress("10.0.0.1")});
-    ExpectEqual(Machine::Read(path), row.after, row.name);
+    ExpectEqual(machine.root.Read(path), row.after, row.name);
     ExpectEqual(machine.Acts(), "()", row.name);
     struct stat status = {};
-    stat(path.c_str(), &status);
+    stat(whole_path.c_str(), &status);
     ExpectTrue(row.before.empty() || (status.st_mode & 0777) == 0640, "its mode");
     const NetworkConfig again(machine.platform);
     ExpectEqual(again.Get().dhcp, row.wanted_dhcp, row.name);
@@ -173,7 +155,7 @@ void NetworkCases() {
   }
 
   Machine machine;
-  Machine::Write(machine.platform.hostname_file, "old\nname\n");
+  machine.root.Write("etc/hostname", "old\nname\n");
   NetworkConfig network(machine.platform);
   NetworkConfig::Values values = network.Get();
   ExpectEqual(values.host_name, "old");
@@ -181,13 +163,13 @@ void NetworkCases() {
   ExpectEqual(machine.Acts(), "", "nothing new");
   values.host_name = "new";
   network.set(values);
-  ExpectEqual(Machine::Read(machine.platform.hostname_file), "new\n");
+  ExpectEqual(machine.root.Read("etc/hostname"), "new\n");
   ExpectTrue(!fs::exists(machine.platform.interfaces_file), "the other file is left alone");
 }
 
 void ClockCases() {
   Machine machine;
-  Machine::Write(machine.platform.timezone, "Europe/Berlin\n");
+  machine.root.Write("etc/timezone", "Europe/Berlin\n");
   SystemClock clock(machine.platform);
   std::string zones;
   for (const std::string& zone : clock.Zones()) zones += zone + " ";

@@ -113,6 +113,18 @@ TEST(Session, ReplaysToItsGoldenTranscript) {
   FAIL() << "compare " << seen << " with " << kData << "golden.txt";
 }
 
+TEST(Session, CanBePlayedBackOnTheBench) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kSimulator,
+            {.bench = {"--replay", kData + "link.rec", "--speed", "3"}});
+  Client client(head.Port());
+  // The times are those of the recording.
+  EXPECT_TRUE(client.ReadLineThatBegins("DATA\t").starts_with("DATA\t17952489"));
+  while (client.ReadLineThatBegins("DATA\t").find("\t3\t") == std::string::npos) {
+  }
+  EXPECT_EQ(head.Stop(), 0);
+}
+
 TEST(Session, ItsMultiphaseFlashCanBeDrawn) {
   const std::string golden = ReadFile(kData + "golden.txt");
   const std::size_t start = golden.rfind("{\n", golden.find("\"TYPE\":\"MPF\""));

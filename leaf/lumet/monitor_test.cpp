@@ -1,16 +1,16 @@
-#include <unistd.h>
-
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "common/base64.h"
+#include "common/temporary_directory.h"
 #include "common/test_registry.h"
 #include "common/zlib.h"
 #include "leaf/lumet/diagnostics.h"
+#include "leaf/lumet/hw_mon.h"
 #include "leaf/lumet/light_controller.h"
 #include "leaf/lumet/raw_capture.h"
 #include "leaf/lumet/run_time_event_logger.h"
@@ -114,6 +114,40 @@ void ZeroingCases() {
   ExpectEqual(feed(3, std::nanf(""), 0, 5), "....DC013 -13");
 }
 
+// The kernel's files, with what is written to them.
+void SensorCases() {
+  const TemporaryDirectory directory;
+  Platform platform;
+  platform.i2c_devices = directory.Path();
+  int rights = 0;
+  platform.set_effective_user = [&](uid_t) {
+    ++rights;
+    return 0;
+  };
+  for (const char* name : {"49", "4a", "4b", "4c"})
+    directory.Write(std::string("i2c-1/1-00") + name + "/temp1_input",
+                    name == std::string("4b") ? "x" : "41500\n");
+  HWMon sensors(platform);
+  ExpectEqual(sensors.MaxTemperature(), 0.0F, "before the first pass");
+  sensors.Expired();
+  ExpectTrue(sensors.Temperatures() == BoardTemperatures{41.5F, 41.5F, 0, 41.5F, 0}, "a pass");
+  ExpectEqual(directory.Read("i2c-1/new_device"), "lm75 0x4d", "the one that is missing");
+  ExpectTrue(!std::filesystem::exists(directory.Path() + "/i2c-1/delete_device"),
+             "nothing to delete");
+  std::filesystem::create_directories(directory.Path() + "/i2c-1/1-004d");
+  sensors.Expired();
+  ExpectEqual(directory.Read("i2c-1/delete_device"), "0x4d", "a device without its file");
+  ExpectEqual(rights, 4, "rights taken and given back, twice");
+  directory.Write("i2c-1/1-004d/temp1_input", "-12500\n");
+  directory.Write("i2c-1/1-0049/temp1_input", "");
+  directory.Write("i2c-1/1-004a/temp1_input", "62000\n");
+  sensors.Expired();
+  ExpectTrue(sensors.Temperatures() == BoardTemperatures{41.5F, 62, 0, 41.5F, -12.5F},
+             "what can't be read stays");
+  ExpectEqual(sensors.MaxTemperature(), 62.0F);
+  ExpectEqual(rights, 4);
+}
+
 // The bytes of a capture from its rows.
 std::vector<std::uint8_t> Unpacked(const std::string& rows) {
   std::vector<std::uint8_t> packed;
@@ -146,10 +180,8 @@ void RawCaptureCases() {
 }
 
 void CounterCases() {
-  const std::string directory =
-      std::filesystem::temp_directory_path() / ("lumet-self-test-" + std::to_string(getpid()));
-  std::filesystem::create_directories(directory);
-  const std::string path = directory + "/log";
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path() + "/log";
   const struct {
     const char* before;
     const char* after;  // the last line, up to its timestamp
@@ -163,14 +195,13 @@ void CounterCases() {
       {"{\"event_id\":41}\n{\"event", R"({"event_id":1,"powercycle_count":1,"runtime_minutes":0,)"},
   };
   for (const auto& row : rows) {
-    std::ofstream(path) << row.before;
+    directory.Write("log", row.before);
     { RunTimeEventLogger(path).NextValue("event_id"); }
-    std::ifstream file(path);
+    std::istringstream file(directory.Read("log"));
     std::string last;
     for (std::string line; std::getline(file, line);) last = line;
     ExpectEqual(last.substr(0, last.find("\"timestamp\"")), row.after, row.before);
   }
-  std::filesystem::remove_all(directory);
 }
 
 }  // namespace
@@ -179,6 +210,7 @@ void MonitorCases() {
   ControllerCases();
   DiagnosticsCases();
   ZeroingCases();
+  SensorCases();
   RawCaptureCases();
   CounterCases();
 }
