@@ -1,5 +1,7 @@
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <optional>
@@ -25,6 +27,14 @@ int RunHead(const Platform& platform, std::vector<std::string>& lumet_options) {
   return RunLumet(platform, count, arguments.data());
 }
 
+// 0 for a text that is none.
+double SpeedOf(const std::string& text) {
+  if (text == "max") return LinkOptions::kMaxSpeed;
+  char* end = nullptr;
+  const double speed = std::strtod(text.c_str(), &end);
+  return *end == '\0' && std::isfinite(speed) ? speed : 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -37,7 +47,7 @@ int main(int argc, char** argv) {
   std::optional<std::uint32_t> rate;
   std::uint64_t seed = 1;
   std::string leaf = "dark-adapted";
-  double speed = 1;
+  std::string speed = "1";
   LinkOptions link;
   std::string replay;
   int dsp_fd = -1;
@@ -58,8 +68,9 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember(Leaf::Names()))
       ->capture_default_str();
   app.add_option("--speed", speed, "Simulated time runs this many times faster, or at 'max'")
-      ->transform([](const std::string& text) { return text == "max" ? "inf" : text; })
-      ->check(CLI::PositiveNumber)
+      ->check([](const std::string& text) {
+        return SpeedOf(text) > 0 ? std::string() : text + " is neither a number above 0 nor 'max'";
+      })
       ->capture_default_str();
   app.add_option("--record", link.record, "File to which the link to the processor is recorded");
   app.add_option("--replay", replay, "Recording that is played back instead of the simulation")
@@ -90,7 +101,7 @@ int main(int argc, char** argv) {
     Platform platform = BenchPlatform(root);
     std::optional<SimulatedProcess> processor;
     if (dsp_fd < 0) {
-      link.speed = speed;
+      link.speed = SpeedOf(speed);
       processor.emplace([&](int descriptor) {
         if (!replay.empty()) return RunReplay(descriptor, replay, link);
         SimulatedDSP dsp(rate.value_or(10), seed, *Leaf::Named(leaf));

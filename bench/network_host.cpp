@@ -18,7 +18,8 @@ constexpr const char* kSetUp =
 }  // namespace
 
 bool NetworkHost::CanBeMade() {
-  ChildProcess attempt({"unshare", "--net", "--mount", "--uts", "true"});
+  ChildProcess attempt({"unshare", "--net", "--mount", "--uts", "sh", "-c",
+                        "mount -t tmpfs tmpfs /run && ip link add a type veth peer name b"});
   return attempt.Wait() == 0;
 }
 
