@@ -25,8 +25,8 @@ double WakeUpsPerSecond(const Head& head) {
 }  // namespace
 
 int main() {
-  const TemporaryDirectory root;
   {
+    const TemporaryDirectory root;
     Head head(root.Path(), Head::PlayedBy::kCaller);
     head.SignalProcessor().ReadPacket();
     const auto connect = [&] {
@@ -43,7 +43,8 @@ int main() {
     std::cout << "bytes per idle client:              " << kilobytes * 1024 / kClients << "\n"
               << "wake-ups per second, no samples:    " << WakeUpsPerSecond(head) << "\n";
   }
-  Head head(root.Path(), Head::PlayedBy::kSimulator);
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kSimulator, {.bench = {"--rate", "10"}});
   head.WaitForLog("FPGA Version:");
   std::cout << "wake-ups per second, 10 samples/s:  " << WakeUpsPerSecond(head) << "\n";
 }
