@@ -77,27 +77,6 @@ TEST(SimulatedProcessor, StreamsAtTheRateAndInTheBatchesAskedFor) {
   }
 }
 
-TEST(SimulatedProcessor, AnswersCommands) {
-  SimulatedDSP dsp(10, 1, *Leaf::Named("dark-adapted"));
-  const auto answer = [&](DSPCode code, std::vector<std::uint8_t> payload) {
-    dsp.HandleCommands(kStamp, Command(code, payload));
-    std::string text;
-    for (const Heard& record : Take(dsp)) {
-      text += std::to_string(record.header.code) + ":";
-      text.append(record.payload.begin(), record.payload.end());
-    }
-    return text;
-  };
-  dsp.Start(kStamp);
-  EXPECT_EQ(answer(DSPCode::SetTestVector, {}), "4:simulated processor ready");
-  EXPECT_EQ(answer(DSPCode::RequestVersion, {}), "6:bench-1.0 bench-1.0");
-  EXPECT_EQ(answer(DSPCode::ReadRegister, {'a', 'b'}), std::string("8206:ab\0\0", 9));
-  EXPECT_EQ(answer(DSPCode::WriteRegister, {'a', 'b', 'x', 'y'}), "8204:abxy");
-  EXPECT_EQ(answer(DSPCode::ReadRegister, {'a', 'b'}), "8206:abxy");
-  EXPECT_EQ(answer(DSPCode::WriteRegister, {'a', 'b'}), "4097:code 8203, length 2");
-  EXPECT_EQ(answer(DSPCode{0x2999}, {}), "4097:code 10649, length 0");
-}
-
 TEST(SimulatedProcessor, FeedsALivingHead) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kSimulator);

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "bench/broker.h"
+#include "bench/bus_client.h"
 #include "bench/head.h"
-#include "tests/bus_client.h"
 
 namespace {
 

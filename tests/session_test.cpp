@@ -11,9 +11,9 @@
 #include <string>
 
 #include "bench/broker.h"
+#include "bench/bus_client.h"
 #include "bench/head.h"
 #include "bench/recording.h"
-#include "tests/bus_client.h"
 
 namespace {
 

@@ -100,15 +100,6 @@ void RowCases() {
 }
 
 void PayloadCases() {
-  DataSample sample;
-  sample.time = 1795246298.93;
-  sample.flags = 0x0800;
-  sample.values = {400.766F, 1e6F, 0, 1.0F / 3, 0, 0, 0, 0, 7, 1, 2, 3, 65520};
-  sample.code = 4;
-  ExpectEqual(JsonPayload(DataChannels(), DataValues(sample, 0x8800)),
-              R"({"TIME":1795246298.9,"DIAG":34816,"LUMET":400.766,"DC":1e+06,"PC":0,)"
-              R"("PFD":0.333333,"REDMODAVG":0,"REDFRAC":0,"BLUEFRAC":0,"FARREDFRAC":0,)"
-              R"("REDDAC":1,"BLUEDAC":2,"FARREDDAC":3,"MODREDDAC":65520,"CODE":4})");
   const auto status = StatusValues(12.5, 0x1000, {40.25F, 0, -3, 51, 5});
   ExpectEqual(JsonPayload(StatusChannels(), status),
               R"({"TIME":12.5,"DIAG":4096,"TDigital":40.25,"TPreamp":0,"TPowerSupply":-3,)"
