@@ -4,7 +4,6 @@
 #include <cmath>
 #include <limits>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "common/little_endian.h"
@@ -47,8 +46,8 @@ float Between(float from, float to, float share) { return from + (to - from) * s
 
 }  // namespace
 
-SimulatedDSP::SimulatedDSP(std::uint32_t rate, std::uint64_t seed, Leaf its_leaf)
-    : random(seed), leaf(std::move(its_leaf)), timing(StartTiming(rate)) {
+SimulatedDSP::SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& its_leaf)
+    : random(seed), leaf(its_leaf), timing(StartTiming(rate)) {
   measure = MeasureSegment();
 }
 

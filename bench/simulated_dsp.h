@@ -19,7 +19,7 @@
 class SimulatedDSP {
  public:
   // `rate` is the output rate, Hz, until the head sets another. Noise comes from `seed`.
-  SimulatedDSP(std::uint32_t rate, std::uint64_t seed, Leaf its_leaf);
+  SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& its_leaf);
 
   // The records that wait to be sent.
   RecordWriter& Output() { return output; }

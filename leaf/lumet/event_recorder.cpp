@@ -52,6 +52,19 @@ void WriteMoment(std::ostream& out, double seconds) {
   out << std::setprecision(11) << seconds << std::setprecision(6) << ",";
 }
 
+void WriteSettings(std::ostream& out, ConfigCfgTavo& cfg, EventAnalysis::Kind kind,
+                   FlashMode flash_mode) {
+  JSONPrinterVisitor printer(out);
+  if (kind == EventAnalysis::kMultiPhase)
+    cfg.Multiphaseflash().accept(printer);
+  else if (kind == EventAnalysis::kDark)
+    cfg.Darkpulse().accept(printer);
+  else if (kind == EventAnalysis::kFlash && flash_mode == FlashMode::kInduction)
+    cfg.Inductionflash().accept(printer);
+  else if (kind == EventAnalysis::kFlash && flash_mode != FlashMode::kZero)
+    cfg.Rectflash().accept(printer);
+}
+
 void WriteResults(std::ostream& out, const EventAnalysis& result,
                   const EventRecorder::Context& context) {
   switch (result.kind) {
@@ -110,19 +123,6 @@ void EventRecorder::WriteArray(std::ostream& out, const char* name, Value value)
   }
   *to++ = ']';
   out.write(piece.data(), to - piece.data());
-}
-
-void EventRecorder::WriteSettings(std::ostream& out, ConfigCfgTavo& cfg, EventAnalysis::Kind kind,
-                                  FlashMode flash_mode) const {
-  JSONPrinterVisitor printer(out);
-  if (kind == EventAnalysis::kMultiPhase)
-    cfg.Multiphaseflash().accept(printer);
-  else if (kind == EventAnalysis::kDark)
-    cfg.Darkpulse().accept(printer);
-  else if (kind == EventAnalysis::kFlash && flash_mode == FlashMode::kInduction)
-    cfg.Inductionflash().accept(printer);
-  else if (kind == EventAnalysis::kFlash && flash_mode != FlashMode::kZero)
-    cfg.Rectflash().accept(printer);
 }
 
 EventAnalysis::Kind EventRecorder::WriteEvent(std::ostream& out, ConfigTavo& tavo,

@@ -35,8 +35,6 @@ class EventRecorder {
  private:
   template <class Value>
   void WriteArray(std::ostream& out, const char* name, Value value) const;
-  void WriteSettings(std::ostream& out, ConfigCfgTavo& cfg, EventAnalysis::Kind kind,
-                     FlashMode flash_mode) const;
 
   std::deque<DataSample> event_buffer;
 };

@@ -87,13 +87,13 @@ void MessageBus::PublishDocument() {
 
 std::string MessageBus::IdentityObject() const {
   // Names and serial number stand as they are; readers know them so.
-  return std::string("{\"MODEL\":\"TAVO\",\"VERSION\":\"")
+  return std::string(R"({"MODEL":"TAVO","VERSION":")")
       .append(kLumetVersion)
-      .append("\",\"NAME\":\"")
+      .append(R"(","NAME":")")
       .append(GetHostName())
-      .append("\",\"SN\":\"")
+      .append(R"(","SN":")")
       .append(doc.Conf().Factory().Serialnumber().get())
-      .append("\"}");
+      .append(R"("})");
 }
 
 void MessageBus::SayGoodbye() {
