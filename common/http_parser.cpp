@@ -104,11 +104,4 @@ void HTTPParser::Parse(std::string_view text) {
   if (taken < text.size() && parser.upgrade == 0) throw Error("ERROR in HTTPParser");
 }
 
-void HTTPParser::Finish() {
-  http_parser& parser = state->parser;
-  // For the end of input the library answers with an error, and not with a count, by a value above
-  // 0.
-  const bool failed = http_parser_execute(&parser, &state->settings, nullptr, 0) != 0;
-  if (state->caught) std::rethrow_exception(std::exchange(state->caught, nullptr));
-  if (failed) throw Error("ERROR in HTTPParser");
-}
+void HTTPParser::Finish() { Parse(""); }

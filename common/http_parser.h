@@ -36,7 +36,8 @@ class HTTPParser {
   // Throws Error for what is no HTTP; what follows an upgrade is passed over. Of two equal header
   // names the later value stands.
   void Parse(std::string_view text);
-  // The input has ended, and with it a body without a length. Throws Error inside a message.
+  // The input has ended, and with it a body without a length. A message that is not whole is
+  // dropped.
   void Finish();
 
  private:
