@@ -247,6 +247,8 @@ void Lumet::FollowEvents(const DataSample& sample) {
 void Lumet::FinishEvent() {
   const EventRecorder::Context context = {run_time_logger.NextValue("event_id"), flash_mode,
                                           flash_modrate_in_force, dark_modrate_in_force};
+  // Its number is used all the same.
+  if (!bus.IsConnected() && !debug) return events.Clear();
   std::string room;
   room.reserve(events.RecordRoom());
   std::ostringstream out(std::move(room));
