@@ -247,13 +247,14 @@ void Lumet::FollowEvents(const DataSample& sample) {
 void Lumet::FinishEvent() {
   const EventRecorder::Context context = {run_time_logger.NextValue("event_id"), flash_mode,
                                           flash_modrate_in_force, dark_modrate_in_force};
-  // Its number is used all the same.
-  if (!bus.IsConnected() && !debug) return events.Clear();
+  // Whatever comes of it, the next event is another one; and the number of this is used.
+  EventRecorder finished = std::exchange(events, {});
+  if (!bus.IsConnected() && !debug) return;
   std::string room;
-  room.reserve(events.RecordRoom());
+  room.reserve(finished.RecordRoom());
   std::ostringstream out(std::move(room));
-  const EventAnalysis::Kind kind = events.WriteEvent(out, doc.Conf(), context);
-  events.Clear();
+  const EventAnalysis::Kind kind = finished.WriteEvent(out, doc.Conf(), context);
+  finished.Clear();
   const std::string record = std::move(out).str();
   if (debug) std::cout << record << std::endl;
   if (kind == EventAnalysis::kDark)
