@@ -18,6 +18,8 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
+constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+
 // Simulated time, microseconds after the start.
 class SimulatedClock {
  public:
@@ -41,9 +43,10 @@ class SimulatedClock {
                 static_cast<std::uint32_t>(micros / kMicros),
             static_cast<std::int32_t>(micros % kMicros * 1000)};
   }
-  // How long to sleep until `due`.
+  // How long to sleep until `due`; -1 for ever.
   int PauseMs(std::uint64_t due) {
     constexpr double kLongest = 1000;
+    if (due == kNever) return -1;
     if (std::isinf(speed)) return 0;
     const std::uint64_t now = Now(due);
     const double pause = due > now ? static_cast<double>(due - now) / speed / 1000 + 1 : 1;
@@ -137,7 +140,6 @@ void RunSimulatedDSP(int descriptor, SimulatedDSP& dsp, const LinkOptions& optio
 }
 
 void RunReplay(int descriptor, const std::string& recording, const LinkOptions& options) {
-  constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
   std::vector<RecordedPacket> packets = ReadRecording(recording);
   std::erase_if(packets, [](const RecordedPacket& packet) {
     return packet.direction != RecordedPacket::kFromProcessor;
