@@ -19,7 +19,7 @@ constexpr const char* kSetUp =
 
 bool NetworkHost::CanBeMade() {
   ChildProcess attempt({"unshare", "--net", "--mount", "--uts", "sh", "-c",
-                        "mount -t tmpfs tmpfs /run && ip link add a type veth peer name b"});
+                        "mount -t tmpfs tmpfs /run && ip link add veth0 type veth peer name veth1"});
   return attempt.Wait() == 0;
 }
 

@@ -41,6 +41,8 @@ class ConsoleDelivery {
   static void SendToClient(SocketClient* client, std::string_view text, std::size_t limit);
   // To every client, in the order of connection.
   void SendToAll(std::string_view text, std::size_t limit);
+  // Whether there is any client to send to.
+  bool AnyoneListens() const { return !server.Clients().empty(); }
   // Whether any client has `output` on.
   bool AnyoneWants(LumetSocketContext::Output output) const;
   // To the clients whose `outputFlags` have `output`.

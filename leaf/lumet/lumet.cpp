@@ -203,7 +203,8 @@ void Lumet::GotData(DataSample& sample) {
                                      sample.values[DataSample::PC], sample.code))
     FinishZeroing(*zero);
   PublishStatus(sample, max_temperature);
-  clients.SendToAll(data_row.Compose(sample, sample.flags | diag_word), BacklogLimit::kData);
+  if (clients.AnyoneListens())
+    clients.SendToAll(data_row.Compose(sample, sample.flags | diag_word), BacklogLimit::kData);
   PublishData(sample);
   FollowEvents(sample);
 }
