@@ -18,8 +18,9 @@ constexpr const char* kSetUp =
 }  // namespace
 
 bool NetworkHost::CanBeMade() {
-  ChildProcess attempt({"unshare", "--net", "--mount", "--uts", "sh", "-c",
-                        "mount -t tmpfs tmpfs /run && ip link add veth0 type veth peer name veth1"});
+  ChildProcess attempt(
+      {"unshare", "--net", "--mount", "--uts", "sh", "-c",
+       "mount -t tmpfs tmpfs /run && ip link add veth0 type veth peer name veth1"});
   return attempt.Wait() == 0;
 }
 

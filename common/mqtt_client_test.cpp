@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "common/avahi_poll.h"
+#include "common/bonjour_client.h"
 #include "common/errno_error.h"
 #include "common/test_registry.h"
 
@@ -92,9 +94,32 @@ void AvahiPollCases() {
   table.timeout_free(nullptr);
 }
 
+// No daemon is reached where there is no bus.
+void BonjourCases() {
+  struct Errors : BonjourClientListener {
+    void GotError(const std::string& text) override { log += text; }
+    std::string log;
+  } errors;
+  const char* variable = "DBUS_SYSTEM_BUS_ADDRESS";
+  const char* before = std::getenv(variable);
+  const std::string kept = before != nullptr ? before : "";
+  setenv(variable, "unix:path=/nowhere", 1);
+  BonjourClient bonjour(errors);
+  bonjour.Browse("_a._tcp");
+  bonjour.Restart();
+  bonjour.Publish("a", "_a._tcp", "local", 1, {{"key", "value"}});
+  bonjour.Browse("_a._tcp");
+  ExpectEqual(errors.log, "Unable to create Avahi client\n");
+  if (before != nullptr)
+    setenv(variable, kept.c_str(), 1);
+  else
+    unsetenv(variable);
+}
+
 }  // namespace
 
 void LibraryOnLoopCases() {
+  BonjourCases();
   UnconnectedCases();
   AvahiPollCases();
 }
