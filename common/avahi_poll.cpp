@@ -21,11 +21,23 @@ unsigned short MaskOf(AvahiWatchEvent events) {
 struct AvahiWatch : public PollItem {
   AvahiWatch(int descriptor, AvahiWatchEvent wanted, AvahiWatchCallback on_event, void* user_data)
       : PollItem(MaskOf(wanted), true), fd(descriptor), callback(on_event), data(user_data) {}
-  ~AvahiWatch() override {
-    if (freed != nullptr) *freed = true;
+  // The callback may free this, in the middle of its events.
+  void Free() {
+    if (!in_events) {
+      delete this;
+      return;
+    }
+    Remove();
+    freed = true;
   }
 
   int GetFD() override { return fd; }
+  void HandleEvents(int revents) override {
+    in_events = true;
+    PollItem::HandleEvents(revents);
+    in_events = false;
+    if (freed) delete this;
+  }
   void HandleRead() override { Deliver(AVAHI_WATCH_IN); }
   void HandleWrite() override { Deliver(AVAHI_WATCH_OUT); }
   const char* GetName() override { return "AvahiWatch"; }
@@ -35,19 +47,15 @@ struct AvahiWatch : public PollItem {
  private:
   void Deliver(AvahiWatchEvent event) {
     last_event = static_cast<AvahiWatchEvent>(0);
-    // The callback may free this.
-    bool gone = false;
-    freed = &gone;
     callback(this, fd, event, data);
-    if (gone) return;
-    freed = nullptr;
     last_event = event;
   }
 
   int fd;
   AvahiWatchCallback callback;
   void* data;
-  bool* freed = nullptr;  // set when this is destroyed
+  bool in_events = false;
+  bool freed = false;  // to be deleted behind its events
 };
 
 struct AvahiTimeout : public PollTimer {
@@ -79,7 +87,7 @@ const AvahiPoll* AvahiPollOfLoop() {
          void* data) { return new AvahiWatch(fd, events, callback, data); },
       [](AvahiWatch* watch, AvahiWatchEvent events) { watch->SetEvents(MaskOf(events)); },
       [](AvahiWatch* watch) { return watch->last_event; },
-      [](AvahiWatch* watch) { delete watch; },
+      [](AvahiWatch* watch) { watch->Free(); },
       [](const AvahiPoll*, const struct timeval* when, AvahiTimeoutCallback callback, void* data) {
         auto* timeout = new AvahiTimeout(callback, data);
         timeout->SetMoment(when);
