@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <stdexcept>
 
 #include "bench/light_path.h"
+#include "common/text_file.h"
 #include "leaf/lumet/hw_mon.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
@@ -59,14 +59,8 @@ std::string FactoryDocument() {
   return text.str();
 }
 
-void Write(const std::string& path, const std::string& text) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  std::ofstream file(path);
-  if (!(file << text << std::flush)) throw std::runtime_error("unable to write " + path);
-}
-
 void WriteIfMissing(const std::string& path, const std::string& text) {
-  if (!std::filesystem::exists(path)) Write(path, text);
+  if (!std::filesystem::exists(path)) WriteFile(path, text);
 }
 
 // The lowest modulation rate that gives this output rate.
@@ -89,7 +83,7 @@ void SetRate(const std::string& path, std::uint32_t rate) {
   SetModrate(cfg.Measure().DarkModrate(), rate);
   SetModrate(cfg.Measure().LightModrate(), std::max<std::uint32_t>(rate, 20'000));
   cfg.print_tree(text) << "\n";
-  Write(path, text.str());
+  WriteFile(path, text.str());
 }
 
 }  // namespace

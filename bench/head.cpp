@@ -135,15 +135,3 @@ int RunLumetOnce(const std::string& root, const std::vector<std::string>& lumet_
   log = process.Output();
   return exit_status;
 }
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
-void WriteFile(const std::string& path, std::string_view text) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  std::ofstream(path, std::ios::binary) << text;
-}

@@ -13,6 +13,7 @@
 #include "bench/record_writer.h"
 #include "common/socket.h"
 #include "common/temporary_directory.h"
+#include "common/text_file.h"
 
 // For programs that drive heads on the bench: the head itself, its clients and its processor.
 
@@ -102,6 +103,3 @@ class Head {
 // Runs lumet-bench on the files in `root` to its end; its standard output goes to `log`.
 int RunLumetOnce(const std::string& root, const std::vector<std::string>& lumet_options,
                  std::string& log);
-
-std::string ReadFile(const std::string& path);
-void WriteFile(const std::string& path, std::string_view text);

@@ -46,14 +46,9 @@ std::optional<Leaf> Leaf::Named(const std::string& name) {
   return std::nullopt;
 }
 
-Leaf::Leaf(const Parameters& leaf_parameters)
-    : parameters(leaf_parameters), present(leaf_parameters.sigma > 0) {
-  Settle(parameters.adapted_to);
-}
-
-void Leaf::Settle(double q) {
+Leaf::Leaf(const Parameters& leaf_parameters) : parameters(leaf_parameters) {
   constexpr double kLong = 3600;  // s
-  Advance(kLong, q, 0);
+  Advance(kLong, parameters.adapted_to, 0);
 }
 
 void Leaf::Advance(double seconds, double q, double q_farred) {
@@ -93,7 +88,7 @@ double Leaf::Fo() const {
 }
 
 double Leaf::Fluorescence() const {
-  if (!present) return 0;
+  if (parameters.sigma == 0) return 0;
   const double closed = (1 - parameters.connectivity) * qa / (1 - parameters.connectivity * qa);
   return Fo() + (Fm() - Fo()) * closed;
 }

@@ -64,12 +64,9 @@ class Leaf {
   double Fo() const;
 
  private:
-  // Brings the pools to where they stay under constant light.
-  void Settle(double q);
   void StepPools(double dt, double q, double q_farred);
 
   Parameters parameters;
-  bool present = true;
   double qa = 0;          // A
   double pq = 0;          // P
   double psi = 0;         // X

@@ -7,10 +7,12 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <sstream>
 #include <string>
 
 #include "bench/child_process.h"
 #include "bench/event_plot.h"
+#include "common/text_file.h"
 
 namespace {
 
@@ -32,17 +34,15 @@ std::string NextOnBus(const std::string& host, int port) {
   return subscriber.Output();
 }
 
-void WriteFile(const std::string& path, const auto& draw) {
-  std::ofstream file(path);
-  draw(file);
-  if (!file.flush()) throw std::runtime_error("unable to write " + path);
-}
-
 void Draw(const EventSeries& event, const std::string& path) {
-  if (!path.ends_with(".png"))
-    return WriteFile(path, [&](std::ostream& out) { DrawSvg(event, out); });
+  std::ostringstream drawing;
+  if (!path.ends_with(".png")) {
+    DrawSvg(event, drawing);
+    return WriteFile(path, drawing.str());
+  }
+  WriteGnuplot(event, path, drawing);
   const std::string script = path + ".gnuplot";
-  WriteFile(script, [&](std::ostream& out) { WriteGnuplot(event, path, out); });
+  WriteFile(script, drawing.str());
   const int status = ChildProcess({"gnuplot", script}).Wait();
   unlink(script.c_str());
   if (status == 127) throw std::runtime_error("PNG needs gnuplot, which is not installed");

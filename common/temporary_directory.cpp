@@ -2,8 +2,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "common/errno_error.h"
 
@@ -13,15 +11,3 @@ TemporaryDirectory::TemporaryDirectory()
 }
 
 TemporaryDirectory::~TemporaryDirectory() { std::filesystem::remove_all(path); }
-
-void TemporaryDirectory::Write(const std::string& name, const std::string& text) const {
-  const std::filesystem::path file = path + "/" + name;
-  std::filesystem::create_directories(file.parent_path());
-  std::ofstream(file, std::ios::binary) << text;
-}
-
-std::string TemporaryDirectory::Read(const std::string& name) const {
-  std::ostringstream text;
-  text << std::ifstream(path + "/" + name, std::ios::binary).rdbuf();
-  return text.str();
-}

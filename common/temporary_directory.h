@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "common/text_file.h"
+
 // A directory of its own for a test, gone at the end.
 class TemporaryDirectory {
  public:
@@ -13,10 +15,11 @@ class TemporaryDirectory {
 
   const std::string& Path() const { return path; }
 
-  // The file of this name in it, and the directories on the way, with this text.
-  void Write(const std::string& name, const std::string& text) const;
-  // Its text; empty if there is no such file.
-  std::string Read(const std::string& name) const;
+  // A file in it by its name, as text_file.h says.
+  void Write(const std::string& name, const std::string& text) const {
+    WriteFile(path + "/" + name, text);
+  }
+  std::string Read(const std::string& name) const { return ReadFile(path + "/" + name); }
 
  private:
   std::string path;

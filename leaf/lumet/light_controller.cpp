@@ -123,8 +123,5 @@ bool LumetLightController::Step(float measured_pfd) {
 
 unsigned short LumetLightController::GetDac(unsigned channel) const {
   if (_dac_fraction == kOff || !(_mix[channel] > 0)) return 0;
-  const float counts = _dac_fraction * _mix[channel] + _zero[channel];
-  if (counts > 65535) return 65535;
-  if (!(counts >= 0)) return 0;
-  return static_cast<unsigned short>(counts + 0.5F);
+  return RoundToWord(_dac_fraction * _mix[channel] + _zero[channel]);
 }

@@ -9,6 +9,12 @@ float Flux(const LightSourceCalibration& source, float dac) {
 
 }  // namespace
 
+std::uint16_t RoundToWord(float value) {
+  if (!(value >= 0)) return 0;
+  if (value > 65535) return 65535;
+  return static_cast<std::uint16_t>(value + 0.5F);
+}
+
 void DeriveLightQuantities(const LightCalibration& calibration, float transmittance,
                            DataSample& sample) {
   auto& values = sample.values;

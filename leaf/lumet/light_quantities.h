@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "leaf/lumet/dsp_records.h"
 
 // What relates the DAC counts of one light source to its photon flux at the leaf.
@@ -15,6 +17,9 @@ struct LightCalibration {
   LightSourceCalibration farred;
   LightSourceCalibration modred;
 };
+
+// The nearest number that 16 bits hold, halves upwards; what is no number gives 0.
+std::uint16_t RoundToWord(float value);
 
 // Fills in PFD, REDMODAVG and the three shares of the actinic light from the measured values of
 // `sample`. `transmittance`, 0..1, is that of the light path in force; it scales PFD alone, clients

@@ -38,13 +38,6 @@ SocketAddress ConsoleAddress(const Platform& platform) {
 
 }  // namespace
 
-bool PublicationClock::IsDue(double time) {
-  const double passed = time - last;
-  if (passed < period && passed >= -1.0) return false;
-  last = time;
-  return true;
-}
-
 Lumet::Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool* poweroff_ordered)
     : PollSignalHandler(SIGUSR1, true),
       PollTimer(-1, true),

@@ -20,6 +20,7 @@
 #include "leaf/lumet/light_controller.h"
 #include "leaf/lumet/light_quantities.h"
 #include "leaf/lumet/message_bus.h"
+#include "leaf/lumet/publication_clock.h"
 #include "leaf/lumet/raw_capture.h"
 #include "leaf/lumet/rows.h"
 #include "leaf/lumet/run_time_event_logger.h"
@@ -28,20 +29,6 @@
 #include "leaf/lumet/timing.h"
 #include "leaf/lumet/zeroing.h"
 #include "liborrel/doctavo/doc_tavo.h"
-
-// Tells when to publish, by the time of the samples: once a period, and when that time steps back
-// by more than a second. Small steps are waited out.
-class PublicationClock {
- public:
-  // In seconds.
-  explicit PublicationClock(double seconds) : period(seconds) {}
-  // True once for each publication.
-  bool IsDue(double time);
-
- private:
-  double period;
-  double last = 0;
-};
 
 // The running instrument: owns everything long-lived, listens to all of it, and is the place where
 // its events meet. Each handler is a list of steps; the steps stand in the files named after them.

@@ -9,12 +9,6 @@ namespace {
 constexpr unsigned kMicrosecondsPerSecond = 1'000'000;
 constexpr unsigned kFullModrate = 250'000;  // Hz
 
-std::uint16_t ToDac(float counts) {
-  if (!(counts >= 0)) return 0;
-  if (counts > 65535) return 65535;
-  return static_cast<std::uint16_t>(counts + 0.5F);
-}
-
 std::uint16_t DacOf(float q, const LightSourceCalibration& source) {
   return FluxToDac(q, source.F, source.u, source.dac_zero);
 }
@@ -124,10 +118,10 @@ void SetFlashTiming(TimingConfig& timing, ConfigCfgTavo& cfg, FlashMode flash_mo
 
 }  // namespace
 
-std::uint16_t PercentToDac(float percent) { return ToDac((percent * 65536.0F) / 100.0F); }
+std::uint16_t PercentToDac(float percent) { return RoundToWord((percent * 65536.0F) / 100.0F); }
 
 std::uint16_t FluxToDac(float q, float F, float u, float zero) {
-  return q <= 0 ? 0 : ToDac(q / (F * u) + zero);
+  return q <= 0 ? 0 : RoundToWord(q / (F * u) + zero);
 }
 
 unsigned ComputeOutputRate(unsigned modulation_rate, unsigned requested) {
@@ -220,7 +214,6 @@ TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
   timing.measure_batch = BatchSize(timing.measure_outrate);
   timing.flash_batch = BatchSize(timing.flash_outrate);
   timing.dark_batch = BatchSize(timing.dark_outrate);
-  timing.red_precharge_time =
-      static_cast<std::uint16_t>(tavo.Factory().Bias().RedPrechargeTime().get() * 100.0F + 0.5F);
+  timing.red_precharge_time = RoundToWord(tavo.Factory().Bias().RedPrechargeTime().get() * 100.0F);
   return timing;
 }
