@@ -48,6 +48,9 @@ PollProcessor* PollProcessor::Instance() {
 bool PollProcessor::Process(int timeout_ms) {
   SignalPass();
   if (quit) return false;
+  // Where nobody idles, a burst of activity needs no poll of its own; a timer of this turn does, so
+  // that the caller hears of it at once.
+  if (idlers.empty()) idle_finished = true;
   const int timeout = TimerPass(timeout_ms);
   if (fds_dirty) RebuildDescriptors();
   const int ready = poll(fds.data(), fds.size(), idle_finished ? timeout : 0);
@@ -119,21 +122,33 @@ int PollProcessor::TimerPass(int timeout_ms) {
 
 void PollProcessor::RebuildDescriptors() {
   fds.clear();
+  std::fill(item_by_fd.begin(), item_by_fd.end(), nullptr);
   for (PollItem* item : items) {
     const int fd = item->GetFD();
-    if (fd >= 0 && item->events != 0) fds.push_back({fd, static_cast<short>(item->events), 0});
+    if (fd < 0) continue;
+    const auto index = static_cast<std::size_t>(fd);
+    if (index >= item_by_fd.size()) item_by_fd.resize(index + 1);
+    if (item_by_fd[index] == nullptr) item_by_fd[index] = item;
+    if (item->events != 0) fds.push_back({fd, static_cast<short>(item->events), 0});
   }
   fds_dirty = false;
+}
+
+// The first item whose descriptor this is now. The table knows it, unless a handler of this pass
+// has closed, moved or removed that item.
+PollItem* PollProcessor::FindItem(int fd) {
+  PollItem* item = item_by_fd[static_cast<std::size_t>(fd)];
+  if (item != nullptr && item->GetFD() == fd) return item;
+  const auto found = std::find_if(items.begin(), items.end(),
+                                  [fd](PollItem* next) { return next->GetFD() == fd; });
+  return found != items.end() ? *found : nullptr;
 }
 
 void PollProcessor::DescriptorPass() {
   for (struct pollfd& entry : fds) {
     if (entry.revents == 0) continue;
-    // The search by descriptor keeps an item that was closed in this pass from being called.
-    const auto found = std::find_if(items.begin(), items.end(),
-                                    [&](PollItem* item) { return item->GetFD() == entry.fd; });
-    if (found != items.end() && (*found)->registered) {
-      (*found)->HandleEvents(entry.revents);
+    if (PollItem* item = FindItem(entry.fd)) {
+      item->HandleEvents(entry.revents);
       NoteActivity();
     }
     entry.revents = 0;
@@ -181,6 +196,8 @@ void PollItem::Remove() {
   if (!registered) return;
   PollProcessor* loop = PollProcessor::Instance();
   loop->items.remove(this);
+  std::replace(loop->item_by_fd.begin(), loop->item_by_fd.end(), this,
+               static_cast<PollItem*>(nullptr));
   loop->fds_dirty = true;
   registered = false;
 }

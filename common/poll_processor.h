@@ -51,11 +51,15 @@ class PollProcessor {
   void SignalPass();
   int TimerPass(int timeout_ms);
   void RebuildDescriptors();
+  PollItem* FindItem(int fd);
   void DescriptorPass();
   void IdlePass();
   void NoteActivity();
 
   std::vector<struct pollfd> fds;  // what poll is given; follows `items` when `fds_dirty`
+  // The first item of each descriptor, indexed by it, as it was when `fds` was made; null where
+  // there is none, or where it has been removed since.
+  std::vector<PollItem*> item_by_fd;
   // All in the order of registration.
   std::list<PollItem*> items;
   std::list<PollTimer*> timers;

@@ -135,8 +135,8 @@ void TimerCases() {
   ExpectEqual(order, "1", "a moment in the past");
 
   // The poll sleeps until the next timer, and not for unarmed ones.
-  first.SetTimeout(30);
   const double waited = Seconds([&] {
+    first.SetTimeout(30);
     while (order == "1") Loop().Process(10'000);
   });
   ExpectTrue(waited >= 0.03 && waited < 5, "waiting for the timer");
@@ -154,6 +154,17 @@ void DescriptorCases() {
   };
   Loop().Process(0);
   ExpectEqual(log, "ar", "an item closed in the pass");
+
+  // What is ready goes to the item that has the descriptor when its turn comes.
+  {
+    Item old("o", log);
+    Item heir("h", log);
+    log.clear();
+    old.MakeReadable();
+    a.act = [&] { std::swap(old.ends, heir.ends); };
+    Loop().Process(0);
+    ExpectEqual(log, "arhr", "an item that has taken over a descriptor");
+  }
 
   // A peer that wrote and went away leaves data and a hang-up behind.
   log.clear();
