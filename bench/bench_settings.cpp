@@ -7,7 +7,7 @@
 
 #include "bench/light_path.h"
 #include "common/text_file.h"
-#include "leaf/lumet/hw_mon.h"
+#include "leaf/lumet/board/hw_mon.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <functional>
 
-#include "leaf/lumet/dsp_records.h"
-#include "leaf/lumet/light_quantities.h"
+#include "leaf/lumet/light/light_quantities.h"
+#include "leaf/lumet/link/dsp_records.h"
 
 // Drive of the four light sources, DAC counts, and the rate at which the last is pulsed.
 struct LightDrive {

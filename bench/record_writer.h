@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "leaf/lumet/dsp_records.h"
+#include "leaf/lumet/link/dsp_records.h"
 
 // The processor's side of the wire: puts records into packets of whole records, none longer than
 // the head reads at once.

@@ -11,7 +11,7 @@
 #include "bench/leaf.h"
 #include "bench/light_path.h"
 #include "bench/record_writer.h"
-#include "leaf/lumet/dsp_records.h"
+#include "leaf/lumet/link/dsp_records.h"
 
 // A signal processor for the desk, with a leaf in front of it: takes the head's commands, runs
 // flashes and dark pulses as they say, and makes its records. It has no clock and no descriptor of

@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-#include "leaf/lumet/event_recorder.h"
+#include "leaf/lumet/events/event_recorder.h"
 
 namespace {
 

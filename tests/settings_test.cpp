@@ -15,7 +15,7 @@
 #include "bench/head.h"
 #include "common/little_endian.h"
 #include "common/safe_file.h"
-#include "leaf/lumet/settings_files.h"
+#include "leaf/lumet/board/settings_files.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The step from settings to the timing record, against records that were worked out independently.
 
-#include "leaf/lumet/timing.h"
+#include "leaf/lumet/light/timing.h"
 
 #include <gtest/gtest.h>
 

@@ -13,8 +13,8 @@
 #include "common/host_name.h"
 #include "common/network_interface.h"
 #include "common/print_exception.h"
-#include "leaf/lumet/announcement.h"
-#include "leaf/lumet/calibration.h"
+#include "leaf/lumet/bus/announcement.h"
+#include "leaf/lumet/light/calibration.h"
 #include "leaf/lumet/version.h"
 
 namespace {

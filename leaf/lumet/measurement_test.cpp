@@ -8,10 +8,10 @@
 
 #include "common/bonjour_resolver.h"
 #include "common/test_registry.h"
-#include "leaf/lumet/announcement.h"
-#include "leaf/lumet/light_quantities.h"
-#include "leaf/lumet/rows.h"
-#include "leaf/lumet/timing.h"
+#include "leaf/lumet/bus/announcement.h"
+#include "leaf/lumet/console/rows.h"
+#include "leaf/lumet/light/light_quantities.h"
+#include "leaf/lumet/light/timing.h"
 
 void MeasurementCases();
 

@@ -9,12 +9,12 @@
 #include "common/temporary_directory.h"
 #include "common/test_registry.h"
 #include "common/zlib.h"
-#include "leaf/lumet/diagnostics.h"
-#include "leaf/lumet/hw_mon.h"
-#include "leaf/lumet/light_controller.h"
-#include "leaf/lumet/raw_capture.h"
-#include "leaf/lumet/run_time_event_logger.h"
-#include "leaf/lumet/zeroing.h"
+#include "leaf/lumet/board/diagnostics.h"
+#include "leaf/lumet/board/hw_mon.h"
+#include "leaf/lumet/board/run_time_event_logger.h"
+#include "leaf/lumet/light/light_controller.h"
+#include "leaf/lumet/light/zeroing.h"
+#include "leaf/lumet/link/raw_capture.h"
 
 void MonitorCases();
 

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+
+#include "leaf/lumet/link/dsp_device.h"
+#include "liborrel/doctavo/doc_tavo.h"
+
+// Bits of DIAG that the head keeps itself; the others come with each sample.
+enum DiagBit : std::uint32_t {
+  CONSOLECONNECTED = 0x0001,
+  TEMP_WARNING = 0x1000,
+  REDMODOFF = 0x2000,
+  TESTMODEON = 0x4000,
+  TEMP_FAULT = 0x8000,
+};
+
+// DIAG after a look at the console and the highest temperature, °C. The warning stands from 70 on,
+// the fault from 75 until it is below 70 again.
+std::uint32_t NextDiagnostics(std::uint32_t diag_word, bool console_connected,
+                              float max_temperature);
+// Whether a temperature shuts the light off.
+constexpr bool IsTooHot(float max_temperature) { return max_temperature >= 75.0F; }
+
+// Drives the fan by its mode: not at all, as it is told, or by temperature in four steps.
+class FanStepper {
+ public:
+  // Both must outlive this.
+  FanStepper(DSPDevice& device, DocTavo& document) : dsp(device), doc(document) {}
+
+  // Once a second or so, with the highest temperature in °C.
+  void Step(float max_temperature);
+
+  // The step that follows `step` at this temperature: one up or down at most, with a margin of two
+  // degrees on both sides.
+  static int NextStep(int step, float max_temperature);
+
+ private:
+  DSPDevice& dsp;
+  DocTavo& doc;
+  int step = 0;
+};

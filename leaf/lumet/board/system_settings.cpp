@@ -1,0 +1,96 @@
+#include "leaf/lumet/board/system_settings.h"
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+// Three numbers with `separator` between them. False if `text` is anything else.
+bool ReadTriple(const std::string& text, char separator, int& first, int& second, int& third) {
+  std::istringstream in(text);
+  char between = 0;
+  char then = 0;
+  in >> first >> between >> second >> then >> third;
+  return in && between == separator && then == separator;
+}
+
+// The moment of a local date and time.
+std::time_t MomentOf(const std::string& date, const std::string& time) {
+  struct tm local = {};
+  if (!ReadTriple(date, '-', local.tm_year, local.tm_mon, local.tm_mday))
+    throw std::runtime_error("Invalid date format (should be YYYY-MM-DD): " + date);
+  if (!ReadTriple(time, ':', local.tm_hour, local.tm_min, local.tm_sec))
+    throw std::runtime_error("Invalid time format (should be HH:MM:SS): " + time);
+  local.tm_year -= 1900;
+  local.tm_mon -= 1;
+  local.tm_isdst = -1;
+  return mktime(&local);
+}
+
+}  // namespace
+
+SystemSettings::SystemSettings(const Platform& where)
+    : system_clock(where), ptp_service(where), network(where) {}
+
+void SystemSettings::FillInZones(ConfigTavo& tavo) const {
+  ConfigTimezone& zone = tavo.Cfg().Clock().Zone();
+  if (zone.choices().size() >= 2) return;
+  std::stringstream names;
+  const char* separator = "";
+  for (const std::string& name : system_clock.Zones()) {
+    names << separator << name;
+    separator = "|";
+  }
+  std::ostringstream errors;
+  zone.read_doctype(names, errors);
+}
+
+void SystemSettings::FillIn(ConfigTavo& tavo) const {
+  ConfigCfgClock& clock = tavo.Cfg().Clock();
+  const std::vector<std::string>& zones = clock.Zone().choices();
+  const auto zone = std::find(zones.begin(), zones.end(), system_clock.CurrentZone());
+  if (zone != zones.end()) clock.Zone().set(static_cast<int>(zone - zones.begin()));
+  clock.Ptp().set(ptp_service.GetMode());
+  clock.set_changed(false);
+
+  ConfigCfgNetwork& settings = tavo.Cfg().Network();
+  const NetworkConfig::Values& values = network.Get();
+  settings.Name().set(values.host_name);
+  settings.Configuration().set(values.dhcp ? ConfigAutoManual::Auto : ConfigAutoManual::Manual);
+  settings.Ipaddress().set(values.address);
+  settings.Netmask().set(values.netmask);
+  settings.Gateway().set(values.gateway);
+  settings.set_changed(false);
+}
+
+void SystemSettings::Apply(ConfigTavo& tavo) {
+  if (tavo.Cfg().Network().has_changed()) ApplyNetwork(tavo.Cfg().Network());
+  if (tavo.Cfg().Clock().has_changed()) ApplyClock(tavo.Cfg().Clock());
+}
+
+void SystemSettings::ApplyNetwork(ConfigCfgNetwork& settings) {
+  network.set({settings.Name().get(), settings.Configuration().get() == ConfigAutoManual::Auto,
+               settings.Ipaddress().get(), settings.Netmask().get(), settings.Gateway().get()});
+}
+
+void SystemSettings::ApplyClock(ConfigCfgClock& settings) {
+  if (settings.Ptp().has_changed()) ptp_service.Set(settings.Ptp().get());
+  if (settings.Time().has_changed() || settings.Date().has_changed())
+    SetClock(MomentOf(settings.Date().get(), settings.Time().get()));
+  if (settings.Zone().has_changed())
+    system_clock.SetZone(
+        settings.Zone().choices().at(static_cast<std::size_t>(settings.Zone().get())));
+  if (settings.TimeT().has_changed()) SetClock(settings.TimeT().get());
+}
+
+void SystemSettings::SetClock(std::time_t seconds) {
+  if (ptp_service.GetMode() == PtpConfig::kSlaveOnly) return;
+  // The text has its own line feed. A moment beyond every calendar has none.
+  std::array<char, 64> text = {};
+  const char* shown = ctime_r(&seconds, text.data());
+  std::cout << "Set clock to: " << (shown != nullptr ? shown : "\n");
+  system_clock.SetTime(seconds);
+}

@@ -1,0 +1,266 @@
+#include "leaf/lumet/console/console.h"
+
+#include <array>
+#include <cctype>
+#include <ctime>
+#include <iostream>
+#include <memory>
+#include <sstream>
+
+#include "common/host_name.h"
+#include "common/network_interface.h"
+#include "common/str_util.h"
+#include "leaf/lumet/console/rows.h"
+
+namespace {
+
+LumetSocketContext& ContextOf(SocketClient* client) {
+  return dynamic_cast<LumetSocketContext&>(*client->GetContext());
+}
+
+void Assign(std::uint32_t& flags, LumetSocketContext::Output output, bool on) {
+  flags = on ? flags | output : flags & ~std::uint32_t{output};
+}
+
+bool Contains(std::string_view word, std::string_view part) {
+  return word.find(part) != std::string_view::npos;
+}
+
+bool ContainsInAnyCase(std::string_view word, std::string_view part) {
+  return CaseInsensitiveStringFind(word, part, 0) >= 0;
+}
+
+}  // namespace
+
+// Locks the document against everybody but the console for the length of a request.
+class Console::DocumentLock {
+ public:
+  DocumentLock(DocTavo& document, bool needed) : doc(needed ? &document : nullptr) {
+    if (doc != nullptr) doc->set_locked(true);
+  }
+  ~DocumentLock() {
+    if (doc != nullptr) doc->set_locked(false);
+  }
+  DocumentLock(const DocumentLock&) = delete;
+  DocumentLock& operator=(const DocumentLock&) = delete;
+
+ private:
+  DocTavo* doc;
+};
+
+void Console::ClientConnected(SocketClient* client) {
+  client->SetContext(std::make_shared<LumetSocketContext>());
+  ConsoleDelivery::SendToClient(
+      client, OpeningBlock(GetHostName(), doc.Conf().Factory().Serialnumber().get(), ConsoleName()),
+      BacklogLimit::kReply);
+}
+
+void Console::ClientDisconnected(SocketClient* client) {
+  if (client == console_client) {
+    console_client = nullptr;
+    console_name.clear();
+    clients.SendToAll("DATAEVENT\tCONSOLEDISCONNECTED\n", BacklogLimit::kReply);
+  }
+  std::erase_if(standing_queries, [client](const auto& query) { return query.first == client; });
+}
+
+std::optional<std::string> Console::ConsoleName() const {
+  return HasConsole() ? std::optional(console_name) : std::nullopt;
+}
+
+void Console::GotRequest(SocketClient* client, const std::string& text) {
+  try {
+    Dispatch(client, text);
+    CheckForChanges();
+  } catch (const std::exception&) {
+    std::cout << "GotRequest: Error with request: " << text;
+  } catch (...) {
+    std::cout << "GotRequest: Error with request\n";
+  }
+}
+
+void Console::Dispatch(SocketClient* client, const std::string& text) {
+  if (text.empty()) return;
+  if (text[0] != '<' && text[0] != '&')
+    HandleRequestText(client, text);
+  else if (Contains(text, "&query_changes"))
+    standing_queries.emplace_back(client, text);
+  else
+    HandleRequestXML(client, text);
+}
+
+template <class Answer>
+std::string Console::Reply(Answer answer) {
+  std::ostringstream reply;
+  set_compact(reply, true);
+  try {
+    answer(reply);
+  } catch (const std::exception& error) {
+    doc.report_error(reply, error.what()) << "\n";
+  }
+  return reply.str();
+}
+
+void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
+  if (debug) std::cout << "XML Request: " << text;
+  LumetSocketContext& context = ContextOf(client);
+  const std::string reply = [&] {
+    std::optional<DocumentLock> lock;
+    return Reply([&](std::ostream& out) {
+      RefreshDynamicFields();
+      LoadOutputs(context);
+      lock.emplace(doc, HasConsole() && client != console_client);
+      std::istringstream in(text);
+      doc.request(in, out);
+      out << "\n";
+      doc.print_ack(out) << "\n";
+      StoreOutputs(context, out);
+    });
+  }();
+  if (debug) std::cout << "XML Response: " << reply;
+  ConsoleDelivery::SendToClient(client, reply, BacklogLimit::kReply);
+}
+
+void Console::RefreshDynamicFields() {
+  ConfigTavo& tavo = doc.Conf();
+  tavo.Cmd().reset();
+  tavo.Cmd().set_changed(false);
+
+  ConfigCfgClock& clock = tavo.Cfg().Clock();
+  const bool clock_was_changed = clock.has_changed();
+  const bool doc_was_changed = doc.has_changed();
+  const std::time_t now = std::time(nullptr);
+  struct tm local = {};
+  localtime_r(&now, &local);
+  std::array<char, 16> text = {};
+  std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
+  clock.Time().set(text.data());
+  std::strftime(text.data(), text.size(), "%Y-%m-%d", &local);
+  clock.Date().set(text.data());
+  clock.TimeT().set(static_cast<int>(now));
+  // A refresh alone never counts as a change.
+  Configurable& refreshed = clock_was_changed ? static_cast<Configurable&>(clock)
+                            : doc_was_changed ? static_cast<Configurable&>(tavo.Cfg())
+                                              : static_cast<Configurable&>(doc);
+  refreshed.set_changed(false);
+
+  constexpr std::time_t kAddressAge = 14;  // seconds
+  if (now - last_address_time <= kAddressAge) return;
+  const NetworkInterface interface = NetworkInterface::Read(platform.network_interface);
+  tavo.Ipaddress().set(interface.address.ToString());
+  last_address_time = now;
+}
+
+void Console::LoadOutputs(const LumetSocketContext& context) {
+  // The leaves are one scratch copy for all clients; a mark that this leaves behind counts.
+  ConfigOutputTavo& output = doc.Conf().Output();
+  const auto is_on = [&](LumetSocketContext::Output bit) {
+    return (context.outputFlags & bit) != 0;
+  };
+  output.Status().set(is_on(LumetSocketContext::kStatus));
+  output.Waveforms().set(is_on(LumetSocketContext::kWaveforms));
+  output.Dataclock().set(is_on(LumetSocketContext::kDataClock));
+  output.Datatest().set(is_on(LumetSocketContext::kDataTest));
+  output.Datarawcapture().set(is_on(LumetSocketContext::kDataRawCapture));
+}
+
+void Console::StoreOutputs(LumetSocketContext& context, std::ostream& reply) {
+  ConfigOutputTavo& output = doc.Conf().Output();
+  const std::uint32_t before = context.outputFlags;
+  std::uint32_t& flags = context.outputFlags;
+  Assign(flags, LumetSocketContext::kStatus, output.Status().get());
+  Assign(flags, LumetSocketContext::kWaveforms, output.Waveforms().get());
+  Assign(flags, LumetSocketContext::kDataClock, output.Dataclock().get());
+  Assign(flags, LumetSocketContext::kDataTest, output.Datatest().get());
+  Assign(flags, LumetSocketContext::kDataRawCapture, output.Datarawcapture().get());
+  const std::uint32_t turned_on = flags & ~before;
+  if ((turned_on & LumetSocketContext::kStatus) != 0)
+    reply << NamesRow("DATASTATH", StatusChannels()) << UnitsRow("DATASTATU", StatusChannels());
+  if ((turned_on & LumetSocketContext::kDataClock) != 0) reply << kDataClockHeader;
+}
+
+void Console::CheckForChanges() {
+  if (!doc.has_changed()) return;
+  if (doc.Conf().needs_saving())
+    clients.SendToAll("DATAEVENT\tCONFIGCHANGED\n", BacklogLimit::kReply);
+  // By place: a query whose client fails meanwhile takes itself off.
+  for (std::size_t i = 0; i < standing_queries.size(); ++i) {
+    const auto [client, text] = standing_queries[i];
+    if (client->IsOpen()) RunStandingQuery(client, text);
+  }
+  bus.PublishDocument();
+  doc.set_changed(false);
+}
+
+void Console::RunStandingQuery(SocketClient* client, const std::string& text) {
+  if (debug) std::cout << "XML Listener Request: " << text;
+  // The switches of one client are no news to another.
+  ConfigOutputTavo& output = doc.Conf().Output();
+  for (Configurable* leaf : output.children()) leaf->set_changed(false);
+  std::string reply = Reply([&](std::ostream& out) {
+    std::istringstream in(text);
+    doc.read_document(in, out);
+  });
+  if (reply.empty()) return;
+  reply += "\n";
+  if (debug) std::cout << "XML Listener Response: " << reply;
+  ConsoleDelivery::SendToClient(client, reply, BacklogLimit::kReply);
+}
+
+void Console::HandleRequestText(SocketClient* client, const std::string& text) {
+  std::istringstream line(text);
+  std::string word;
+  if (!(line >> word)) return;
+  const std::size_t word_end = text.find(word) + word.size();
+  const std::string_view rest = std::string_view(text).substr(word_end);
+  std::uint32_t& flags = ContextOf(client).outputFlags;
+  switch (word[0]) {
+    case 'r':
+    case 'R':
+      return registers.Read(rest);
+    case 'w':
+    case 'W':
+      return registers.Write(rest);
+    case 'q':
+    case 'Q':
+      if (word.size() == 1) client->Close();
+      return;
+    case 'o':
+    case 'O':
+      if (ContainsInAnyCase(word, "out")) registers.Out();
+      return;
+    case 'c':
+    case 'C':
+      if (ContainsInAnyCase(word, "clr"))
+        registers.Clear();
+      else if (ContainsInAnyCase(word, "Console"))
+        TakeConsole(client, text, word_end);
+      return;
+    case 'U':
+      if (Contains(word, "Unlock")) doc.set_locked(false);
+      return;
+    case 'T':
+      if (Contains(word, "TurnDataClockOn")) {
+        Assign(flags, LumetSocketContext::kDataClock, true);
+        ConsoleDelivery::SendToClient(client, kDataClockHeader, BacklogLimit::kReply);
+      } else if (Contains(word, "TurnDataClockOff")) {
+        Assign(flags, LumetSocketContext::kDataClock, false);
+      } else if (Contains(word, "TurnWaveformsOn")) {
+        Assign(flags, LumetSocketContext::kWaveforms, true);
+      } else if (Contains(word, "TurnWaveformsOff")) {
+        Assign(flags, LumetSocketContext::kWaveforms, false);
+      }
+      return;
+    default:
+      if (std::isdigit(static_cast<unsigned char>(word[0])) != 0) registers.Evaluate(text);
+  }
+}
+
+void Console::TakeConsole(SocketClient* client, const std::string& text, std::size_t word_end) {
+  if (HasConsole()) return;
+  console_client = client;
+  // The blank in front of the name belongs to it; clients know it so.
+  console_name = word_end == text.size() ? "Unknown" : text.substr(word_end);
+  if (console_name.ends_with('\n')) console_name.pop_back();
+  clients.SendToAll("DATAEVENT\tCONSOLECONNECTED\t" + console_name + "\n", BacklogLimit::kReply);
+}

@@ -1,0 +1,76 @@
+#include "leaf/lumet/events/event_analysis.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "leaf/lumet/events/linear_fit.h"
+
+void ValueRange::Add(float value) {
+  if (skip >= 0) {
+    --skip;
+    max = min = value;
+  } else if (value > max) {
+    max = value;
+  } else if (value < min) {
+    min = value;
+  }
+}
+
+float EventAnalysis::FMax() const {
+  if (kind == kFlash) return rect.max;
+  return p2_intercept < p1.max ? p1.max : p2_intercept;
+}
+
+EventAnalysis AnalyseEvent(const std::deque<DataSample>& samples) {
+  constexpr float kReciprocal = 10000;
+  EventAnalysis result;
+  std::vector<float> x;
+  std::vector<float> y;
+  std::vector<float> t;
+  std::vector<float> q;
+  for (const DataSample& sample : samples) {
+    const float F = sample.values[DataSample::LUMET];
+    const float Q = sample.values[DataSample::PFD];
+    switch (sample.code) {
+      case 3:
+        result.kind = EventAnalysis::kFlash;
+        result.q_max = std::max(result.q_max, Q);
+        result.rect.Add(F);
+        break;
+      case 4:
+      case 5:
+      case 6:
+        result.kind = EventAnalysis::kMultiPhase;
+        result.q_max = std::max(result.q_max, Q);
+        if (sample.code == 4) {
+          result.p1.Add(F);
+        } else if (sample.code == 6) {
+          result.p3_q = std::max(result.p3_q, Q);
+          result.p3.Add(F);
+        } else {
+          x.push_back(kReciprocal / Q);
+          y.push_back(F);
+          t.push_back(static_cast<float>(sample.time - samples.front().time));
+          q.push_back(Q);
+        }
+        break;
+      case 12:
+      case 13:
+      case 14:
+        result.kind = EventAnalysis::kDark;
+        result.q_min = std::min(result.q_min, Q);
+        if (sample.code == 14) result.dark.Add(F);
+        break;
+      default:
+        break;
+    }
+  }
+  if (result.kind != EventAnalysis::kMultiPhase) return result;
+  LinearFit(x, y, &result.p2_slope, &result.p2_intercept, &result.p2_r2, &result.p2_slope_se,
+            &result.p2_intercept_se);
+  float q_slope = 0;
+  LinearFit(t, q, &q_slope, nullptr, nullptr, nullptr, nullptr);
+  result.p2_dqdt = static_cast<float>(double{q_slope} * 1e-6);
+  result.p3_predicted_f = (result.p2_slope * kReciprocal) / result.p3_q + result.p2_intercept;
+  return result;
+}

@@ -1,0 +1,160 @@
+#include "leaf/lumet/events/event_recorder.h"
+
+#include <array>
+#include <ctime>
+#include <iomanip>
+
+#include "common/number_format.h"
+#include "configurable/json_printer_visitor.h"
+
+namespace {
+
+void WriteName(std::ostream& out, const char* name) { out << "\n\"" << name << "\":"; }
+
+template <class Number>
+void WriteMember(std::ostream& out, const char* name, Number value) {
+  WriteName(out, name);
+  out << value << ",";
+}
+
+void WriteString(std::ostream& out, const char* name, const std::string& text) {
+  WriteName(out, name);
+  out << "\"" << text << "\",";
+}
+
+const char* TypeOf(EventAnalysis::Kind kind, FlashMode flash_mode) {
+  switch (kind) {
+    case EventAnalysis::kFlash:
+      return flash_mode == FlashMode::kZero        ? "ZERO"
+             : flash_mode == FlashMode::kInduction ? "INDUCTION"
+                                                   : "RECT";
+    case EventAnalysis::kMultiPhase:
+      return "MPF";
+    case EventAnalysis::kDark:
+      return "DARK";
+    case EventAnalysis::kNone:
+      break;
+  }
+  return "UNKNOWN";
+}
+
+// The date has no separators; readers of records know it so.
+void WriteMoment(std::ostream& out, double seconds) {
+  const auto whole = static_cast<std::time_t>(seconds);
+  struct tm local = {};
+  localtime_r(&whole, &local);
+  std::array<char, 32> text = {};
+  std::strftime(text.data(), text.size(), "%Y%m%d", &local);
+  WriteString(out, "DATE", text.data());
+  std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
+  WriteString(out, "TIME", text.data());
+  WriteName(out, "TIMESTAMP");
+  out << std::setprecision(11) << seconds << std::setprecision(6) << ",";
+}
+
+void WriteSettings(std::ostream& out, ConfigCfgTavo& cfg, EventAnalysis::Kind kind,
+                   FlashMode flash_mode) {
+  JSONPrinterVisitor printer(out);
+  if (kind == EventAnalysis::kMultiPhase)
+    cfg.Multiphaseflash().accept(printer);
+  else if (kind == EventAnalysis::kDark)
+    cfg.Darkpulse().accept(printer);
+  else if (kind == EventAnalysis::kFlash && flash_mode == FlashMode::kInduction)
+    cfg.Inductionflash().accept(printer);
+  else if (kind == EventAnalysis::kFlash && flash_mode != FlashMode::kZero)
+    cfg.Rectflash().accept(printer);
+}
+
+void WriteResults(std::ostream& out, const EventAnalysis& result,
+                  const EventRecorder::Context& context) {
+  switch (result.kind) {
+    case EventAnalysis::kFlash:
+    case EventAnalysis::kMultiPhase:
+      WriteMember(out, "FMAX", result.FMax());
+      WriteMember(out, "QMAX", result.q_max);
+      WriteMember(out, "MODRATE", context.flash_modrate);
+      break;
+    case EventAnalysis::kDark:
+      WriteMember(out, "FMIN", result.dark.min);
+      WriteMember(out, "QMIN", result.q_min);
+      WriteMember(out, "MODRATE", context.dark_modrate);
+      break;
+    case EventAnalysis::kNone:
+      break;
+  }
+  if (result.kind != EventAnalysis::kMultiPhase) return;
+  WriteMember(out, "P1_MAXF", result.p1.max);
+  WriteMember(out, "P2_SLP", result.p2_slope);
+  WriteMember(out, "P2_INT", result.p2_intercept);
+  WriteMember(out, "P2_R2", result.p2_r2);
+  WriteMember(out, "P2_SLP_SE", result.p2_slope_se);
+  WriteMember(out, "P2_INT_SE", result.p2_intercept_se);
+  WriteMember(out, "P2_DQDT", result.p2_dqdt);
+  WriteMember(out, "P3_Q", result.p3_q);
+  WriteMember(out, "P3_MAXF", result.p3.max);
+  WriteMember(out, "P3_PREDF", result.p3_predicted_f);
+  WriteMember(out, "P3_DELTAF", result.P3DeltaF());
+}
+
+}  // namespace
+
+std::size_t EventRecorder::RecordRoom() const {
+  constexpr std::size_t kMembers = 4096;
+  // Six numbers of up to 13 characters, the code, and their commas.
+  constexpr std::size_t kSample = std::size_t{6} * 14 + 6;
+  return kMembers + event_buffer.size() * kSample;
+}
+
+template <class Value>
+void EventRecorder::WriteArray(std::ostream& out, const char* name, Value value) const {
+  constexpr std::size_t kLongest = 32;  // with what PutGeneral writes beyond its end
+  std::array<char, 4096> piece;
+  char* to = piece.data();
+  WriteName(out, name);
+  *to++ = '[';
+  const char* separator = "";
+  for (const DataSample& sample : event_buffer) {
+    if (*separator != '\0') *to++ = *separator;
+    separator = ",";
+    to = PutGeneral(to, value(sample));
+    if (to + kLongest < piece.data() + piece.size()) continue;
+    out.write(piece.data(), to - piece.data());
+    to = piece.data();
+  }
+  *to++ = ']';
+  out.write(piece.data(), to - piece.data());
+}
+
+EventAnalysis::Kind EventRecorder::WriteEvent(std::ostream& out, ConfigTavo& tavo,
+                                              const Context& context) const {
+  const double t0 = event_buffer.front().time;
+  const EventAnalysis result = AnalyseEvent(event_buffer);
+  out << "{";
+  WriteMember(out, "EVENT_ID", context.event_id);
+  WriteString(out, "DEVICE", tavo.Factory().Serialnumber().get());
+  WriteMoment(out, t0);
+  WriteString(out, "TYPE", TypeOf(result.kind, context.flash_mode));
+  WriteSettings(out, tavo.Cfg(), result.kind, context.flash_mode);
+  WriteResults(out, result, context);
+
+  const auto write_channel = [&](const char* name, DataSample::Channel channel) {
+    WriteArray(out, name, [=](const DataSample& sample) { return sample.values[channel]; });
+    out << ",";
+  };
+  WriteArray(out, "SECS", [=](const DataSample& sample) { return sample.time - t0; });
+  out << ",";
+  write_channel("LUMET", DataSample::LUMET);
+  write_channel("DC", DataSample::DC);
+  write_channel("PFD", DataSample::PFD);
+  write_channel("REDMODAVG", DataSample::REDMODAVG);
+  if (result.kind == EventAnalysis::kDark) {
+    WriteArray(out, "FARRED", [](const DataSample& sample) {
+      return (sample.values[DataSample::PFD] - sample.values[DataSample::REDMODAVG]) *
+             sample.values[DataSample::FARREDFRAC];
+    });
+    out << ",";
+  }
+  WriteArray(out, "CODE", [](const DataSample& sample) { return sample.code; });
+  out << "\n}\n";
+  return result.kind;
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <deque>
+#include <ostream>
+#include <string>
+
+#include "leaf/lumet/events/event_analysis.h"
+#include "leaf/lumet/light/timing.h"
+#include "leaf/lumet/link/dsp_records.h"
+#include "liborrel/doctavo/config_tavo.h"
+
+// Gathers the samples of a flash or dark pulse, and writes what they tell as one JSON text.
+class EventRecorder {
+ public:
+  // What the head knows of the event beside its samples.
+  struct Context {
+    int event_id;
+    FlashMode flash_mode;
+    unsigned flash_modrate;  // in force, Hz
+    unsigned dark_modrate;
+  };
+
+  void Gather(const DataSample& sample) { event_buffer.push_back(sample); }
+  bool IsEmpty() const { return event_buffer.empty(); }
+  // Gives the memory back too.
+  void Clear() { event_buffer = {}; }
+
+  // Writes the record of what was gathered, with the settings of `tavo` that made it. Needs one
+  // sample at least. Each member stands on a line of its own; results come in single precision,
+  // numbers with six significant digits.
+  EventAnalysis::Kind WriteEvent(std::ostream& out, ConfigTavo& tavo, const Context& context) const;
+  // Bytes that the text of the record will take at most.
+  std::size_t RecordRoom() const;
+
+ private:
+  template <class Value>
+  void WriteArray(std::ostream& out, const char* name, Value value) const;
+
+  std::deque<DataSample> event_buffer;
+};

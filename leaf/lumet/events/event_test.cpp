@@ -1,0 +1,146 @@
+#include <algorithm>
+#include <initializer_list>
+#include <sstream>
+#include <string>
+
+#include "common/test_registry.h"
+#include "leaf/lumet/events/event_recorder.h"
+#include "leaf/lumet/events/linear_fit.h"
+
+void EventCases();
+
+namespace {
+
+using self_test::ExpectEqual;
+
+void FitCases() {
+  // By hand: the sums of squares about the means are 5 and 18.75, that of products 9.5.
+  const struct {
+    std::vector<float> x, y;
+    const char* expected;
+  } rows[] = {
+      {{1, 2, 3, 4, 99}, {3, 5, 6, 9}, "1.9 1 0.962667 0.264575 0.724569"},
+      {{1, 3}, {5, 1}, "-2 7 1 0 0"},
+      {{7}, {5}, "0 0 0 0 0"},
+      {{}, {}, "0 0 0 0 0"},
+  };
+  for (const auto& row : rows) {
+    float slope = -1, intercept = -1, r2 = -1, slope_se = -1, intercept_se = -1;
+    LinearFit(row.x, row.y, &slope, &intercept, &r2, &slope_se, &intercept_se);
+    std::ostringstream fit;
+    fit << slope << " " << intercept << " " << r2 << " " << slope_se << " " << intercept_se;
+    ExpectEqual(fit.str(), row.expected);
+  }
+  float alone = 0;
+  LinearFit({1, 2}, {1, 3}, &alone, nullptr, nullptr, nullptr, nullptr);
+  ExpectEqual(alone, 2.0F);
+}
+
+struct Run {
+  std::uint16_t code;
+  std::initializer_list<float> F;
+  std::initializer_list<float> Q;  // the last one stays
+};
+
+constexpr double kStart = 1795248523.25;
+
+EventRecorder Gathered(std::initializer_list<Run> runs) {
+  EventRecorder events;
+  double time = kStart;
+  for (const Run& run : runs) {
+    std::size_t place = 0;
+    for (const float F : run.F) {
+      DataSample sample;
+      sample.time = time;
+      sample.code = run.code;
+      sample.values[DataSample::LUMET] = F;
+      sample.values[DataSample::DC] = 7;
+      sample.values[DataSample::PFD] = run.Q.begin()[std::min(place++, run.Q.size() - 1)];
+      sample.values[DataSample::REDMODAVG] = 1;
+      sample.values[DataSample::FARREDFRAC] = 0.5F;
+      events.Gather(sample);
+      time += 0.125;
+    }
+  }
+  return events;
+}
+
+std::string Record(const EventRecorder& events, FlashMode mode) {
+  ConfigTavo tavo;
+  std::ostringstream record;
+  const auto kind = events.WriteEvent(record, tavo, {12, mode, 250'000, 50});
+  record << static_cast<int>(kind);
+  return record.str();
+}
+
+// From TYPE on, without the array of times, in one line.
+std::string Essence(const std::string& record) {
+  std::string rest = record.substr(record.find("\"TYPE\""));
+  const std::size_t secs = rest.find("\"SECS\"");
+  rest.erase(secs, rest.find('\n', secs) + 1 - secs);
+  std::replace(rest.begin(), rest.end(), '\n', ' ');
+  return rest;
+}
+
+void RecordCases() {
+  // F is 100 - 4 (10000 / Q) in phase 2, where Q falls by 8400 a second.
+  const EventRecorder multiphase = Gathered({{2, {50}, {200}},
+                                             {4, {1, 2, 3, 4, 5, 60, 55, 58}, {5100}},
+                                             {5, {92, 90, 84, 80}, {5000, 4000, 2500, 2000}},
+                                             {6, {1, 2, 3, 4, 5, 70, 88}, {5000}}});
+  const std::string record = Essence(Record(multiphase, FlashMode::kZero));
+  ExpectEqual(
+      record.substr(0, record.find(",1,2,3")),
+      R"("TYPE":"MPF", "OUTRATE":1, "MARGIN":0, "PHASE1_DURATION":0, "PHASE2_DURATION":0, )"
+      R"("PHASE3_DURATION":0, "Q_RED_SETPOINT":0, "D_RED_PERCENT":0, "RAMP":0, "FMAX":100, )"
+      R"("QMAX":5100, "MODRATE":250000, "P1_MAXF":60, "P2_SLP":-4, "P2_INT":100, "P2_R2":1, )"
+      R"("P2_SLP_SE":0, "P2_INT_SE":0, "P2_DQDT":-0.0084, "P3_Q":5000, "P3_MAXF":88, )"
+      R"("P3_PREDF":92, "P3_DELTAF":-4, "LUMET":[50)");
+
+  const struct {
+    const char* name;
+    std::initializer_list<Run> runs;
+    FlashMode mode;
+    const char* expected;
+  } rows[] = {
+      {"the sixth sample of a flash starts its maximum, and only FMAX needs it",
+       {{3, {9, 9, 9, 9, 9, 5, 6, 2}, {100, 300, 200}}},
+       FlashMode::kRect,
+       R"("TYPE":"RECT", "OUTRATE":1, "MARGIN":0, "DURATION":0, "Q_RED_SETPOINT":0, )"
+       R"("D_RED_PERCENT":0, "FMAX":6, "QMAX":300, "MODRATE":250000, )"
+       R"("LUMET":[9,9,9,9,9,5,6,2], "DC":[7,7,7,7,7,7,7,7], )"
+       R"("PFD":[100,300,200,200,200,200,200,200], "REDMODAVG":[1,1,1,1,1,1,1,1], )"
+       R"("CODE":[3,3,3,3,3,3,3,3] } 3)"},
+      {"of a short flash the last sample counts",
+       {{3, {9, 4}, {100}}},
+       FlashMode::kZero,
+       R"("TYPE":"ZERO", "FMAX":4, "QMAX":100, "MODRATE":250000, "LUMET":[9,4], )"
+       R"("DC":[7,7], "PFD":[100,100], "REDMODAVG":[1,1], "CODE":[3,3] } 3)"},
+      {"the last family of a mixed run gives its type, and phases that never came stay at their "
+       "start",
+       {{3, {9}, {100}}, {13, {5}, {41}}},
+       FlashMode::kInduction,
+       R"("TYPE":"DARK", "OUTRATE":1, "DURATION":0, "MARGIN":0, "BEFORE":0, "AFTER":0, )"
+       R"("Q_FARRED_SETPOINT":0, "D_FARRED_PERCENT":0, "FMIN":3.40282e+38, "QMIN":41, )"
+       R"("MODRATE":50, "LUMET":[9,5], "DC":[7,7], "PFD":[100,41], "REDMODAVG":[1,1], )"
+       R"("FARRED":[49.5,20], "CODE":[3,13] } 12)"},
+      {"a code that nobody knows",
+       {{20, {1}, {5}}},
+       FlashMode::kRect,
+       R"("TYPE":"UNKNOWN", "LUMET":[1], "DC":[7], "PFD":[5], "REDMODAVG":[1], )"
+       R"("CODE":[20] } 0)"},
+  };
+  for (const auto& row : rows)
+    ExpectEqual(Essence(Record(Gathered(row.runs), row.mode)), row.expected, row.name);
+
+  const EventRecorder dark = Gathered({{12, {1}, {5}}, {14, {9, 2, 8, 7, 11}, {3, 2, 4}}});
+  const std::string dark_record = Record(dark, FlashMode::kRect);
+  ExpectEqual(dark_record.substr(dark_record.find("\"FMIN\""), 18), "\"FMIN\":7,\n\"QMIN\":2");
+}
+
+}  // namespace
+
+void EventCases() {
+  FitCases();
+  RecordCases();
+}

@@ -1,0 +1,219 @@
+#include "leaf/lumet/light/timing.h"
+
+#include <algorithm>
+
+#include "leaf/lumet/light/calibration.h"
+
+namespace {
+
+constexpr unsigned kMicrosecondsPerSecond = 1'000'000;
+constexpr unsigned kFullModrate = 250'000;  // Hz
+
+std::uint16_t DacOf(float q, const LightSourceCalibration& source) {
+  return FluxToDac(q, source.F, source.u, source.dac_zero);
+}
+
+// Settings are 32 bits wide, and some of them without a limit.
+std::uint16_t Field(int setting) { return static_cast<std::uint16_t>(setting); }
+
+unsigned Setting(ConfigurableInteger& item) { return static_cast<unsigned>(item.get()); }
+
+// The actinic light of the steady state, and the measuring light's rate that goes with it.
+struct Actinic {
+  std::uint16_t red = 0;
+  std::uint16_t blue = 0;
+  std::uint16_t farred = 0;
+  float red_q = 0;  // µmol/m²/s
+  unsigned measure_modrate;
+};
+
+Actinic PercentActinic(ConfigLightSourceTavo& light, unsigned dark_modrate,
+                       unsigned light_modrate) {
+  Actinic actinic = {.measure_modrate = light_modrate};
+  actinic.red = PercentToDac(light.DRedPercent().get());
+  actinic.blue = PercentToDac(light.DBluePercent().get());
+  actinic.farred = PercentToDac(light.DFarredPercent().get());
+  if (actinic.red == 0 && actinic.blue == 0 && actinic.farred == 0)
+    actinic.measure_modrate = dark_modrate;
+  return actinic;
+}
+
+// With a wanted flux, of which the measuring light makes a part.
+Actinic FluxActinic(ConfigLightSourceTavo& light, const LightCalibration& calibration,
+                    std::uint16_t measure_modred, unsigned dark_modrate, unsigned light_modrate,
+                    const std::array<std::uint16_t, 3>& controller_dacs) {
+  Actinic actinic = {.measure_modrate = light_modrate};
+  const LightSourceCalibration& modred = calibration.modred;
+  const float wanted = light.QSetpoint().get();
+  const float per_pulse =
+      measure_modred == 0
+          ? 0
+          : (modred.F * modred.u) * (static_cast<float>(measure_modred) - modred.dac_zero) * 1e-6F;
+  float average = static_cast<float>(light_modrate) * per_pulse;
+  // No more than a third of it.
+  if (average * 3.0F > wanted) {
+    actinic.measure_modrate = dark_modrate;
+    average = static_cast<float>(dark_modrate) * per_pulse;
+  }
+  const float remaining = wanted - average;
+  const float total = (light.RedMix().get() + light.BlueMix().get()) + light.FarredMix().get();
+  if (!(remaining > 0) || !(total > 0)) return actinic;
+  actinic.red_q = (remaining * light.RedMix().get()) / total;
+  if (light.Control().get() == ConfigLightSourceModeTavo::Test) {
+    actinic.red = DacOf(actinic.red_q, calibration.red);
+    actinic.blue = DacOf((remaining * light.BlueMix().get()) / total, calibration.blue);
+    actinic.farred = DacOf((remaining * light.FarredMix().get()) / total, calibration.farred);
+  } else {
+    actinic.red = controller_dacs[0];
+    actinic.blue = controller_dacs[1];
+    actinic.farred = controller_dacs[2];
+  }
+  return actinic;
+}
+
+std::uint16_t MeasureModred(ConfigCfgMeasure& measure, const LightSourceCalibration& modred) {
+  switch (measure.Control().get()) {
+    case ConfigControlMode::Percent:
+      return PercentToDac(measure.DModredPercent().get());
+    case ConfigControlMode::Setpoint:
+      // Not divided by the rate, unlike the flux that the actinic light is to complete.
+      return DacOf(measure.QModredSetpoint().get(), modred);
+    default:
+      return 0;
+  }
+}
+
+void SetFlashRates(TimingConfig& timing, unsigned modrate, unsigned outrate, int duration,
+                   unsigned margin_before, unsigned margin_after) {
+  timing.flash_modrate = modrate;
+  timing.flash_outrate = outrate;
+  timing.flash_duration = Field(duration);
+  timing.flash_margin_before = margin_before;
+  timing.flash_margin_after = margin_after;
+}
+
+void SetFlashTiming(TimingConfig& timing, ConfigCfgTavo& cfg, FlashMode flash_mode) {
+  const unsigned modrate = cfg.Measure().FlashModrate().Hz();
+  const auto set = [&](ConfigurableInteger& outrate, ConfigurableInteger& margin) {
+    const unsigned rate = ComputeOutputRate(modrate, Setting(outrate));
+    const unsigned around = Setting(margin) * kMicrosecondsPerSecond / rate;
+    // A multiphase flash takes the rectangular flash's duration too, which it has no use for.
+    SetFlashRates(timing, modrate, rate, cfg.Rectflash().Duration().get(), around, around);
+  };
+  switch (flash_mode) {
+    case FlashMode::kRect:
+      return set(cfg.Rectflash().Outrate(), cfg.Rectflash().Margin());
+    case FlashMode::kMultiPhase:
+      return set(cfg.Multiphaseflash().Outrate(), cfg.Multiphaseflash().Margin());
+    case FlashMode::kZero:
+      return SetFlashRates(timing, kFullModrate, 100, 50, 0, 0);
+    case FlashMode::kInduction: {
+      ConfigCfgInductionFlash& flash = cfg.Inductionflash();
+      const unsigned before = Setting(flash.Margin()) * kMicrosecondsPerSecond / kFullModrate;
+      return SetFlashRates(timing, kFullModrate, kFullModrate, flash.Duration().get(), before,
+                           before * 10'000);
+    }
+  }
+}
+
+}  // namespace
+
+std::uint16_t PercentToDac(float percent) { return RoundToWord((percent * 65536.0F) / 100.0F); }
+
+std::uint16_t FluxToDac(float q, float F, float u, float zero) {
+  return q <= 0 ? 0 : RoundToWord(q / (F * u) + zero);
+}
+
+unsigned ComputeOutputRate(unsigned modulation_rate, unsigned requested) {
+  if (requested == 0) return 1;
+  const unsigned divisor = std::clamp(modulation_rate / requested, 1U, modulation_rate);
+  const unsigned nearest = modulation_rate / divisor;
+  if (divisor * nearest == modulation_rate) return nearest;
+  // Both ways from the request, the smaller divisor first.
+  unsigned up = nearest + 1;
+  for (unsigned down = divisor - 1; down > 0 && up <= modulation_rate; --down, ++up) {
+    if (modulation_rate % down == 0) return modulation_rate / down;
+    if (modulation_rate % up == 0) return up;
+  }
+  return nearest;
+}
+
+TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
+                           const std::array<std::uint16_t, 3>& controller_dacs) {
+  ConfigCfgTavo& cfg = tavo.Cfg();
+  ConfigCfgMeasure& measure = cfg.Measure();
+  ConfigCfgDarkPulse& dark = cfg.Darkpulse();
+  const LightCalibration calibration = LightCalibrationOf(tavo);
+  const int control = cfg.Lightsource().Control().get();
+  const bool in_percent = control == ConfigLightSourceModeTavo::Percent;
+  // The level of a light by the two settings that it has.
+  const auto level = [&](ConfigurableFloat& percent, ConfigurableFloat& flux,
+                         const LightSourceCalibration& source) {
+    return in_percent ? PercentToDac(percent.get()) : DacOf(flux.get(), source);
+  };
+
+  TimingConfig timing;
+  timing.measure_modred = MeasureModred(measure, calibration.modred);
+  const bool no_modred =
+      flash_mode == FlashMode::kZero || measure.Control().get() == ConfigControlMode::Off;
+  timing.flash_modred = no_modred ? 0 : timing.measure_modred;
+
+  timing.dark_modrate = measure.DarkModrate().Hz();
+  const unsigned light_modrate = measure.LightModrate().Hz();
+  const Actinic actinic = [&]() -> Actinic {
+    if (control == ConfigLightSourceModeTavo::Off) return {.measure_modrate = timing.dark_modrate};
+    if (in_percent) return PercentActinic(cfg.Lightsource(), timing.dark_modrate, light_modrate);
+    return FluxActinic(cfg.Lightsource(), calibration, timing.measure_modred, timing.dark_modrate,
+                       light_modrate, controller_dacs);
+  }();
+  timing.measure_modrate = actinic.measure_modrate;
+  timing.measure_red = actinic.red;
+  timing.measure_blue = actinic.blue;
+  timing.measure_farred = actinic.farred;
+
+  if (flash_mode != FlashMode::kZero) {
+    ConfigCfgMultiPhaseFlash& multiphase = cfg.Multiphaseflash();
+    ConfigCfgInductionFlash& induction = cfg.Inductionflash();
+    ConfigCfgRectangularFlash& rect = cfg.Rectflash();
+    timing.flash_red =
+        flash_mode == FlashMode::kMultiPhase
+            ? level(multiphase.DRedPercent(), multiphase.QRedSetpoint(), calibration.red)
+        : flash_mode == FlashMode::kInduction
+            ? level(induction.DRedPercent(), induction.QRedSetpoint(), calibration.red)
+            : level(rect.DRedPercent(), rect.QRedSetpoint(), calibration.red);
+    timing.flash_blue = timing.measure_blue;
+  }
+  // From the flash's level at a ramp of 0 to the actinic one at 100.
+  ConfigCfgMultiPhaseFlash& multiphase = cfg.Multiphaseflash();
+  const float above = 1 - multiphase.Ramp().get() / 100;
+  const float actinic_percent = cfg.Lightsource().DRedPercent().get();
+  timing.ramp_end_red =
+      in_percent ? PercentToDac((multiphase.DRedPercent().get() - actinic_percent) * above +
+                                actinic_percent)
+                 : DacOf((multiphase.QRedSetpoint().get() - actinic.red_q) * above + actinic.red_q,
+                         calibration.red);
+  timing.phase1_duration = Field(multiphase.Phase1Duration().get());
+  timing.phase2_duration = Field(multiphase.Phase2Duration().get());
+  timing.phase3_duration = Field(multiphase.Phase3Duration().get());
+  SetFlashTiming(timing, cfg, flash_mode);
+
+  timing.dark_outrate = ComputeOutputRate(timing.dark_modrate, Setting(dark.Outrate()));
+  timing.dark_margin_before = Setting(dark.Margin()) * kMicrosecondsPerSecond / timing.dark_outrate;
+  timing.dark_margin_after = timing.dark_margin_before;
+  timing.dark_duration = Field(dark.Duration().get());
+  timing.dark_before = Field(dark.Before().get());
+  timing.dark_after = timing.dark_duration == 0
+                          ? std::uint16_t{0}
+                          : Field(std::min(dark.After().get(), timing.dark_duration - 1));
+  timing.dark_red = timing.measure_red;
+  timing.dark_blue = timing.measure_blue;
+  timing.dark_modred = timing.measure_modred;
+  timing.dark_farred = level(dark.DFarredPercent(), dark.QFarredSetpoint(), calibration.farred);
+
+  timing.measure_outrate = ComputeOutputRate(timing.measure_modrate, Setting(measure.Outrate()));
+  timing.measure_batch = BatchSize(timing.measure_outrate);
+  timing.flash_batch = BatchSize(timing.flash_outrate);
+  timing.dark_batch = BatchSize(timing.dark_outrate);
+  timing.red_precharge_time = RoundToWord(tavo.Factory().Bias().RedPrechargeTime().get() * 100.0F);
+  return timing;
+}

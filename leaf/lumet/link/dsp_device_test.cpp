@@ -1,0 +1,317 @@
+#include "leaf/lumet/link/dsp_device.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "common/test_registry.h"
+
+void DSPDeviceCases();
+
+namespace {
+
+using self_test::ExpectEqual;
+using self_test::Hex;
+
+std::string Number(std::uint64_t value, std::size_t size) {
+  std::string bytes;
+  for (; size > 0; --size, value >>= 8) bytes += static_cast<char>(value & 0xFF);
+  return bytes;
+}
+
+// A record with its payload padded, stamped `seconds`.
+std::string Record(unsigned code, std::string payload, unsigned seconds = 0) {
+  std::string record = Number(seconds, 4) + Number(0, 4) + Number(code, 2);
+  record += Number(payload.size(), 2) + payload;
+  while (record.size() % 4 != 0) record += '\xEE';
+  return record;
+}
+
+// A sample with this tick and code, all else zero.
+std::string Sample(std::uint32_t tick, unsigned code) {
+  return Number(tick, 4) + std::string(32, '\0') + Number(code, 2) + Number(3, 2);
+}
+
+std::string Batch(std::uint16_t count, const std::vector<std::uint32_t>& ticks) {
+  std::string payload;
+  for (const std::uint32_t tick : ticks) payload += Sample(tick, 1);
+  payload.resize(400);
+  return payload + Number(count, 2) + Number(0, 2);
+}
+
+// Writes down what it hears; each call but GotRecord gives one word, which a call for its record
+// comes before.
+struct Recorder : DSPDevice::Listener {
+  std::ostringstream log;
+  int records = 0;
+
+  void GotRecord(const RecordTime&, std::uint16_t, const std::uint8_t*, std::uint16_t) override {
+    ++records;
+  }
+  void GotUnknownMessage(std::uint16_t code, const std::uint8_t*, std::uint16_t length) override {
+    log << "unknown:" << code << ":" << length << " ";
+  }
+  void GotBadCommand(const std::string& text) override { log << "bad:" << text << " "; }
+  void GotLegacyData(LegacySample& sample) override {
+    for (const float value : sample.values) log << value << ",";
+    log << "flags:" << sample.flags << " ";
+  }
+  void GotWordListA(const RecordTime&, const std::vector<std::uint16_t>& words) override {
+    log << "a:" << words.size() << ":" << words.back() << " ";
+  }
+  void GotWordListC(const std::vector<std::uint16_t>& words) override {
+    log << "c:" << words.size() << " ";
+  }
+  void GotPong(const std::string& text) override {
+    if (text == "throw") throw std::runtime_error("a listener's error");
+    log << "pong:" << text << " ";
+  }
+  void GotVersion(const std::string& dsp, const std::string& fpga) override {
+    log << "version:" << dsp << ":" << fpga << " ";
+  }
+  void GotCounter(std::uint32_t count) override { log << "counter:" << count << " "; }
+  void GotRegisterValue(std::uint16_t address, std::uint16_t value) override {
+    log << "register:" << address << "=" << value << " ";
+  }
+  void GotData(DataSample& sample) override {
+    log << "data:" << sample.time << ":" << sample.code << ":" << sample.flags << " ";
+  }
+  void GotRawCapture(std::uint32_t, const std::uint8_t* bytes, std::uint32_t count) override {
+    log << "raw:" << count << ":" << int{count == 0 ? 0 : bytes[count - 1]} << " ";
+  }
+};
+
+// A device with this test at the other end of its link.
+class Link {
+ public:
+  Link() : ends(Pair()), device(ends[0]) { device.SetListener(&listener); }
+  ~Link() { close(ends[1]); }
+  Link(const Link&) = delete;
+  Link& operator=(const Link&) = delete;
+
+  void Deliver(const std::string& packet) {
+    ExpectEqual(write(ends[1], packet.data(), packet.size()), static_cast<ssize_t>(packet.size()));
+    device.HandleRead();
+  }
+  std::string Sent() {
+    device.HandleWrite();
+    std::string packet(65536, '\0');
+    const ssize_t count = recv(ends[1], packet.data(), packet.size(), MSG_DONTWAIT);
+    packet.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return packet;
+  }
+
+ private:
+  static std::array<int, 2> Pair() {
+    std::array<int, 2> pair = {};
+    ExpectEqual(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair.data()), 0);
+    return pair;
+  }
+  std::array<int, 2> ends;
+
+ public:
+  Recorder listener;
+  DSPDevice device;
+};
+
+void ReceiveCases() {
+  const std::string last_word = Number(0xABCD, 2);
+  std::string legacy;
+  for (unsigned word = 0; word < 16; ++word) legacy += Number(word, 4);
+  const struct {
+    std::string packet;
+    int records;
+    std::string heard;
+  } rows[] = {
+      // Framing: several records, tails, payloads that run past the end.
+      {Record(2, "one") + Record(2, "three") + std::string(11, 'x'), 2, "pong:one pong:three "},
+      {Record(2, "one") + Record(2, "four").substr(0, 15), 1, "pong:one "},
+      {Record(2, "throw") + Record(2, "one"), 1, ""},
+      {Record(2, ""), 1, "pong: "},
+      // Each code at its minimum and below.
+      {Record(0x2009, Sample(1'500'000, 3)), 1, "data:1.5:3:3072 "},
+      {Record(0x2009, Sample(0, 3).substr(0, 39)), 1, ""},
+      {Record(0x200A, Batch(2, {1'000'000, 2'000'000})), 1, "data:1:1:3072 data:2:1:3072 "},
+      {Record(0x200A, Batch(0, {1'000'000})) + Record(0x200A, Batch(11, {1'000'000})), 2, ""},
+      {Record(0x200A, Batch(1, {1'000'000}).substr(0, 403)), 1, ""},
+      {Record(0x2010, Number(0, 4) + Number(396, 4) + std::string(396, 'z')), 1, "raw:396:122 "},
+      {Record(0x2010, Number(0, 4) + Number(397, 4) + std::string(397, 'z')), 1, ""},
+      {Record(0x2010, Number(0, 4) + Number(8, 4) + "zzz"), 1, ""},
+      {Record(0x2010, std::string(8, '\0')) + Record(0x2010, "1234567"), 2, "raw:0:0 "},
+      {Record(0x1006, "...." + Number(1, 2) + last_word + "."), 1, "a:2:43981 "},
+      {Record(0x1006, "........") + Record(0x1006, std::string(405, '.')), 2, ""},
+      {Record(0x100E, ""), 1, "c:0 "},
+      {Record(0x100C, Number(70000, 4)) + Record(0x100C, "..."), 2, "counter:70000 "},
+      {Record(0x200E, Number(0x102, 2) + Number(9, 2)), 1, "register:258=9 "},
+      {Record(0x0006, "1.2 3.4") + Record(0x0006, "1.2"), 2, "version:1.2:3.4 version:1.2: "},
+      {Record(0x1001, "no"), 1, "bad:no "},
+      {Record(0x1003, legacy), 1, "11,12,13,14,7,8,9,10,3,4,5,6,0,0,0,0,0,0,0,0,flags:40960 "},
+      {Record(0x1003, legacy.substr(0, 63)), 1, ""},
+      {Record(0x2001, "12"), 1, "unknown:8193:2 "},
+  };
+  for (const auto& row : rows) {
+    Link link;
+    link.Deliver(row.packet);
+    ExpectEqual(link.listener.log.str(), row.heard, "heard of " + Hex(row.packet));
+    ExpectEqual(link.listener.records, row.records, "records in " + Hex(row.packet));
+  }
+  Link link;
+  link.device.SetListener(nullptr);
+  link.Deliver(Record(2, "one"));
+  ExpectEqual(link.listener.records, 0, "records heard by a listener that was taken off");
+}
+
+void SendCases() {
+  const std::string no_time(8, '\0');
+  Link link;
+  link.device.Send(0x1234, "12345", 5);
+  std::string sent = link.Sent();
+  ExpectEqual(sent.substr(0, 17), no_time + Number(0x1234, 2) + Number(5, 2) + "12345");
+  ExpectEqual(sent.size(), std::size_t{20}, "a payload of 5 bytes on the wire");
+  link.device.Send(1, std::string(405, 'x').data(), 405);
+  sent = link.Sent();
+  ExpectEqual(sent, no_time + Number(1, 2) + Number(404, 2) + std::string(404, 'x'));
+
+  // Commands queued together leave in one write.
+  link.device.RequestVersion();
+  link.device.WriteRegister(0x0102, 0x0304);
+  link.device.ReadRegister(0x0506);
+  link.device.StartRawCapture(1000, 7);
+  link.device.RedModulationOff();
+  link.device.TestVectorOn();
+  ExpectEqual(Hex(link.Sent()), Hex(Record(0x0005, "") + Record(0x200B, Number(0x03040102, 4)) +
+                                    no_time + Number(0x200D, 2) + Number(2, 2) + Number(0x0506, 2) +
+                                    Number(0, 2) + Record(0x200F, Number(1000, 8)) +
+                                    Record(0x2014, Number(0, 4)) + Record(0x2018, Number(1, 4))));
+
+  const struct {
+    std::uint16_t asked;
+    unsigned sent;
+  } levels[] = {{7, 0},         {8, 16},        {15, 16},       {16, 16},      {65519, 65520},
+                {65520, 65520}, {65535, 65520}, {65512, 65520}, {65511, 65504}};
+  for (const auto& level : levels) {
+    TimingConfig timing;
+    timing.measure_farred = level.asked;
+    link.device.SetTimingConfig(timing);
+    ExpectEqual(Hex(link.Sent().substr(12 + 46, 2)), Hex(Number(level.sent, 2)),
+                "far red of " + std::to_string(level.asked));
+  }
+
+  // Counting up through the fields shows that each stands at its place; batches are capped at 10,
+  // levels of far red, measuring red and the spare are multiples of 16.
+  TimingConfig timing;
+  std::uint32_t* rates[] = {&timing.measure_modrate,     &timing.flash_modrate,
+                            &timing.dark_modrate,        &timing.measure_outrate,
+                            &timing.flash_outrate,       &timing.dark_outrate,
+                            &timing.flash_margin_before, &timing.flash_margin_after,
+                            &timing.dark_margin_before,  &timing.dark_margin_after};
+  std::string expected;
+  for (std::uint32_t i = 0; i < 10; ++i) {
+    *rates[i] = 0x01020300 + i;
+    expected += Number(*rates[i], 4);
+  }
+  std::uint16_t* words[] = {
+      &timing.measure_batch,     &timing.measure_red,     &timing.measure_blue,
+      &timing.measure_farred,    &timing.measure_modred,  &timing.flash_batch,
+      &timing.flash_red,         &timing.flash_blue,      &timing.flash_farred,
+      &timing.flash_modred,      &timing.phase1_duration, &timing.phase2_duration,
+      &timing.phase3_duration,   &timing.ramp_end_red,    &timing.flash_duration,
+      &timing.dark_batch,        &timing.dark_duration,   &timing.dark_red,
+      &timing.dark_blue,         &timing.dark_farred,     &timing.dark_spare,
+      &timing.dark_modred,       &timing.dark_before,     &timing.dark_after,
+      &timing.red_precharge_time};
+  // b: capped, q: a multiple of 16, w: as it is.
+  const std::string kinds = "bwwqqbwwqqwwwwwbwwwqqqwww";
+  for (unsigned i = 0; i < kinds.size(); ++i) {
+    *words[i] = static_cast<std::uint16_t>(0x0407 + 16 * i);
+    const unsigned on_wire = kinds[i] == 'b' ? 10U : kinds[i] == 'q' ? 0x0400 + 16 * i : *words[i];
+    expected += Number(on_wire, 2);
+  }
+  link.device.SetTimingConfig(timing);
+  ExpectEqual(Hex(link.Sent()), Hex(Record(0x2001, expected + Number(0, 2))));
+
+  BiasConfig bias;
+  bias.red = {0.5F, 2};
+  bias.blue = {1, 1};
+  bias.farred = {1, -1};
+  bias.red_bias = 3375;
+  bias.blue_bias = 2916;
+  bias.modred_bias = 2048;
+  bias.dac_blue_zero = 1;
+  link.device.SetBiasConfig(bias);
+  ExpectEqual(Hex(link.Sent().substr(12)),
+              "0000003f00000000000000400000803f000000000000803f0000803f00000000000080bf"
+              "0000803f00000000000000000000000000000000"
+              "0000000000000000"
+              "2f0d640b00080000");
+
+  link.device.AllOff();
+  std::string off;
+  for (int i = 0; i < 10; ++i) off += Number(1, 4);
+  for (unsigned offset = 40; offset < 92; offset += 2) {
+    const std::string ones = " 40 50 60 62 64 68 70 72 84 86 88 ";
+    off += Number(ones.find(" " + std::to_string(offset) + " ") != std::string::npos ? 1 : 0, 2);
+  }
+  ExpectEqual(Hex(link.Sent()), Hex(Record(0x2008, "") + Record(0x2001, off)), "the safe state");
+}
+
+void ClockCases() {
+  // Each step: the tick and the record's second; the time that comes out, in milliseconds.
+  constexpr std::uint32_t kLast = 0xFFFFFFFF;
+  const struct {
+    const char* name;
+    std::vector<std::array<std::uint64_t, 3>> steps;
+  } rows[] = {
+      {"pulled once, then the processor's own spacing",
+       {{1'000'000, 1000, 1'000'000}, {1'500'000, 1000, 1'000'500}, {2'100'000, 1001, 1'001'100}}},
+      {"less than a second off stays", {{1'001'000, 2, 1001}, {2'001'000, 3, 2001}}},
+      {"a full second off is pulled", {{1'000'000, 2, 2000}, {2'000'000, 2, 3000}}},
+      {"no second pull in one second", {{1'000'000, 5, 5000}, {500'000'000, 5, 504'000}}},
+      {"a step back of the system clock", {{0, 100, 100'000}, {1'000'000, 50, 50'000}}},
+      // 0xFF676980 is 10 s before the wrap exactly, and not yet near it.
+      {"not near the wrap", {{0xFF676980, 4284, 4284'967}, {0, 4284, 0}}},
+      {"across the wrap",
+       {{kLast, 4294, 4294'967}, {0, 4294, 4294'967}, {1'000'000, 4294, 4295'967}}},
+      {"a tick from before the wrap behind it",
+       {{0xFF676981, 4284, 4284'967},
+        {10'000'000, 4284, 4304'967},
+        {kLast, 4284, 4294'967},
+        {10'000'001, 4284, 4304'967},
+        {20'000'000, 4284, 4314'967},
+        {5, 4284, 4294'967}}},
+      {"two wraps",
+       {{kLast, 4294, 4294'967},
+        {20'000'000, 4294, 4314'967},
+        {kLast, 4294, 8589'934},
+        {0, 4294, 8589'934}}},
+  };
+  for (const auto& row : rows) {
+    SampleClock clock;
+    for (const auto& [tick, second, ms] : row.steps) {
+      const double time = clock.Synchronise(static_cast<std::uint32_t>(tick),
+                                            {static_cast<std::uint32_t>(second), 0});
+      ExpectEqual(static_cast<std::uint64_t>(time * 1000 + 0.001), ms, row.name);
+    }
+  }
+  // The last sample of a batch carries the stamp; the others keep their distance to it.
+  Link link;
+  link.Deliver(Record(0x200A, Batch(2, {kLast - 2'999'999, kLast - 1'999'999}), 1997));
+  link.Deliver(Record(0x200A, Batch(3, {kLast - 999'999, kLast, 999'999}), 2000));
+  ExpectEqual(link.listener.log.str(),
+              "data:1996:1:3072 data:1997:1:3072 "
+              "data:1998:1:3072 data:1999:1:3072 data:2000:1:3072 ");
+}
+
+}  // namespace
+
+void DSPDeviceCases() {
+  ReceiveCases();
+  SendCases();
+  ClockCases();
+}
