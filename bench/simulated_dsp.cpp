@@ -13,21 +13,6 @@ namespace {
 constexpr std::uint64_t kMicrosecondsPerSecond = 1'000'000;
 constexpr std::uint64_t kMicrosecondsPerMs = 1000;
 
-// What samples around and in a sequence are marked with; those within a phase are the head's.
-enum Code : std::uint16_t {
-  kBeforeFlash = 2,
-  kFlash = 3,
-  kPhase1 = 4,
-  kPhase2 = 5,
-  kPhase3 = 6,
-  kAfterFlash = 7,
-  kBeforeDark = 11,
-  kDark1 = 12,
-  kDarkFarred = 13,
-  kDark2 = 14,
-  kAfterDark = 15,
-};
-
 // Light levels before the head sets any: a moderate red light with some blue.
 TimingConfig StartTiming(std::uint32_t rate) {
   TimingConfig timing;
@@ -203,13 +188,14 @@ void SimulatedDSP::StartDarkPulse(const RecordTime& now) {
   };
   const std::uint64_t before = std::min(timing.dark_before, timing.dark_duration);
   const std::uint64_t after = std::max<std::uint64_t>(before, timing.dark_after);
-  Segment farred = DarkSegment(kDarkFarred, (after - before) * kMicrosecondsPerSecond);
+  Segment farred = DarkSegment(kDarkFarRed, (after - before) * kMicrosecondsPerSecond);
   farred.from.farred = farred.to.farred = timing.dark_farred;
   AdvanceLeaf(last_elapsed);
-  sequence = {margin(kBeforeDark, timing.dark_margin_before),
-              DarkSegment(kDark1, before * kMicrosecondsPerSecond), farred,
-              DarkSegment(kDark2, (timing.dark_duration - after) * kMicrosecondsPerSecond),
-              margin(kAfterDark, timing.dark_margin_after)};
+  sequence = {
+      margin(kBeforeDark, timing.dark_margin_before),
+      DarkSegment(kDarkBeforeFarRed, before * kMicrosecondsPerSecond), farred,
+      DarkSegment(kDarkAfterFarRed, (timing.dark_duration - after) * kMicrosecondsPerSecond),
+      margin(kAfterDark, timing.dark_margin_after)};
   Begin(now);
 }
 

@@ -41,7 +41,7 @@ class SimulatedDSP {
   struct Segment {
     enum class Kind { kMeasure = 1, kFlash, kDark };  // as a raw capture waits for it
     Kind kind = Kind::kMeasure;
-    std::uint16_t code = 1;
+    std::uint16_t code = kMeasuring;
     std::uint64_t duration = 0;  // microseconds; of no account in plain measuring
     LightDrive from;
     LightDrive to;

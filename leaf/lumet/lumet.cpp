@@ -232,8 +232,7 @@ void Lumet::PublishData(const DataSample& sample) {
 }
 
 void Lumet::FollowEvents(const DataSample& sample) {
-  constexpr std::uint16_t kPlainMeasuring = 1;
-  if (sample.code != kPlainMeasuring) return events.Gather(sample);
+  if (sample.code != kMeasuring) return events.Gather(sample);
   if (!events.IsEmpty()) FinishEvent();
   if (light_controller.Step(sample.values[DataSample::PFD])) ApplyTimingSettings();
 }

@@ -3,16 +3,8 @@
 #include <cstdint>
 
 #include "leaf/lumet/link/dsp_device.h"
+#include "leaf/lumet/link/sample.h"
 #include "liborrel/doctavo/doc_tavo.h"
-
-// Bits of DIAG that the head keeps itself; the others come with each sample.
-enum DiagBit : std::uint32_t {
-  CONSOLECONNECTED = 0x0001,
-  TEMP_WARNING = 0x1000,
-  REDMODOFF = 0x2000,
-  TESTMODEON = 0x4000,
-  TEMP_FAULT = 0x8000,
-};
 
 // DIAG after a look at the console and the highest temperature, °C. The warning stands from 70 on,
 // the fault from 75 until it is below 70 again.

@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "leaf/lumet/board/hw_mon.h"
-#include "leaf/lumet/link/dsp_records.h"
+#include "leaf/lumet/board/sensors.h"
+#include "leaf/lumet/link/sample.h"
 
 // The texts of the rows that console clients receive: fields separated by tabs, the row's name
 // first, on data rows the checksum last, and a line feed.

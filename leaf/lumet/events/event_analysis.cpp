@@ -32,19 +32,19 @@ EventAnalysis AnalyseEvent(const std::deque<DataSample>& samples) {
     const float F = sample.values[DataSample::LUMET];
     const float Q = sample.values[DataSample::PFD];
     switch (sample.code) {
-      case 3:
+      case kFlash:
         result.kind = EventAnalysis::kFlash;
         result.q_max = std::max(result.q_max, Q);
         result.rect.Add(F);
         break;
-      case 4:
-      case 5:
-      case 6:
+      case kPhase1:
+      case kPhase2:
+      case kPhase3:
         result.kind = EventAnalysis::kMultiPhase;
         result.q_max = std::max(result.q_max, Q);
-        if (sample.code == 4) {
+        if (sample.code == kPhase1) {
           result.p1.Add(F);
-        } else if (sample.code == 6) {
+        } else if (sample.code == kPhase3) {
           result.p3_q = std::max(result.p3_q, Q);
           result.p3.Add(F);
         } else {
@@ -54,12 +54,12 @@ EventAnalysis AnalyseEvent(const std::deque<DataSample>& samples) {
           q.push_back(Q);
         }
         break;
-      case 12:
-      case 13:
-      case 14:
+      case kDarkBeforeFarRed:
+      case kDarkFarRed:
+      case kDarkAfterFarRed:
         result.kind = EventAnalysis::kDark;
         result.q_min = std::min(result.q_min, Q);
-        if (sample.code == 14) result.dark.Add(F);
+        if (sample.code == kDarkAfterFarRed) result.dark.Add(F);
         break;
       default:
         break;

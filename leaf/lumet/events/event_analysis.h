@@ -3,7 +3,7 @@
 #include <deque>
 #include <limits>
 
-#include "leaf/lumet/link/dsp_records.h"
+#include "leaf/lumet/link/sample.h"
 
 // What the run of samples of one flash or dark pulse tells.
 

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "leaf/lumet/events/event_analysis.h"
-#include "leaf/lumet/light/timing.h"
-#include "leaf/lumet/link/dsp_records.h"
+#include "leaf/lumet/light/flash_mode.h"
+#include "leaf/lumet/link/sample.h"
 #include "liborrel/doctavo/config_tavo.h"
 
 // Gathers the samples of a flash or dark pulse, and writes what they tell as one JSON text.

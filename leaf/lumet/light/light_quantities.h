@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "leaf/lumet/link/dsp_records.h"
+#include "leaf/lumet/link/sample.h"
 
 // What relates the DAC counts of one light source to its photon flux at the leaf.
 struct LightSourceCalibration {

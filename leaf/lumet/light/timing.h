@@ -3,14 +3,12 @@
 #include <array>
 #include <cstdint>
 
+#include "leaf/lumet/light/flash_mode.h"
 #include "leaf/lumet/link/dsp_records.h"
 #include "liborrel/doctavo/config_tavo.h"
 
 // The step from settings to what the signal processor runs by. Light arithmetic is in single
 // precision.
-
-// The flash that the processor is set up for.
-enum class FlashMode { kRect, kMultiPhase, kZero, kInduction };
 
 // What the processor is to do by the settings in `tavo`: in the steady measuring state, in a flash
 // of this mode, and in a dark pulse. `controller_dacs` are the levels of red, blue and far red that

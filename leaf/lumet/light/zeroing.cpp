@@ -25,7 +25,7 @@ std::optional<std::string> Zeroing::AddReading(ConfigurableInteger& zero, float 
                                                std::uint16_t code) {
   constexpr int kSettling = 4;
   constexpr double kLargest = 1e9;  // far beyond any detector
-  if (code != 3 || ++zero_sample_count <= kSettling) return std::nullopt;
+  if (code != kFlash || ++zero_sample_count <= kSettling) return std::nullopt;
   // Halves away from zero.
   const double rounded = std::isnan(reading) ? 0 : std::round(double{reading});
   const int old_value = zero.get();

@@ -6,11 +6,12 @@
 
 #include "common/platform.h"
 #include "common/timestamp.h"
+#include "leaf/lumet/link/sample.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
 // Takes the reading of a detector in the dark into its zero, and keeps the records of that.
 //
-// Once armed, the fifth sample of a flash (code 3) decides, whichever flash it belongs to, and over
+// Once armed, the fifth sample of a flash decides, whichever flash it belongs to, and over
 // several of them if need be; nothing else disarms. The flash is meant to be the dark one that a
 // zero command starts.
 class Zeroing {

@@ -220,7 +220,7 @@ void DSPDevice::Dispatch(const RecordHeader& header, const std::uint8_t* payload
     case DSPCode::DataSampleRecord: {
       if (length < WireSample::kSize) return;
       const WireSample wire = WireSample::Decode(payload);
-      DataSample sample = DataSample::From(wire, sample_clock.Synchronise(wire.tick, header.time));
+      DataSample sample = ToDataSample(wire, sample_clock.Synchronise(wire.tick, header.time));
       return listener->GotData(sample);
     }
     case DSPCode::DataBatchRecord:
@@ -247,7 +247,7 @@ void DSPDevice::DispatchBatch(const RecordTime& stamp, const std::uint8_t* paylo
   for (const std::uint8_t* slot = payload; slot <= last && listener != nullptr;
        slot += WireSample::kSize) {
     const WireSample wire = WireSample::Decode(slot);
-    DataSample sample = DataSample::From(wire, sample_clock.Unwrap(wire.tick));
+    DataSample sample = ToDataSample(wire, sample_clock.Unwrap(wire.tick));
     listener->GotData(sample);
   }
 }

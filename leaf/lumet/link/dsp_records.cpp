@@ -180,17 +180,17 @@ std::uint16_t BatchSize(std::uint32_t output_rate) {
   return output_rate < 21 ? 1 : static_cast<std::uint16_t>(output_rate / 20);
 }
 
-DataSample DataSample::From(const WireSample& wire, double time) {
+DataSample ToDataSample(const WireSample& wire, double time) {
   DataSample sample;
   sample.time = time;
-  sample.values[LUMET] = wire.lumet;
-  sample.values[DC] = wire.dc;
-  sample.values[PC] = wire.pc;
-  sample.values[MODRATE] = static_cast<float>(wire.modulation_rate);
-  sample.values[REDDAC] = wire.red_dac;
-  sample.values[BLUEDAC] = wire.blue_dac;
-  sample.values[FARREDDAC] = wire.farred_dac;
-  sample.values[MODREDDAC] = wire.modred_dac;
+  sample.values[DataSample::LUMET] = wire.lumet;
+  sample.values[DataSample::DC] = wire.dc;
+  sample.values[DataSample::PC] = wire.pc;
+  sample.values[DataSample::MODRATE] = static_cast<float>(wire.modulation_rate);
+  sample.values[DataSample::REDDAC] = wire.red_dac;
+  sample.values[DataSample::BLUEDAC] = wire.blue_dac;
+  sample.values[DataSample::FARREDDAC] = wire.farred_dac;
+  sample.values[DataSample::MODREDDAC] = wire.modred_dac;
   sample.flags =
       ((wire.flags & 1U) != 0 ? DCSATURATED : 0U) | ((wire.flags & 2U) != 0 ? PARSATURATED : 0U);
   sample.code = wire.code;

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "leaf/lumet/link/sample.h"
+
 // The wire format between the head and its signal processor. Both directions carry records: a
 // header, a payload, and padding up to a multiple of 4. All numbers are little-endian, floats are
 // IEEE 754 single precision. Offsets stand in dsp_records.cpp, once for both directions.
@@ -177,35 +179,8 @@ struct WireBatch {
 // Samples per batch for an output rate in Hz, before the record's own cap.
 std::uint16_t BatchSize(std::uint32_t output_rate);
 
-// One sample as the rest of the head sees it.
-struct DataSample {
-  static constexpr std::uint32_t count = 13;
-
-  // Places in `values`. PFD to FARREDFRAC are derived by the head, and 0 as delivered.
-  enum Channel : std::size_t {
-    LUMET = 0,
-    DC = 1,
-    PC = 2,         // counts
-    PFD = 3,        // µmol/m²/s
-    REDMODAVG = 4,  // µmol/m²/s
-    REDFRAC = 5,
-    BLUEFRAC = 6,
-    FARREDFRAC = 7,
-    MODRATE = 8,  // Hz
-    REDDAC = 9,
-    BLUEDAC = 10,
-    FARREDDAC = 11,
-    MODREDDAC = 12,
-  };
-  enum Flag : std::uint32_t { PARSATURATED = 0x0400, DCSATURATED = 0x0800 };
-
-  double time = 0;  // seconds of the system clock
-  std::array<float, count> values = {};
-  std::uint32_t flags = 0;
-  std::uint16_t code = 0;  // 1: plain measuring; others: part of a flash or dark pulse
-
-  static DataSample From(const WireSample& wire, double time);
-};
+// The sample as the head works with it, taken at `time`, in seconds of the system clock.
+DataSample ToDataSample(const WireSample& wire, double time);
 
 // A sample of the further format that this head does not use.
 struct LegacySample {
