@@ -127,9 +127,11 @@ class ConfigurableString : public Configurable {
 // Shows the value of a string elsewhere in the tree. A write to it is accepted and does nothing.
 class ConfigurableStringProxyReadOnly : public Configurable {
  public:
-  // `target` must outlive this.
+  // `target` must outlive this. It may be null until the first printing.
   ConfigurableStringProxyReadOnly(const std::string& item_name, ConfigurableString* target)
       : Configurable(item_name), _target(target) {}
+
+  void set_target(ConfigurableString* target) { _target = target; }
 
   std::ostream& print_value(std::ostream& out) override { return _target->print_value(out); }
   std::ostream& print_doctype(std::ostream& out) override { return out << "string"; }

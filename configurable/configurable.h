@@ -137,6 +137,10 @@ class Configurable {
   virtual void write_doctype_context(XMLWriter& writer);
 
   const std::string& name() const { return _name; }
+  // What the node is for, in a few words for people; empty for one that nobody describes. Clients
+  // never see it.
+  const char* meaning() const { return _meaning; }
+  void set_meaning(const char* meaning) { _meaning = meaning; }
   Configurable* parent() const { return _parent; }
   bool has_changed() const { return has_flag(Changed); }
   bool has_flag(Flag flag) const { return (_flags & flag) != 0; }
@@ -195,6 +199,7 @@ class Configurable {
   void write_query_start(XMLWriter& writer);
 
   std::string _name;
+  const char* _meaning = "";
   Configurable* _parent = nullptr;
   std::uint32_t _flags = Changed | Active;
   std::uint32_t _change_count = 0;

@@ -31,6 +31,6 @@ std::istream& ConfigTimezone::read_doctype(std::istream& in, std::ostream&) {
 }
 
 ConfigCfgClock::ConfigCfgClock(bool with_time_t) : ConfigurableComposite("clock") {
-  add_all({&time, &date, &zone, &ptp});
+  time_t_item.set_meaning("Seconds since 1970, UTC");
   if (with_time_t) add(&time_t_item);
 }

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "configurable/configbuiltin.h"
-#include "configurable/configurable_composite.h"
+#include "configurable/child.h"
+#include "liborrel/units.h"
 
 // How the clock follows the other units of the system. The enumerators are the indexes.
 class ConfigCfgClockPTP : public ConfigurableMultipleChoice {
@@ -27,16 +27,15 @@ class ConfigCfgClock : public ConfigurableComposite {
   // Not every unit has the item `time_t`.
   explicit ConfigCfgClock(bool with_time_t = true);
 
-  ConfigurableString& Time() { return time; }  // local, HH:MM:SS
-  ConfigurableString& Date() { return date; }  // local, YYYY-MM-DD
-  ConfigTimezone& Zone() { return zone; }
-  ConfigCfgClockPTP& Ptp() { return ptp; }
-  ConfigurableInteger& TimeT() { return time_t_item; }  // seconds since 1970
+  StringLeaf Time{this, "time", units::kNone, "Local time of day, HH:MM:SS", "00:00:00"};
+  StringLeaf Date{this, "date", units::kNone, "Local date, YYYY-MM-DD", "1970-01-01"};
+  Child<ConfigTimezone> Zone{this, "zone", units::kNone, "Time zone", 0};
+  Child<ConfigCfgClockPTP> Ptp{this, "ptp", units::kNone, "How the clock follows the other units",
+                               ConfigCfgClockPTP::Auto};
+
+  ConfigurableInteger& TimeT() { return time_t_item; }
+  const ConfigurableInteger& TimeT() const { return time_t_item; }
 
  private:
-  ConfigurableString time{"time", "00:00:00"};
-  ConfigurableString date{"date", "1970-01-01"};
-  ConfigTimezone zone{"zone", 0};
-  ConfigCfgClockPTP ptp{"ptp", ConfigCfgClockPTP::Auto};
   ConfigurableInteger time_t_item{"time_t", 0};
 };

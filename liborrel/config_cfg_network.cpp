@@ -40,7 +40,3 @@ std::ostream& ConfigIPAddress::print_doctype(std::ostream& out) { return out << 
 
 ConfigAutoManual::ConfigAutoManual(const std::string& item_name, int default_index)
     : ConfigurableMultipleChoice(item_name, AutoManual(), default_index) {}
-
-ConfigCfgNetwork::ConfigCfgNetwork() : ConfigurableComposite("network") {
-  add_all({&host_name, &configuration, &ipaddress, &netmask, &gateway});
-}

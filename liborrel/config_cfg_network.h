@@ -3,8 +3,8 @@
 #include <string>
 
 #include "common/socket_address.h"
-#include "configurable/configbuiltin.h"
-#include "configurable/configurable_composite.h"
+#include "configurable/child.h"
+#include "liborrel/units.h"
 
 // An address as a setting. A text that is none throws SocketError out of the reading.
 class ConfigIPAddress : public Configurable {
@@ -34,18 +34,13 @@ class ConfigAutoManual : public ConfigurableMultipleChoice {
 // Host name and addresses of the unit, as settings; somebody else carries changes through.
 class ConfigCfgNetwork : public ConfigurableComposite {
  public:
-  ConfigCfgNetwork();
+  ConfigCfgNetwork() : ConfigurableComposite("network") {}
 
-  ConfigurableString& Name() { return host_name; }
-  ConfigAutoManual& Configuration() { return configuration; }
-  ConfigIPAddress& Ipaddress() { return ipaddress; }
-  ConfigIPAddress& Netmask() { return netmask; }
-  ConfigIPAddress& Gateway() { return gateway; }
-
- private:
-  ConfigurableString host_name{"name", "ch4-xxxx"};
-  ConfigAutoManual configuration{"configuration", ConfigAutoManual::Auto};
-  ConfigIPAddress ipaddress{"ipaddress", "192.168.1.95"};
-  ConfigIPAddress netmask{"netmask", "255.255.255.0"};
-  ConfigIPAddress gateway{"gateway", "192.168.1.1"};
+  StringLeaf Name{this, "name", units::kNone, "Host name", "ch4-xxxx"};
+  Child<ConfigAutoManual> Configuration{this, "configuration", units::kNone,
+                                        "Where addresses come from: DHCP or the items below",
+                                        ConfigAutoManual::Auto};
+  Child<ConfigIPAddress> Ipaddress{this, "ipaddress", units::kNone, "IPv4 address", "192.168.1.95"};
+  Child<ConfigIPAddress> Netmask{this, "netmask", units::kNone, "Netmask", "255.255.255.0"};
+  Child<ConfigIPAddress> Gateway{this, "gateway", units::kNone, "Gateway", "192.168.1.1"};
 };

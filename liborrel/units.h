@@ -3,6 +3,7 @@
 // Unit texts, UTF-8. Each stands once, since items share their unit by its address.
 namespace units {
 
+inline constexpr const char* kNone = nullptr;
 inline constexpr char kHz[] = "Hz";
 inline constexpr char kPercent[] = "%";
 inline constexpr char kPoints[] = "points";

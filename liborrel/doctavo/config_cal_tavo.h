@@ -1,46 +1,43 @@
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "common/timestamp.h"
-#include "configurable/configbuiltin.h"
-#include "configurable/configurable_composite.h"
+#include "configurable/child.h"
 #include "configurable/configurable_composite_dynamic.h"
+#include "liborrel/units.h"
 
 // The zeros in force, which the processor subtracts.
 class ConfigCalTavo : public ConfigurableComposite {
  public:
-  ConfigCalTavo();
+  ConfigCalTavo() : ConfigurableComposite("cal") {}
 
-  ConfigurableInteger& DC0() { return dc0; }  // counts
-  ConfigurableInteger& Pc0() { return pc0; }  // counts
-
- private:
-  ConfigurableInteger dc0{"DC0", 0};
-  ConfigurableInteger pc0{"Pc0", 0};
+  IntegerLeaf DC0{this, "DC0", units::kCounts, "Zero of the detector", 0};
+  IntegerLeaf Pc0{this, "Pc0", units::kCounts, "Zero of the light sensor", 0};
 };
 
 // One zero that was taken.
 class ConfigCalRecordTavo : public ConfigurableComposite {
  public:
   // An empty record, to be read from a document.
-  explicit ConfigCalRecordTavo(const std::string& item_name);
-  ConfigCalRecordTavo(const Timestamp& when, const std::string& kind, int dc0_counts,
-                      int pc0_counts);
+  explicit ConfigCalRecordTavo(const std::string& item_name)
+      : ConfigCalRecordTavo(item_name, Timestamp(), "", 0, 0) {}
+  ConfigCalRecordTavo(const Timestamp& when, const std::string& kind, int dc0, int pc0)
+      : ConfigCalRecordTavo("record", when, kind, dc0, pc0) {}
 
-  const ConfigurableTimestamp& Time() const { return time; }
-  const ConfigurableString& Type() const { return type; }
-  const ConfigurableInteger& DC0() const { return dc0; }
-  const ConfigurableInteger& Pc0() const { return pc0; }
+  Child<ConfigurableTimestamp> Time;
+  StringLeaf Type;
+  IntegerLeaf DC0;
+  IntegerLeaf Pc0;
 
  private:
-  friend class ConfigCalHistoryTavo;
-
-  ConfigurableTimestamp time;
-  ConfigurableString type;
-  ConfigurableInteger dc0;
-  ConfigurableInteger pc0;
+  ConfigCalRecordTavo(const std::string& item_name, const Timestamp& when, const std::string& kind,
+                      int dc0, int pc0)
+      : ConfigurableComposite(item_name),
+        Time(this, "time", units::kNone, "When the zero was taken", when),
+        Type(this, "type", units::kNone, "Kind of zero", kind),
+        DC0(this, "DC0", units::kNone, "Zero of the detector from then on", dc0),
+        Pc0(this, "Pc0", units::kNone, "Zero of the light sensor from then on", pc0) {}
 };
 
 // All zeros that were taken, in the order of arrival. Two records of one time are the same.

@@ -1,88 +1,87 @@
 #pragma once
 
-#include "configurable/configbuiltin.h"
-#include "configurable/configurable_composite.h"
+#include "configurable/child.h"
+#include "liborrel/units.h"
 
 // A saturating flash of one level.
 class ConfigCfgRectangularFlash : public ConfigurableComposite {
  public:
-  ConfigCfgRectangularFlash();
+  ConfigCfgRectangularFlash() : ConfigurableComposite("rectflash") {}
 
-  ConfigurableInteger& Outrate() { return outrate; }
-  ConfigurableInteger& Margin() { return margin; }
-  ConfigurableInteger& Duration() { return duration; }
-  ConfigurableFloat& QRedSetpoint() { return q_red_setpoint; }
-  ConfigurableFloat& DRedPercent() { return d_red_percent; }
-
- private:
-  ConfigurableInteger outrate{"outrate", 1, 1, 10000};
-  ConfigurableInteger margin{"margin", 0, 0, 100};
-  ConfigurableInteger duration{"duration", 0, 0, 3000};
-  ConfigurableFloat q_red_setpoint{"Q_red_setpoint", 0};
-  ConfigurableFloat d_red_percent{"D_red_percent", 0};
+  IntegerLeaf Outrate{this, "outrate", units::kHz, "Samples per second", 1, 1, 10000};
+  IntegerLeaf Margin{this, "margin", units::kPoints, "Samples before and after the flash", 0,
+                     0,    100};
+  IntegerLeaf Duration{this, "duration", units::kMs, "Length of the flash", 0, 0, 3000};
+  FloatLeaf QRedSetpoint{this, "Q_red_setpoint", units::kPFD,
+                         "Flux of red light, unless light is set in percent", 0.0F};
+  FloatLeaf DRedPercent{this, "D_red_percent", units::kPercent,
+                        "Red light where light is set in percent", 0.0F};
 };
 
 // A multiphase flash: full light, a ramp down by `ramp`, and full light again.
 class ConfigCfgMultiPhaseFlash : public ConfigurableComposite {
  public:
-  ConfigCfgMultiPhaseFlash();
+  ConfigCfgMultiPhaseFlash() : ConfigurableComposite("multiphaseflash") {}
 
-  ConfigurableInteger& Outrate() { return outrate; }
-  ConfigurableInteger& Margin() { return margin; }
-  ConfigurableInteger& Phase1Duration() { return phase1_duration; }
-  ConfigurableInteger& Phase2Duration() { return phase2_duration; }
-  ConfigurableInteger& Phase3Duration() { return phase3_duration; }
-  ConfigurableFloat& QRedSetpoint() { return q_red_setpoint; }
-  ConfigurableFloat& DRedPercent() { return d_red_percent; }
-  ConfigurableFloat& Ramp() { return ramp; }
-
- private:
-  ConfigurableInteger outrate{"outrate", 1, 1, 10000};
-  ConfigurableInteger margin{"margin", 0, 0, 100};
-  ConfigurableInteger phase1_duration{"phase1_duration", 0, 0, 3000};
-  ConfigurableInteger phase2_duration{"phase2_duration", 0, 0, 3000};
-  ConfigurableInteger phase3_duration{"phase3_duration", 0, 0, 3000};
-  ConfigurableFloat q_red_setpoint{"Q_red_setpoint", 0};
-  ConfigurableFloat d_red_percent{"D_red_percent", 0};
-  ConfigurableFloat ramp{"ramp", 0, 0, 100, false};
+  IntegerLeaf Outrate{this, "outrate", units::kHz, "Samples per second", 1, 1, 10000};
+  IntegerLeaf Margin{this, "margin", units::kPoints, "Samples before and after the flash", 0,
+                     0,    100};
+  IntegerLeaf Phase1Duration{
+      this, "phase1_duration", units::kMs, "Length of the first phase, at full light", 0, 0, 3000};
+  IntegerLeaf Phase2Duration{
+      this, "phase2_duration", units::kMs, "Length of the second phase, the ramp", 0, 0, 3000};
+  IntegerLeaf Phase3Duration{
+      this, "phase3_duration", units::kMs, "Length of the third phase, at full light", 0, 0, 3000};
+  FloatLeaf QRedSetpoint{this, "Q_red_setpoint", units::kPFD,
+                         "Flux of red light in full, unless light is set in percent", 0.0F};
+  FloatLeaf DRedPercent{this, "D_red_percent", units::kPercent,
+                        "Red light in full where light is set in percent", 0.0F};
+  FloatLeaf Ramp{this,
+                 "ramp",
+                 units::kPercent,
+                 "How far the ramp goes down: 0 stays at full light, 100 ends at the actinic light",
+                 0.0F,
+                 0.0F,
+                 100.0F,
+                 false};
 };
 
 // A flash for the induction curve, at the full modulation rate.
 class ConfigCfgInductionFlash : public ConfigurableComposite {
  public:
-  ConfigCfgInductionFlash();
+  ConfigCfgInductionFlash() : ConfigurableComposite("inductionflash") {}
 
-  ConfigurableInteger& Margin() { return margin; }
-  ConfigurableInteger& Duration() { return duration; }
-  ConfigurableFloat& QRedSetpoint() { return q_red_setpoint; }
-  ConfigurableFloat& DRedPercent() { return d_red_percent; }
-
- private:
-  ConfigurableInteger margin{"margin", 0, 0, 100};
-  ConfigurableInteger duration{"duration", 0, 0, 3000};
-  ConfigurableFloat q_red_setpoint{"Q_red_setpoint", 0};
-  ConfigurableFloat d_red_percent{"D_red_percent", 0};
+  IntegerLeaf Margin{this,
+                     "margin",
+                     units::kPoints,
+                     "Samples before the flash; ten thousand times as many after it",
+                     0,
+                     0,
+                     100};
+  IntegerLeaf Duration{this, "duration", units::kMs, "Length of the flash", 0, 0, 3000};
+  FloatLeaf QRedSetpoint{this, "Q_red_setpoint", units::kPFD,
+                         "Flux of red light, unless light is set in percent", 0.0F};
+  FloatLeaf DRedPercent{this, "D_red_percent", units::kPercent,
+                        "Red light where light is set in percent", 0.0F};
 };
 
 // A dark pulse, with far-red light from `before` to `after` within it.
 class ConfigCfgDarkPulse : public ConfigurableComposite {
  public:
-  ConfigCfgDarkPulse();
+  ConfigCfgDarkPulse() : ConfigurableComposite("darkpulse") {}
 
-  ConfigurableInteger& Outrate() { return outrate; }
-  ConfigurableInteger& Duration() { return duration; }
-  ConfigurableInteger& Margin() { return margin; }
-  ConfigurableInteger& Before() { return before; }
-  ConfigurableInteger& After() { return after; }
-  ConfigurableFloat& QFarredSetpoint() { return q_farred_setpoint; }
-  ConfigurableFloat& DFarredPercent() { return d_farred_percent; }
-
- private:
-  ConfigurableInteger outrate{"outrate", 1, 1, 10000};
-  ConfigurableInteger duration{"duration", 0, 0};
-  ConfigurableInteger margin{"margin", 0, 0, 100};
-  ConfigurableInteger before{"before", 0, 0};
-  ConfigurableInteger after{"after", 0, 0};
-  ConfigurableFloat q_farred_setpoint{"Q_farred_setpoint", 0};
-  ConfigurableFloat d_farred_percent{"D_farred_percent", 0};
+  IntegerLeaf Outrate{this, "outrate", units::kHz, "Samples per second", 1, 1, 10000};
+  IntegerLeaf Duration{this, "duration", units::kSecs, "Length of the pulse", 0, 0};
+  IntegerLeaf Margin{this, "margin", units::kPoints, "Samples before and after the pulse", 0,
+                     0,    100};
+  IntegerLeaf Before{
+      this, "before", units::kSecs, "When far-red light goes on, from the start of the pulse",
+      0,    0};
+  IntegerLeaf After{
+      this, "after", units::kSecs, "When far-red light goes off, from the start of the pulse",
+      0,    0};
+  FloatLeaf QFarredSetpoint{this, "Q_farred_setpoint", units::kPFD,
+                            "Flux of far-red light, unless light is set in percent", 0.0F};
+  FloatLeaf DFarredPercent{this, "D_farred_percent", units::kPercent,
+                           "Far-red light where light is set in percent", 0.0F};
 };

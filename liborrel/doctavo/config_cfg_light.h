@@ -1,68 +1,93 @@
 #pragma once
 
-#include "configurable/configbuiltin.h"
-#include "configurable/configurable_composite.h"
+#include "configurable/child.h"
 #include "liborrel/doctavo/tavo_choices.h"
+#include "liborrel/units.h"
 
 // Actinic light.
 class ConfigLightSourceTavo : public ConfigurableComposite {
  public:
-  ConfigLightSourceTavo();
+  ConfigLightSourceTavo() : ConfigurableComposite("lightsource") {}
 
-  ConfigLightSourceModeTavo& Control() { return control; }
-  ConfigurableFloat& QSetpoint() { return q_setpoint; }
-  ConfigurableFloat& RedMix() { return red_mix; }
-  ConfigurableFloat& BlueMix() { return blue_mix; }
-  ConfigurableFloat& FarredMix() { return farred_mix; }
-  ConfigurableFloat& Transmittance() { return transmittance; }
-  ConfigurableFloat& DRedPercent() { return d_red_percent; }
-  ConfigurableFloat& DBluePercent() { return d_blue_percent; }
-  ConfigurableFloat& DFarredPercent() { return d_farred_percent; }
-
- private:
-  ConfigLightSourceModeTavo control{"control", ConfigLightSourceModeTavo::Off};
-  ConfigurableFloat q_setpoint{"Q_setpoint", 0};
-  ConfigurableFloat red_mix{"red_mix", 0};
-  ConfigurableFloat blue_mix{"blue_mix", 0};
-  ConfigurableFloat farred_mix{"farred_mix", 0};
-  ConfigurableFloat transmittance{"transmittance", 1, 0, 1, false};
-  ConfigurableFloat d_red_percent{"D_red_percent", 0, 0, 100, false};
-  ConfigurableFloat d_blue_percent{"D_blue_percent", 0, 0, 100, false};
-  ConfigurableFloat d_farred_percent{"D_farred_percent", 0, 0, 100, false};
+  Child<ConfigLightSourceModeTavo> Control{
+      this, "control", units::kNone,
+      "How actinic light is set: off, by percent, held at a flux, or set to a flux once",
+      ConfigLightSourceModeTavo::Off};
+  FloatLeaf QSetpoint{this, "Q_setpoint", units::kPFD,
+                      "Flux at the leaf that is wanted, measuring light included", 0.0F};
+  FloatLeaf RedMix{this, "red_mix", units::kNone,
+                   "Share of red in the flux, relative to the other two", 0.0F};
+  FloatLeaf BlueMix{this, "blue_mix", units::kNone,
+                    "Share of blue in the flux, relative to the other two", 0.0F};
+  FloatLeaf FarredMix{this, "farred_mix", units::kNone,
+                      "Share of far red in the flux, relative to the other two", 0.0F};
+  FloatLeaf Transmittance{this,         "transmittance",
+                          units::kNone, "Transmittance of the light path, by which PFD is scaled",
+                          1.0F,         0.0F,
+                          1.0F,         false};
+  FloatLeaf DRedPercent{this,
+                        "D_red_percent",
+                        units::kPercent,
+                        "Red light in percent of its range",
+                        0.0F,
+                        0.0F,
+                        100.0F,
+                        false};
+  FloatLeaf DBluePercent{this,
+                         "D_blue_percent",
+                         units::kPercent,
+                         "Blue light in percent of its range",
+                         0.0F,
+                         0.0F,
+                         100.0F,
+                         false};
+  FloatLeaf DFarredPercent{this,
+                           "D_farred_percent",
+                           units::kPercent,
+                           "Far-red light in percent of its range",
+                           0.0F,
+                           0.0F,
+                           100.0F,
+                           false};
 };
 
 // Measuring light, its modulation, and the rate of samples.
 class ConfigCfgMeasure : public ConfigurableComposite {
  public:
-  ConfigCfgMeasure();
+  ConfigCfgMeasure() : ConfigurableComposite("measure") {}
 
-  ConfigControlMode& Control() { return control; }
-  ConfigurableInteger& Outrate() { return outrate; }
-  ConfigModRate& DarkModrate() { return dark_modrate; }
-  ConfigModRate& LightModrate() { return light_modrate; }
-  ConfigModRate& FlashModrate() { return flash_modrate; }
-  ConfigurableFloat& QModredSetpoint() { return q_modred_setpoint; }
-  ConfigurableFloat& DModredPercent() { return d_modred_percent; }
-
- private:
-  ConfigControlMode control{"control", ConfigControlMode::Off};
-  ConfigurableInteger outrate{"outrate", 1, 1, 10000};
-  ConfigModRate dark_modrate{"dark_modrate", 0};
-  ConfigModRate light_modrate{"light_modrate", 0};
-  ConfigModRate flash_modrate{"flash_modrate", 0};
-  ConfigurableFloat q_modred_setpoint{"Q_modred_setpoint", 0};
-  ConfigurableFloat d_modred_percent{"D_modred_percent", 0, 0, 100, false};
+  Child<ConfigControlMode> Control{this, "control", units::kNone,
+                                   "How measuring light is set: off, by percent, or by its flux",
+                                   ConfigControlMode::Off};
+  IntegerLeaf Outrate{
+      this,       "outrate",
+      units::kHz, "Samples per second; the nearest rate that the modulation allows is taken",
+      1,          1,
+      10000};
+  Child<ConfigModRate> DarkModrate{this, "dark_modrate", units::kHz, "Modulation rate in the dark",
+                                   0};
+  Child<ConfigModRate> LightModrate{this, "light_modrate", units::kHz,
+                                    "Modulation rate in actinic light", 0};
+  Child<ConfigModRate> FlashModrate{this, "flash_modrate", units::kHz,
+                                    "Modulation rate in rectangular and multiphase flashes", 0};
+  FloatLeaf QModredSetpoint{this, "Q_modred_setpoint", units::kPFD,
+                            "Flux of measuring light in its pulses", 0.0F};
+  FloatLeaf DModredPercent{this,
+                           "D_modred_percent",
+                           units::kPercent,
+                           "Measuring light in percent of its range",
+                           0.0F,
+                           0.0F,
+                           100.0F,
+                           false};
 };
 
 // Capture of raw detector data.
 class ConfigCfgRawDataCapture : public ConfigurableComposite {
  public:
-  ConfigCfgRawDataCapture();
+  ConfigCfgRawDataCapture() : ConfigurableComposite("rawdatacapture") {}
 
-  ConfigRawCaptureStart& When() { return when; }
-  ConfigurableInteger& Size() { return size; }
-
- private:
-  ConfigRawCaptureStart when{"when", ConfigRawCaptureStart::Now};
-  ConfigurableInteger size{"size", 0, 0};
+  Child<ConfigRawCaptureStart> When{this, "when", units::kNone, "What a capture waits for",
+                                    ConfigRawCaptureStart::Now};
+  IntegerLeaf Size{this, "size", units::kNone, "Bytes to capture", 0, 0};
 };

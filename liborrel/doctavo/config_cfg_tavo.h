@@ -1,42 +1,31 @@
 #pragma once
 
-#include "configurable/configbuiltin.h"
-#include "configurable/configurable_composite.h"
+#include "configurable/child.h"
 #include "liborrel/config_cfg_clock.h"
 #include "liborrel/config_cfg_network.h"
 #include "liborrel/doctavo/config_cfg_flashes.h"
 #include "liborrel/doctavo/config_cfg_light.h"
 #include "liborrel/doctavo/tavo_choices.h"
+#include "liborrel/units.h"
 
 // How the head measures.
 class ConfigCfgTavo : public ConfigurableComposite {
  public:
-  ConfigCfgTavo();
+  ConfigCfgTavo() : ConfigurableComposite("cfg") {}
 
-  ConfigCfgRectangularFlash& Rectflash() { return rectflash; }
-  ConfigCfgMultiPhaseFlash& Multiphaseflash() { return multiphaseflash; }
-  ConfigCfgInductionFlash& Inductionflash() { return inductionflash; }
-  ConfigLightSourceTavo& Lightsource() { return lightsource; }
-  ConfigCfgMeasure& Measure() { return measure; }
-  ConfigCfgDarkPulse& Darkpulse() { return darkpulse; }
-  ConfigCfgRawDataCapture& Rawdatacapture() { return rawdatacapture; }
-  ConfigCfgClock& Clock() { return clock; }
-  ConfigCfgNetwork& Network() { return network; }
-  ConfigFanMode& FanMode() { return fan_mode; }
-  ConfigurableInteger& FanDuty() { return fan_duty; }
-  ConfigurableInteger& FanFreq() { return fan_freq; }
-
- private:
-  ConfigCfgRectangularFlash rectflash;
-  ConfigCfgMultiPhaseFlash multiphaseflash;
-  ConfigCfgInductionFlash inductionflash;
-  ConfigLightSourceTavo lightsource;
-  ConfigCfgMeasure measure;
-  ConfigCfgDarkPulse darkpulse;
-  ConfigCfgRawDataCapture rawdatacapture;
-  ConfigCfgClock clock;
-  ConfigCfgNetwork network;
-  ConfigFanMode fan_mode{"fan_mode", ConfigFanMode::Auto};
-  ConfigurableInteger fan_duty{"fan_duty", 50, 0, 100};
-  ConfigurableInteger fan_freq{"fan_freq", 60, 1, 20000};
+  Child<ConfigCfgRectangularFlash> Rectflash{this, "The rectangular flash"};
+  Child<ConfigCfgMultiPhaseFlash> Multiphaseflash{this, "The multiphase flash"};
+  Child<ConfigCfgInductionFlash> Inductionflash{this, "The induction flash"};
+  Child<ConfigLightSourceTavo> Lightsource{this, "Actinic light"};
+  Child<ConfigCfgMeasure> Measure{this, "Measuring light and the rate of samples"};
+  Child<ConfigCfgDarkPulse> Darkpulse{this, "The dark pulse"};
+  Child<ConfigCfgRawDataCapture> Rawdatacapture{this, "Capture of raw detector data"};
+  Child<ConfigCfgClock> Clock{this, "The clock of the system"};
+  Child<ConfigCfgNetwork> Network{this, "The network of the system, for its next start"};
+  Child<ConfigFanMode> FanMode{this, "fan_mode", units::kNone,
+                               "How the fan runs: off, by temperature, or by fan_duty",
+                               ConfigFanMode::Auto};
+  IntegerLeaf FanDuty{
+      this, "fan_duty", units::kPercent, "Power of the fan where it is set in percent", 50, 0, 100};
+  IntegerLeaf FanFreq{this, "fan_freq", units::kHz, "Frequency of the fan's supply", 60, 1, 20000};
 };

@@ -1,41 +1,33 @@
 #pragma once
 
-#include "configurable/configbuiltin.h"
-#include "configurable/configurable_composite.h"
+#include "configurable/child.h"
+#include "liborrel/units.h"
 
 // Commands. The document resets them ahead of each request, so that true is always a change.
 class ConfigCmdTavo : public ConfigurableComposite {
  public:
-  ConfigCmdTavo();
+  ConfigCmdTavo() : ConfigurableComposite("cmd") {}
 
-  ConfigurableBool& Rect() { return rect; }
-  ConfigurableBool& Mpf() { return mpf; }
-  ConfigurableBool& Induction() { return induction; }
-  ConfigurableBool& Dark() { return dark; }
-  ConfigurableBool& ZeroDc0() { return zero_dc0; }
-  ConfigurableBool& ZeroPc0() { return zero_pc0; }
-  ConfigurableBool& Break() { return break_command; }
-  ConfigurableBool& Reset() { return reset_command; }
-  ConfigurableBool& Reboot() { return reboot; }
-  ConfigurableBool& Rawcapture() { return rawcapture; }
-  ConfigurableBool& Redmodon() { return redmodon; }
-  ConfigurableBool& Redmodoff() { return redmodoff; }
-  ConfigurableBool& Testvecton() { return testvecton; }
-  ConfigurableBool& Testvectoff() { return testvectoff; }
-
- private:
-  ConfigurableBool rect{"rect", false};
-  ConfigurableBool mpf{"mpf", false};
-  ConfigurableBool induction{"induction", false};
-  ConfigurableBool dark{"dark", false};
-  ConfigurableBool zero_dc0{"zero_dc0", false};
-  ConfigurableBool zero_pc0{"zero_pc0", false};
-  ConfigurableBool break_command{"break", false};
-  ConfigurableBool reset_command{"reset", false};
-  ConfigurableBool reboot{"reboot", false};
-  ConfigurableBool rawcapture{"rawcapture", false};
-  ConfigurableBool redmodon{"redmodon", false};
-  ConfigurableBool redmodoff{"redmodoff", false};
-  ConfigurableBool testvecton{"testvecton", false};
-  ConfigurableBool testvectoff{"testvectoff", false};
+  BoolLeaf Rect{this, "rect", units::kNone, "Starts a rectangular flash", false};
+  BoolLeaf Mpf{this, "mpf", units::kNone, "Starts a multiphase flash", false};
+  BoolLeaf Induction{this, "induction", units::kNone, "Starts an induction flash", false};
+  BoolLeaf Dark{this, "dark", units::kNone, "Starts a dark pulse", false};
+  BoolLeaf ZeroDc0{this, "zero_dc0", units::kNone,
+                   "Takes the reading of the detector in the dark into DC0", false};
+  BoolLeaf ZeroPc0{this, "zero_pc0", units::kNone,
+                   "Takes the reading of the light sensor in the dark into Pc0", false};
+  BoolLeaf Break{this, "break", units::kNone, "Ends the flash or dark pulse that runs", false};
+  BoolLeaf Reset{this, "reset", units::kNone, "Takes the signal processor back to plain measuring",
+                 false};
+  BoolLeaf Reboot{this, "reboot", units::kNone, "Starts the machine anew", false};
+  BoolLeaf Rawcapture{this, "rawcapture", units::kNone, "Starts a capture of raw detector data",
+                      false};
+  BoolLeaf Redmodon{this, "redmodon", units::kNone,
+                    "Switches the modulation of red measuring light on", false};
+  BoolLeaf Redmodoff{this, "redmodoff", units::kNone,
+                     "Switches the modulation of red measuring light off", false};
+  BoolLeaf Testvecton{this, "testvecton", units::kNone,
+                      "Puts a test vector in the place of the detectors", false};
+  BoolLeaf Testvectoff{this, "testvectoff", units::kNone, "Puts the detectors back in their place",
+                       false};
 };

@@ -1,23 +1,18 @@
 #pragma once
 
-#include "configurable/configbuiltin.h"
-#include "configurable/configurable_composite.h"
+#include "configurable/child.h"
+#include "liborrel/units.h"
 
 // Switches of the outgoing streams; one client's at a time.
 class ConfigOutputTavo : public ConfigurableComposite {
  public:
-  ConfigOutputTavo();
+  ConfigOutputTavo() : ConfigurableComposite("output") {}
 
-  ConfigurableBool& Waveforms() { return waveforms; }
-  ConfigurableBool& Status() { return status; }
-  ConfigurableBool& Dataclock() { return dataclock; }
-  ConfigurableBool& Datatest() { return datatest; }
-  ConfigurableBool& Datarawcapture() { return datarawcapture; }
-
- private:
-  ConfigurableBool waveforms{"waveforms", false};
-  ConfigurableBool status{"status", false};
-  ConfigurableBool dataclock{"dataclock", false};
-  ConfigurableBool datatest{"datatest", false};
-  ConfigurableBool datarawcapture{"datarawcapture", false};
+  BoolLeaf Waveforms{this, "waveforms", units::kNone,
+                     "Waveform rows, of which this head makes none", false};
+  BoolLeaf Status{this, "status", units::kNone, "DATASTAT rows", false};
+  BoolLeaf Dataclock{this, "dataclock", units::kNone,
+                     "Data clock rows, of which this head makes none", false};
+  BoolLeaf Datatest{this, "datatest", units::kNone, "DATATEST rows", false};
+  BoolLeaf Datarawcapture{this, "datarawcapture", units::kNone, "DATAFLRAW rows", false};
 };

@@ -4,13 +4,12 @@
 #include <array>
 
 ConfigTavo::ConfigTavo() : ConfigurableComposite("tavo") {
-  add_all({&ack, &ver, &fpga, &dsp, &instrument_name, &serialnumber, &ipaddress, &output, &cfg,
-           &cal, &history, &cmd, &factory, &error});
+  Serialnumber().set_target(&Factory().Serialnumber());
 }
 
 bool ConfigTavo::needs_saving() const {
-  const std::array<const Configurable*, 8> counted = {
-      &output, &cfg, &cal, &factory, &ver, &instrument_name, &serialnumber, &ipaddress};
+  const std::array<const Configurable*, 8> counted = {&Output, &Cfg,  &Cal,          &Factory,
+                                                      &Ver,    &Name, &Serialnumber, &Ipaddress};
   return has_changed() && std::any_of(counted.begin(), counted.end(),
                                       [](const auto* item) { return item->has_changed(); });
 }

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "configurable/configbuiltin.h"
-#include "configurable/configurable_composite.h"
+#include "configurable/child.h"
 #include "liborrel/doctavo/config_cal_tavo.h"
 #include "liborrel/doctavo/config_cfg_tavo.h"
 #include "liborrel/doctavo/config_cmd_tavo.h"
@@ -13,39 +12,23 @@ class ConfigTavo : public ConfigurableComposite {
  public:
   ConfigTavo();
 
-  ConfigurableBool& Ack() { return ack; }
-  ConfigurableString& Ver() { return ver; }
-  ConfigurableString& Fpga() { return fpga; }
-  ConfigurableString& Dsp() { return dsp; }
-  ConfigurableString& Name() { return instrument_name; }
-  ConfigurableStringProxyReadOnly& Serialnumber() { return serialnumber; }
-  ConfigurableString& Ipaddress() { return ipaddress; }
-  ConfigOutputTavo& Output() { return output; }
-  ConfigCfgTavo& Cfg() { return cfg; }
-  ConfigCalTavo& Cal() { return cal; }
-  ConfigCalHistoryTavo& History() { return history; }
-  ConfigCmdTavo& Cmd() { return cmd; }
-  ConfigFactoryTavo& Factory() { return factory; }
-  ConfigurableString& Error() { return error; }
+  BoolLeaf Ack{this, "ack", units::kNone, "Ends the answer to a request", true};
+  StringLeaf Ver{this, "ver", units::kNone, "Version of the software", ""};
+  StringLeaf Fpga{this, "fpga", units::kNone, "Version of the FPGA", ""};
+  StringLeaf Dsp{this, "dsp", units::kNone, "Version of the signal processor", ""};
+  StringLeaf Name{this, "name", units::kNone, "Host name of the instrument", ""};
+  Child<ConfigurableStringProxyReadOnly> Serialnumber{this, "serialnumber", units::kNone,
+                                                      "Serial number of the instrument", nullptr};
+  StringLeaf Ipaddress{this, "ipaddress", units::kNone, "Address in force", ""};
+  Child<ConfigOutputTavo> Output{this, "Switches of the outgoing streams, for each client its own"};
+  Child<ConfigCfgTavo> Cfg{this, "How the head measures"};
+  Child<ConfigCalTavo> Cal{this, "The zeros in force"};
+  Child<ConfigCalHistoryTavo> History{this, "The zeros that were taken"};
+  Child<ConfigCmdTavo> Cmd{this, "Commands; each acts when it becomes true"};
+  Child<ConfigFactoryTavo> Factory{this, "What belongs to this one instrument"};
+  StringLeaf Error{this, "error", units::kNone, "The last error told to a client", ""};
 
   // Whether something has changed that clients hear of as a change of the configuration. Commands,
   // records and the last error alone do not count.
   bool needs_saving() const;
-
- private:
-  // Ahead of the item that shows its serial number.
-  ConfigFactoryTavo factory;
-  ConfigurableStringProxyReadOnly serialnumber{"serialnumber", &factory.Serialnumber()};
-  ConfigurableBool ack{"ack", true};
-  ConfigurableString ver{"ver", ""};
-  ConfigurableString fpga{"fpga", ""};
-  ConfigurableString dsp{"dsp", ""};
-  ConfigurableString instrument_name{"name", ""};
-  ConfigurableString ipaddress{"ipaddress", ""};
-  ConfigOutputTavo output;
-  ConfigCfgTavo cfg;
-  ConfigCalTavo cal;
-  ConfigCalHistoryTavo history;
-  ConfigCmdTavo cmd;
-  ConfigurableString error{"error", ""};
 };

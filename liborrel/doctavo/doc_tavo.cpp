@@ -1,9 +1,7 @@
 #include "liborrel/doctavo/doc_tavo.h"
 
-DocTavo::DocTavo() : ConfigurableComposite("nemra") { add(&tavo); }
-
 std::istream& DocTavo::request(std::istream& in, std::ostream& out) {
-  tavo.Cmd().reset();
+  Conf().Cmd().reset();
   read_document(in, out);
   notify_if_changed();
   return in;
@@ -27,9 +25,9 @@ void DocTavo::notify_if_changed() {
   if (has_changed()) notify();
 }
 
-std::ostream& DocTavo::print_ack(std::ostream& out) { return tavo.Ack().print_tree(out); }
+std::ostream& DocTavo::print_ack(std::ostream& out) { return Conf().Ack().print_tree(out); }
 
 std::ostream& DocTavo::report_error(std::ostream& out, const std::string& text) {
-  tavo.Error().set(text);
-  return tavo.Error().print_tree(out);
+  Conf().Error().set(text);
+  return Conf().Error().print_tree(out);
 }

@@ -11,9 +11,9 @@
 // The root of all settings of the head: <nemra><tavo>...</tavo></nemra>.
 class DocTavo : public ConfigurableComposite {
  public:
-  DocTavo();
+  DocTavo() : ConfigurableComposite("nemra") {}
 
-  ConfigTavo& Conf() { return tavo; }
+  Child<ConfigTavo> Conf{this, "One head"};
 
   // The one entry for a client's document: resets the commands, reads, answers on `out`, and tells
   // the listeners if something has changed. Settings files are read with read_document instead.
@@ -32,6 +32,5 @@ class DocTavo : public ConfigurableComposite {
   std::ostream& report_error(std::ostream& out, const std::string& text);
 
  private:
-  ConfigTavo tavo;
   std::map<std::string, ConfigurableListener*> listeners;
 };
