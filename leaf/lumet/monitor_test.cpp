@@ -184,13 +184,11 @@ void RawCaptureCases() {
   for (unsigned seed = 0; seed < 300; ++seed) {
     std::mt19937 random(seed);
     // Most are small enough to have this over soon.
-    const std::size_t most = seed % 10 == 0 ? kLargest : kLargest / 20;
-    const unsigned spread = std::array{3U, 30U, 300U}[seed % 3];
+    const std::size_t most = seed % 4 == 0 ? kLargest : kLargest / 20;
+    std::normal_distribution<float> words(2000, std::array{3.0F, 30.0F, 300.0F}[seed % 3]);
     std::vector<std::uint8_t> bytes(random() % most);
     for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-      // The sum of four is near enough to a normal distribution.
-      unsigned word = 2000;
-      for (int part = 0; part < 4; ++part) word += static_cast<unsigned>(random() % (spread * 2));
+      const auto word = static_cast<unsigned>(words(random));
       bytes[i] = static_cast<std::uint8_t>(word);
       bytes[i + 1] = static_cast<std::uint8_t>(word >> 8);
     }
