@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "common/base64.h"
-#include "common/delim_parser.h"
+#include "common/delimparser.h"
 #include "common/str_util.h"
 #include "common/test_registry.h"
 #include "common/zlib.h"

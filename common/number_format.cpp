@@ -41,8 +41,17 @@ bool RoundSurely(double scaled, std::uint32_t& rounded) {
   return true;
 }
 
-char* PutSlowly(char* to, double value, std::chars_format format) {
-  return std::to_chars(to, to + 320, value, format, kDigits).ptr;
+char* PutSlowly(char* to, std::size_t room, double value, std::chars_format format, int precision) {
+  if (std::isnan(value)) return static_cast<char*>(std::memcpy(to, "nan", 3)) + 3;
+  return std::to_chars(to, to + room, value, format, precision).ptr;
+}
+
+char* PutGeneralSlowly(char* to, double value) {
+  return PutSlowly(to, kLongestGeneral, value, std::chars_format::general, kDigits);
+}
+
+char* PutFixed6Slowly(char* to, double value) {
+  return PutSlowly(to, kLongestFixed6, value, std::chars_format::fixed, kDigits);
 }
 
 }  // namespace
@@ -55,8 +64,7 @@ char* PutGeneral(char* to, double value) {
   }
   const double magnitude = std::fabs(value);
   // Beyond these the form has an exponent.
-  if (!(magnitude >= 1e-4 && magnitude < 999999))
-    return PutSlowly(to, value, std::chars_format::general);
+  if (!(magnitude >= 1e-4 && magnitude < 999999)) return PutGeneralSlowly(to, value);
   // The place of the first digit: 0 for 1 to 9, -1 for 0.1.
   int exponent = magnitude >= 1 ? 0 : -1;
   if (magnitude >= 1)
@@ -65,7 +73,7 @@ char* PutGeneral(char* to, double value) {
     while (magnitude * kPowersOfTen[static_cast<std::size_t>(-exponent)] < 1) --exponent;
   std::uint32_t digits = 0;
   const double scaled = magnitude * kPowersOfTen[static_cast<std::size_t>(kDigits - 1 - exponent)];
-  if (!RoundSurely(scaled, digits)) return PutSlowly(to, value, std::chars_format::general);
+  if (!RoundSurely(scaled, digits)) return PutGeneralSlowly(to, value);
   if (digits == 1'000'000) {
     digits = 100'000;
     ++exponent;
@@ -90,14 +98,17 @@ char* PutGeneral(char* to, double value) {
   return to + length + 1;
 }
 
+char* PutGeneral(char* to, double value, int precision) {
+  return PutSlowly(to, 24, value, std::chars_format::general, precision);
+}
+
 char* PutFixed6(char* to, double value) {
   constexpr double kMost = 4e9;
   std::uint32_t micros = 0;
-  if (!(value >= 0 && value < kMost)) return PutSlowly(to, value, std::chars_format::fixed);
+  if (!(value >= 0 && value < kMost)) return PutFixed6Slowly(to, value);
   auto whole = static_cast<std::uint32_t>(value);
   // The difference is exact.
-  if (!RoundSurely((value - whole) * 1e6, micros))
-    return PutSlowly(to, value, std::chars_format::fixed);
+  if (!RoundSurely((value - whole) * 1e6, micros)) return PutFixed6Slowly(to, value);
   if (micros == 1'000'000) {
     micros = 0;
     ++whole;

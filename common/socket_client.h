@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/delim_parser.h"
+#include "common/delimparser.h"
 #include "common/file_reader.h"
 #include "common/poll_processor.h"
 #include "common/socket.h"

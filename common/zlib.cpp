@@ -91,42 +91,43 @@ void ZlibStream::Restart(int (*begin)(z_stream*), const char* failure) {
   const int code = begin(fresh.get());
   if (code != Z_OK) Fail(failure, code);
   stream.reset(fresh.release());
-  input_from = input_to = output_from = output_to = 0;
+  input.from = input.to = output.from = output.to = 0;
   finished = false;
 }
 
-std::span<std::uint8_t> ZlibStream::Input() {
-  if (input_from > 0) {
-    std::copy(input.begin() + static_cast<std::ptrdiff_t>(input_from),
-              input.begin() + static_cast<std::ptrdiff_t>(input_to), input.begin());
-    input_to -= input_from;
-    input_from = 0;
-  }
-  return std::span(input).subspan(input_to);
+void ZlibStream::Buffer::MoveToFront() {
+  if (from == 0) return;
+  std::copy(bytes.begin() + static_cast<std::ptrdiff_t>(from),
+            bytes.begin() + static_cast<std::ptrdiff_t>(to), bytes.begin());
+  to -= from;
+  from = 0;
 }
 
-void ZlibStream::Commit(std::size_t bytes) { input_to += bytes; }
+std::span<std::uint8_t> ZlibStream::Input() {
+  input.MoveToFront();
+  return std::span(input.bytes).subspan(input.to);
+}
+
+void ZlibStream::Commit(std::size_t bytes) { input.to += bytes; }
 
 std::span<const std::uint8_t> ZlibStream::Output() const {
-  return std::span(output).subspan(output_from, output_to - output_from);
+  return std::span(output.bytes).subspan(output.from, output.Waiting());
 }
 
-void ZlibStream::Consume(std::size_t bytes) {
-  output_from += bytes;
-  if (output_from == output_to) output_from = output_to = 0;
-}
+void ZlibStream::Consume(std::size_t bytes) { output.from += bytes; }
 
 void ZlibStream::Step(int (*step)(z_stream*, int), bool flush, const char* failure) {
-  const std::size_t available = input_to - input_from;
-  const std::size_t room = output.size() - output_to;
+  // What a reader has left there would use up the room otherwise, a few bytes at each turn.
+  output.MoveToFront();
+  const std::size_t room = kBufferSize - output.to;
   if (finished || room == 0) return;
-  stream->next_in = input.data() + input_from;
-  stream->avail_in = static_cast<uInt>(available);
-  stream->next_out = output.data() + output_to;
+  stream->next_in = input.bytes.data() + input.from;
+  stream->avail_in = static_cast<uInt>(input.Waiting());
+  stream->next_out = output.bytes.data() + output.to;
   stream->avail_out = static_cast<uInt>(room);
   const int code = step(stream.get(), flush ? Z_FINISH : Z_NO_FLUSH);
-  input_from = input_to - stream->avail_in;
-  output_to = output.size() - stream->avail_out;
+  input.from = input.to - stream->avail_in;
+  output.to = kBufferSize - stream->avail_out;
   if (code == Z_STREAM_END)
     finished = true;
   else if (code != Z_OK && code != Z_BUF_ERROR)

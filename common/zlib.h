@@ -22,7 +22,7 @@ class ZlibStream {
   std::span<std::uint8_t> Input();
   // `bytes` of that room are filled.
   void Commit(std::size_t bytes);
-  // Output that waits to be read.
+  // Output that waits to be read; valid until the next turn, which it may be left for in part.
   std::span<const std::uint8_t> Output() const;
   void Consume(std::size_t bytes);
   // The end of the stream was reached.
@@ -46,12 +46,17 @@ class ZlibStream {
     void operator()(z_stream_s* stream) const;
   };
   std::unique_ptr<z_stream_s, Ender> stream;
-  std::array<std::uint8_t, kBufferSize> input;
-  std::array<std::uint8_t, kBufferSize> output;
-  std::size_t input_from = 0;
-  std::size_t input_to = 0;
-  std::size_t output_from = 0;
-  std::size_t output_to = 0;
+  // Bytes wait from `from` up to `to`; behind them is room.
+  struct Buffer {
+    std::size_t Waiting() const { return to - from; }
+    void MoveToFront();
+
+    std::array<std::uint8_t, kBufferSize> bytes;
+    std::size_t from = 0;
+    std::size_t to = 0;
+  };
+  Buffer input;
+  Buffer output;
   bool finished = false;
 };
 

@@ -167,7 +167,10 @@ void LeafCases() {
 template <class Number>
 void CompareNumber(Number value, std::string text) {
   std::ostringstream by_operator;
-  by_operator << value;
+  if (value != value)
+    by_operator << "nan";
+  else
+    by_operator << value;
   const Borrowed<TextOutput> out;
   WriteNumber(*out, value);
   ExpectEqual(out->Text(), by_operator.str());

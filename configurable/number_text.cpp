@@ -2,6 +2,8 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
+#include <limits>
 #include <string_view>
 #include <type_traits>
 
@@ -14,13 +16,6 @@ constexpr std::ios_base::fmtflags kDefaultFlags = std::ios_base::skipws | std::i
 
 bool DefaultFormat(const std::ostream& out) {
   return out.flags() == kDefaultFlags && out.precision() == 6 && out.width() == 0 && out.good();
-}
-
-template <class... Format>
-void Put(std::ostream& out, Format... format) {
-  std::array<char, 32> text;
-  const char* end = std::to_chars(text.data(), text.data() + text.size(), format...).ptr;
-  out.rdbuf()->sputn(text.data(), end - text.data());
 }
 
 bool IsDigit(char byte) { return byte >= '0' && byte <= '9'; }
@@ -81,27 +76,23 @@ void Read(std::istream& in, Number& value) {
 
 }  // namespace
 
-void WriteNumber(std::ostream& out, float value) {
+void WriteNumber(std::ostream& out, double value) {
   if (!DefaultFormat(out)) {
-    out << value;
+    out << (std::isnan(value) ? std::numeric_limits<double>::quiet_NaN() : value);
     return;
   }
   std::array<char, 32> text;
   out.rdbuf()->sputn(text.data(), PutGeneral(text.data(), value) - text.data());
 }
 
-void WriteNumber(std::ostream& out, double value) {
-  if (DefaultFormat(out))
-    Put(out, value, std::chars_format::general, 6);
-  else
-    out << value;
-}
-
 void WriteNumber(std::ostream& out, int value) {
-  if (DefaultFormat(out))
-    Put(out, value);
-  else
+  if (!DefaultFormat(out)) {
     out << value;
+    return;
+  }
+  std::array<char, 16> text;
+  const char* end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
+  out.rdbuf()->sputn(text.data(), end - text.data());
 }
 
 void ReadNumber(std::istream& in, float& value) { Read(in, value); }

@@ -5,9 +5,10 @@
 
 // Numbers as the operators of standard streams read and write them, to the byte, at a fraction of
 // the cost where the stream is in its default format and the text is a plain number. Anything else
-// goes through the operators themselves.
+// goes through the operators themselves. nan never shows a sign, which readers don't take and
+// processors don't agree on.
 
-void WriteNumber(std::ostream& out, float value);
+// A float as well, whose text is that of the same double.
 void WriteNumber(std::ostream& out, double value);
 void WriteNumber(std::ostream& out, int value);
 

@@ -1,6 +1,8 @@
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <random>
+#include <span>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -160,23 +162,41 @@ std::vector<std::uint8_t> Unpacked(const std::string& rows) {
   return ZlibInflate(packed);
 }
 
-void RawCaptureCases() {
-  std::mt19937 random(5);
-  RawCapture capture;
-  for (const std::size_t size : {396U, 1U, 200'000U, 0U}) {
-    std::vector<std::uint8_t> bytes(size);
-    for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
-    std::string rows;
-    for (std::span<const std::uint8_t> rest = bytes; !rest.empty();) {
-      const auto piece = rest.first(std::min<std::size_t>(rest.size(), 396));
-      rows += capture.Take(piece);
-      rest = rest.subspan(piece.size());
-    }
-    const std::string end = capture.Take({});
-    ExpectTrue(end.ends_with("\nDATAFLRAW\t\n"), "the empty row");
-    ExpectTrue(size > 400 || rows.empty(), "small records pile up");
-    ExpectTrue(Unpacked(rows + end) == bytes, "what comes out of " + std::to_string(size));
+// The rows of a capture that comes in records, as from the processor.
+std::string Captured(RawCapture& capture, std::span<const std::uint8_t> bytes) {
+  std::string rows;
+  for (std::span<const std::uint8_t> rest = bytes; !rest.empty();) {
+    const auto record = rest.first(std::min<std::size_t>(rest.size(), 396));
+    rows += capture.Take(record);
+    rest = rest.subspan(record.size());
   }
+  ExpectTrue(bytes.size() > 400 || rows.empty(), "small records pile up");
+  rows += capture.Take({});
+  ExpectTrue(rows.ends_with("\nDATAFLRAW\t\n"), "the empty row");
+  return rows;
+}
+
+// Words of a detector at rest: bytes on the edge of what can be compressed, in runs of every
+// length, so that the compressor's output comes in pieces of every size.
+void RawCaptureCases() {
+  constexpr std::size_t kLargest = 2'000'000;
+  RawCapture capture;
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    std::mt19937 random(seed);
+    // Most are small enough to have this over soon.
+    const std::size_t most = seed % 4 == 0 ? kLargest : kLargest / 20;
+    std::normal_distribution<float> words(2000, std::array{3.0F, 30.0F, 300.0F}[seed % 3]);
+    std::vector<std::uint8_t> bytes(random() % most);
+    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+      const auto word = static_cast<unsigned>(words(random));
+      bytes[i] = static_cast<std::uint8_t>(word);
+      bytes[i + 1] = static_cast<std::uint8_t>(word >> 8);
+    }
+    ExpectTrue(Unpacked(Captured(capture, bytes)) == bytes,
+               std::to_string(bytes.size()) + " bytes of seed " + std::to_string(seed));
+  }
+  for (const std::size_t size : {396U, 1U, 0U})
+    ExpectEqual(Unpacked(Captured(capture, std::vector<std::uint8_t>(size, 7))).size(), size);
 }
 
 void CounterCases() {

@@ -4,8 +4,7 @@
 #include <bit>
 #include <cstdio>
 #include <cstring>
-#include <iomanip>
-#include <sstream>
+#include <utility>
 
 #include "common/number_format.h"
 #include "leaf/lumet/version.h"
@@ -28,15 +27,21 @@ std::string HeadingRow(std::string_view row_name, std::span<const OutputChannel>
 
 // Writes the checksum of a row, and the line feed behind it, to `at`. Returns the end.
 char* PutChecksum(const char* row, const char* row_end, char* at) {
-  // Eight bytes at a time, in four lanes of 16 bits, which rows are too short to fill.
+  // Eight bytes at a time, in four lanes of 16 bits. Each turn adds two bytes to every lane, which
+  // has room for 128 turns; only rows of many registers take more.
   constexpr std::uint64_t kLanes = 0x00FF00FF00FF00FF;
-  std::uint64_t lanes = 0;
-  for (; row_end - row >= 8; row += 8) {
-    std::uint64_t bytes = 0;
-    std::memcpy(&bytes, row, sizeof bytes);
-    lanes += (bytes & kLanes) + (bytes >> 8 & kLanes);
+  constexpr std::ptrdiff_t kTurns = 128;
+  unsigned sum = 0;
+  while (row_end - row >= 8) {
+    std::uint64_t lanes = 0;
+    for (std::ptrdiff_t turns = std::min((row_end - row) / 8, kTurns); turns > 0; --turns) {
+      std::uint64_t bytes = 0;
+      std::memcpy(&bytes, row, sizeof bytes);
+      lanes += (bytes & kLanes) + (bytes >> 8 & kLanes);
+      row += sizeof bytes;
+    }
+    sum += static_cast<unsigned>(lanes + (lanes >> 16) + (lanes >> 32) + (lanes >> 48));
   }
-  unsigned sum = static_cast<unsigned>(lanes + (lanes >> 16) + (lanes >> 32) + (lanes >> 48));
   for (; row != row_end; ++row) sum += static_cast<unsigned char>(*row);
   sum %= 256;
   *at++ = static_cast<char>('0' + sum / 100);
@@ -50,6 +55,12 @@ std::string WithChecksum(std::string row) {
   std::array<char, 4> checksum;
   PutChecksum(row.data(), row.data() + row.size(), checksum.data());
   return row.append(checksum.data(), checksum.size());
+}
+
+// Appends `value` with `precision` significant digits.
+void AppendGeneral(std::string& text, double value, int precision) {
+  std::array<char, 32> number;
+  text.append(number.data(), PutGeneral(number.data(), value, precision));
 }
 
 std::string HexWord(std::uint16_t word) {
@@ -110,21 +121,22 @@ std::array<double, 2 + kSensors.size()> StatusValues(double time, std::uint32_t 
 }
 
 std::string StatusRow(std::span<const double> values) {
-  std::ostringstream row;
-  row << "DATASTAT\t";
+  std::string row = "DATASTAT\t";
   const std::span<const OutputChannel> channels = StatusChannels();
-  for (std::size_t i = 0; i < channels.size(); ++i)
-    row << std::setprecision(channels[i].precision) << values[i] << "\t";
-  return WithChecksum(row.str());
+  for (std::size_t i = 0; i < channels.size(); ++i) {
+    AppendGeneral(row, values[i], channels[i].precision);
+    row += "\t";
+  }
+  return WithChecksum(std::move(row));
 }
 
 std::string JsonPayload(std::span<const OutputChannel> channels, std::span<const double> values) {
-  std::ostringstream json;
-  for (std::size_t i = 0; i < channels.size(); ++i)
-    json << (i == 0 ? "{\"" : ",\"") << channels[i].name
-         << "\":" << std::setprecision(channels[i].precision) << values[i];
-  json << "}";
-  return json.str();
+  std::string json;
+  for (std::size_t i = 0; i < channels.size(); ++i) {
+    json.append(i == 0 ? "{\"" : ",\"").append(channels[i].name).append("\":");
+    AppendGeneral(json, values[i], channels[i].precision);
+  }
+  return json + "}";
 }
 
 std::string NamesRow(std::string_view row_name, std::span<const OutputChannel> channels) {
@@ -144,11 +156,11 @@ std::string RegisterNamesRow(const std::map<std::uint16_t, std::uint16_t>& value
 }
 
 std::string RegisterValuesRow(const std::map<std::uint16_t, std::uint16_t>& values, double time) {
-  std::ostringstream row;
-  row << "DATATEST\t" << time;
-  for (const auto& [address, value] : values) row << "\t" << HexWord(value);
-  row << "\t";
-  return WithChecksum(row.str());
+  std::string row = "DATATEST\t";
+  std::array<char, kLongestFixed6> number;
+  row.append(number.data(), PutFixed6(number.data(), time));
+  for (const auto& [address, value] : values) row.append("\t").append(HexWord(value));
+  return WithChecksum(row + "\t");
 }
 
 std::string DataMsgRow(std::string_view prefix, std::string_view text) {

@@ -51,7 +51,8 @@ constexpr std::string_view kDataDiagHeader =
 // Heads rows of the data clock, which this head does not make.
 constexpr std::string_view kDataClockHeader = "DATACLOCKH\tSECONDS\tNANOSECONDS\tDATE\tTIME\tCHK\n";
 
-// The rows of register values by address: the names, and the values at `time`, in seconds.
+// The rows of register values by address: the names, and the values at `time`, in seconds, which
+// have 6 decimals as in DATA rows.
 std::string RegisterNamesRow(const std::map<std::uint16_t, std::uint16_t>& values);
 std::string RegisterValuesRow(const std::map<std::uint16_t, std::uint16_t>& values, double time);
 

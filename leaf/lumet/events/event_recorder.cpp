@@ -1,8 +1,8 @@
 #include "leaf/lumet/events/event_recorder.h"
 
 #include <array>
+#include <cstdint>
 #include <ctime>
-#include <iomanip>
 
 #include "common/number_format.h"
 #include "configurable/json_printer_visitor.h"
@@ -11,10 +11,16 @@ namespace {
 
 void WriteName(std::ostream& out, const char* name) { out << "\n\"" << name << "\":"; }
 
-template <class Number>
-void WriteMember(std::ostream& out, const char* name, Number value) {
+void WriteInteger(std::ostream& out, const char* name, std::int64_t value) {
   WriteName(out, name);
   out << value << ",";
+}
+
+void WriteNumber(std::ostream& out, const char* name, double value, int precision = 6) {
+  std::array<char, 32> text;
+  WriteName(out, name);
+  out.write(text.data(), PutGeneral(text.data(), value, precision) - text.data());
+  out << ",";
 }
 
 void WriteString(std::ostream& out, const char* name, const std::string& text) {
@@ -48,8 +54,7 @@ void WriteMoment(std::ostream& out, double seconds) {
   WriteString(out, "DATE", text.data());
   std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
   WriteString(out, "TIME", text.data());
-  WriteName(out, "TIMESTAMP");
-  out << std::setprecision(11) << seconds << std::setprecision(6) << ",";
+  WriteNumber(out, "TIMESTAMP", seconds, 11);
 }
 
 void WriteSettings(std::ostream& out, ConfigCfgTavo& cfg, EventAnalysis::Kind kind,
@@ -70,30 +75,30 @@ void WriteResults(std::ostream& out, const EventAnalysis& result,
   switch (result.kind) {
     case EventAnalysis::kFlash:
     case EventAnalysis::kMultiPhase:
-      WriteMember(out, "FMAX", result.FMax());
-      WriteMember(out, "QMAX", result.q_max);
-      WriteMember(out, "MODRATE", context.flash_modrate);
+      WriteNumber(out, "FMAX", result.FMax());
+      WriteNumber(out, "QMAX", result.q_max);
+      WriteInteger(out, "MODRATE", context.flash_modrate);
       break;
     case EventAnalysis::kDark:
-      WriteMember(out, "FMIN", result.dark.min);
-      WriteMember(out, "QMIN", result.q_min);
-      WriteMember(out, "MODRATE", context.dark_modrate);
+      WriteNumber(out, "FMIN", result.dark.min);
+      WriteNumber(out, "QMIN", result.q_min);
+      WriteInteger(out, "MODRATE", context.dark_modrate);
       break;
     case EventAnalysis::kNone:
       break;
   }
   if (result.kind != EventAnalysis::kMultiPhase) return;
-  WriteMember(out, "P1_MAXF", result.p1.max);
-  WriteMember(out, "P2_SLP", result.p2_slope);
-  WriteMember(out, "P2_INT", result.p2_intercept);
-  WriteMember(out, "P2_R2", result.p2_r2);
-  WriteMember(out, "P2_SLP_SE", result.p2_slope_se);
-  WriteMember(out, "P2_INT_SE", result.p2_intercept_se);
-  WriteMember(out, "P2_DQDT", result.p2_dqdt);
-  WriteMember(out, "P3_Q", result.p3_q);
-  WriteMember(out, "P3_MAXF", result.p3.max);
-  WriteMember(out, "P3_PREDF", result.p3_predicted_f);
-  WriteMember(out, "P3_DELTAF", result.P3DeltaF());
+  WriteNumber(out, "P1_MAXF", result.p1.max);
+  WriteNumber(out, "P2_SLP", result.p2_slope);
+  WriteNumber(out, "P2_INT", result.p2_intercept);
+  WriteNumber(out, "P2_R2", result.p2_r2);
+  WriteNumber(out, "P2_SLP_SE", result.p2_slope_se);
+  WriteNumber(out, "P2_INT_SE", result.p2_intercept_se);
+  WriteNumber(out, "P2_DQDT", result.p2_dqdt);
+  WriteNumber(out, "P3_Q", result.p3_q);
+  WriteNumber(out, "P3_MAXF", result.p3.max);
+  WriteNumber(out, "P3_PREDF", result.p3_predicted_f);
+  WriteNumber(out, "P3_DELTAF", result.P3DeltaF());
 }
 
 }  // namespace
@@ -107,7 +112,7 @@ std::size_t EventRecorder::RecordRoom() const {
 
 template <class Value>
 void EventRecorder::WriteArray(std::ostream& out, const char* name, Value value) const {
-  constexpr std::size_t kLongest = 32;  // with what PutGeneral writes beyond its end
+  constexpr std::ptrdiff_t kLongest = 32;  // with what PutGeneral writes beyond its end
   std::array<char, 4096> piece;
   char* to = piece.data();
   WriteName(out, name);
@@ -117,7 +122,7 @@ void EventRecorder::WriteArray(std::ostream& out, const char* name, Value value)
     if (*separator != '\0') *to++ = *separator;
     separator = ",";
     to = PutGeneral(to, value(sample));
-    if (to + kLongest < piece.data() + piece.size()) continue;
+    if (piece.data() + piece.size() - to > kLongest) continue;
     out.write(piece.data(), to - piece.data());
     to = piece.data();
   }
@@ -130,7 +135,7 @@ EventAnalysis::Kind EventRecorder::WriteEvent(std::ostream& out, ConfigTavo& tav
   const double t0 = event_buffer.front().time;
   const EventAnalysis result = AnalyseEvent(event_buffer);
   out << "{";
-  WriteMember(out, "EVENT_ID", context.event_id);
+  WriteInteger(out, "EVENT_ID", context.event_id);
   WriteString(out, "DEVICE", tavo.Factory().Serialnumber().get());
   WriteMoment(out, t0);
   WriteString(out, "TYPE", TypeOf(result.kind, context.flash_mode));

@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <cmath>
 #include <initializer_list>
+#include <limits>
 #include <sstream>
 #include <string>
 
@@ -132,6 +134,14 @@ void RecordCases() {
   };
   for (const auto& row : rows)
     ExpectEqual(Essence(Record(Gathered(row.runs), row.mode)), row.expected, row.name);
+
+  // The sign of nan shows nowhere; an infinity keeps its own.
+  const float nan = -std::numeric_limits<float>::quiet_NaN();
+  const EventRecorder strange = Gathered({{3, {nan, -INFINITY}, {nan}}});
+  ExpectEqual(Essence(Record(strange, FlashMode::kZero)),
+              R"("TYPE":"ZERO", "FMAX":-inf, "QMAX":-3.40282e+38, "MODRATE":250000, )"
+              R"("LUMET":[nan,-inf], "DC":[7,7], "PFD":[nan,nan], "REDMODAVG":[1,1], )"
+              R"("CODE":[3,3] } 3)");
 
   const EventRecorder dark = Gathered({{12, {1}, {5}}, {14, {9, 2, 8, 7, 11}, {3, 2, 4}}});
   const std::string dark_record = Record(dark, FlashMode::kRect);

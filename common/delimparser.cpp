@@ -1,4 +1,4 @@
-#include "common/delim_parser.h"
+#include "common/delimparser.h"
 
 #include <algorithm>
 
