@@ -188,6 +188,12 @@ void Configurable::clear_attributes() {
   if (_attributes) _attributes->clear_attributes();
 }
 
+void Configurable::set_enabled(bool enabled) {
+  if (has_flag(Active) == enabled) return;
+  set_flag(Active, enabled);
+  mark_changed();
+}
+
 bool Configurable::process_text(std::string_view text, XMLWriter& writer, bool document_level) {
   // By far the most texts are nothing but a value, or nothing.
   if (text.find('&') == std::string_view::npos && !text.starts_with('{'))
