@@ -270,10 +270,7 @@ bool Configurable::assign(std::string_view text, Reader reader, XMLWriter& write
 
 void Configurable::write_error(std::string_view message, XMLWriter& writer) {
   if (has_flag(ThrowErrors)) throw Error(_name, message);
-  writer.start_element("Error");
-  writer.attribute("Param", _name);
-  writer.text(message, true);
-  writer.end_element("Error");
+  writer.error(_name, message);
 }
 
 // Writing.

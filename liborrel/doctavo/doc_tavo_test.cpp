@@ -67,7 +67,6 @@ void DocumentCases() {
        "<Error Param=\"time\">unable to read Timestamp\n</Error>"},
       {InTavo("<history>&query_item;</history>"),
        "<record><time>2000-01-01 00:00:00</time><type/><DC0>1</DC0><Pc0>0</Pc0></record>"
-       "<record><time>1989-01-01 00:00:00</time><type/><DC0>0</DC0><Pc0>0</Pc0></record>"
        "<r><time>2000-01-02 00:00:00</time><type>Pc0</type><DC0>0</DC0><Pc0>0</Pc0></r>"},
       {InCfg("<clock><zone>{UTC|Europe/Berlin|America/Chicago}</zone><zone>Europe/Berlin</zone>"
              "<zone>&query_item;&query_doctype_item;</zone></clock>"),
