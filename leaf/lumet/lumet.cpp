@@ -108,7 +108,6 @@ void Lumet::readconfig() {
     FillInIdentity();
     dsp.RequestVersion();
   });
-  calibration = LightCalibrationOf(doc.Conf());
   UpdateBias(true);
   console.CheckForChanges();
   SetTimeout(kAnnounceMs);
@@ -139,10 +138,7 @@ void Lumet::item_changed(const ConfigurableEvent&) {
                          cfg.FanDuty().has_changed() || cfg.FanFreq().has_changed();
   if (timing_changed) ApplyTimingSettings();
   system_settings.Apply(tavo);
-  if (tavo.Factory().has_changed() || tavo.Cal().has_changed()) {
-    calibration = LightCalibrationOf(tavo);
-    UpdateBias(false);
-  }
+  UpdateBias(false);
   if (tavo.Cmd().has_changed()) CarryOutCommands();
   if (tavo.Factory().has_changed()) files.save_factory();
   if (tavo.Cal().has_changed()) files.save_cal();
@@ -191,7 +187,8 @@ void Lumet::GotData(DataSample& sample) {
   const float max_temperature = hw_mon.MaxTemperature();
   UpdateDiagnostics(max_temperature);
   registers.SetTime(sample.time);
-  DeriveLightQuantities(calibration, transmittance_in_force, sample);
+  // From the leaves themselves: a standing query writes them without a word to anybody.
+  DeriveLightQuantities(LightCalibrationOf(doc.Conf()), transmittance_in_force, sample);
   if (const auto zero = zeroing.Take(sample.time, sample.values[DataSample::DC],
                                      sample.values[DataSample::PC], sample.code))
     FinishZeroing(*zero);

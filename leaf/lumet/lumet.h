@@ -145,7 +145,6 @@ class Lumet : public DSPDevice::Listener,
   RawCapture raw_capture;
   EventRecorder events;
   DataRowComposer data_row;
-  LightCalibration calibration;
   float transmittance_in_force = 1;
   FlashMode flash_mode = FlashMode::kRect;
   unsigned flash_modrate_in_force = 0;  // Hz
