@@ -405,9 +405,14 @@ std::istream& ConfigUnitsAttribute::read_value(std::istream& in, std::ostream&) 
   return in;
 }
 
+void ConfigUnitsAttribute::add_to(Configurable& item) {
+  item.add_attribute(this);
+  set_parent(nullptr);
+}
+
 void add_units(Configurable& item, const char* unit) {
   static std::map<const char*, std::unique_ptr<ConfigUnitsAttribute>> units;
   std::unique_ptr<ConfigUnitsAttribute>& attribute = units[unit];
   if (!attribute) attribute = std::make_unique<ConfigUnitsAttribute>(unit);
-  item.add_attribute(attribute.get());
+  attribute->add_to(item);
 }

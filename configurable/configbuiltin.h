@@ -237,11 +237,16 @@ class ConfigurableTime_HourMinutes : public ConfigurableTimestampBase {
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
-// The unit of an item, which shows in its doctype alone: always disabled, and never to be set.
+// The unit of an item, which shows in its doctype alone: always disabled, never marked, and never
+// to be set. Items of any number of documents share it, and it outlives them, so it knows no
+// parent.
 class ConfigUnitsAttribute : public ConfigurableString {
  public:
   explicit ConfigUnitsAttribute(const std::string& unit);
+  void set_enabled(bool /*enabled*/) override {}
   std::istream& read_value(std::istream& in, std::ostream& err) override;
+  // Gives `item` this unit.
+  void add_to(Configurable& item);
 };
 
 // Gives `item` the unit `unit`, UTF-8. One attribute serves all items that give the same pointer,

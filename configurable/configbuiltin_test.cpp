@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <memory>
 #include <ostream>
 #include <random>
 #include <sstream>
@@ -129,8 +130,14 @@ void LeafCases() {
                                  "ConfigurableDouble: range error");
   ExpectEqual(doc.Ask("<Strict>7</Strict><Strict>&query_item;</Strict>"), "1");
 
-  // Units show in the doctype alone and can't be set.
-  ExpectEqual(doc.Ask("<Float units=\"V\">1</Float><Float>&query;</Float>"),
+  // Units show in the doctype alone, and can't be set or marked; and they know nothing of other
+  // documents that are gone.
+  std::make_unique<TestDoc>().reset();
+  doc.set_changed(false);
+  ExpectEqual(doc.Ask("<Float units/><Float units=\"V\"/><Float units=\"&query_item;\"/>"),
+              "&disabled;");
+  ExpectTrue(!doc.has_changed(), "a mark on a unit");
+  ExpectEqual(doc.Ask("<Float units>1</Float><Float>&query;</Float>"),
               "<TestDoc><Float>1</Float></TestDoc>");
   doc.reset();
   ExpectEqual(

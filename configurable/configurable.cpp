@@ -188,6 +188,12 @@ void Configurable::clear_attributes() {
   if (_attributes) _attributes->clear_attributes();
 }
 
+void Configurable::set_enabled(bool enabled) {
+  if (has_flag(Active) == enabled) return;
+  set_flag(Active, enabled);
+  mark_changed();
+}
+
 bool Configurable::process_text(std::string_view text, XMLWriter& writer, bool document_level) {
   // By far the most texts are nothing but a value, or nothing.
   if (text.find('&') == std::string_view::npos && !text.starts_with('{'))
@@ -264,10 +270,7 @@ bool Configurable::assign(std::string_view text, Reader reader, XMLWriter& write
 
 void Configurable::write_error(std::string_view message, XMLWriter& writer) {
   if (has_flag(ThrowErrors)) throw Error(_name, message);
-  writer.start_element("Error");
-  writer.attribute("Param", _name);
-  writer.text(message, true);
-  writer.end_element("Error");
+  writer.error(_name, message);
 }
 
 // Writing.

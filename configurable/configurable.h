@@ -125,6 +125,8 @@ class Configurable {
   virtual bool read_attribute_value(std::string_view attribute, std::string_view value,
                                     XMLWriter& writer);
   virtual void clear_attributes();
+  // For an attribute: whether it stands on the tag. A change of that is marked.
+  virtual void set_enabled(bool enabled);
   virtual bool set_from_string(std::string_view text, XMLWriter& writer);
 
   // Steps of writing. "Context" is the node within the tags of its ancestors.

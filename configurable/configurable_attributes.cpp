@@ -36,11 +36,7 @@ bool ConfigurableAttributes::read_attribute_value(std::string_view attribute,
 }
 
 void ConfigurableAttributes::clear_attributes() {
-  for (Configurable* attribute : _attribute_list) {
-    if (!attribute->has_flag(Active)) continue;
-    attribute->set_flag(Active, false);
-    attribute->mark_changed();
-  }
+  for (Configurable* attribute : _attribute_list) attribute->set_enabled(false);
 }
 
 void ConfigurableAttributes::set_changed(bool changed) {
@@ -63,10 +59,7 @@ bool ConfigurableAttributes::set_from_string(std::string_view text, XMLWriter& w
   Configurable* target = find(_value_mode ? _current_name : text);
   if (target == nullptr) return true;
   if (!parent()->has_flag(AttributesTouched)) parent()->clear_attributes();
-  if (!target->has_flag(Active)) {
-    target->set_flag(Active, true);
-    target->mark_changed();
-  }
+  target->set_enabled(true);
   return _value_mode ? target->set_from_string(text, writer) : true;
 }
 

@@ -74,9 +74,15 @@ bool ConfigurableCompositeDynamicBase::read_child_element(std::string_view tag, 
     clear_on_next = false;
   }
   add(make_child(std::string(tag)).release());
-  if (!child_list.back()->read_element(parser, writer)) {
+  // A composite child reads on where one of its own has failed; it is left out all the same.
+  const unsigned errors_before = writer.Errors();
+  try {
+    const bool read = child_list.back()->read_element(parser, writer);
+    if (!read || writer.Errors() != errors_before) remove_last();
+    if (!read) parser.SkipElement();
+  } catch (...) {
     remove_last();
-    parser.SkipElement();
+    throw;
   }
   return true;
 }

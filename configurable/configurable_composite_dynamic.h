@@ -8,7 +8,8 @@
 
 // A composite whose children are made from a document, one for each element, whatever its tag. A
 // write with at least one element replaces the whole list; one with only a query, or nothing,
-// keeps it; an element that fails is left out. The list is one value: any change prints all of it.
+// keeps it; an element in which anything is refused is left out. The list is one value: any change
+// prints all of it.
 //
 // Owns its children.
 class ConfigurableCompositeDynamicBase : public ConfigurableComposite {

@@ -62,6 +62,14 @@ void XMLWriter::text(std::string_view value, bool escape) {
   need_space = true;
 }
 
+void XMLWriter::error(std::string_view item, std::string_view message) {
+  start_element("Error");
+  attribute("Param", item);
+  text(message, true);
+  end_element("Error");
+  ++errors;
+}
+
 void XMLWriter::finish() {
   if (tag_open) {
     put("/>");

@@ -26,6 +26,8 @@ class XMLWriter {
   void attribute(std::string_view name, std::string_view value);
   // Without `escape`, `value` goes out as it is.
   void text(std::string_view value, bool escape);
+  // An element that tells what is wrong with the item `item`.
+  void error(std::string_view item, std::string_view message);
   // Closes an open tag and ends the line.
   void finish();
 
@@ -33,6 +35,8 @@ class XMLWriter {
   std::ostream& Stream();
   // Bytes written so far.
   std::size_t Length() const { return flushed + used; }
+  // Errors told so far.
+  unsigned Errors() const { return errors; }
 
  private:
   void put(std::string_view piece);
@@ -49,6 +53,7 @@ class XMLWriter {
   int depth = 0;
   bool need_space = false;
   bool end_inline = true;  // the next end tag stays on its line
+  unsigned errors = 0;
   std::array<char, 2048> buffer;
   std::size_t used = 0;
   std::size_t flushed = 0;

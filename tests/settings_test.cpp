@@ -73,6 +73,15 @@ TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
   records.Sample(StampNow(), sample);
   head.SignalProcessor().Send(records);
   EXPECT_NE(client.ReadLineThatBegins("DATA\t").find("\t2\t2\t0\t0\t0\t"), std::string::npos);
+  // By that of the moment: a standing query may write it.
+  client.Send(
+      "<nemra><tavo><factory><calibration><F_modred>3</F_modred></calibration></factory>"
+      "</tavo>&query_changes;</nemra>\n<nemra><tavo><cfg><fan_duty>1</fan_duty></cfg></tavo>"
+      "</nemra>\n");
+  client.ReadLineThatBegins("<nemra><tavo><ack>");
+  records.Sample(StampNow(), sample);
+  head.SignalProcessor().Send(records);
+  EXPECT_NE(client.ReadLineThatBegins("DATA\t").find("\t3\t3\t0\t0\t0\t"), std::string::npos);
 
   WriteFile(etc + "factorytavo.conf",
             "<nemra><tavo><factory><bias><red_bias>200</red_bias></bias></factory></tavo></nemra>");

@@ -143,6 +143,19 @@ TEST(System, WhatItRefusesIsToldAndLeavesTheOldFile) {
   Publish(port, "nemra/tavo/xml/update", Settings("<network><name>later</name></network>"));
   Subscriber(port, "nemra/tavo/xml/changes").WaitForOutput("<name>later</name>");
   EXPECT_EQ(ReadFile(root.Path() + "/etc/hostname"), "later\n");
+
+  // The date of a time from there is today's.
+  Publish(port, "nemra/tavo/xml/update", Settings("<clock><time>12:34:56</time></clock>"));
+  EXPECT_EQ(bench.Said("the system time to 1").find(" 1970\n"), std::string::npos);
+
+  // What was taken ahead of a failure reaches the files, and each failure keeps nothing but itself.
+  EXPECT_EQ(bench.Ask(Settings("<fan_duty>21</fan_duty><network><name>still-later</name></network>"
+                               "<clock><date>bad</date></clock>"
+                               "<network><ipaddress>junk</ipaddress></network>")),
+            "<nemra><tavo><error>SocketAddress: illegal address junk</error></tavo></nemra>");
+  bench.Said("ERROR: Invalid date format (should be YYYY-MM-DD): bad\n");
+  EXPECT_EQ(ReadFile(root.Path() + "/etc/hostname"), "still-later\n");
+  EXPECT_NE(ReadFile(root.Path() + "/etc/tavo.conf").find("<fan_duty>21<"), std::string::npos);
   EXPECT_EQ(bench.head.Stop(), 0);
 }
 

@@ -13,6 +13,7 @@
 #include "common/host_name.h"
 #include "common/network_interface.h"
 #include "common/print_exception.h"
+#include "common/steps.h"
 #include "leaf/lumet/bus/announcement.h"
 #include "leaf/lumet/light/calibration.h"
 #include "leaf/lumet/version.h"
@@ -108,7 +109,6 @@ void Lumet::readconfig() {
     FillInIdentity();
     dsp.RequestVersion();
   });
-  calibration = LightCalibrationOf(doc.Conf());
   UpdateBias(true);
   console.CheckForChanges();
   SetTimeout(kAnnounceMs);
@@ -137,16 +137,15 @@ void Lumet::item_changed(const ConfigurableEvent&) {
   // A change of raw capture, or outside of these, goes to disk with the next one that does.
   const bool save_main = timing_changed || cfg.FanMode().has_changed() ||
                          cfg.FanDuty().has_changed() || cfg.FanFreq().has_changed();
-  if (timing_changed) ApplyTimingSettings();
-  system_settings.Apply(tavo);
-  if (tavo.Factory().has_changed() || tavo.Cal().has_changed()) {
-    calibration = LightCalibrationOf(tavo);
-    UpdateBias(false);
-  }
-  if (tavo.Cmd().has_changed()) CarryOutCommands();
-  if (tavo.Factory().has_changed()) files.save_factory();
-  if (tavo.Cal().has_changed()) files.save_cal();
-  if (save_main) files.save_main();
+  Steps steps;
+  if (timing_changed) steps.Run([&] { ApplyTimingSettings(); });
+  steps.Run([&] { system_settings.Apply(tavo); });
+  steps.Run([&] { UpdateBias(false); });
+  if (tavo.Cmd().has_changed()) steps.Run([&] { CarryOutCommands(); });
+  if (tavo.Factory().has_changed()) steps.Run([&] { files.save_factory(); });
+  if (tavo.Cal().has_changed()) steps.Run([&] { files.save_cal(); });
+  if (save_main) steps.Run([&] { files.save_main(); });
+  steps.ThrowFirstFailure();
 }
 
 void Lumet::ApplyTimingSettings() {
@@ -191,7 +190,8 @@ void Lumet::GotData(DataSample& sample) {
   const float max_temperature = hw_mon.MaxTemperature();
   UpdateDiagnostics(max_temperature);
   registers.SetTime(sample.time);
-  DeriveLightQuantities(calibration, transmittance_in_force, sample);
+  // From the leaves themselves: a standing query writes them without a word to anybody.
+  DeriveLightQuantities(LightCalibrationOf(doc.Conf()), transmittance_in_force, sample);
   if (const auto zero = zeroing.Take(sample.time, sample.values[DataSample::DC],
                                      sample.values[DataSample::PC], sample.code))
     FinishZeroing(*zero);

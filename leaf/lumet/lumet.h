@@ -51,7 +51,8 @@ class Lumet : public DSPDevice::Listener,
   // Reads the settings files and sets the head up by them; SIGUSR1 does it again.
   void readconfig();
 
-  // The road of a setting: what changed in the document reaches the processor and the files.
+  // The road of a setting: what changed in the document reaches the processor, the system and the
+  // files. Each step runs, even if one before it throws; the first exception comes out of here.
   void item_changed(const ConfigurableEvent& event) override;
 
   // The road of a sample.
@@ -145,7 +146,6 @@ class Lumet : public DSPDevice::Listener,
   RawCapture raw_capture;
   EventRecorder events;
   DataRowComposer data_row;
-  LightCalibration calibration;
   float transmittance_in_force = 1;
   FlashMode flash_mode = FlashMode::kRect;
   unsigned flash_modrate_in_force = 0;  // Hz

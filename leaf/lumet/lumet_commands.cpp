@@ -103,6 +103,7 @@ void Lumet::HandleXMLUpdate(const std::string& payload) {
   attempt([&] {
     std::istringstream in(payload);
     std::ostringstream unheard;
+    console.RefreshDynamicFields();
     doc.request(in, unheard);
   });
   // Behind a failure too: the marks that it left behind would fail every later update.

@@ -1,9 +1,14 @@
 #include "liborrel/doctavo/doc_tavo.h"
 
+#include "common/steps.h"
+
 std::istream& DocTavo::request(std::istream& in, std::ostream& out) {
   Conf().Cmd().reset();
-  read_document(in, out);
-  notify_if_changed();
+  Steps steps;
+  steps.Run([&] { read_document(in, out); });
+  // A value is live as soon as it is taken, whatever fails after it.
+  steps.Run([&] { notify_if_changed(); });
+  steps.ThrowFirstFailure();
   return in;
 }
 
@@ -14,11 +19,14 @@ void DocTavo::add_listener(const std::string& listener_name, ConfigurableListene
 void DocTavo::remove_listener(const std::string& listener_name) { listeners.erase(listener_name); }
 
 void DocTavo::notify() {
+  Steps steps;
   for (auto next = listeners.begin(); next != listeners.end();) {
-    // A listener may take itself off.
-    ConfigurableListener* listener = (next++)->second;
-    listener->item_changed(ConfigurableEvent(*this));
+    // Found again by name: a listener may take off any of them.
+    const std::string listener_name = next->first;
+    steps.Run([&] { next->second->item_changed(ConfigurableEvent(*this)); });
+    next = listeners.upper_bound(listener_name);
   }
+  steps.ThrowFirstFailure();
 }
 
 void DocTavo::notify_if_changed() {

@@ -4,6 +4,7 @@
 #include <ostream>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -67,7 +68,6 @@ void DocumentCases() {
        "<Error Param=\"time\">unable to read Timestamp\n</Error>"},
       {InTavo("<history>&query_item;</history>"),
        "<record><time>2000-01-01 00:00:00</time><type/><DC0>1</DC0><Pc0>0</Pc0></record>"
-       "<record><time>1989-01-01 00:00:00</time><type/><DC0>0</DC0><Pc0>0</Pc0></record>"
        "<r><time>2000-01-02 00:00:00</time><type>Pc0</type><DC0>0</DC0><Pc0>0</Pc0></r>"},
       {InCfg("<clock><zone>{UTC|Europe/Berlin|America/Chicago}</zone><zone>Europe/Berlin</zone>"
              "<zone>&query_item;&query_doctype_item;</zone></clock>"),
@@ -123,6 +123,32 @@ void ListenerCases() {
   Ask(doc, InCfg("<fan_duty>7</fan_duty>"));
   ExpectEqual(order, "12122");
   ExpectTrue(doc.Conf().needs_saving(), "a setting");
+
+  // Everybody hears what was taken, whatever fails in the document or in a listener ahead, even one
+  // that takes off the next; the first failure is the one that comes out.
+  struct Failing : Listener {
+    Failing(DocTavo& document, std::string& log) : Listener("f", log), doc(document) {}
+    void item_changed(const ConfigurableEvent& event) override {
+      Listener::item_changed(event);
+      doc.remove_listener("05-Next");
+      throw std::runtime_error("a listener");
+    }
+    DocTavo& doc;
+  } failing(doc, order);
+  doc.add_listener("04-Failing", &failing);
+  doc.add_listener("05-Next", &first);
+  ExpectThrows<std::runtime_error>([&] { Ask(doc, InCfg("<fan_duty>8</fan_duty>")); },
+                                   "a listener");
+  ExpectEqual(order, "12122f2");
+  ExpectThrows<SocketError>(
+      [&] {
+        Ask(doc, InCfg("<fan_duty>9</fan_duty><network><gateway>junk</gateway></network>"
+                       "<fan_freq>9</fan_freq>"));
+      },
+      "SocketAddress: illegal address junk");
+  ExpectEqual(order, "12122f2f2");
+  ExpectTrue(doc.Conf().Cfg().FanDuty().get() == 9 && doc.Conf().Cfg().FanFreq().get() == 60,
+             "what stands ahead of a failure");
 }
 
 // Sets every leaf that it visits to a value from its seed.

@@ -6,6 +6,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "common/steps.h"
+
 namespace {
 
 // Three numbers with `separator` between them. False if `text` is anything else.
@@ -67,8 +69,10 @@ void SystemSettings::FillIn(ConfigTavo& tavo) const {
 }
 
 void SystemSettings::Apply(ConfigTavo& tavo) {
-  if (tavo.Cfg().Network().has_changed()) ApplyNetwork(tavo.Cfg().Network());
-  if (tavo.Cfg().Clock().has_changed()) ApplyClock(tavo.Cfg().Clock());
+  Steps steps;
+  if (tavo.Cfg().Network().has_changed()) steps.Run([&] { ApplyNetwork(tavo.Cfg().Network()); });
+  if (tavo.Cfg().Clock().has_changed()) steps.Run([&] { ApplyClock(tavo.Cfg().Clock()); });
+  steps.ThrowFirstFailure();
 }
 
 void SystemSettings::ApplyNetwork(ConfigCfgNetwork& settings) {
@@ -77,13 +81,14 @@ void SystemSettings::ApplyNetwork(ConfigCfgNetwork& settings) {
 }
 
 void SystemSettings::ApplyClock(ConfigCfgClock& settings) {
-  if (settings.Ptp().has_changed()) ptp_service.Set(settings.Ptp().get());
+  Steps steps;
+  if (settings.Ptp().has_changed()) steps.Run([&] { ptp_service.Set(settings.Ptp().get()); });
   if (settings.Time().has_changed() || settings.Date().has_changed())
-    SetClock(MomentOf(settings.Date().get(), settings.Time().get()));
+    steps.Run([&] { SetClock(MomentOf(settings.Date().get(), settings.Time().get())); });
   if (settings.Zone().has_changed())
-    system_clock.SetZone(
-        settings.Zone().choices().at(static_cast<std::size_t>(settings.Zone().get())));
-  if (settings.TimeT().has_changed()) SetClock(settings.TimeT().get());
+    steps.Run([&] { system_clock.SetZone(settings.Zone().text()); });
+  if (settings.TimeT().has_changed()) steps.Run([&] { SetClock(settings.TimeT().get()); });
+  steps.ThrowFirstFailure();
 }
 
 void SystemSettings::SetClock(std::time_t seconds) {

@@ -19,8 +19,10 @@ class SystemSettings {
   void FillInZones(ConfigTavo& tavo) const;
   // The values of the system, without marks.
   void FillIn(ConfigTavo& tavo) const;
-  // Carries what is marked through to the system. Throws std::runtime_error for a text that is no
-  // date or time, for what the system refuses, and when rights can't be had.
+  // Carries what is marked through to the system: each setting, even if one before it fails. Throws
+  // std::runtime_error for a text that is no date or time, for a zone that is none of the list, for
+  // what the system refuses, and when rights can't be had; of several failures the first, and the
+  // others are printed.
   void Apply(ConfigTavo& tavo);
 
  private:

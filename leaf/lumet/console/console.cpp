@@ -123,12 +123,13 @@ void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
 
 void Console::RefreshDynamicFields() {
   ConfigTavo& tavo = doc.Conf();
+  ConfigCfgClock& clock = tavo.Cfg().Clock();
+  // Ahead of everything that is refreshed: the marks of that climb.
+  const bool clock_was_changed = clock.has_changed();
+  const bool doc_was_changed = doc.has_changed();
   tavo.Cmd().reset();
   tavo.Cmd().set_changed(false);
 
-  ConfigCfgClock& clock = tavo.Cfg().Clock();
-  const bool clock_was_changed = clock.has_changed();
-  const bool doc_was_changed = doc.has_changed();
   const std::time_t now = std::time(nullptr);
   struct tm local = {};
   localtime_r(&now, &local);

@@ -39,6 +39,10 @@ class Console {
   // queries, publishes the document on the bus, and clears the marks.
   void CheckForChanges();
 
+  // Runs ahead of each document of a client or the bus: resets the commands, and fills in what is
+  // of the moment, clock and address. Only an address that is another one counts as a change.
+  void RefreshDynamicFields();
+
   bool HasConsole() const { return console_client != nullptr; }
 
  private:
@@ -51,7 +55,6 @@ class Console {
   template <class Answer>
   std::string Reply(Answer answer);
   void RunStandingQuery(SocketClient* client, const std::string& text);
-  void RefreshDynamicFields();
   void LoadOutputs(const LumetSocketContext& context);
   void StoreOutputs(LumetSocketContext& context, std::ostream& reply);
   void TakeConsole(SocketClient* client, const std::string& text, std::size_t word_end);
