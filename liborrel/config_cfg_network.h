@@ -6,7 +6,7 @@
 #include "configurable/configbuiltin.h"
 #include "configurable/configurable_composite.h"
 
-// An address as a setting. A text that is none throws SocketError out of the reading.
+// An IPv4 address as a setting. A text that is none throws SocketError out of the reading.
 class ConfigIPAddress : public Configurable {
  public:
   ConfigIPAddress(const std::string& item_name, const std::string& address);
@@ -24,6 +24,15 @@ class ConfigIPAddress : public Configurable {
   SocketAddress _default_value;
 };
 
+// A host name as a setting: labels of letters, digits and inner hyphens, 1 to 63 characters each,
+// with single dots between them, 64 characters in all (RFC 1123; the length is the system's). What
+// is none is refused; `set` takes what it is given.
+class ConfigHostName : public ConfigurableString {
+ public:
+  using ConfigurableString::ConfigurableString;
+  std::istream& read_value(std::istream& in, std::ostream& err) override;
+};
+
 // Whether addresses come by themselves. The enumerators are the indexes.
 class ConfigAutoManual : public ConfigurableMultipleChoice {
  public:
@@ -36,14 +45,14 @@ class ConfigCfgNetwork : public ConfigurableComposite {
  public:
   ConfigCfgNetwork();
 
-  ConfigurableString& Name() { return host_name; }
+  ConfigHostName& Name() { return host_name; }
   ConfigAutoManual& Configuration() { return configuration; }
   ConfigIPAddress& Ipaddress() { return ipaddress; }
   ConfigIPAddress& Netmask() { return netmask; }
   ConfigIPAddress& Gateway() { return gateway; }
 
  private:
-  ConfigurableString host_name{"name", "ch4-xxxx"};
+  ConfigHostName host_name{"name", "ch4-xxxx"};
   ConfigAutoManual configuration{"configuration", ConfigAutoManual::Auto};
   ConfigIPAddress ipaddress{"ipaddress", "192.168.1.95"};
   ConfigIPAddress netmask{"netmask", "255.255.255.0"};
