@@ -1,6 +1,9 @@
 #include "liborrel/config_cfg_network.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <iterator>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -8,6 +11,30 @@ namespace {
 std::vector<std::string>* AutoManual() {
   static std::vector<std::string> choices = {"auto", "manual"};
   return &choices;
+}
+
+bool IsAlphanumeric(char byte) {
+  return (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') ||
+         (byte >= 'a' && byte <= 'z');
+}
+
+bool IsLabel(std::string_view text) {
+  constexpr std::size_t kLongestLabel = 63;
+  return !text.empty() && text.size() <= kLongestLabel && IsAlphanumeric(text.front()) &&
+         IsAlphanumeric(text.back()) && std::all_of(text.begin(), text.end(), [](char byte) {
+           return byte == '-' || IsAlphanumeric(byte);
+         });
+}
+
+bool IsHostName(std::string_view text) {
+  constexpr std::size_t kLongestName = 64;
+  if (text.size() > kLongestName) return false;
+  while (true) {
+    const std::size_t dot = text.find('.');
+    if (!IsLabel(text.substr(0, dot))) return false;
+    if (dot == std::string_view::npos) return true;
+    text.remove_prefix(dot + 1);
+  }
 }
 
 }  // namespace
@@ -28,8 +55,8 @@ std::istream& ConfigIPAddress::read_value(std::istream& in, std::ostream& err) {
     return in;
   }
   const SocketAddress address(text);
-  // An address in general may be a path; this one may not.
-  if (address.Family() == AF_UNIX) throw SocketError("SocketAddress: illegal address " + text);
+  // An address in general may be IPv6 or a path; this one may not.
+  if (address.Family() != AF_INET) throw SocketError("SocketAddress: illegal address " + text);
   set(address);
   return in;
 }
@@ -37,6 +64,16 @@ std::istream& ConfigIPAddress::read_value(std::istream& in, std::ostream& err) {
 std::ostream& ConfigIPAddress::print_value(std::ostream& out) { return out << _value.ToString(); }
 
 std::ostream& ConfigIPAddress::print_doctype(std::ostream& out) { return out << "int.int.int.int"; }
+
+std::istream& ConfigHostName::read_value(std::istream& in, std::ostream& err) {
+  const std::string text(std::istreambuf_iterator<char>(in), {});
+  if (IsHostName(text))
+    set(text);
+  else
+    err << "invalid host name (should be letters, digits, inner hyphens and single dots, at most "
+           "64)";
+  return in;
+}
 
 ConfigAutoManual::ConfigAutoManual(const std::string& item_name, int default_index)
     : ConfigurableMultipleChoice(item_name, AutoManual(), default_index) {}

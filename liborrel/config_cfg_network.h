@@ -6,7 +6,7 @@
 #include "configurable/child.h"
 #include "liborrel/units.h"
 
-// An address as a setting. A text that is none throws SocketError out of the reading.
+// An IPv4 address as a setting. A text that is none throws SocketError out of the reading.
 class ConfigIPAddress : public Configurable {
  public:
   ConfigIPAddress(const std::string& item_name, const std::string& address);
@@ -24,6 +24,15 @@ class ConfigIPAddress : public Configurable {
   SocketAddress _default_value;
 };
 
+// A host name as a setting: labels of letters, digits and inner hyphens, 1 to 63 characters each,
+// with single dots between them, 64 characters in all (RFC 1123; the length is the system's). What
+// is none is refused; `set` takes what it is given.
+class ConfigHostName : public ConfigurableString {
+ public:
+  using ConfigurableString::ConfigurableString;
+  std::istream& read_value(std::istream& in, std::ostream& err) override;
+};
+
 // Whether addresses come by themselves. The enumerators are the indexes.
 class ConfigAutoManual : public ConfigurableMultipleChoice {
  public:
@@ -36,7 +45,7 @@ class ConfigCfgNetwork : public ConfigurableComposite {
  public:
   ConfigCfgNetwork() : ConfigurableComposite("network") {}
 
-  StringLeaf Name{this, "name", units::kNone, "Host name", "ch4-xxxx"};
+  Child<ConfigHostName> Name{this, "name", units::kNone, "Host name", "ch4-xxxx"};
   Child<ConfigAutoManual> Configuration{this, "configuration", units::kNone,
                                         "Where addresses come from: DHCP or the items below",
                                         ConfigAutoManual::Auto};

@@ -1,11 +1,18 @@
 #include "liborrel/network_config.h"
 
 #include <cctype>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
 #include <fstream>
+#include <iterator>
+#include <optional>
+#include <sstream>
+#include <system_error>
+#include <vector>
 
 #include "common/privilege_guard.h"
 #include "common/safe_file.h"
-#include "common/str_util.h"
 
 namespace {
 
@@ -13,16 +20,33 @@ bool BeginsWithSpace(const std::string& line) {
   return !line.empty() && std::isspace(static_cast<unsigned char>(line[0])) != 0;
 }
 
-// Takes the address behind `word` in a line, wherever it stands there.
-void TakeAddress(const std::string& line, const std::string& word, SocketAddress& address) {
-  const std::size_t at = line.find(word);
-  if (at == std::string::npos) return;
+std::vector<std::string> WordsOf(const std::string& line) {
+  std::istringstream in(line);
+  return {std::istream_iterator<std::string>(in), {}};
+}
+
+// Nothing if `text` is no IPv4 address: somebody else's, of hardware say.
+std::optional<SocketAddress> AddressOf(const std::string& text) {
   try {
-    const SocketAddress found(StripEndWS(line.substr(at + word.size())));
-    if (found.Family() == AF_INET) address = found;
+    const SocketAddress address(text);
+    if (address.Family() == AF_INET) return address;
   } catch (const SocketError&) {
-    // Somebody else's address, of hardware say.
   }
+  return std::nullopt;
+}
+
+// A mask is an address or the length of a prefix.
+std::optional<SocketAddress> MaskOf(const std::string& text) {
+  constexpr unsigned kBits = 32;
+  unsigned length = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, length);
+  if (error != std::errc() || stop != end) return AddressOf(text);
+  if (length > kBits) return std::nullopt;
+  struct sockaddr_in mask = {};
+  mask.sin_family = AF_INET;
+  mask.sin_addr.s_addr = htonl(length == 0 ? 0 : ~std::uint32_t{0} << (kBits - length));
+  return SocketAddress(reinterpret_cast<const struct sockaddr*>(&mask));
 }
 
 }  // namespace
@@ -35,21 +59,76 @@ NetworkConfig::NetworkConfig(const Platform& where)
   ReadStanzas(file);
 }
 
-void NetworkConfig::ReadStanzas(std::istream& file) {
-  bool in_stanza = false;
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with("iface " + interface)) {
-      in_stanza = true;
-      values.dhcp = line.find("static") == std::string::npos;
-    } else if (!line.starts_with('#') && !BeginsWithSpace(line)) {
-      in_stanza = false;
-    } else if (in_stanza) {
-      // Commented ones too: they keep manual values over a time of DHCP.
-      TakeAddress(line, "address", values.address);
-      TakeAddress(line, "netmask", values.netmask);
-      TakeAddress(line, "gateway", values.gateway);
+// The options of one stanza, line by line. Commented ones count too, since they keep manual values
+// over a time of DHCP, but not against what stands there for the system.
+class NetworkConfig::Stanza {
+ public:
+  explicit Stanza(Values& into) : values(into) {}
+
+  void Take(const std::string& line) {
+    const std::size_t start = line.find_first_not_of(" \t#");
+    if (start == std::string::npos) return;
+    const bool commented = line.find('#') < start;
+    const std::vector<std::string> words = WordsOf(line.substr(start));
+    // The system reads an option by its first word alone; a comment may have others before it.
+    const std::size_t last_name = commented ? words.size() : 1;
+    for (std::size_t i = 0; i < last_name && i + 1 < words.size(); ++i)
+      TakeOption(words[i], words[i + 1].substr(0, words[i + 1].find('#')), commented);
+  }
+
+ private:
+  void TakeOption(const std::string& name, const std::string& text, bool commented) {
+    if (name == "netmask") {
+      Store(MaskOf(text), commented, values.netmask, has_netmask);
+    } else if (name == "gateway") {
+      Store(AddressOf(text), commented, values.gateway, has_gateway);
+    } else if (name == "address") {
+      const std::size_t slash = text.find('/');
+      if (slash == std::string::npos)
+        return Store(AddressOf(text), commented, values.address, has_address);
+      const auto address = AddressOf(text.substr(0, slash));
+      const auto netmask = MaskOf(text.substr(slash + 1));
+      if (!address || !netmask) return;
+      Store(address, commented, values.address, has_address);
+      // A netmask of its own goes before that of the prefix.
+      if (!has_netmask) values.netmask = *netmask;
     }
   }
+
+  static void Store(const std::optional<SocketAddress>& found, bool commented,
+                    SocketAddress& address, bool& has) {
+    if (!found || (commented && has)) return;
+    address = *found;
+    has = !commented;
+  }
+
+  Values& values;
+  // What the system has read.
+  bool has_address = false;
+  bool has_netmask = false;
+  bool has_gateway = false;
+};
+
+void NetworkConfig::ReadStanzas(std::istream& file) {
+  std::optional<Stanza> stanza;
+  for (std::string line; std::getline(file, line);) {
+    if (BeginsStanza(line)) {
+      stanza.emplace(values);
+      if (const auto words = WordsOf(line); words.size() > 3 && words[3] == "static")
+        values.dhcp = false;
+    } else if (!line.starts_with('#') && !BeginsWithSpace(line)) {
+      stanza.reset();
+    } else if (stanza) {
+      stanza->Take(line);
+    }
+  }
+}
+
+// Only those of IPv4 are the head's.
+bool NetworkConfig::BeginsStanza(const std::string& line) const {
+  if (!line.starts_with("iface")) return false;
+  const std::vector<std::string> words = WordsOf(line);
+  return words.size() > 2 && words[0] == "iface" && words[1] == interface && words[2] == "inet";
 }
 
 void NetworkConfig::set(const Values& wanted) {
@@ -81,11 +160,22 @@ void NetworkConfig::CopyOthers(std::istream& from, std::ostream& to) const {
   bool dropping = false;
   for (std::string line; std::getline(from, line);) {
     if (dropping && (line.empty() || line.starts_with('#') || BeginsWithSpace(line))) continue;
-    // The line that ends a stanza is copied, whatever it is.
+    // A line that ends a stanza is copied, whatever it is, but for another stanza of the head.
     const bool ends_stanza = dropping;
-    dropping = !ends_stanza && line.starts_with("iface " + interface);
-    if (ends_stanza || (!dropping && !line.starts_with("auto " + interface))) to << line << "\n";
+    dropping = BeginsStanza(line);
+    if (!dropping) to << (ends_stanza ? line + "\n" : WithoutAuto(line));
   }
+}
+
+// A line as it is to be copied, with its line feed: without the interface, if it starts it first.
+std::string NetworkConfig::WithoutAuto(const std::string& line) const {
+  std::vector<std::string> words;
+  if (line.starts_with("auto")) words = WordsOf(line);
+  if (words.size() < 2 || words[0] != "auto" || words[1] != interface) return line + "\n";
+  if (words.size() == 2) return "";
+  std::string others = "auto";
+  for (std::size_t i = 2; i < words.size(); ++i) others += " " + words[i];
+  return others + "\n";
 }
 
 void NetworkConfig::WriteStanza(std::ostream& to) const {

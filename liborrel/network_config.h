@@ -18,8 +18,8 @@ class NetworkConfig {
     SocketAddress gateway{"192.168.1.1"};
   };
 
-  // Reads the files. What they don't tell, or not as IPv4 addresses, stays as above. `where` must
-  // outlive this.
+  // Reads the files, that of the interfaces as the system does (interfaces(5)). What they don't
+  // tell, or not as IPv4 addresses, stays as above. `where` must outlive this.
   explicit NetworkConfig(const Platform& where);
 
   const Values& Get() const { return values; }
@@ -30,7 +30,11 @@ class NetworkConfig {
 
  private:
   void apply();
+  class Stanza;
+
   void ReadStanzas(std::istream& file);
+  bool BeginsStanza(const std::string& line) const;
+  std::string WithoutAuto(const std::string& line) const;
   void CopyOthers(std::istream& from, std::ostream& to) const;
   void WriteStanza(std::ostream& to) const;
 

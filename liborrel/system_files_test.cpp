@@ -126,9 +126,19 @@ void NetworkCases() {
       // The line behind a stanza is copied, whatever it is; names count by their beginning.
       {"an interface of two families", "iface eth0 inet dhcp\niface eth0 inet6 auto\n\tx 1\n", true,
        "192.168.1.95", false, "iface eth0 inet6 auto\n\tx 1\n" + manual},
+      {"static in two families",
+       "iface eth0 inet static\n address 10.1.1.1\niface eth0 inet6 auto\n\taddress 1.1.1.1\n",
+       false, "10.1.1.1", true, "iface eth0 inet6 auto\n\taddress 1.1.1.1\n" + commented},
+      {"two stanzas side by side",
+       "iface eth0 inet static\n\taddress 10.1.1.1\niface eth0 inet dhcp\nauto eth0\n", false,
+       "10.1.1.1", true, "auto eth0\n" + commented},
       {"names that begin alike",
-       "auto eth00\nauto eth1\niface eth0:1 inet static\n\taddress 1.2.3.4\n", false, "1.2.3.4",
-       true, "auto eth1\n" + commented},
+       "auto eth00\nauto eth0 eth1\nauto lo eth0\nifaces eth0 inet static\niface eth0:1 inet "
+       "static\n\taddress 1.2.3.4\n",
+       true, "192.168.1.95", true,
+       "auto eth00\nauto eth1\nauto lo eth0\nifaces eth0 inet static\niface eth0:1 inet "
+       "static\n\taddress 1.2.3.4\n" +
+           commented},
       {"what is no address",
        "iface eth0 inet static\n\thwaddress ether 02:00:00:00:00:01\n\taddress 2001:db8::1/64\n",
        false, "192.168.1.95", true, commented},
@@ -152,6 +162,34 @@ void NetworkCases() {
     const NetworkConfig again(machine.platform);
     ExpectEqual(again.Get().dhcp, row.wanted_dhcp, row.name);
     ExpectEqual(again.Get().gateway.ToString(), "10.0.0.1", row.name);
+  }
+
+  // Options as the system reads them: address, netmask, gateway.
+  const struct {
+    const char* options;
+    const char* values;
+  } stanzas[] = {
+      {"\taddress 10.0.0.5/24\n\tgateway 10.0.0.1 # router\n", "10.0.0.5 255.255.255.0 10.0.0.1"},
+      {"\taddress\t10.0.0.5/12#x\n", "10.0.0.5 255.240.0.0 192.168.1.1"},
+      {"\taddress 10.0.0.5/255.0.0.0\n", "10.0.0.5 255.0.0.0 192.168.1.1"},
+      {"\tnetmask 255.255.0.0\n\taddress 10.0.0.5/24\n", "10.0.0.5 255.255.0.0 192.168.1.1"},
+      {"\taddress 10.0.0.5/0\n\tnetmask 32\n", "10.0.0.5 255.255.255.255 192.168.1.1"},
+      {"\taddress 10.0.0.5/33\n\tgateway 10.0.0.1/8\n", "192.168.1.95 255.255.255.0 192.168.1.1"},
+      {"\taddress 10.0.0.5\n# old address 10.0.0.7\n#gateway 10.0.0.1\n",
+       "10.0.0.5 255.255.255.0 10.0.0.1"},
+      {"\tup route add -net 10.0.0.0 netmask 255.0.0.0 gateway 10.0.0.1\n",
+       "192.168.1.95 255.255.255.0 192.168.1.1"},
+  };
+  for (const auto& row : stanzas) {
+    Machine machine;
+    machine.root.Write("etc/network/interfaces",
+                       std::string("iface\teth0  inet static\n") + row.options);
+    const NetworkConfig network(machine.platform);
+    const NetworkConfig::Values& read = network.Get();
+    ExpectTrue(!read.dhcp, row.options);
+    ExpectEqual(
+        read.address.ToString() + " " + read.netmask.ToString() + " " + read.gateway.ToString(),
+        row.values, row.options);
   }
 
   Machine machine;

@@ -94,12 +94,22 @@ TEST(System, SettingsReachItsFilesAndSurviveARestart) {
         std::filesystem::read_symlink(etc + "localtime").string().ends_with("/America/New_York"));
 
     // What is no date is told, and costs nothing else.
-    EXPECT_EQ(bench.Ask(Settings("<clock><date>tomorrow</date></clock>")),
-              "<nemra><tavo><error>Invalid date format (should be YYYY-MM-DD): tomorrow</error>"
-              "</tavo></nemra>");
-    EXPECT_EQ(bench.Ask(Settings("<clock><time>12.30</time></clock>")),
-              "<nemra><tavo><error>Invalid time format (should be HH:MM:SS): 12.30</error>"
-              "</tavo></nemra>");
+    for (const char* date : {"tomorrow", "1988-12-31", "2100-01-01", "26-07-01", "2026-13-01",
+                             "2026-00-01", "2026-02-30", "2023-02-29"})
+      EXPECT_EQ(bench.Ask(Settings(std::string("<clock><date>") + date + "</date></clock>")),
+                std::string("<nemra><tavo><error>Invalid date format (should be YYYY-MM-DD): ") +
+                    date + "</error></tavo></nemra>");
+    for (const char* time : {"12.30", "24:00:00", "23:60:00", "23:59:60", "-1:00:00"})
+      EXPECT_EQ(bench.Ask(Settings(std::string("<clock><time>") + time + "</time></clock>")),
+                std::string("<nemra><tavo><error>Invalid time format (should be HH:MM:SS): ") +
+                    time + "</error></tavo></nemra>");
+    for (const char* moment : {"<date>2024-02-29</date><time>00:00:00</time>",
+                               "<date>2099-12-31</date><time>23:59:59</time>"})
+      EXPECT_EQ(bench.Ask(Settings("<clock>" + std::string(moment) + "</clock>")), "");
+    EXPECT_EQ(bench.Said("Set clock to: Thu Feb 29 00:00:00 2024\n").find("would set the system"),
+              std::string::npos)
+        << "for what was refused";
+    bench.Said("Set clock to: Thu Dec 31 23:59:59 2099\n");
 
     // The clock of a slave is its master's.
     EXPECT_EQ(bench.Ask(Settings("<clock><ptp>slaveonly</ptp></clock>")), "");

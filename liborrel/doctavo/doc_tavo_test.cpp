@@ -77,11 +77,41 @@ void DocumentCases() {
        "10.1.2.3 {int.int.int.int}"},
   };
   for (const auto& row : rows) ExpectEqual(Ask(doc, row.request), row.answer, row.request);
-  ExpectThrows<SocketError>(
-      [&] { Ask(doc, InCfg("<network><ipaddress>1.2</ipaddress></network>")); },
-      "SocketAddress: illegal address 1.2");
+  for (const char* address : {"1.2", "fe80::1", "/etc/passwd"})
+    ExpectThrows<SocketError>(
+        [&] {
+          Ask(doc, InCfg(std::string("<network><gateway>") + address + "</gateway></network>"));
+        },
+        std::string("SocketAddress: illegal address ") + address);
   ExpectEqual(Ask(doc, InCfg("<network><ipaddress>&query_item;</ipaddress></network>")),
               "10.1.2.3");
+
+  const std::string longest_label(63, 'x');
+  const struct {
+    std::string name;
+    bool taken;
+  } names[] = {{"a", true},
+               {"7.Head-2.local", true},
+               {longest_label, true},
+               {"-a", false},
+               {"a-", false},
+               {"a..b", false},
+               {".a", false},
+               {"a.", false},
+               {"a\nb", false},
+               {"a/b", false},
+               {"a_b", false},
+               {longest_label + "y", false},
+               {"\u00e4", false},
+               {"a b", false},
+               {longest_label + ".y", false}};
+  for (const auto& row : names) {
+    doc.Conf().Cfg().Network().Name().reset();
+    const std::string answer = Ask(
+        doc, InCfg("<network><name>" + row.name + "</name><name>&query_item;</name></network>"));
+    ExpectEqual(answer.ends_with("</Error>ch4-xxxx"), !row.taken, row.name);
+    ExpectEqual(answer == row.name, row.taken, row.name);
+  }
 
   std::ostringstream out;
   set_compact(out, true);
@@ -180,6 +210,8 @@ void RoundTripCases() {
     DocTavo doc;
     Shaker shaker(seed);
     doc.accept(shaker);
+    // It takes no other text than a host name.
+    doc.Conf().Cfg().Network().Name().reset();
     for (unsigned i = 0; i < seed % 4; ++i)
       doc.Conf().History().add(
           new ConfigCalRecordTavo(Timestamp(1e8 * i + seed), "zero", static_cast<int>(i), -1));

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "common/steps.h"
+#include "common/timestamp.h"
 
 namespace {
 
@@ -19,12 +20,24 @@ bool ReadTriple(const std::string& text, char separator, int& first, int& second
   return in && between == separator && then == separator;
 }
 
+// Whether the calendar of the head, 1989 to 2099, has this day.
+bool IsDate(int year, int month, int day) {
+  const Timestamp there(year, month, day, 0, 0, 0);
+  return there.GetYear() == year && there.GetMonth() == month && there.GetDay() == day;
+}
+
+bool IsTimeOfDay(int hour, int minute, int second) {
+  return hour >= 0 && hour < 24 && minute >= 0 && minute < 60 && second >= 0 && second < 60;
+}
+
 // The moment of a local date and time.
 std::time_t MomentOf(const std::string& date, const std::string& time) {
   struct tm local = {};
-  if (!ReadTriple(date, '-', local.tm_year, local.tm_mon, local.tm_mday))
+  if (!ReadTriple(date, '-', local.tm_year, local.tm_mon, local.tm_mday) ||
+      !IsDate(local.tm_year, local.tm_mon, local.tm_mday))
     throw std::runtime_error("Invalid date format (should be YYYY-MM-DD): " + date);
-  if (!ReadTriple(time, ':', local.tm_hour, local.tm_min, local.tm_sec))
+  if (!ReadTriple(time, ':', local.tm_hour, local.tm_min, local.tm_sec) ||
+      !IsTimeOfDay(local.tm_hour, local.tm_min, local.tm_sec))
     throw std::runtime_error("Invalid time format (should be HH:MM:SS): " + time);
   local.tm_year -= 1900;
   local.tm_mon -= 1;
