@@ -263,7 +263,12 @@ void Lumet::GotUnknownMessage(std::uint16_t code, const std::uint8_t*, std::uint
 }
 
 void Lumet::GotBadCommand(const std::string& text) { ShowMessage("DSP Bad cmd: ", text); }
-void Lumet::GotInitMessage(const std::string& text) { ShowMessage("DSP INIT: ", text); }
+
+void Lumet::GotInitMessage(const std::string& text) {
+  ShowMessage("DSP INIT: ", text);
+  registers.ProcessorHasStarted();
+}
+
 void Lumet::GotInfoMessage(const std::string& text) { ShowMessage("DSP: ", text); }
 void Lumet::GotFatalMessage(const std::string& text) { ShowMessage("DSP FATAL: ", text); }
 
