@@ -150,6 +150,26 @@ TEST(Process, EndsOrderlyWhenTerminated) {
   EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kSafeState);
 }
 
+TEST(Process, ClientsTakeWhatIsQueuedBeforeItEnds) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kCaller);
+  Client deaf(head.Port(), 4096);
+  Client slow(head.Port(), 4096);
+  // No more than the head reads at once, so that all are answered before the reboot.
+  constexpr int kRequests = 100;
+  std::string requests;
+  for (int i = 0; i < kRequests; ++i) requests += "<nemra><tavo>&query;</tavo></nemra>\n";
+  deaf.Send(requests);
+  slow.Send(requests);
+  Client console(head.Port());
+  console.ReadLineThatBegins("DATADIAGH\t");
+  console.Send("<nemra><tavo><cmd><reboot>true</reboot></cmd></tavo></nemra>\n");
+  console.ReadLineThatBegins("<nemra><tavo><ack>true</ack>");
+  for (int i = 0; i < kRequests; ++i) slow.ReadLineThatBegins("<nemra><tavo><ack>true</ack>");
+  EXPECT_EQ(head.Wait(), 0);
+  head.WaitForLog("Exiting...\nlumet-bench: would run /usr/bin/reboot\n");
+}
+
 TEST(Process, EndsWhenTheProcessorIsGone) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller);
