@@ -194,6 +194,26 @@ int RunInChild(const Platform& platform, std::vector<std::string> arguments) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Whoever orders its end during its start is heard.
+TEST(Process, SignalsDuringItsStartAreKept) {
+  const TemporaryDirectory root;
+  const struct {
+    int early;  // before anything is open
+    int late;   // when it listens
+  } rows[] = {{SIGTERM, 0}, {0, SIGINT}, {SIGUSR1, SIGTERM}};
+  for (const auto& row : rows) {
+    Platform platform = BenchPlatform(root.Path());
+    platform.console_port = 0;
+    WriteFile(platform.dsp_device, "");
+    platform.set_scheduler = [&](int, int) { return raise(row.early); };
+    platform.lock_memory = [](int) { return 0; };
+    platform.console_listens = [&](int) { raise(row.late); };
+    EXPECT_EQ(RunInChild(platform, {"lumet", "-t"}), 0) << row.early << " " << row.late;
+    EXPECT_FALSE(std::filesystem::exists(platform.pid_file)) << row.early << " " << row.late;
+    EXPECT_TRUE(Hex(ReadFile(platform.dsp_device)).ends_with(kSafeState));
+  }
+}
+
 TEST(Process, ReportsWhatKeepsItFromStarting) {
   const TemporaryDirectory root;
   const auto with = [&](auto change) {
