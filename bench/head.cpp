@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -103,6 +104,8 @@ RecordTime StampNow() { return {static_cast<std::uint32_t>(std::time(nullptr)), 
 Head::Head(const std::string& root, PlayedBy played_by, const HeadOptions& options) {
   StreamFileBase child_link;
   std::vector<std::string> bench_options = options.bench;
+  if (std::ranges::find(bench_options, "--broker-port") == bench_options.end())
+    bench_options.insert(bench_options.end(), {"--broker-port", std::to_string(no_broker)});
   if (played_by == PlayedBy::kCaller) {
     const std::array<int, 2> link_ends = SocketPair();
     processor.Attach(link_ends[0]);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "bench/child_process.h"
+#include "bench/free_port.h"
 #include "bench/record_writer.h"
 #include "common/socket.h"
 #include "common/temporary_directory.h"
@@ -66,8 +67,8 @@ struct HeadOptions {
   std::vector<std::string> bench = {};    // options of the bench
 };
 
-// A head on the bench, in a process of its own, on a free port. Its bus has no broker unless the
-// options give it one.
+// A head on the bench, in a process of its own, on a free port. Its bus has no broker, whatever
+// runs on this machine, unless the options give it one.
 class Head {
  public:
   enum class PlayedBy { kSimulator, kCaller };
@@ -95,6 +96,7 @@ class Head {
   long Status(const std::string& name) const;
 
  private:
+  FreePort no_broker;
   Processor processor;
   std::unique_ptr<ChildProcess> process;
   int port = 0;

@@ -18,6 +18,23 @@ std::int64_t SteadyNow() {
       .count();
 }
 
+// Keeps a signal from being delivered for the length of a scope.
+class SignalBlock {
+ public:
+  explicit SignalBlock(int signo) {
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, signo);
+    sigprocmask(SIG_BLOCK, &blocked, &before);
+  }
+  ~SignalBlock() { sigprocmask(SIG_SETMASK, &before, nullptr); }
+  SignalBlock(const SignalBlock&) = delete;
+  SignalBlock& operator=(const SignalBlock&) = delete;
+
+ private:
+  sigset_t before;
+};
+
 // Taken before it is called, so that what the call removes from the queue is only later work.
 template <class T>
 T TakeFront(std::list<T>& queue) {
@@ -308,7 +325,13 @@ PollSignalHandler::~PollSignalHandler() {
 
 void PollSignalHandler::Add(int signo) {
   PollProcessor::Instance()->signals[signo].push_back(this);
-  catch_signal(pending_signals(), signo);
+  {
+    // A signal that was caught before, and waits for its first handler, waits on.
+    const SignalBlock no_news(signo);
+    const bool waiting = sigismember(pending_signals(), signo) == 1;
+    catch_signal(pending_signals(), signo);
+    if (waiting) sigaddset(pending_signals(), signo);
+  }
   registered = true;
 }
 

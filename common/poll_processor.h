@@ -176,7 +176,8 @@ class PollSignalHandler {
   virtual void HandleSignal(int signo) = 0;
   virtual const char* GetName() { return "PollSignalHandler"; }
 
-  // May be called for several signals. Throws ErrnoError when the catcher can't be installed.
+  // May be called for several signals. One that was caught before and not handled yet is handled at
+  // the next turn. Throws ErrnoError when the catcher can't be installed.
   void Add(int signo);
   // From all its signals.
   void Remove();

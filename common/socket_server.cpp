@@ -1,6 +1,10 @@
 #include "common/socket_server.h"
 
+#include <poll.h>
+
+#include <cerrno>
 #include <utility>
+#include <vector>
 
 #include "common/socket_http_client.h"
 
@@ -53,6 +57,25 @@ void SocketServer::SetKeepAlive(const std::string& text, int period_ms) {
 
 SocketClient* SocketServer::Connect(const SocketAddress& address, unsigned seconds) {
   return Adopt(MakeClient(address, seconds));
+}
+
+void SocketServer::Drain(std::chrono::steady_clock::time_point deadline) {
+  using std::chrono::ceil, std::chrono::milliseconds, std::chrono::steady_clock;
+  while (true) {
+    std::vector<SocketClient*> waiting;
+    std::vector<struct pollfd> fds;
+    for (const auto& client : clients) {
+      if ((client->GetEvents() & POLLOUT) == 0 || !client->IsOpen()) continue;
+      waiting.push_back(client.get());
+      fds.push_back({client->GetFD(), POLLOUT, 0});
+    }
+    const auto left = ceil<milliseconds>(deadline - steady_clock::now()).count();
+    if (fds.empty() || left <= 0) return;
+    if (poll(fds.data(), fds.size(), static_cast<int>(left)) < 0 && errno != EINTR)
+      throw ErrnoError("SocketServer: error calling poll()");
+    for (std::size_t i = 0; i < fds.size(); ++i)
+      if (fds[i].revents != 0) waiting[i]->HandleWrite();
+  }
 }
 
 void SocketServer::HandleRead() {

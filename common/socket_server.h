@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <limits>
 #include <list>
@@ -72,6 +73,10 @@ class SocketServer : public PollItem, public PollTimer {
 
   // Opens a connection of its own, as one more client. Throws as Socket::Connect does.
   SocketClient* Connect(const SocketAddress& address, unsigned seconds);
+
+  // Lets the clients take what is queued for them, until `deadline` at most; for the end of a
+  // process, when the loop no longer turns.
+  void Drain(std::chrono::steady_clock::time_point deadline);
 
   // In the order of connection. Closed clients stay until the next accept.
   const std::list<std::unique_ptr<SocketClient>>& Clients() const { return clients; }

@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -13,6 +11,7 @@
 #include <vector>
 
 #include "common/poll_processor.h"
+#include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
 void SocketServerCases();
@@ -206,10 +205,9 @@ void HTTPCases() {
 }
 
 void SendCases() {
-  const std::string path =
-      std::filesystem::temp_directory_path() / ("lumet-test-" + std::to_string(getpid()));
+  const TemporaryDirectory directory;
   const std::string file_text(100'000, 'f');
-  std::ofstream(path) << file_text;
+  directory.Write("file", file_text);
   Service service("\n");
   SocketClient& client = *service.listener.client;
   // More than the system takes at once, so that writes are partial, and a file in between.
@@ -218,12 +216,11 @@ void SendCases() {
   service.Turn();
   ExpectTrue(client.Backlog() > 0 && client.Backlog() < large.size(), "a partial write");
   client.Send("b");
-  client.SendFile(path);
+  client.SendFile(directory.Path() + "/file");
   client.Send("c");
   const std::string expected = large + "b" + file_text + "c";
   ExpectTrue(service.Heard(expected.size()) == expected, "order of texts and file");
   ExpectEqual(client.Backlog(), std::size_t{0});
-  std::filesystem::remove(path);
 
   // Only a silent client is kept alive.
   service.server.SetKeepAlive("alive\n", 20);

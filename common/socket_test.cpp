@@ -63,8 +63,8 @@ void AddressCases() {
 }
 
 void ConnectionCases() {
-  const std::string path =
-      std::filesystem::temp_directory_path() / ("lumet-test-" + std::to_string(getpid()));
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path() + "/socket";
   Socket listener(AF_UNIX, SOCK_STREAM, 0);
   listener.Bind(SocketAddress(path));
   ExpectTrue((std::filesystem::status(path).permissions() & std::filesystem::perms::others_write) !=

@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <array>
-#include <filesystem>
 #include <string>
 
 #include "common/errno_error.h"
+#include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
 void StreamFileCases();
@@ -40,8 +40,8 @@ void StreamFileCases() {
   ExpectEqual(text, "");
 
   // Large texts pass the stream's own buffer several times over.
-  const std::string path =
-      std::filesystem::temp_directory_path() / ("lumet-test-" + std::to_string(getpid()));
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path() + "/file";
   const std::string large(100'000, 'x');
   {
     StreamFile file(path, O_RDWR | O_CREAT | O_TRUNC);
@@ -52,7 +52,6 @@ void StreamFileCases() {
     ExpectThrows<StreamFileBaseError>([&] { StreamFile(path, O_RDONLY).GetOStream(); },
                                       "StreamFileBase: unable to create ostream");
   }
-  std::filesystem::remove(path);
 
   ExpectThrows<StreamFileBaseError>([&] { writer.Write("x"); }, closed);
   ExpectThrows<StreamFileBaseError>([&] { writer.GetOStream(); }, closed);

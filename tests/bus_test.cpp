@@ -35,7 +35,7 @@ struct BusHead {
 
 TEST(Bus, KeepsWhatLastsAndTellsWhatHappens) {
   const TemporaryDirectory directory;
-  const int port = FreePort();
+  const FreePort port;
   const Broker broker(directory.Path(), port);
   BusHead bench(port);
   Head& head = bench.head;
@@ -102,7 +102,7 @@ TEST(Bus, KeepsWhatLastsAndTellsWhatHappens) {
 
 TEST(Bus, ComesBackWithTheBroker) {
   const TemporaryDirectory directory;
-  const int port = FreePort();
+  const FreePort port;
   auto broker = std::make_unique<Broker>(directory.Path(), port);
   BusHead bench(port, Head::PlayedBy::kSimulator);
   broker->Process().Stop(SIGKILL);
@@ -124,15 +124,14 @@ TEST(Bus, ComesBackWithTheBroker) {
 
 // Somebody takes its connections and says nothing.
 TEST(Bus, SamplesDoNotWaitForABrokerThatIsSilent) {
-  const int port = FreePort();
   SocketAddress address("::1");
-  address.SetPort(port);
   Socket listener(AF_INET6, SOCK_STREAM, 0);
   listener.Bind(address);
   listener.Listen(8);
+  listener.GetSockName(address);
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kSimulator,
-            {.bench = {"--broker-port", std::to_string(port), "--rate", "200"}});
+            {.bench = {"--broker-port", std::to_string(address.GetPort()), "--rate", "200"}});
   Client client(head.Port());
   const auto accept_next = [&] {
     WaitReadable(listener.GetFD(), std::chrono::steady_clock::now() + kDeadline, "a connection");
@@ -154,7 +153,7 @@ TEST(Bus, SamplesDoNotWaitForABrokerThatIsSilent) {
 
 TEST(Bus, ShutdownMessageTakesTheMachineDown) {
   const TemporaryDirectory directory;
-  const int port = FreePort();
+  const FreePort port;
   const Broker broker(directory.Path(), port);
   BusHead bench(port);
   Publish(port, "nemra/system/shutdown", "");
@@ -166,7 +165,7 @@ TEST(Bus, ShutdownMessageTakesTheMachineDown) {
 TEST(Bus, BadMessagesCostNothingButLines) {
   constexpr int kMessages = 10'000;
   const TemporaryDirectory directory;
-  const int port = FreePort();
+  const FreePort port;
   const Broker broker(directory.Path(), port);
   BusHead bench(port, Head::PlayedBy::kSimulator);
   Head& head = bench.head;

@@ -1,7 +1,8 @@
 // The console protocol, as transcripts: files under tests/data/console. A line tells what a client
 // sends or hears next ("A> text", "A< line"), in the order of the transcript; "A<<" passes lines up
 // to this one, as at a connect; "DSP<" is what the processor gets, in hexadecimal without its zero
-// times, and "DSP>" a register's answer. '#' begins a comment.
+// times, and "DSP>" a register's value, or "init" for its first text after a start. '#' begins a
+// comment.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -62,6 +63,12 @@ class Transcript {
 
   void PlayProcessor(const std::string& what, const std::string& text) {
     std::istringstream words(text);
+    if (what == ">" && text == "init") {
+      RecordWriter record;
+      record.Text(StampNow(), DSPCode::InitTextRecord, "up");
+      head.SignalProcessor().Send(record);
+      return;
+    }
     if (what == ">") {
       std::uint16_t address = 0;
       std::uint16_t value = 0;

@@ -118,7 +118,7 @@ Json::Value NextRecord(Subscriber& bus, std::size_t& from) {
 
 TEST(Measurement, EventsOfEachKindReachTheBus) {
   const TemporaryDirectory root;
-  const int port = FreePort();
+  const FreePort port;
   const Broker broker(root.Path() + "/broker", port);
   Head head(root.Path(), Head::PlayedBy::kSimulator,
             {.bench = {"--broker-port", std::to_string(port), "--speed", "5"}});

@@ -150,6 +150,26 @@ TEST(Process, EndsOrderlyWhenTerminated) {
   EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kSafeState);
 }
 
+TEST(Process, ClientsTakeWhatIsQueuedBeforeItEnds) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kCaller);
+  Client deaf(head.Port(), 4096);
+  Client slow(head.Port(), 4096);
+  // No more than the head reads at once, so that all are answered before the reboot.
+  constexpr int kRequests = 100;
+  std::string requests;
+  for (int i = 0; i < kRequests; ++i) requests += "<nemra><tavo>&query;</tavo></nemra>\n";
+  deaf.Send(requests);
+  slow.Send(requests);
+  Client console(head.Port());
+  console.ReadLineThatBegins("DATADIAGH\t");
+  console.Send("<nemra><tavo><cmd><reboot>true</reboot></cmd></tavo></nemra>\n");
+  console.ReadLineThatBegins("<nemra><tavo><ack>true</ack>");
+  for (int i = 0; i < kRequests; ++i) slow.ReadLineThatBegins("<nemra><tavo><ack>true</ack>");
+  EXPECT_EQ(head.Wait(), 0);
+  head.WaitForLog("Exiting...\nlumet-bench: would run /usr/bin/reboot\n");
+}
+
 TEST(Process, EndsWhenTheProcessorIsGone) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller);
@@ -172,6 +192,26 @@ int RunInChild(const Platform& platform, std::vector<std::string> arguments) {
   int status = 0;
   waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Whoever orders its end during its start is heard.
+TEST(Process, SignalsDuringItsStartAreKept) {
+  const TemporaryDirectory root;
+  const struct {
+    int early;  // before anything is open
+    int late;   // when it listens
+  } rows[] = {{SIGTERM, 0}, {0, SIGINT}, {SIGUSR1, SIGTERM}};
+  for (const auto& row : rows) {
+    Platform platform = BenchPlatform(root.Path());
+    platform.console_port = 0;
+    WriteFile(platform.dsp_device, "");
+    platform.set_scheduler = [&](int, int) { return raise(row.early); };
+    platform.lock_memory = [](int) { return 0; };
+    platform.console_listens = [&](int) { raise(row.late); };
+    EXPECT_EQ(RunInChild(platform, {"lumet", "-t"}), 0) << row.early << " " << row.late;
+    EXPECT_FALSE(std::filesystem::exists(platform.pid_file)) << row.early << " " << row.late;
+    EXPECT_TRUE(Hex(ReadFile(platform.dsp_device)).ends_with(kSafeState));
+  }
 }
 
 TEST(Process, ReportsWhatKeepsItFromStarting) {

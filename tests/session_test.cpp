@@ -52,7 +52,7 @@ TEST(Session, ReplaysToItsGoldenTranscript) {
   const TemporaryDirectory root;
   for (const char* file : {"tavo.conf", "factorytavo.conf"})
     WriteFile(root.Path() + "/etc/" + file, ReadFile(kData + file));
-  const int port = FreePort();
+  const FreePort port;
   const Broker broker(root.Path() + "/broker", port);
   Head head(root.Path(), Head::PlayedBy::kCaller,
             {.wrapper = {"env", "TZ=UTC"}, .bench = {"--broker-port", std::to_string(port)}});
@@ -108,8 +108,8 @@ TEST(Session, ReplaysToItsGoldenTranscript) {
                          std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d"), "(time)");
   const std::string golden = ReadFile(kData + "golden.txt");
   if (transcript == golden) return;
-  const std::string seen = std::filesystem::temp_directory_path() / "lumet-session.txt";
-  WriteFile(seen, transcript);
+  std::string seen = std::filesystem::temp_directory_path() / "lumet-session-XXXXXX";
+  StreamFileBase(mkstemp(seen.data())).GetOStream() << transcript;
   FAIL() << "compare " << seen << " with " << kData << "golden.txt";
 }
 

@@ -129,7 +129,7 @@ TEST(System, WhatItRefusesIsToldAndLeavesTheOldFile) {
   const TemporaryDirectory root;
   const std::string interfaces = root.Path() + "/etc/network/interfaces";
   WriteFile(interfaces, "auto lo\n");
-  const int port = FreePort();
+  const FreePort port;
   const Broker broker(root.Path() + "/broker", port);
   SystemHead bench(root.Path(), {.bench = {"--broker-port", std::to_string(port)}});
   // Nobody can write over a directory.

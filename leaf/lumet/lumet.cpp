@@ -1,13 +1,14 @@
 #include "leaf/lumet/lumet.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <initializer_list>
 #include <iostream>
 #include <sstream>
+#include <thread>
 #include <utility>
 
 #include "common/host_name.h"
@@ -35,6 +36,16 @@ SocketAddress ConsoleAddress(const Platform& platform) {
   SocketAddress address(platform.console_address);
   address.SetPort(platform.console_port);
   return address;
+}
+
+// Prints what `act` throws.
+template <class Act>
+void Guarded(Act act) {
+  try {
+    act();
+  } catch (...) {
+    PrintCurrentException();
+  }
 }
 
 }  // namespace
@@ -80,7 +91,7 @@ Lumet::~Lumet() {
 }
 
 void Lumet::run() {
-  try {
+  Guarded([this] {
     PollProcessor* loop = PollProcessor::Instance();
     loop->AddQuitSignal(SIGINT);
     loop->AddQuitSignal(SIGTERM);
@@ -92,12 +103,12 @@ void Lumet::run() {
     while (loop->Process(-1)) {
     }
     std::cout << "Exiting...\n";
-  } catch (...) {
-    PrintCurrentException();
-  }
+  });
   dsp.AllOff();
-  // The processor needs a moment for that before its device closes.
-  sleep(1);
+  // The processor needs a moment for that before its device closes; clients may use it.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  Guarded([&] { server.Drain(end); });
+  std::this_thread::sleep_until(end);
 }
 
 void Lumet::readconfig() {
@@ -262,7 +273,12 @@ void Lumet::GotUnknownMessage(std::uint16_t code, const std::uint8_t*, std::uint
 }
 
 void Lumet::GotBadCommand(const std::string& text) { ShowMessage("DSP Bad cmd: ", text); }
-void Lumet::GotInitMessage(const std::string& text) { ShowMessage("DSP INIT: ", text); }
+
+void Lumet::GotInitMessage(const std::string& text) {
+  ShowMessage("DSP INIT: ", text);
+  registers.ProcessorHasStarted();
+}
+
 void Lumet::GotInfoMessage(const std::string& text) { ShowMessage("DSP: ", text); }
 void Lumet::GotFatalMessage(const std::string& text) { ShowMessage("DSP FATAL: ", text); }
 

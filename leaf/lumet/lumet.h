@@ -46,7 +46,8 @@ class Lumet : public DSPDevice::Listener,
   Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool* poweroff_ordered);
   ~Lumet() override;
 
-  // Turns the loop until quit, then takes the processor to its safe state. Lets no exception out.
+  // Turns the loop until quit, then takes the processor to its safe state and gives clients a
+  // second to take what is queued for them. Lets no exception out.
   void run();
   // Reads the settings files and sets the head up by them; SIGUSR1 does it again.
   void readconfig();

@@ -67,6 +67,8 @@ int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
     RunSelfTests(std::cout);
     return 0;
   }
+  // From here on others know whom to signal; the loop looks at what they say once it turns.
+  for (const int signo : {SIGTERM, SIGUSR1}) catch_signal(pending_signals(), signo);
   LockPidFile();
   if (real_time) set_real_time_priority();
 

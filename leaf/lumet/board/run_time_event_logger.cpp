@@ -2,18 +2,87 @@
 
 #include <json/json.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <ctime>
 #include <fstream>
+#include <optional>
+#include <string_view>
+#include <utility>
 
 #include "common/poll_processor.h"
 
+namespace {
+
+constexpr const char* kEventId = "event_id";
+
+// Hands on the lines of `file`, the last one first, until `take` returns true. The log may have
+// grown for years, and its end is all that counts.
+template <class Take>
+void ForEachLineFromTheEnd(std::ifstream& file, Take take) {
+  file.seekg(0, std::ios::end);
+  std::string rest;  // what was read and not handed on, ahead of it
+  for (std::streamoff start = file.tellg(); start > 0;) {
+    // Twice as much each time, so that a line of any length costs no more than its length.
+    const auto size =
+        std::min<std::streamoff>(start, 4096 + static_cast<std::streamoff>(rest.size()));
+    start -= size;
+    std::string block(static_cast<std::size_t>(size), '\0');
+    file.seekg(start);
+    if (!file.read(block.data(), size)) return;
+    rest.insert(0, block);
+    for (std::size_t feed = 0; (feed = rest.rfind('\n')) != std::string::npos; rest.resize(feed))
+      if (take(std::string_view(rest).substr(feed + 1))) return;
+  }
+  take(std::string_view(rest));
+}
+
+// The snapshot that a line holds, if it is whole.
+std::optional<Json::Value> Snapshot(std::string_view line) {
+  Json::CharReaderBuilder builder;
+  builder["failIfExtra"] = true;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value parsed;
+  try {
+    if (reader->parse(line.data(), line.data() + line.size(), &parsed, nullptr) &&
+        parsed.isObject())
+      return parsed;
+  } catch (const Json::Exception&) {
+    // As good as a line that does not parse.
+  }
+  return std::nullopt;
+}
+
+// The highest event number that a torn line shows; 0 without one.
+int EventIdIn(std::string_view line) {
+  const std::string key = std::string("\"") + kEventId + "\":";
+  int highest = 0;
+  for (std::size_t at = 0; (at = line.find(key, at)) != std::string_view::npos;) {
+    at += key.size();
+    int value = 0;
+    std::from_chars(line.data() + at, line.data() + line.size(), value);
+    highest = std::max(highest, value);
+  }
+  return highest;
+}
+
+// Whether what is appended to the file stands on a line of its own.
+bool EndsInALine(const std::string& path) {
+  std::ifstream file(path, std::ios::ate);
+  if (!file || file.tellg() <= 0) return true;
+  file.seekg(-1, std::ios::end);
+  return file.get() == '\n';
+}
+
+}  // namespace
+
 class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
  public:
-  explicit RunTimeEventLoggerImpl(const std::string& path)
-      : PollTimer(kPeriodMs, true), output(path, std::ios::app) {
+  explicit RunTimeEventLoggerImpl(const std::string& log_path)
+      : PollTimer(kPeriodMs, true), path(log_path) {
     state[kMinutes] = 0;
-    ReadLastLine(path);
+    ReadLastSnapshot();
     NextValue("powercycle_count");
     WriteSnapshot();
   }
@@ -45,19 +114,20 @@ class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
   static constexpr int kPeriodMs = 60'000;
   static constexpr const char* kMinutes = "runtime_minutes";
 
-  void ReadLastLine(const std::string& path) {
+  void ReadLastSnapshot() {
     std::ifstream file(path);
-    std::string last;
-    for (std::string line; std::getline(file, line);) last = line;
-    Json::Value parsed;
-    try {
-      const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-      if (reader->parse(last.data(), last.data() + last.size(), &parsed, nullptr) &&
-          parsed.isObject())
-        state = parsed;
-    } catch (const Json::Exception&) {
-      // As good as a line that does not parse: the counters start anew.
-    }
+    int torn_event_id = 0;
+    ForEachLineFromTheEnd(file, [&](std::string_view line) {
+      const auto snapshot = Snapshot(line);
+      if (snapshot)
+        state = *snapshot;
+      else
+        torn_event_id = std::max(torn_event_id, EventIdIn(line));
+      return snapshot.has_value();
+    });
+    // Records that bear the numbers up to that one may be about.
+    const Json::Value& event_id = std::as_const(state)[kEventId];
+    if (torn_event_id > (event_id.isInt() ? event_id.asInt() : 0)) state[kEventId] = torn_event_id;
   }
 
   void WriteSnapshot() {
@@ -69,9 +139,19 @@ class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
     state["timestamp"] = text.data();
     Json::StreamWriterBuilder compact;
     compact["indentation"] = "";
-    output << Json::writeString(compact, state) << std::endl;
+    // A power cut, a full disk: what failed before is no reason not to try again.
+    const std::string line =
+        (EndsInALine(path) ? "" : "\n") + Json::writeString(compact, state) + "\n";
+    output.clear();
+    if (!output.is_open()) {
+      // Without a buffer, nothing of a failed write is left behind to come later.
+      output.rdbuf()->pubsetbuf(nullptr, 0);
+      output.open(path, std::ios::app);
+    }
+    output << line << std::flush;
   }
 
+  std::string path;
   std::ofstream output;
   Json::Value state;
   int ticks_since_write = 0;

@@ -8,8 +8,9 @@
 // quarter of an hour and one at the end; a power cut loses what came since.
 class RunTimeEventLogger {
  public:
-  // Goes on from the last line of the log at `path`, and counts a power cycle. A log that can't be
-  // read or written is not noticed.
+  // Goes on from the last whole line of the log at `path`, and counts a power cycle. Behind a torn
+  // line that still shows an event number, the next is above that. A log that can't be read or
+  // written is not noticed; each line that is due tries it again.
   explicit RunTimeEventLogger(const std::string& path);
   ~RunTimeEventLogger();
   RunTimeEventLogger(const RunTimeEventLogger&) = delete;

@@ -44,8 +44,14 @@ void RegisterConsole::SendWrite(std::uint16_t address, std::uint16_t value) {
 void RegisterConsole::GotValue(std::uint16_t address, std::uint16_t value) {
   if (debug) std::cout << "Result for " << address << " with data " << value << "\n";
   values[address] = value;
-  --pending_reads;
+  // Nobody has to have asked.
+  if (pending_reads > 0) --pending_reads;
   if (pending_reads == 0 && out_deferred) Out();
+}
+
+void RegisterConsole::ProcessorHasStarted() {
+  pending_reads = 0;
+  if (out_deferred) Out();
 }
 
 void RegisterConsole::Out() {

@@ -25,8 +25,10 @@ class RegisterConsole {
   void Out();
   void Clear() { values.clear(); }
 
-  // The processor's answer to a read.
+  // The processor's answer to a read, or a value that it tells on its own.
   void GotValue(std::uint16_t address, std::uint16_t value);
+  // It answers nothing that it was asked before: rows that wait go out with what has come.
+  void ProcessorHasStarted();
   // Time of the latest sample, for the rows.
   void SetTime(double seconds) { time = seconds; }
 
