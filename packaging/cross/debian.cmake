@@ -18,4 +18,7 @@ set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
 set(ENV{PKG_CONFIG_LIBDIR}
     ${CMAKE_SYSROOT}/usr/lib/${LUMET_TRIPLET}/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig)
 
+# Notes on what other releases of the compiler did with arguments are of no use.
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
+
 set(CMAKE_CROSSCOMPILING_EMULATOR ${LUMET_EMULATOR} -L ${CMAKE_SYSROOT})
