@@ -13,6 +13,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -27,15 +28,24 @@ std::array<int, 2> SocketPair() {
   return ends;
 }
 
-std::vector<std::string> BenchArguments(const std::string& root,
-                                        const std::vector<std::string>& bench_options,
-                                        const std::vector<std::string>& lumet_options) {
-  std::vector<std::string> arguments = {LUMET_BENCH,      "--root", root,
-                                        "--console-port", "0",      "--no-broker"};
-  arguments.insert(arguments.end(), bench_options.begin(), bench_options.end());
-  arguments.emplace_back("--");
-  arguments.insert(arguments.end(), lumet_options.begin(), lumet_options.end());
-  return arguments;
+std::vector<std::string> BenchProgram() {
+  const char* const other = std::getenv("LUMET_BENCH_COMMAND");
+  if (other == nullptr) return {LUMET_BENCH};
+  std::istringstream words(other);
+  return {std::istream_iterator<std::string>(words), {}};
+}
+
+std::vector<std::string> BenchCommand(const std::string& root, const HeadOptions& options) {
+  std::vector<std::string> command = options.wrapper;
+  const auto append = [&](const std::vector<std::string>& words) {
+    command.insert(command.end(), words.begin(), words.end());
+  };
+  append(options.program.empty() ? BenchProgram() : options.program);
+  append({"--root", root, "--console-port", "0", "--no-broker"});
+  append(options.bench);
+  append({"--"});
+  append(options.lumet);
+  return command;
 }
 
 }  // namespace
@@ -103,7 +113,8 @@ RecordTime StampNow() { return {static_cast<std::uint32_t>(std::time(nullptr)), 
 
 Head::Head(const std::string& root, PlayedBy played_by, const HeadOptions& options) {
   StreamFileBase child_link;
-  std::vector<std::string> bench_options = options.bench;
+  HeadOptions with_link = options;
+  std::vector<std::string>& bench_options = with_link.bench;
   if (std::ranges::find(bench_options, "--broker-port") == bench_options.end())
     bench_options.insert(bench_options.end(), {"--broker-port", std::to_string(no_broker)});
   if (played_by == PlayedBy::kCaller) {
@@ -112,10 +123,7 @@ Head::Head(const std::string& root, PlayedBy played_by, const HeadOptions& optio
     child_link.Attach(link_ends[1]);
     bench_options.insert(bench_options.end(), {"--dsp-fd", std::to_string(link_ends[1])});
   }
-  std::vector<std::string> command = options.wrapper;
-  for (const std::string& word : BenchArguments(root, bench_options, options.lumet))
-    command.push_back(word);
-  process = std::make_unique<ChildProcess>(command, child_link.GetFD());
+  process = std::make_unique<ChildProcess>(BenchCommand(root, with_link), child_link.GetFD());
   const std::string before = "listens on port ";
   const std::string& said = WaitForLog("to talk to it");
   port = std::stoi(said.substr(said.find(before) + before.size()));
@@ -133,7 +141,7 @@ long Head::Status(const std::string& name) const {
 
 int RunLumetOnce(const std::string& root, const std::vector<std::string>& lumet_options,
                  std::string& log) {
-  ChildProcess process(BenchArguments(root, {}, lumet_options));
+  ChildProcess process(BenchCommand(root, {.lumet = lumet_options}));
   const int exit_status = process.Wait();
   log = process.Output();
   return exit_status;

@@ -65,6 +65,9 @@ struct HeadOptions {
   std::vector<std::string> lumet = {};    // options of lumet
   std::vector<std::string> wrapper = {};  // a command that runs the bench
   std::vector<std::string> bench = {};    // options of the bench
+  // The words that run lumet-bench. If there are none, those of LUMET_BENCH_COMMAND in the
+  // environment, and without it the program of this build.
+  std::vector<std::string> program = {};
 };
 
 // A head on the bench, in a process of its own, on a free port. Its bus has no broker, whatever

@@ -1,0 +1,5 @@
+# The head's own kind: ARMv5TE, floating point by software.
+set(LUMET_ARCHITECTURE armel)
+set(LUMET_TRIPLET arm-linux-gnueabi)
+set(LUMET_EMULATOR qemu-arm)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)
