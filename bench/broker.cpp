@@ -25,6 +25,14 @@ std::vector<std::string> BrokerCommand(const std::string& directory, const std::
 
 }  // namespace
 
+int FreePort() {
+  Socket socket(AF_INET6, SOCK_STREAM, 0);
+  socket.Bind(SocketAddress("::1"));
+  SocketAddress bound(AF_INET6);
+  socket.GetSockName(bound);
+  return bound.GetPort();
+}
+
 bool Broker::Listens(int port) {
   SocketAddress address("::1");
   address.SetPort(port);

@@ -5,6 +5,9 @@
 
 #include "bench/child_process.h"
 
+// A port of ::1 that nobody listens on.
+int FreePort();
+
 // A broker of the message bus.
 class Broker {
  public:

@@ -5,17 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "bench/broker.h"
 #include "bench/child_process.h"
-#include "common/socket.h"
-
-// A port of ::1 that nobody listens on.
-inline int FreePort() {
-  Socket socket(AF_INET6, SOCK_STREAM, 0);
-  socket.Bind(SocketAddress("::1"));
-  SocketAddress bound(AF_INET6);
-  socket.GetSockName(bound);
-  return bound.GetPort();
-}
 
 // Publishes through the broker on `port` of ::1. Throws std::runtime_error.
 inline void Publish(int port, const std::string& topic, const std::string& payload) {

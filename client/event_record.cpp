@@ -74,3 +74,8 @@ std::optional<double> EventRecord::Number(std::string_view name) const {
   const auto* number = std::get_if<double>(&found->second);
   return number == nullptr ? std::nullopt : std::optional(*number);
 }
+
+double EventRecord::operator[](std::string_view name) const {
+  if (const auto number = Number(name)) return *number;
+  throw ClientError("the record of the event has no number " + Quoted(name));
+}

@@ -38,6 +38,8 @@ struct EventRecord {
   // A setting or a result by its name in capitals, such as "FMAX"; nothing if the record has none,
   // or if it is a text.
   std::optional<double> Number(std::string_view name) const;
+  // The same, but throws ClientError instead.
+  double operator[](std::string_view name) const;
 
   int id = 0;
   std::string device;      // serial number of the head
