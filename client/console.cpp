@@ -22,7 +22,7 @@ bool IsStandingQuery(std::string_view document) {
 }  // namespace
 
 ConsoleClient::ConsoleClient(const ConsoleOptions& options)
-    : connection(options.port, options.host, options.timeout) {
+    : connection(options.port, options.host, options.timeout, options.receive_buffer) {
   ReadOpening();
 }
 

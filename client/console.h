@@ -17,6 +17,7 @@ struct ConsoleOptions {
   std::string host = "::1";
   int port = LineClient::kConsolePort;
   Timeout timeout = kDefaultTimeout;  // of each wait
+  int receive_buffer = 0;             // as ConnectWithin takes it
 };
 
 // What a head tells of itself to who connects.
