@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bench/head.h"
+#include "client/console.h"
 
 namespace {
 
@@ -29,13 +30,9 @@ int main() {
     const TemporaryDirectory root;
     Head head(root.Path(), Head::PlayedBy::kCaller);
     head.SignalProcessor().ReadPacket();
-    const auto connect = [&] {
-      auto client = std::make_unique<Client>(head.Port());
-      client->ReadLineThatBegins("DATADIAGH\t");
-      return client;
-    };
+    const auto connect = [&] { return std::make_unique<ConsoleClient>(head.Port()); };
     // The first one warms the allocator.
-    std::vector<std::unique_ptr<Client>> clients;
+    std::vector<std::unique_ptr<ConsoleClient>> clients;
     clients.push_back(connect());
     const long before = head.Status("RssAnon");
     for (int i = 0; i < kClients; ++i) clients.push_back(connect());

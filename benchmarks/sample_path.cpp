@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "bench/head.h"
+#include "client/console.h"
 
 namespace {
 
@@ -59,11 +60,8 @@ long DaemonInstructions(Stream stream, int clients, int packets) {
   const TemporaryDirectory root;
   const std::string log = root.Path() + "/callgrind";
   Head head(root.Path(), Head::PlayedBy::kCaller, {.wrapper = Callgrind(log)});
-  std::vector<std::unique_ptr<Client>> readers;
-  for (int i = 0; i < clients; ++i) {
-    readers.push_back(std::make_unique<Client>(head.Port()));
-    readers.back()->ReadLineThatBegins("DATADIAGH\t");
-  }
+  std::vector<std::unique_ptr<ConsoleClient>> readers;
+  for (int i = 0; i < clients; ++i) readers.push_back(std::make_unique<ConsoleClient>(head.Port()));
   std::array<WireSample, WireBatch::kSlots> batch;
   int number = 0;
   for (int packet = 0; packet < packets; ++packet) {
@@ -74,7 +72,7 @@ long DaemonInstructions(Stream stream, int clients, int packets) {
     }
     head.SignalProcessor().Send(records);
     for (auto& reader : readers)
-      for (int row = 0; row < kInPacket; ++row) reader->ReadLine();
+      for (int row = 0; row < kInPacket; ++row) reader->NextData();
   }
   if (head.Stop() != 0) throw std::runtime_error("the head failed");
   return CountedIn(log);

@@ -11,6 +11,7 @@
 #include "bench/bench_platform.h"
 #include "bench/head.h"
 #include "bench/record_writer.h"
+#include "client/lines.h"
 #include "common/poll_processor.h"
 #include "leaf/lumet/lumet.h"
 
@@ -47,9 +48,10 @@ TEST(Allocation, NonePerSampleOnceWarm) {
   const auto turn = [] {
     for (int i = 0; i < 4; ++i) PollProcessor::Instance()->Process(0);
   };
-  Client first(port);
+  // In this thread nobody could wait for what the daemon says.
+  LineClient first(port);
   turn();
-  Client second(port);
+  LineClient second(port);
   turn();
 
   std::array<WireSample, WireBatch::kSlots> batch;
@@ -69,7 +71,7 @@ TEST(Allocation, NonePerSampleOnceWarm) {
     const std::uint64_t before = allocations;
     turn();
     if (round >= kWarmingRounds) counted += allocations - before;
-    for (Client* client : {&first, &second}) client->Drain();
+    for (LineClient* client : {&first, &second}) client->Drop();
   }
   EXPECT_EQ(counted, 0U) << "allocations for " << (kRounds - kWarmingRounds) * 10 << " samples";
   // The rows really went out.

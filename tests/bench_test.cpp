@@ -9,6 +9,7 @@
 
 #include "bench/head.h"
 #include "bench/simulated_dsp.h"
+#include "client/console.h"
 #include "common/little_endian.h"
 
 namespace {
@@ -81,15 +82,16 @@ TEST(SimulatedProcessor, FeedsALivingHead) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kSimulator);
   head.WaitForLog("DSP Version:bench-1.0\nFPGA Version:bench-1.0\n");
-  Client client(head.Port());
-  const std::string names = client.ReadLineThatBegins("DATAH\t");
-  EXPECT_EQ(names,
-            "DATAH\tTIME\tDIAG\tLUMET\tDC\tPC\tPFD\tREDMODAVG\tREDFRAC\tBLUEFRAC\tFARREDFRAC\t"
-            "REDDAC\tBLUEDAC\tFARREDDAC\tMODREDDAC\tCODE\tCHK");
-  EXPECT_EQ(client.ReadLine(),
-            "DATAU\tseconds\tdiag\t\t\tcounts\tµmol/m²/s\t\t\t\t\tcounts\tcounts\tcounts\tcounts\t"
-            "\tCHK");
-  client.ReadLineThatBegins("DATA\t");
+  ConsoleClient client(head.Port());
+  const Columns& columns = *client.ColumnsOf("DATA");
+  EXPECT_EQ(columns.names,
+            (std::vector<std::string>{"TIME", "DIAG", "LUMET", "DC", "PC", "PFD", "REDMODAVG",
+                                      "REDFRAC", "BLUEFRAC", "FARREDFRAC", "REDDAC", "BLUEDAC",
+                                      "FARREDDAC", "MODREDDAC", "CODE"}));
+  EXPECT_EQ(columns.units,
+            (std::vector<std::string>{"seconds", "diag", "", "", "counts", "µmol/m²/s", "", "", "",
+                                      "", "counts", "counts", "counts", "counts", ""}));
+  client.NextData();
   EXPECT_EQ(head.Stop(), 0);
 }
 

@@ -1,32 +1,26 @@
-// The message bus, with a real broker and its own clients.
+// The message bus, with a real broker.
+
+#include "client/bus.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <random>
-#include <sstream>
 #include <string>
 
 #include "bench/broker.h"
-#include "bench/bus_client.h"
 #include "bench/head.h"
+#include "client/console.h"
 
 namespace {
-
-std::vector<std::string> LinesWith(const std::string& text, const std::string& part) {
-  std::istringstream lines(text);
-  std::vector<std::string> found;
-  for (std::string line; std::getline(lines, line);)
-    if (line.find(part) != std::string::npos) found.push_back(line);
-  return found;
-}
 
 // A head on a bus, which has said and subscribed to all it does at a connect.
 struct BusHead {
   explicit BusHead(int broker_port, Head::PlayedBy processor = Head::PlayedBy::kCaller)
       : head(root.Path(), processor,
              {.bench = {"--broker-port", std::to_string(broker_port), "--rate", "200"}}) {
-    Subscriber(broker_port).WaitForOutput("data/DATAEVENT/CONNECTED {\"");
+    BusClient({.port = broker_port}).WaitForHead();
   }
 
   TemporaryDirectory root;
@@ -46,15 +40,17 @@ TEST(Bus, KeepsWhatLastsAndTellsWhatHappens) {
   }();
 
   // One that comes late finds what is retained.
-  Subscriber late(port);
-  std::string said = late.WaitForOutput("\n1 nemra/tavo/data/DATAEVENT/CONNECTED {");
-  EXPECT_NE(said.find("1 nemra/ROLES/request/tavo " + host + "\n"), std::string::npos) << said;
-  EXPECT_NE(said.find("1 nemra/tavo/xml/doc <nemra><tavo><ack>true</ack><ver>1.3.1</ver>"),
-            std::string::npos);
-  EXPECT_NE(said.find("1 nemra/tavo/xml/changes "), std::string::npos);
-  EXPECT_NE(said.find(R"(CONNECTED {"MODEL":"TAVO","VERSION":"1.3.1","NAME":")" + host +
-                      R"(","SN":"TVF-XXXX"})"),
-            std::string::npos);
+  BusClient late({.port = port});
+  std::map<std::string, std::string> retained;
+  while (retained.size() < 4) {
+    const BusMessage message = late.Next();
+    if (message.retained) retained[message.topic] = message.payload;
+  }
+  EXPECT_EQ(retained["nemra/ROLES/request/tavo"], host);
+  EXPECT_EQ(ReadSettings(retained[bus_topic::kDocument]).At("tavo/ver").text, "1.3.1");
+  EXPECT_TRUE(retained.contains(bus_topic::kChanges));
+  EXPECT_EQ(retained[bus_topic::kIdentity],
+            R"({"MODEL":"TAVO","VERSION":"1.3.1","NAME":")" + host + R"(","SN":"TVF-XXXX"})");
 
   // Samples a sixteenth of a second apart for ten seconds of their own time, in no time of ours.
   RecordWriter records;
@@ -66,38 +62,36 @@ TEST(Bus, KeepsWhatLastsAndTellsWhatHappens) {
     records.Sample({start + i / 16, 0}, sample);
   }
   head.SignalProcessor().Send(records);
-  const std::string last = "\"TIME\":" + std::to_string(start + 10);
-  said = late.WaitForOutput("0 nemra/tavo/output/DATA {" + last);
-  EXPECT_EQ(LinesWith(said, "output/DATA {").size(), 21U);
-  EXPECT_EQ(LinesWith(said, "output/DATASTAT {").size(), 11U);
+  std::map<std::string, int> published;
+  for (double time = 0; time < start + 10;) {
+    const BusMessage message = late.Next();
+    ++published[message.topic];
+    if (message.topic == bus_topic::kData) time = message.Values().at("TIME");
+  }
+  EXPECT_EQ(published[bus_topic::kData], 21);
+  EXPECT_EQ(published[bus_topic::kStatus], 11);
 
   // The bus writes while a console holds its role; clients hear of it, and so does the bus.
-  Client console(head.Port());
-  console.Send("Console unit\n");
-  console.ReadLineThatBegins("DATAEVENT\tCONSOLECONNECTED");
-  const std::size_t before = late.Output().size();
-  Publish(port, "nemra/tavo/xml/update",
-          "<nemra><tavo><cfg><fan_freq>900</fan_freq></cfg></tavo></nemra>");
-  console.ReadLineThatBegins("DATAEVENT\tCONFIGCHANGED");
-  said = late.WaitForOutput("xml/changes <nemra><tavo><cfg><fan_freq>900</fan_freq></cfg>", before);
-  EXPECT_NE(said.find("<fan_freq>900</fan_freq>", said.find("0 nemra/tavo/xml/doc", before)),
-            std::string::npos);
-  console.Send("<nemra><tavo><cfg><fan_freq>&query;</fan_freq></cfg></tavo></nemra>\n");
-  EXPECT_EQ(console.ReadLineThatBegins("<nemra>"),
-            "<nemra><tavo><cfg><fan_freq>900</fan_freq></cfg></tavo></nemra>");
+  ConsoleClient console(head.Port());
+  console.Command("Console unit");
+  console.WaitForEvent("CONSOLECONNECTED");
+  late.Set("cfg/fan_freq", "900");
+  console.WaitForEvent("CONFIGCHANGED");
+  for (const std::string& topic : {bus_topic::kDocument, bus_topic::kChanges})
+    EXPECT_EQ(late.WaitFor(topic).Settings().At("tavo/cfg/fan_freq").text, "900");
+  EXPECT_EQ(console.Get("cfg/fan_freq").text, "900");
 
   // What else is said on its topics neither stops nor moves it.
-  Publish(port, "nemra/kesh/scripts/power/constants/update", R"({"PowerAction":"shutdown"})");
-  Publish(port, "nemra/kesh/scripts/power/constants/update", "[1");
-  Publish(port, "nemra/system/start", "now");
+  late.Publish("nemra/kesh/scripts/power/constants/update", R"({"PowerAction":"shutdown"})");
+  late.Publish("nemra/kesh/scripts/power/constants/update", "[1");
+  late.Publish("nemra/system/start", "now");
 
   // Its orderly end takes back what it was.
   EXPECT_EQ(head.Stop(), 0);
-  late.WaitForOutput("0 nemra/tavo/data/DATAEVENT/CONNECTED {}\n0 nemra/ROLES/deactivate/tavo " +
-                     host + "\n");
-  Subscriber after(port);
-  said = after.WaitForOutput("DATAEVENT/CONNECTED");
-  EXPECT_NE(said.find("CONNECTED {}\n"), std::string::npos) << said;
+  EXPECT_EQ(late.WaitFor(bus_topic::kIdentity).payload, "{}");
+  const BusMessage last = late.Next();
+  EXPECT_EQ(last.topic + " " + last.payload, "nemra/ROLES/deactivate/tavo " + host);
+  EXPECT_EQ(BusClient({.port = port}).WaitFor(bus_topic::kIdentity).payload, "{}");
 }
 
 TEST(Bus, ComesBackWithTheBroker) {
@@ -112,14 +106,17 @@ TEST(Bus, ComesBackWithTheBroker) {
       "MQTTClient: Connection refused\n";
   from = bench.head.WaitForLog(failure, from).size();
   broker = std::make_unique<Broker>(directory.Path(), port);
-  Subscriber fresh(port);
-  fresh.WaitForOutput("xml/doc <nemra>");
-  fresh.WaitForOutput("output/DATA {");
+  BusClient fresh({.port = port});
+  fresh.WaitFor(bus_topic::kDocument);
+  fresh.WaitFor(bus_topic::kData);
   bench.head.WaitForLog("MQTT Connected", from);
   // Whose death the broker tells.
   bench.head.Stop(SIGKILL);
-  fresh.WaitForOutput("0 nemra/ROLES/deactivate/tavo ");
-  EXPECT_EQ(fresh.Output().find("CONNECTED {}"), std::string::npos);
+  BusMessage message;
+  do message = fresh.Next();
+  while (message.topic != "nemra/ROLES/deactivate/tavo" && message.payload != "{}");
+  EXPECT_FALSE(message.retained);
+  EXPECT_EQ(message.topic, "nemra/ROLES/deactivate/tavo");
 }
 
 // Somebody takes its connections and says nothing.
@@ -132,7 +129,7 @@ TEST(Bus, SamplesDoNotWaitForABrokerThatIsSilent) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kSimulator,
             {.bench = {"--broker-port", std::to_string(address.GetPort()), "--rate", "200"}});
-  Client client(head.Port());
+  ConsoleClient client(head.Port());
   const auto accept_next = [&] {
     WaitReadable(listener.GetFD(), std::chrono::steady_clock::now() + kDeadline, "a connection");
     return Socket(listener, nullptr);
@@ -143,7 +140,7 @@ TEST(Bus, SamplesDoNotWaitForABrokerThatIsSilent) {
     std::string greeting;
     connection.ReadString(greeting);
     EXPECT_NE(greeting.find("MQTT"), std::string::npos);
-    for (int rows = 0; rows < 400; ++rows) client.ReadLineThatBegins("DATA\t");
+    for (int rows = 0; rows < 400; ++rows) client.NextData();
     EXPECT_EQ(head.WaitForLog("").find("MQTT"), std::string::npos);
   }
   head.WaitForLog("MQTT Disconnected\n");
@@ -156,7 +153,7 @@ TEST(Bus, ShutdownMessageTakesTheMachineDown) {
   const FreePort port;
   const Broker broker(directory.Path(), port);
   BusHead bench(port);
-  Publish(port, "nemra/system/shutdown", "");
+  BusClient({.port = port}).Publish("nemra/system/shutdown", "");
   bench.head.WaitForLog("Exiting...\nlumet-bench: would run /usr/bin/poweroff\n");
   EXPECT_EQ(bench.head.Wait(), 0);
 }
@@ -169,40 +166,33 @@ TEST(Bus, BadMessagesCostNothingButLines) {
   const Broker broker(directory.Path(), port);
   BusHead bench(port, Head::PlayedBy::kSimulator);
   Head& head = bench.head;
-  Client client(head.Port());
-  client.ReadLineThatBegins("DATA\t");
+  ConsoleClient client(head.Port());
+  BusClient bus({.port = port, .topics = {}});
+  client.NextData();
 
   const std::string pieces[] = {"<nemra>", "<tavo>", "</tavo>", "<cfg", "&query;",  "\"",
                                 "{",       "}",      "[",       "\xFF", "<!--",     "&lt",
                                 "1e999",   ">",      "&#0;",    ":",    "<clock/>", "PowerAction"};
   std::mt19937 random(3);
   const auto send_to = [&](const std::string& topic) {
-    std::string lines;
-    for (int i = 0; i < kMessages; ++i) {
-      for (auto n = random() % 12; n > 0; --n) lines += pieces[random() % std::size(pieces)];
-      lines += "\n";
-    }
-    const std::string path = directory.Path() + "/lines";
-    WriteFile(path, lines);
-    ChildProcess publisher(
-        {"sh", "-c",
-         "mosquitto_pub -h ::1 -p " + std::to_string(port) + " -t " + topic + " -l < " + path});
     auto last = std::chrono::steady_clock::now();
     std::chrono::steady_clock::duration gap{};
-    while (!publisher.HasEnded()) {
-      client.ReadLineThatBegins("DATA\t");
-      const auto now = std::chrono::steady_clock::now();
-      gap = std::max(gap, now - last);
-      last = now;
+    for (int i = 0; i < kMessages; ++i) {
+      std::string payload;
+      for (auto n = random() % 12; n > 0; --n) payload += pieces[random() % std::size(pieces)];
+      bus.Publish(topic, payload);
+      while (const auto message = client.Take()) {
+        if (!std::holds_alternative<DataRow>(*message)) continue;
+        const auto now = std::chrono::steady_clock::now();
+        gap = std::max(gap, now - last);
+        last = now;
+      }
     }
-    EXPECT_EQ(publisher.Wait(), 0);
     std::cout << topic << ": longest gap between two rows "
               << std::chrono::duration_cast<std::chrono::milliseconds>(gap).count() << " ms\n";
     // Has it taken them all?
-    Publish(port, "nemra/tavo/xml/update",
-            "<nemra><tavo><cfg><fan_freq>" + std::to_string(500 + random() % 400) +
-                "</fan_freq></cfg></tavo></nemra>");
-    client.ReadLineThatBegins("DATAEVENT\tCONFIGCHANGED");
+    bus.Set("cfg/fan_freq", std::to_string(500 + random() % 400));
+    client.WaitForEvent("CONFIGCHANGED");
   };
   send_to("nemra/tavo/xml/update");
   const long before = head.Status("VmRSS");

@@ -4,6 +4,8 @@
 // times, and "DSP>" a register's value, or "init" for its first text after a start. '#' begins a
 // comment.
 
+#include "client/console.h"
+
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -51,11 +53,11 @@ class Transcript {
   }
 
  private:
-  Client& ClientNamed(const std::string& name) {
+  LineClient& ClientNamed(const std::string& name) {
     // The first two are there from the start.
     for (const std::string& wanted : {std::string("A"), std::string("B"), name}) {
       if (clients.contains(wanted)) continue;
-      Client& client = clients.try_emplace(wanted, head.Port()).first->second;
+      LineClient& client = clients.try_emplace(wanted, head.Port()).first->second;
       if (wanted <= "B") client.ReadLineThatBegins("DATADIAGH\t");
     }
     return clients.at(name);
@@ -98,7 +100,7 @@ class Transcript {
 
   TemporaryDirectory root;
   Head head;
-  std::map<std::string, Client> clients;
+  std::map<std::string, LineClient> clients;
 };
 
 TEST(Console, SpeaksAsItsTranscriptsTell) {
@@ -116,36 +118,30 @@ TEST(Console, SpeaksAsItsTranscriptsTell) {
   }
 }
 
-const std::string kDutyRequest = "<nemra><tavo><cfg><fan_duty>";
-const std::string kDutyEnd = "</fan_duty></cfg></tavo></nemra>\n";
+constexpr const char* kDuty = "cfg/fan_duty";
 
 TEST(Console, ClosesAClientWhoseLineHasNoEnd) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller);
-  Client endless(head.Port());
-  Client other(head.Port());
+  LineClient endless(head.Port());
+  ConsoleClient other(head.Port());
   const std::string piece(1 << 20, '<');
   EXPECT_THROW(
       {
         for (int i = 0; i < 64; ++i) endless.Send(piece);
       },
-      ErrnoError);
+      ClientError);
   head.WaitForLog("SocketClient: closing a client whose message has no end\n");
-  other.Send("TurnDataClockOn\n");
-  other.ReadLineThatBegins("DATACLOCKH");
+  other.Get("ver");
 }
 
 TEST(Console, ChangesOutliveAFullDisk) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller);
-  Client client(head.Port());
-  const auto set_duty = [&](const std::string& duty) {
-    client.Send(kDutyRequest + duty + kDutyEnd);
-    client.ReadLineThatBegins("<nemra><tavo><ack>");
-  };
+  ConsoleClient client(head.Port());
   const std::string path = root.Path() + "/etc/tavo.conf";
   const auto saved = [&] { return ReadFile(path); };
-  set_duty("10");
+  client.Set(kDuty, "10");
   const std::string before = saved();
   EXPECT_NE(before.find("<fan_duty>10<"), std::string::npos);
   const auto limit_files = [&](rlim_t bytes) {
@@ -153,11 +149,11 @@ TEST(Console, ChangesOutliveAFullDisk) {
     prlimit(head.Pid(), RLIMIT_FSIZE, &limit, nullptr);
   };
   limit_files(100);
-  set_duty("20");
+  client.Set(kDuty, "20");
   EXPECT_EQ(saved(), before);
   head.WaitForLog("Unable to write: " + path + ".new: File too large\n");
   limit_files(RLIM_INFINITY);
-  set_duty("30");
+  client.Set(kDuty, "30");
   EXPECT_NE(saved().find("<fan_duty>30<"), std::string::npos);
 }
 
@@ -167,26 +163,19 @@ TEST(Console, SettingsOutliveAKillAtAnyMoment) {
   int last_answered = 0;
   for (int round = 0; round < 200; ++round) {
     Head head(root.Path(), Head::PlayedBy::kCaller);
-    Client client(head.Port());
-    client.Send(kDutyRequest + "&query_item;" + kDutyEnd);
-    client.ReadLineThatBegins("DATADIAGH\t");
-    const int found = std::stoi(client.ReadLine());
-    client.ReadLineThatBegins("<nemra><tavo><ack>");
+    ConsoleClient client(head.Port());
+    const int found = std::stoi(client.Get(kDuty).text);
     // What was answered was saved; what was sent may have been.
     ASSERT_TRUE(found == last_answered || found == last_answered + 1 || round == 0) << found;
     int duty = found;
     const auto moment = random() % 8;
-    for (unsigned i = 0; i < moment && duty < 90; ++i) {
-      client.Send(kDutyRequest + std::to_string(++duty) + kDutyEnd);
-      client.ReadLineThatBegins("<nemra><tavo><ack>");
-    }
+    for (unsigned i = 0; i < moment && duty < 90; ++i) client.Set(kDuty, std::to_string(++duty));
     last_answered = duty;
     if (duty >= 90) {
-      client.Send(kDutyRequest + "0" + kDutyEnd);
-      client.ReadLineThatBegins("<nemra><tavo><ack>");
+      client.Set(kDuty, "0");
       last_answered = 0;
     }
-    client.Send(kDutyRequest + std::to_string(last_answered + 1) + kDutyEnd);
+    client.Ask(SettingsDocument(kDuty, std::to_string(last_answered + 1)));
     usleep(static_cast<unsigned>(random() % 1500));
     head.Stop(SIGKILL);
     ASSERT_TRUE(ReadFile(root.Path() + "/etc/tavo.conf").ends_with("</nemra>\n"));

@@ -11,6 +11,8 @@
 #include "bench/broker.h"
 #include "bench/head.h"
 #include "bench/network_host.h"
+#include "client/bus.h"
+#include "client/console.h"
 
 namespace {
 
@@ -36,10 +38,10 @@ std::string Browse(const NetworkHost& host, const std::string& type, const std::
 
 // Reads rows until `done`; returns the longest wait for one.
 template <class Done>
-std::chrono::milliseconds LongestGap(Client& client, Done done) {
+std::chrono::milliseconds LongestGap(ConsoleClient& client, Done done) {
   Clock::duration longest{};
   for (auto last = Clock::now(); !done();) {
-    client.ReadLineThatBegins("DATA\t");
+    client.NextData();
     const auto now = Clock::now();
     longest = std::max(longest, now - last);
     last = now;
@@ -61,11 +63,9 @@ TEST_F(Network, HeadFindsTheBrokerOfItsConsoleUnit) {
       {.wrapper = a.Wrapper(), .bench = {"--broker-port", "1883", "--discovery", "--rate", "200"}});
   const auto client = [&] {
     const NetworkHost::Visit visit(a);
-    return std::make_unique<Client>(head.Port());
+    return std::make_unique<ConsoleClient>(head.Port());
   }();
-  client->Send("<nemra><tavo><ipaddress>&query;</ipaddress></tavo></nemra>\n");
-  EXPECT_EQ(client->ReadLineThatBegins("<nemra>"),
-            "<nemra><tavo><ipaddress>10.99.0.10</ipaddress></tavo></nemra>");
+  EXPECT_EQ(client->Get("ipaddress").text, "10.99.0.10");
 
   // Others see its record.
   const std::string record = Browse(b, "_nemra-tavo._tcp", "IPv6");
@@ -98,9 +98,12 @@ TEST_F(Network, HeadFindsTheBrokerOfItsConsoleUnit) {
   // The way is there again.
   a.Run("ip -6 neigh del fe80::b dev eth0");
   from = head.WaitForLog("MQTT Connected\n", from).size();
-  const auto subscriber = b.Start({"mosquitto_sub", "-h", "::1", "-t", "nemra/#", "-v"});
-  subscriber->WaitForOutput("nemra/tavo/data/DATAEVENT/CONNECTED {");
-  subscriber->WaitForOutput("nemra/tavo/output/DATA {");
+  const auto bus = [&] {
+    const NetworkHost::Visit visit(b);
+    return std::make_unique<BusClient>(BusOptions{});
+  }();
+  bus->WaitForHead();
+  bus->WaitFor(bus_topic::kData);
 
   // A broker that falls silent and comes back costs no sample, and no connection if it is quick.
   a.Run(unreachable + "02:00:00:00:00:99");
@@ -109,7 +112,9 @@ TEST_F(Network, HeadFindsTheBrokerOfItsConsoleUnit) {
   });
   std::cout << "longest gap between rows, with a silent broker: " << silent.count() << " ms\n";
   a.Run("ip -6 neigh del fe80::b dev eth0");
-  subscriber->WaitForOutput("nemra/tavo/output/DATA {", subscriber->Output().size());
+  while (bus->Take()) {
+  }
+  bus->WaitFor(bus_topic::kData);
 
   // Discovery that starts anew costs nothing, and finds the head at its next announcement.
   a.StopDiscovery();
@@ -117,7 +122,7 @@ TEST_F(Network, HeadFindsTheBrokerOfItsConsoleUnit) {
   kill(head.Pid(), SIGUSR1);
   EXPECT_TRUE(Browse(b, "_nemra-tavo._tcp", "IPv4").starts_with("=;eth0;IPv4;head;"));
   EXPECT_EQ(head.Stop(), 0);
-  subscriber->WaitForOutput("nemra/ROLES/deactivate/tavo head\n");
+  EXPECT_EQ(bus->WaitFor("nemra/ROLES/deactivate/tavo").payload, "head");
   EXPECT_EQ(head.WaitForLog("").find("MQTT Disconnected", from), std::string::npos);
 }
 

@@ -10,6 +10,7 @@
 
 #include "bench/bench_platform.h"
 #include "bench/head.h"
+#include "client/console.h"
 #include "common/test_registry.h"
 #include "leaf/lumet/lumet_app.h"
 
@@ -131,8 +132,7 @@ TEST(Process, LivesFromItsPidFileToTheSafeState) {
   head.SignalProcessor().Send(version);
   head.WaitForLog("DSP Version:1.2\nFPGA Version:3.4\n");
 
-  Client client(head.Port());
-  client.ReadLineThatBegins("DATADIAGH\t");
+  ConsoleClient client(head.Port());
   EXPECT_EQ(RunLumetOnce(root.Path(), {"-d", "-k", "-r"}, log), 0);
   EXPECT_EQ(log, "");
   EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kSafeState);

@@ -4,31 +4,15 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <charconv>
-#include <map>
 #include <string>
 
 #include "bench/head.h"
+#include "client/console.h"
 
 namespace {
 
-bool ChecksumHolds(const std::string& row) {
-  const std::size_t tab = row.rfind('\t');
-  unsigned sum = 0;
-  for (std::size_t i = 0; i <= tab; ++i) sum += static_cast<unsigned char>(row[i]);
-  std::string expected = std::to_string(sum % 256);
-  expected.insert(0, 3 - expected.size(), '0');
-  return row.substr(tab + 1) == expected;
-}
-
-// The LUMET column, where these tests put the number of the sample.
-int SampleNumber(const std::string& row) {
-  std::size_t at = 0;
-  for (int tab = 0; tab < 3; ++tab) at = row.find('\t', at) + 1;
-  int number = -1;
-  std::from_chars(row.data() + at, row.data() + row.size(), number);
-  return number;
-}
+// The number of the sample, which these tests put into the column LUMET.
+int NextNumber(ConsoleClient& client) { return static_cast<int>(client.NextData()["LUMET"]); }
 
 // Sends samples in full batches, numbered on from `first`, 390 at a time.
 class NumberedSamples {
@@ -56,10 +40,9 @@ class NumberedSamples {
 TEST(Rows, EverySampleReachesEveryReader) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller);
-  Client first(head.Port());
-  Client second(head.Port());
-  Client sleeper(head.Port(), 4096);
-  for (Client* client : {&first, &second, &sleeper}) client->ReadLineThatBegins("DATADIAGH\t");
+  ConsoleClient first(head.Port());
+  ConsoleClient second(head.Port());
+  ConsoleClient sleeper({.port = head.Port(), .receive_buffer = 4096});
   const long memory_before = head.Status("VmRSS");
 
   // A few packets are under way at any time, so that the head is never idle; all together are far
@@ -69,10 +52,9 @@ TEST(Rows, EverySampleReachesEveryReader) {
   for (int number = 0; number < kSamples; ++number) {
     while (samples.sent < kSamples && samples.sent < number + 8 * NumberedSamples::kInPacket)
       samples.SendPacket(head.SignalProcessor());
-    for (Client* client : {&first, &second}) {
-      const std::string row = client->ReadLine();
-      ASSERT_EQ(SampleNumber(row), number) << row;
-      ASSERT_TRUE(ChecksumHolds(row)) << row;
+    for (ConsoleClient* client : {&first, &second}) {
+      const ConsoleMessage row = client->Next();
+      ASSERT_EQ(std::get<DataRow>(row)["LUMET"], number);
     }
   }
   // The sleeper has cost its backlog of 1 MiB, in strings that grow by doubling and may leave holes
@@ -85,44 +67,43 @@ TEST(Rows, EverySampleReachesEveryReader) {
   head.SignalProcessor().Send(message);
   int rows = 0;
   int last = -1;
-  for (std::string row = sleeper.ReadLine(); row != "DATAMSG\tDSP: still here";
-       row = sleeper.ReadLine(), ++rows) {
-    ASSERT_TRUE(ChecksumHolds(row)) << row;
-    ASSERT_GT(SampleNumber(row), last) << row;
-    last = SampleNumber(row);
+  ConsoleMessage next = sleeper.Next();
+  for (; std::holds_alternative<DataRow>(next); next = sleeper.Next(), ++rows) {
+    const int number = static_cast<int>(std::get<DataRow>(next)["LUMET"]);
+    ASSERT_GT(number, last);
+    last = number;
   }
+  EXPECT_EQ(std::get<MessageRow>(next).text, "DSP: still here");
   EXPECT_GT(rows, 1'000);
   EXPECT_LT(rows, kSamples - 1'000);
 
   // Having caught up, it is served like the others.
   samples.SendPacket(head.SignalProcessor());
-  EXPECT_EQ(SampleNumber(sleeper.ReadLine()), kSamples);
+  EXPECT_EQ(NextNumber(sleeper), kSamples);
 }
 
 TEST(Rows, AClientThatDisappearsLeavesTheOthersAlone) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller);
-  Client stays(head.Port());
-  stays.ReadLineThatBegins("DATADIAGH\t");
+  ConsoleClient stays(head.Port());
   NumberedSamples samples;
   for (int round = 0; round < 12; ++round) {
-    Client leaves(head.Port());
-    leaves.ReadLineThatBegins("DATADIAGH\t");
+    ConsoleClient leaves(head.Port());
+    Socket& socket = leaves.Connection().Connection();
     samples.SendPacket(head.SignalProcessor());
     // In turn: an orderly close, a reset, a closed sending side, a line never ended.
     const struct linger at_once = {1, 0};
-    if (round % 4 == 1)
-      setsockopt(leaves.Connection().GetFD(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-    if (round % 4 == 2) leaves.Connection().Shutdown(SHUT_WR);
-    if (round % 4 == 3) leaves.Send("an unfinished line");
-    if (round % 4 != 2) leaves.Connection().Close();
+    if (round % 4 == 1) setsockopt(socket.GetFD(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+    if (round % 4 == 2) socket.Shutdown(SHUT_WR);
+    if (round % 4 == 3) leaves.Connection().Send("an unfinished line");
+    if (round % 4 != 2) socket.Close();
     samples.SendPacket(head.SignalProcessor());
     for (int i = 0; i < 2 * NumberedSamples::kInPacket; ++i) {
       const int number = round * 2 * NumberedSamples::kInPacket + i;
-      ASSERT_EQ(SampleNumber(stays.ReadLine()), number);
+      ASSERT_EQ(NextNumber(stays), number);
       // Who closed only its sending side still gets everything.
       if (round % 4 == 2) {
-        ASSERT_EQ(SampleNumber(leaves.ReadLine()), number);
+        ASSERT_EQ(NextNumber(leaves), number);
       }
     }
   }
@@ -132,10 +113,10 @@ TEST(Rows, AClientThatDisappearsLeavesTheOthersAlone) {
 TEST(Rows, StatusComesOnceASecondByTheTimeOfTheSamples) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller);
-  Client client(head.Port());
-  client.Send("Console me\n<nemra><tavo><output><status>true</status></output></tavo></nemra>\n");
-  client.ReadLineThatBegins("DATASTATU\t");
-  client.ReadLineThatBegins("DATAEVENT\tCONFIGCHANGED");
+  ConsoleClient client(head.Port());
+  client.Command("Console me");
+  client.Set("output/status", "true");
+  client.WaitForEvent("CONFIGCHANGED");
   // Seconds of the stamp, and milliseconds of the tick; the clock follows a stamp that is a second
   // or more away.
   const struct {
@@ -161,15 +142,15 @@ TEST(Rows, StatusComesOnceASecondByTheTimeOfTheSamples) {
     sample.flags = 2;
     records.Sample({row.stamp, 0}, sample);
     head.SignalProcessor().Send(records);
-    std::string line = client.ReadLine();
+    auto next = std::get<DataRow>(client.Next());
     if (row.status != nullptr) {
       EXPECT_TRUE(
-          line.starts_with(std::string("DATASTAT\t") + row.status + "\t1025\t0\t0\t0\t0\t0\t"))
-          << line;
-      EXPECT_TRUE(ChecksumHolds(line)) << line;
-      line = client.ReadLine();
+          next.line.starts_with(std::string("DATASTAT\t") + row.status + "\t1025\t0\t0\t0\t0\t0\t"))
+          << next.line;
+      next = std::get<DataRow>(client.Next());
     }
-    EXPECT_TRUE(line.starts_with("DATA\t") && line.find("\t1025\t") != std::string::npos) << line;
+    EXPECT_EQ(next.Name(), "DATA") << next.line;
+    EXPECT_EQ(next["DIAG"], 1025);
   }
 }
 
@@ -178,8 +159,7 @@ TEST(Rows, WhatTheProcessorSaysReachesClientsAndTheLog) {
   for (const bool debug : {false, true}) {
     Head head(root.Path(), Head::PlayedBy::kCaller,
               {.lumet = debug ? std::vector<std::string>{"-d"} : std::vector<std::string>{}});
-    Client client(head.Port());
-    client.ReadLineThatBegins("DATADIAGH\t");
+    ConsoleClient client(head.Port());
     RecordWriter records;
     const RecordTime stamp = StampNow();
     records.Text(stamp, DSPCode::InitTextRecord, "ready");
@@ -190,14 +170,11 @@ TEST(Rows, WhatTheProcessorSaysReachesClientsAndTheLog) {
     records.Text(stamp, DSPCode::FatalTextRecord, "hot");
     records.Text(stamp, DSPCode::InfoTextRecord, "last");
     head.SignalProcessor().Send(records);
-    std::string rows;
-    do rows += client.ReadLine() + "\n";
-    while (!rows.ends_with("last\n"));
-    EXPECT_EQ(rows, std::string("DATAMSG\tDSP INIT: ready\n") +
-                        (debug ? "DATAMSG\tDSP: detail\n" : "") +
-                        "DATAMSG\tDSP Bad cmd: 0x2099\n"
-                        "DATAMSG\tDSP FATAL: hot\n"
-                        "DATAMSG\tDSP: last\n");
+    std::string texts;
+    do texts += std::get<MessageRow>(client.Next()).text + "\n";
+    while (!texts.ends_with("last\n"));
+    EXPECT_EQ(texts, std::string("DSP INIT: ready\n") + (debug ? "DSP: detail\n" : "") +
+                         "DSP Bad cmd: 0x2099\nDSP FATAL: hot\nDSP: last\n");
     const std::string log = head.WaitForLog("DSP: last\n");
     EXPECT_NE(log.find("GotPong: pong\nDATAMSG\tDSP Bad cmd: 0x2099\n"
                        "Got Unknown Message: cmd=0x20ab len=0x11\n"),

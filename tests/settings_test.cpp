@@ -13,6 +13,7 @@
 
 #include "bench/bench_platform.h"
 #include "bench/head.h"
+#include "client/console.h"
 #include "common/little_endian.h"
 #include "common/safe_file.h"
 #include "leaf/lumet/board/settings_files.h"
@@ -55,8 +56,8 @@ TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
             "<fan_duty>77</fan_duty><fan_mode>fast</fan_mode></cfg></tavo></other>");
   Head head(root.Path(), Head::PlayedBy::kCaller, {.lumet = {"-d"}});
   EXPECT_EQ(NextBias(head.SignalProcessor()), "-7.000000 100");
-  Client client(head.Port());
-  EXPECT_EQ(client.ReadLineThatBegins("DATAEVENT\tSN"), "DATAEVENT\tSN\tTVF-0042");
+  ConsoleClient client(head.Port());
+  EXPECT_EQ(client.Head().serial_number, "TVF-0042");
   const std::string dump = head.WaitForLog("<F_red units");
   for (const char* part :
        {"<Error Param=\"fan_mode\">invalid option: fast\n</Error>", "<fan_duty>77</fan_duty>",
@@ -72,16 +73,18 @@ TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
   sample.modulation_rate = 1;
   records.Sample(StampNow(), sample);
   head.SignalProcessor().Send(records);
-  EXPECT_NE(client.ReadLineThatBegins("DATA\t").find("\t2\t2\t0\t0\t0\t"), std::string::npos);
+  const DataRow row = client.NextData();
+  EXPECT_EQ(row["PFD"], 2);
+  EXPECT_EQ(row["REDMODAVG"], 2);
+  EXPECT_EQ(row["REDFRAC"] + row["BLUEFRAC"] + row["FARREDFRAC"], 0);
   // By that of the moment: a standing query may write it.
-  client.Send(
+  client.Connection().Send(
       "<nemra><tavo><factory><calibration><F_modred>3</F_modred></calibration></factory>"
-      "</tavo>&query_changes;</nemra>\n<nemra><tavo><cfg><fan_duty>1</fan_duty></cfg></tavo>"
-      "</nemra>\n");
-  client.ReadLineThatBegins("<nemra><tavo><ack>");
+      "</tavo>&query_changes;</nemra>\n");
+  client.Set("cfg/fan_duty", "1");
   records.Sample(StampNow(), sample);
   head.SignalProcessor().Send(records);
-  EXPECT_NE(client.ReadLineThatBegins("DATA\t").find("\t3\t3\t0\t0\t0\t"), std::string::npos);
+  EXPECT_EQ(client.NextData()["PFD"], 3);
 
   WriteFile(etc + "factorytavo.conf",
             "<nemra><tavo><factory><bias><red_bias>200</red_bias></bias></factory></tavo></nemra>");

@@ -7,32 +7,21 @@
 #include <string>
 
 #include "bench/broker.h"
-#include "bench/bus_client.h"
 #include "bench/head.h"
+#include "client/bus.h"
+#include "client/console.h"
 
 namespace {
 
 std::string Settings(const std::string& clock_or_network) {
-  return "<nemra><tavo><cfg>" + clock_or_network + "</cfg></tavo></nemra>";
+  return SettingsDocument("cfg", clock_or_network);
 }
 
 struct SystemHead {
   explicit SystemHead(const std::string& root_path, const HeadOptions& options = {})
-      : root(root_path), head(root, Head::PlayedBy::kCaller, options), client(head.Port()) {
-    client.ReadLineThatBegins("DATADIAGH\t");
-  }
+      : root(root_path), head(root, Head::PlayedBy::kCaller, options), client(head.Port()) {}
 
-  // Sends a request; returns its answer, or the error that it came to.
-  std::string Ask(const std::string& request) {
-    client.Send(request + "\n");
-    std::string answer;
-    while (true) {
-      const std::string line = client.ReadLine();
-      if (line == "<nemra><tavo><ack>true</ack></tavo></nemra>") return answer;
-      if (!line.starts_with("DATA")) answer += line;
-      if (line.find("<error>") != std::string::npos) return answer;
-    }
-  }
+  std::string Ask(const std::string& request) { return client.Request(request).text; }
   // What the head says once it has said `text`, from where it was looked at last.
   std::string Said(const std::string& text) {
     const std::string all = head.WaitForLog(text, looked_at);
@@ -44,7 +33,7 @@ struct SystemHead {
 
   std::string root;
   Head head;
-  Client client;
+  ConsoleClient client;
   std::size_t looked_at = 0;
 };
 
@@ -145,17 +134,20 @@ TEST(System, WhatItRefusesIsToldAndLeavesTheOldFile) {
                              "\tgateway 192.168.1.2\n"));
 
   // From the bus: a date that is none must not stay as a change that fails every later update.
-  Subscriber(port).WaitForOutput("data/DATAEVENT/CONNECTED {\"");
+  BusClient bus({.port = port});
+  bus.WaitForHead();
   const std::string bad = Settings("<clock><date>never</date></clock>");
-  Publish(port, "nemra/tavo/xml/update", bad);
+  bus.Publish(bus_topic::kUpdate, bad);
   bench.Said("Error with request: " + bad +
              ": Invalid date format (should be YYYY-MM-DD): never\n");
-  Publish(port, "nemra/tavo/xml/update", Settings("<network><name>later</name></network>"));
-  Subscriber(port, "nemra/tavo/xml/changes").WaitForOutput("<name>later</name>");
+  bus.Set("cfg/network/name", "later");
+  bus.WaitFor(bus_topic::kChanges, [](const BusMessage& message) {
+    return message.payload.find("<name>later</name>") != std::string::npos;
+  });
   EXPECT_EQ(ReadFile(root.Path() + "/etc/hostname"), "later\n");
 
   // The date of a time from there is today's.
-  Publish(port, "nemra/tavo/xml/update", Settings("<clock><time>12:34:56</time></clock>"));
+  bus.Publish(bus_topic::kUpdate, Settings("<clock><time>12:34:56</time></clock>"));
   EXPECT_EQ(bench.Said("the system time to 1").find(" 1970\n"), std::string::npos);
 
   // What was taken ahead of a failure reaches the files, and each failure keeps nothing but itself.

@@ -1,4 +1,4 @@
-#include "bench/event_plot.h"
+#include "tools/event_plot.h"
 
 #include <algorithm>
 #include <array>
@@ -56,12 +56,14 @@ const char* ShadeOf(int code) {
 }
 
 // Calls `draw(code, first, last)` for each run of samples of one code.
-void ForEachPhase(const EventSeries& event,
+void ForEachPhase(const EventRecord& event,
                   const std::function<void(int, std::size_t, std::size_t)>& draw) {
-  for (std::size_t first = 0; first < event.code.size();) {
+  for (std::size_t first = 0; first < event.curve.code.size();) {
     std::size_t last = first;
-    while (last + 1 < event.code.size() && event.code[last + 1] == event.code[first]) ++last;
-    draw(event.code[first], first, last);
+    while (last + 1 < event.curve.code.size() &&
+           event.curve.code[last + 1] == event.curve.code[first])
+      ++last;
+    draw(event.curve.code[first], first, last);
     first = last + 1;
   }
 }
@@ -165,59 +167,19 @@ struct Ramp {
   std::vector<double> f;
 };
 
-Ramp RampOf(const EventSeries& event) {
+Ramp RampOf(const EventRecord& event) {
   Ramp ramp;
-  for (std::size_t i = 0; i < event.code.size(); ++i) {
-    if (event.code[i] != 5) continue;
-    ramp.x.push_back(kReciprocal / event.pfd[i]);
-    ramp.f.push_back(event.fluorescence[i]);
+  for (std::size_t i = 0; i < event.curve.code.size(); ++i) {
+    if (event.curve.code[i] != 5) continue;
+    ramp.x.push_back(kReciprocal / event.curve.pfd[i]);
+    ramp.f.push_back(event.curve.fluorescence[i]);
   }
   return ramp;
 }
 
-std::vector<double> Numbers(const Json::Value& record, const char* name) {
-  std::vector<double> numbers;
-  for (const Json::Value& value : record[name]) numbers.push_back(value.asDouble());
-  return numbers;
-}
-
-// Records hold "nan" and "inf" where a computation had no answer, which is no JSON.
-std::string WithoutBareWords(std::string text) {
-  for (const char* word : {"-nan", "nan", "-inf", "inf"})
-    for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos;) {
-      const bool is_value = at > 0 && std::string(":,[").find(text[at - 1]) != std::string::npos;
-      if (is_value)
-        text.replace(at, std::char_traits<char>::length(word), "null");
-      else
-        ++at;
-    }
-  return text;
-}
-
 }  // namespace
 
-EventSeries EventSeries::Parse(const std::string& record) {
-  EventSeries event;
-  std::istringstream in(WithoutBareWords(record));
-  std::string errors;
-  if (!Json::parseFromStream(Json::CharReaderBuilder(), in, &event.members, &errors))
-    throw std::runtime_error("this is no event record: " + errors);
-  if (!event.members.isObject() || !event.members["SECS"].isArray())
-    throw std::runtime_error("this is no event record: it has no SECS");
-  event.type = event.members["TYPE"].asString();
-  event.seconds = Numbers(event.members, "SECS");
-  event.fluorescence = Numbers(event.members, "LUMET");
-  event.pfd = Numbers(event.members, "PFD");
-  for (const double code : Numbers(event.members, "CODE"))
-    event.code.push_back(static_cast<int>(code));
-  const std::size_t count = event.seconds.size();
-  if (count == 0 || event.fluorescence.size() != count || event.pfd.size() != count ||
-      event.code.size() != count)
-    throw std::runtime_error("this is no event record: its arrays differ in length");
-  return event;
-}
-
-void PrintResults(const EventSeries& event, std::ostream& out) {
+void PrintResults(const EventRecord& event, std::ostream& out) {
   constexpr std::array kNames = {"EVENT_ID",
                                  "DEVICE",
                                  "DATE",
@@ -253,88 +215,86 @@ void PrintResults(const EventSeries& event, std::ostream& out) {
                                  "Q_FARRED_SETPOINT",
                                  "D_FARRED_PERCENT"};
   for (const char* name : kNames) {
-    if (!event.members.isMember(name)) continue;
-    const Json::Value& value = event.members[name];
+    const auto found = event.values.find(name);
+    if (found == event.values.end()) continue;
     std::string line = name;
     line.resize(20, ' ');
-    out << line << (value.isString() ? value.asString() : Number(value.asDouble())) << "\n";
+    const auto* number = std::get_if<double>(&found->second);
+    out << line << (number ? Number(*number) : std::get<std::string>(found->second)) << "\n";
   }
-  out << "samples             " << event.seconds.size() << "\n";
+  out << "samples             " << event.curve.seconds.size() << "\n";
 }
 
-void DrawSvg(const EventSeries& event, std::ostream& out) {
+void DrawSvg(const EventRecord& event, std::ostream& out) {
   constexpr const char* kFColour = "#a01818";
   constexpr const char* kQColour = "#2060a0";
   constexpr double kTop = 60;
-  const int panels = event.IsMultiPhase() ? 2 : 1;
+  const int panels = event.fit ? 2 : 1;
   out << "<svg xmlns='http://www.w3.org/2000/svg' width='" << kPanelWidth + 2 * kMargin
       << "' height='" << panels * (kPanelHeight + 120)
       << "' font-family='sans-serif' font-size='12'>\n"
       << "<rect width='100%' height='100%' fill='white'/>\n";
 
-  const Range f_range = RangeOf(event.fluorescence);
-  const Range q_range = RangeOf(event.pfd);
-  const Panel f_panel(out, kTop, RangeOf(event.seconds), f_range);
-  const Panel q_panel(out, kTop, RangeOf(event.seconds), q_range);
+  const Range f_range = RangeOf(event.curve.fluorescence);
+  const Range q_range = RangeOf(event.curve.pfd);
+  const Panel f_panel(out, kTop, RangeOf(event.curve.seconds), f_range);
+  const Panel q_panel(out, kTop, RangeOf(event.curve.seconds), q_range);
   ForEachPhase(event, [&](int code, std::size_t first, std::size_t last) {
-    const std::size_t next = std::min(last + 1, event.seconds.size() - 1);
-    f_panel.Shade(event.seconds[first], event.seconds[next], ShadeOf(code));
+    const std::size_t next = std::min(last + 1, event.curve.seconds.size() - 1);
+    f_panel.Shade(event.curve.seconds[first], event.curve.seconds[next], ShadeOf(code));
   });
-  q_panel.Curve(event.seconds, event.pfd, kQColour);
-  f_panel.Curve(event.seconds, event.fluorescence, kFColour);
-  f_panel.Frame(event.type + " " + event.members["EVENT_ID"].asString() + ", " +
-                    event.members["DATE"].asString() + " " + event.members["TIME"].asString(),
+  q_panel.Curve(event.curve.seconds, event.curve.pfd, kQColour);
+  f_panel.Curve(event.curve.seconds, event.curve.fluorescence, kFColour);
+  f_panel.Frame(event.type + " " + std::to_string(event.id) + ", " + event.date + " " + event.time,
                 "time (s)", "F (counts)", kFColour);
   f_panel.RightScale(q_range, "PFD (µmol/m²/s)", kQColour);
 
-  if (event.IsMultiPhase()) {
+  if (event.fit) {
     const Ramp ramp = RampOf(event);
-    const double intercept = event.members["P2_INT"].asDouble();
-    const double slope = event.members["P2_SLP"].asDouble();
+    const auto& [slope, intercept, r2, slope_error, intercept_error] = *event.fit;
     Range x = RangeOf(ramp.x);
     x.low = 0;
     Range y = RangeOf(ramp.f);
     y.Add(intercept);
-    const Panel fit(out, kTop + kPanelHeight + 110, x, y);
-    fit.Points(ramp.x, ramp.f, kFColour);
-    fit.Curve({0, x.high}, {intercept, intercept + slope * x.high}, "#222222");
-    fit.Frame("phase 2, fit: Fm' = " + Number(intercept) + " ± " +
-                  Number(event.members["P2_INT_SE"].asDouble()) +
-                  ", R² = " + Number(event.members["P2_R2"].asDouble()),
-              "10000 / PFD", "F (counts)", kFColour);
+    const Panel panel(out, kTop + kPanelHeight + 110, x, y);
+    panel.Points(ramp.x, ramp.f, kFColour);
+    panel.Curve({0, x.high}, {intercept, intercept + slope * x.high}, "#222222");
+    panel.Frame("phase 2, fit: Fm' = " + Number(intercept) + " ± " + Number(intercept_error) +
+                    ", R² = " + Number(r2),
+                "10000 / PFD", "F (counts)", kFColour);
   }
   out << "</svg>\n";
 }
 
-void WriteGnuplot(const EventSeries& event, const std::string& png, std::ostream& out) {
-  out << "set terminal pngcairo size 900," << (event.IsMultiPhase() ? 1000 : 550) << "\n"
+void WriteGnuplot(const EventRecord& event, const std::string& png, std::ostream& out) {
+  out << "set terminal pngcairo size 900," << (event.fit ? 1000 : 550) << "\n"
       << "set output '" << png << "'\n$event << EOD\n";
-  const std::size_t stride = std::max<std::size_t>(1, event.seconds.size() / kMostPoints);
-  for (std::size_t i = 0; i < event.seconds.size(); i += stride)
-    out << event.seconds[i] << " " << event.fluorescence[i] << " " << event.pfd[i] << "\n";
+  const std::size_t stride = std::max<std::size_t>(1, event.curve.seconds.size() / kMostPoints);
+  for (std::size_t i = 0; i < event.curve.seconds.size(); i += stride)
+    out << event.curve.seconds[i] << " " << event.curve.fluorescence[i] << " " << event.curve.pfd[i]
+        << "\n";
   out << "EOD\n";
   const Ramp ramp = RampOf(event);
-  if (event.IsMultiPhase()) {
+  if (event.fit) {
     out << "$ramp << EOD\n";
     for (std::size_t i = 0; i < ramp.x.size(); ++i) out << ramp.x[i] << " " << ramp.f[i] << "\n";
     out << "EOD\nset multiplot layout 2,1\n";
   }
   int object = 0;
   ForEachPhase(event, [&](int code, std::size_t first, std::size_t last) {
-    const std::size_t next = std::min(last + 1, event.seconds.size() - 1);
-    out << "set object " << ++object << " rectangle from " << event.seconds[first]
-        << ", graph 0 to " << event.seconds[next] << ", graph 1 fillcolor rgb '" << ShadeOf(code)
-        << "' fillstyle solid noborder behind\n";
+    const std::size_t next = std::min(last + 1, event.curve.seconds.size() - 1);
+    out << "set object " << ++object << " rectangle from " << event.curve.seconds[first]
+        << ", graph 0 to " << event.curve.seconds[next] << ", graph 1 fillcolor rgb '"
+        << ShadeOf(code) << "' fillstyle solid noborder behind\n";
   });
-  out << "set title '" << event.type << " " << event.members["EVENT_ID"].asString() << "'\n"
+  out << "set title '" << event.type << " " << event.id << "'\n"
       << "set xlabel 'time (s)'\nset ylabel 'F (counts)'\nset y2label 'PFD (µmol/m²/s)'\n"
       << "set ytics nomirror\nset y2tics\n"
       << "plot $event using 1:2 with lines title 'F', '' using 1:3 axes x1y2 with lines title "
          "'PFD'\n";
-  if (event.IsMultiPhase())
+  if (event.fit)
     out << "unset object\nunset y2tics\nunset y2label\nset title 'phase 2'\n"
         << "set xlabel '10000 / PFD'\nset xrange [0:*]\n"
-        << "plot $ramp using 1:2 with points title 'F', " << event.members["P2_INT"].asDouble()
-        << " + " << event.members["P2_SLP"].asDouble()
-        << " * x with lines title 'fit'\nunset multiplot\n";
+        << "plot $ramp using 1:2 with points title 'F', " << event.fit->intercept << " + "
+        << event.fit->slope << " * x with lines title 'fit'\nunset multiplot\n";
 }
