@@ -172,19 +172,19 @@ void LeafCases() {
 
 // Numbers against the operators of the standard streams, in both directions.
 template <class Number>
-void CompareNumber(Number value, std::string text) {
+void CompareNumber(ValueStreams& streams, Number value, std::string text) {
   std::ostringstream by_operator;
   if (value != value)
     by_operator << "nan";
   else
     by_operator << value;
-  const Borrowed<TextOutput> out;
+  const Borrowed out(streams.outputs);
   WriteNumber(*out, value);
   ExpectEqual(out->Text(), by_operator.str());
 
   if (text.empty()) text = by_operator.str();
   std::istringstream standard(text);
-  const Borrowed<TextInput> in(std::string_view{text});
+  const Borrowed in(streams.inputs, std::string_view{text});
   Number expected = 0;
   Number read = 0;
   standard >> expected;
@@ -203,22 +203,23 @@ void CompareNumber(Number value, std::string text) {
 }
 
 void NumberCases() {
+  ValueStreams streams;
   std::mt19937_64 random(3);
   constexpr int kValues = 1'000'000;
   for (int i = 0; i < kValues; ++i) {
     const std::uint64_t bits = random();
-    CompareNumber(std::bit_cast<float>(static_cast<std::uint32_t>(bits)), "");
+    CompareNumber(streams, std::bit_cast<float>(static_cast<std::uint32_t>(bits)), "");
     // Values as they occur, beside any bits at all.
-    if (i % 10 == 0) CompareNumber(std::bit_cast<double>(bits), "");
-    if (i % 10 == 1) CompareNumber(static_cast<float>(bits % 1'000'000) / 1000, "");
-    if (i % 10 == 2) CompareNumber(static_cast<int>(bits), "");
+    if (i % 10 == 0) CompareNumber(streams, std::bit_cast<double>(bits), "");
+    if (i % 10 == 1) CompareNumber(streams, static_cast<float>(bits % 1'000'000) / 1000, "");
+    if (i % 10 == 2) CompareNumber(streams, static_cast<int>(bits), "");
     if (i % 10 == 3) {
       // Texts that are nearly numbers.
       std::string text;
       for (std::uint64_t rest = bits; rest > 0 && text.size() < 8; rest /= 16)
         text += "0123456789+-.e x"[rest % 16];
-      CompareNumber(0.0F, text);
-      CompareNumber(0, text);
+      CompareNumber(streams, 0.0F, text);
+      CompareNumber(streams, 0, text);
     }
   }
 }

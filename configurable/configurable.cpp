@@ -64,6 +64,13 @@ void Configurable::accept_attributes(ConfigurableVisitor& visitor) {
   visitor.end_attributes(*_attributes);
 }
 
+ValueStreams& Configurable::streams() {
+  Configurable* root = this;
+  while (root->_parent != nullptr) root = root->_parent;
+  if (!root->_streams) root->_streams = std::make_unique<ValueStreams>();
+  return *root->_streams;
+}
+
 // Changes.
 
 void Configurable::mark_changed() {
@@ -97,7 +104,7 @@ void Configurable::set_throw_errors(bool throw_errors) {
 
 std::istream& Configurable::read_document(std::istream& in, std::ostream& out) {
   XMLParser parser(in);
-  XMLWriter writer(out, !is_compact(out));
+  XMLWriter writer(out, !is_compact(out), &streams());
   if (!read_root(parser, writer)) in.setstate(std::ios_base::failbit);
   return in;
 }
@@ -261,8 +268,8 @@ bool Configurable::assign(std::string_view text, Reader reader, XMLWriter& write
   if (has_flag(Locked)) write_error("Configuration is locked", writer);
   if (has_flag(ReadOnly)) return true;
   if (reader == &Configurable::read_value && !has_flag(AttributesTouched)) clear_attributes();
-  const Borrowed<TextInput> in(text);
-  const Borrowed<TextOutput> err;
+  const Borrowed in(writer.Values().inputs, text);
+  const Borrowed err(writer.Values().outputs);
   (this->*reader)(*in, *err);
   if (!err->Text().empty()) write_error(err->Text(), writer);
   return !in->fail();
@@ -276,13 +283,13 @@ void Configurable::write_error(std::string_view message, XMLWriter& writer) {
 // Writing.
 
 void Configurable::write_value(XMLWriter& writer) {
-  const Borrowed<TextOutput> text;
+  const Borrowed text(writer.Values().outputs);
   print_value(*text);
   writer.text(text->Text(), !has_flag(RawText));
 }
 
 void Configurable::write_doctype(XMLWriter& writer) {
-  const Borrowed<TextOutput> text;
+  const Borrowed text(writer.Values().outputs);
   *text << '{';
   print_doctype(*text);
   *text << '}';
@@ -356,7 +363,7 @@ void Configurable::write_path_start(XMLWriter& writer) {
 }
 
 std::ostream& Configurable::print_with(Writer write, std::ostream& out) {
-  XMLWriter writer(out, !is_compact(out));
+  XMLWriter writer(out, !is_compact(out), &streams());
   (this->*write)(writer);
   return out;
 }
@@ -394,13 +401,13 @@ void Configurable::write_query_start(XMLWriter& writer) {
 }
 
 std::string Configurable::value_text() {
-  const Borrowed<TextOutput> text;
-  print_value(*text);
-  return text->Text();
+  TextOutput text;
+  print_value(text);
+  return text.Text();
 }
 
 std::string Configurable::doctype_text() {
-  const Borrowed<TextOutput> text;
-  print_doctype(*text);
-  return text->Text();
+  TextOutput text;
+  print_doctype(text);
+  return text.Text();
 }

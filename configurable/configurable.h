@@ -190,6 +190,8 @@ class Configurable {
   using Writer = void (Configurable::*)(XMLWriter&);
   using Reader = std::istream& (Configurable::*)(std::istream&, std::ostream&);
 
+  // Those that the root of this tree keeps.
+  ValueStreams& streams();
   bool read_root(XMLParser& parser, XMLWriter& writer);
   void answer(XMLQueryStringParser::Token query, XMLWriter& writer, bool document_level);
   bool assign(std::string_view text, Reader reader, XMLWriter& writer);
@@ -207,4 +209,5 @@ class Configurable {
   std::uint32_t _change_count = 0;
   std::unique_ptr<ConfigurableAttributes> _attributes;
   ConfigurableListener* _listener = nullptr;
+  std::unique_ptr<ValueStreams> _streams;  // of a root
 };

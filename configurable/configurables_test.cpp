@@ -1,6 +1,7 @@
 // The tree's language, on a small tree of all kinds of nodes.
 
 #include <cmath>
+#include <iomanip>
 #include <memory>
 #include <ostream>
 #include <sstream>
@@ -98,6 +99,47 @@ struct Tree : Branch {
   Configurable sticky{"sticky"};
   FloatList dyn{"dyn"};
 };
+
+// Leaves its format behind on every stream that it gets.
+struct Careless : Configurable {
+  using Configurable::Configurable;
+  std::istream& read_value(std::istream& in, std::ostream& err) override {
+    in >> std::hex >> std::noskipws >> number;
+    print_value(err);
+    return in;
+  }
+  std::ostream& print_value(std::ostream& out) override {
+    out << std::hex << std::showpos << std::fixed << std::setprecision(1) << std::setfill('*');
+    out.width(4);
+    return out;
+  }
+  std::ostream& print_doctype(std::ostream& out) override { return print_value(out); }
+  int number = 0;
+};
+
+void FormatCases() {
+  struct : Branch {
+    using Branch::Branch;
+    Careless careless{"careless"};
+    ConfigurableInteger integer{"integer", 31};
+    ConfigurableFloat real{"real", 0.25F};
+    ConfigurableDate date{"date", Timestamp()};
+  } tree("L");
+  tree.add_all({&tree.careless, &tree.integer, &tree.careless, &tree.real, &tree.careless,
+                &tree.date, &tree.careless});
+  std::istringstream in(
+      "<L><careless>ff</careless><integer> 32</integer>&query;&query_doctype_item;</L>");
+  std::ostringstream out;
+  set_compact(out, true);
+  tree.read_document(in, out);
+  ExpectEqual(out.str(),
+              "<L><careless/><integer>32</integer><careless/><real>0.25</real><careless/>"
+              "<date>1989-01-01</date><careless/></L>"
+              "<careless>{***}</careless><integer>{integer:31}</integer><careless>{***}</careless>"
+              "<real>{float:0.25}</real><careless>{***}</careless><date>{YYYY-MM-DD}</date>"
+              "<careless>{***}</careless>");
+  ExpectEqual(tree.careless.number, 255);
+}
 
 struct Row {
   std::string request;
@@ -320,6 +362,7 @@ void ChangeCases() {
 
 void TestConfigurables(std::ostream&) {
   RequestCases();
+  FormatCases();
   FailureCases();
   ChangeCases();
 }

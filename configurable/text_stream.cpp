@@ -1,8 +1,24 @@
 #include "configurable/text_stream.h"
 
+#include <ios>
+
+namespace {
+
+// The state of a new stream.
+void Renew(std::ios& stream) {
+  if (stream.exceptions() != std::ios::goodbit) stream.exceptions(std::ios::goodbit);
+  stream.flags(std::ios::skipws | std::ios::dec);
+  stream.precision(6);
+  stream.width(0);
+  stream.fill(' ');
+  stream.clear();
+}
+
+}  // namespace
+
 void TextInput::Open(std::string_view text) {
   buffer.Open(text);
-  clear();
+  Renew(*this);
 }
 
 void TextInput::Buffer::Open(std::string_view text) {
@@ -28,7 +44,7 @@ TextInput::Buffer::pos_type TextInput::Buffer::seekpos(pos_type position, std::i
 
 void TextOutput::Open() {
   buffer.text.clear();
-  clear();
+  Renew(*this);
 }
 
 TextOutput::Buffer::int_type TextOutput::Buffer::overflow(int_type byte) {

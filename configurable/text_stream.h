@@ -11,7 +11,7 @@
 #include <vector>
 
 // Standard streams over texts in memory. Making a stream costs more than reading a setting from it,
-// so they are kept for the next value: take one as a Borrowed<TextInput> or Borrowed<TextOutput>.
+// so they are kept for the next value, which finds them in the initial state of a stream.
 
 // Reads from a text that must outlive the reading.
 class TextInput final : public std::istream {
@@ -59,18 +59,32 @@ class TextOutput : public std::ostream {
   Buffer buffer;
 };
 
-// A stream from the store, given back at the end of the scope. Scopes may nest, as they do when a
-// listener assigns a further value in the middle of an assignment.
+// Streams of one kind that are kept for the next value.
+template <class Stream>
+struct StreamStack {
+  std::vector<std::unique_ptr<Stream>> streams;
+  std::size_t borrowed = 0;  // so many of them, from the first on
+};
+
+// The streams by which the values of one tree are read and rendered.
+struct ValueStreams {
+  StreamStack<TextInput> inputs;
+  StreamStack<TextOutput> outputs;
+};
+
+// A stream from a stack, opened with `arguments`, and given back at the end of the scope. Scopes
+// may nest, as they do when a listener assigns a further value in the middle of an assignment.
 template <class Stream>
 class Borrowed {
  public:
+  // `from` must outlive this.
   template <class... Arguments>
-  explicit Borrowed(Arguments... arguments) {
-    if (borrowed == store.size()) store.push_back(std::make_unique<Stream>());
-    stream = store[borrowed++].get();
+  explicit Borrowed(StreamStack<Stream>& from, Arguments... arguments) : stack(from) {
+    if (stack.borrowed == stack.streams.size()) stack.streams.push_back(std::make_unique<Stream>());
+    stream = stack.streams[stack.borrowed++].get();
     stream->Open(arguments...);
   }
-  ~Borrowed() { --borrowed; }
+  ~Borrowed() { --stack.borrowed; }
   Borrowed(const Borrowed&) = delete;
   Borrowed& operator=(const Borrowed&) = delete;
 
@@ -78,7 +92,6 @@ class Borrowed {
   Stream* operator->() const { return stream; }
 
  private:
-  static inline std::vector<std::unique_ptr<Stream>> store;
-  static inline std::size_t borrowed = 0;
+  StreamStack<Stream>& stack;
   Stream* stream;
 };

@@ -5,7 +5,8 @@
 
 #include "configurable/xml_text.h"
 
-XMLWriter::XMLWriter(std::ostream& out, bool indented) : stream(out), indent(indented) {}
+XMLWriter::XMLWriter(std::ostream& out, bool indented, ValueStreams* kept)
+    : stream(out), indent(indented), values(kept != nullptr ? *kept : own_values) {}
 
 XMLWriter::~XMLWriter() { flush(); }
 

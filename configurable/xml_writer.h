@@ -5,6 +5,8 @@
 #include <ostream>
 #include <string_view>
 
+#include "configurable/text_stream.h"
+
 // Composes answers and settings files: closes tags late, so that an element without content closes
 // itself, puts one blank between texts that follow each other, and indents or stays compact. An
 // indented document begins with a line feed.
@@ -12,8 +14,8 @@
 // What is written reaches the stream when Stream is called, and at the end of this object.
 class XMLWriter {
  public:
-  // `out` must outlive this.
-  XMLWriter(std::ostream& out, bool indented);
+  // `out`, and `kept` if it is given, must outlive this.
+  XMLWriter(std::ostream& out, bool indented, ValueStreams* kept = nullptr);
   ~XMLWriter();
   XMLWriter(const XMLWriter&) = delete;
   XMLWriter& operator=(const XMLWriter&) = delete;
@@ -33,6 +35,8 @@ class XMLWriter {
 
   // The stream, with all that was written so far.
   std::ostream& Stream();
+  // For the values of the document: those given, or its own.
+  ValueStreams& Values() { return values; }
   // Bytes written so far.
   std::size_t Length() const { return flushed + used; }
   // Errors told so far.
@@ -54,6 +58,8 @@ class XMLWriter {
   bool need_space = false;
   bool end_inline = true;  // the next end tag stays on its line
   unsigned errors = 0;
+  ValueStreams own_values;
+  ValueStreams& values;
   std::array<char, 2048> buffer;
   std::size_t used = 0;
   std::size_t flushed = 0;
