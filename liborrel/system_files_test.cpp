@@ -225,6 +225,24 @@ void ClockCases() {
   ExpectEqual(SystemClock(machine.platform).CurrentZone(), "America/Indiana/Knox");
   ExpectThrows<std::runtime_error>([&] { clock.SetZone("Mars"); }, "Invalid timezone \"Mars\"");
 
+  // What can't be saved is wanted still.
+  fs::create_directory(machine.platform.timezone + ".new");
+  ExpectThrows<ErrnoError>(
+      [&] { clock.SetZone("UTC"); },
+      "Unable to save timezone string to file: " + machine.platform.timezone + ": Is a directory");
+  fs::create_directory(machine.platform.localtime + ".new");
+  ExpectThrows<ErrnoError>([&] { clock.SetZone("Europe/Berlin"); },
+                           "Unable to set timezone: File exists");
+  ExpectEqual(clock.CurrentZone() + " " + clock.WantedZone(), "UTC Europe/Berlin");
+  ExpectTrue(fs::read_symlink(machine.platform.localtime).string().ends_with("/UTC"), "as before");
+  for (const std::string& path : {machine.platform.timezone, machine.platform.localtime})
+    fs::remove(path + ".new");
+  clock.SaveAgain();
+  ExpectEqual(SystemClock(machine.platform).CurrentZone(), "Europe/Berlin");
+  machine.Acts();
+  clock.SaveAgain();
+  ExpectEqual(machine.Acts(), "", "saved");
+
   // Whatever fails, rights are given back.
   const std::string device = machine.platform.clock_device;
   fs::remove(device);

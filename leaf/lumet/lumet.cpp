@@ -47,6 +47,7 @@ Lumet::Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool
       system_settings(where),
       bus(where, this, doc),
       files(doc, where),
+      save_retry(files, system_settings),
       dsp(where.dsp_fd >= 0 ? DSPDevice(where.dsp_fd) : DSPDevice(where.dsp_device)),
       server("\n", AF_INET6),
       clients(server),

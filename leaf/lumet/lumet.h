@@ -24,6 +24,7 @@
 #include "leaf/lumet/raw_capture.h"
 #include "leaf/lumet/rows.h"
 #include "leaf/lumet/run_time_event_logger.h"
+#include "leaf/lumet/save_retry.h"
 #include "leaf/lumet/settings_files.h"
 #include "leaf/lumet/system_settings.h"
 #include "leaf/lumet/timing.h"
@@ -129,6 +130,7 @@ class Lumet : public DSPDevice::Listener,
   DocTavo doc;
   MessageBus bus;
   SettingsFiles files;
+  SaveRetry save_retry;
   DSPDevice dsp;
   SocketServer server;
   ConsoleDelivery clients;

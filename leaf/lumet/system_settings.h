@@ -22,6 +22,8 @@ class SystemSettings {
   // Carries what is marked through to the system. Throws std::runtime_error for a text that is no
   // date or time, for what the system refuses, and when rights can't be had.
   void Apply(ConfigTavo& tavo);
+  // Tries again what could not be written to the system's files. Throws as Apply.
+  void SaveAgain();
 
  private:
   void ApplyNetwork(ConfigCfgNetwork& settings);
