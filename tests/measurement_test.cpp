@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <sstream>
 #include <string>
 
@@ -180,30 +181,49 @@ TEST(Measurement, EventsOfEachKindReachTheBus) {
   EXPECT_EQ(head.Stop(), 0);
 }
 
-// Too hot: the light goes out, and stays out when it is cool again.
+// Too hot: the light goes out, stays out when it is cool again, and everybody knows.
 TEST(Measurement, HeatShutsTheLightOff) {
   const TemporaryDirectory root;
-  Head head(root.Path(), Head::PlayedBy::kSimulator);
+  Head head(root.Path(), Head::PlayedBy::kSimulator, {.lumet = {"-d"}});
   Client client(head.Port());
-  client.Send(Light("<control>percent</control>"));
+  client.Send(Light("<control>setpoint</control>"));
+  client.ReadLineThatBegins("DATAEVENT\tCONFIGCHANGED");
   while (NextRow(client).pfd < 100) {
   }
+  Client listener(head.Port());
+  listener.Send("&query_changes;\n");
+  listener.ReadLineThatBegins("DATA\t");
   const std::string sensor = root.Path() + "/sys/bus/i2c/devices/i2c-1/1-004c/temp1_input";
   WriteFile(sensor, "75000\n");
+  int changes = 0;
   const auto read_to_diag = [&](unsigned diag) {
-    while (client.ReadLineThatBegins("DATA\t").find("\t" + std::to_string(diag) + "\t") ==
-           std::string::npos) {
-    }
+    std::string line;
+    do {
+      line = client.ReadLine();
+      if (line == "DATAEVENT\tCONFIGCHANGED") ++changes;
+    } while (!line.starts_with("DATA\t") ||
+             line.find("\t" + std::to_string(diag) + "\t") == std::string::npos);
   };
   read_to_diag(0x9000);
+  EXPECT_EQ(listener.ReadLineThatBegins("<nemra>"),
+            "<nemra><tavo><cfg><lightsource><control>off</control></lightsource><measure>"
+            "<control>off</control></measure></cfg></tavo></nemra>");
   while (NextRow(client).pfd > 1) {
   }
   WriteFile(sensor, "69900\n");
   read_to_diag(0);
+  EXPECT_EQ(changes, 1);
   EXPECT_LT(NextRow(client).pfd, 1);
+  // From the file.
+  kill(head.Pid(), SIGUSR1);
+  client.ReadLineThatBegins("DATAEVENT\tCONFIGCHANGED");
   client.Send(Document("<cfg><lightsource><control>&query;</control></lightsource></cfg>"));
   EXPECT_NE(client.ReadLineThatBegins("<nemra>").find("<control>off<"), std::string::npos);
-  EXPECT_EQ(head.Stop(), 0);
+  kill(head.Pid(), SIGTERM);
+  const std::string& log = head.WaitForLog("Exiting...");
+  EXPECT_EQ(log.find("_dac_fraction", log.find("XML Listener Response")), std::string::npos)
+      << "the controller is off";
+  EXPECT_EQ(head.Wait(), 0);
 }
 
 TEST(Measurement, LeafIsAPlausibleOne) {

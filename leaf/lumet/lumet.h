@@ -95,6 +95,7 @@ class Lumet : public DSPDevice::Listener,
  private:
   // The console and the temperature in DIAG; a fault shuts the light off.
   void UpdateDiagnostics(float max_temperature);
+  void TellOfTemperatureFault();
   // Once a second by the time of the samples, and twice a second.
   void PublishStatus(const DataSample& sample, float max_temperature);
   void PublishData(const DataSample& sample);
