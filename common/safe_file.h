@@ -8,5 +8,17 @@
 // the disk, then in one step. Whatever fails, and whenever the power goes, there is the old file or
 // the new one. Mode and owner stay those of the old file.
 //
-// False after one line on standard output that says what failed; the old file stands then.
+// False after one line on standard output that says what failed, with its number in errno; the old
+// file stands then.
 bool ReplaceFile(const std::string& path, const std::function<void(std::ostream&)>& write);
+
+// The same for `path` as a symbolic link to `target`.
+bool ReplaceLink(const std::string& path, const std::string& target);
+
+// Gives what stands at `path`, whatever it is, the name with ".bad" behind it as well, in the place
+// of what had that, so that `path` can be replaced without a loss. What can't have two names, as a
+// directory, has that one alone then. True also if there is nothing; false as above.
+bool KeepBadFile(const std::string& path);
+
+// The whole text of a file. Throws ErrnoError.
+std::string ReadWholeFile(const std::string& path);

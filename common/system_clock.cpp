@@ -14,6 +14,7 @@
 
 #include "common/errno_error.h"
 #include "common/privilege_guard.h"
+#include "common/safe_file.h"
 #include "common/stream_file.h"
 
 namespace {
@@ -120,15 +121,19 @@ std::time_t SystemClock::ReadHardwareClock() {
 void SystemClock::SetZone(const std::string& given_name) {
   const std::string name = given_name.starts_with('/') ? given_name.substr(1) : given_name;
   if (!IsZone(name)) throw std::runtime_error("Invalid timezone \"" + name + "\"");
+  unsaved_zone = name;
   const PrivilegeGuard rights(platform);
-  unlink(platform.localtime.c_str());
-  if (symlink((platform.zoneinfo + "/" + name).c_str(), platform.localtime.c_str()) != 0)
+  if (!ReplaceLink(platform.localtime, platform.zoneinfo + "/" + name))
     throw ErrnoError("Unable to set timezone");
   platform.take_zone();
   currentZone = name;
-  std::ofstream file(platform.timezone);
-  if (!(file << name << "\n" << std::flush))
+  if (!ReplaceFile(platform.timezone, [&](std::ostream& out) { out << name << "\n"; }))
     throw ErrnoError("Unable to save timezone string to file: " + platform.timezone);
+  unsaved_zone.reset();
+}
+
+void SystemClock::SaveAgain() {
+  if (unsaved_zone) SetZone(std::string(*unsaved_zone));
 }
 
 long SystemClock::GetOffset() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <ctime>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,6 +34,10 @@ class SystemClock {
   bool IsZone(const std::string& name) const;
   // Throws std::runtime_error for a zone that is not known, and as SetTime.
   void SetZone(const std::string& name);
+  // The zone in force, or the one that should be and could not be set whole yet.
+  const std::string& WantedZone() const { return unsaved_zone ? *unsaved_zone : currentZone; }
+  // Sets a zone that could not be set whole. Throws as SetZone.
+  void SaveAgain();
   // Seconds to add to UTC, without daylight saving.
   static long GetOffset();
 
@@ -43,4 +48,5 @@ class SystemClock {
   const Platform& platform;
   std::vector<std::string> zones;
   std::string currentZone = "UTC";
+  std::optional<std::string> unsaved_zone;
 };

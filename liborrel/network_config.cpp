@@ -1,5 +1,6 @@
 #include "liborrel/network_config.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cstddef>
@@ -68,45 +69,45 @@ class NetworkConfig::Stanza {
   void Take(const std::string& line) {
     const std::size_t start = line.find_first_not_of(" \t#");
     if (start == std::string::npos) return;
-    const bool commented = line.find('#') < start;
+    const Source source = line.find('#') < start ? kComment : kOption;
     const std::vector<std::string> words = WordsOf(line.substr(start));
     // The system reads an option by its first word alone; a comment may have others before it.
-    const std::size_t last_name = commented ? words.size() : 1;
-    for (std::size_t i = 0; i < last_name && i + 1 < words.size(); ++i)
-      TakeOption(words[i], words[i + 1].substr(0, words[i + 1].find('#')), commented);
+    const std::size_t names = source == kComment ? words.size() : 1;
+    for (std::size_t i = 0; i < names && i + 1 < words.size(); ++i)
+      TakeOption(words[i], words[i + 1].substr(0, words[i + 1].find('#')), source);
   }
 
  private:
-  void TakeOption(const std::string& name, const std::string& text, bool commented) {
+  // Where a value comes from; one that comes later here goes before the others.
+  enum Source { kNowhere, kComment, kPrefix, kOption };
+
+  void TakeOption(const std::string& name, const std::string& text, Source source) {
     if (name == "netmask") {
-      Store(MaskOf(text), commented, values.netmask, has_netmask);
+      Store(MaskOf(text), source, values.netmask, netmask_source);
     } else if (name == "gateway") {
-      Store(AddressOf(text), commented, values.gateway, has_gateway);
+      Store(AddressOf(text), source, values.gateway, gateway_source);
     } else if (name == "address") {
       const std::size_t slash = text.find('/');
-      if (slash == std::string::npos)
-        return Store(AddressOf(text), commented, values.address, has_address);
       const auto address = AddressOf(text.substr(0, slash));
-      const auto netmask = MaskOf(text.substr(slash + 1));
-      if (!address || !netmask) return;
-      Store(address, commented, values.address, has_address);
-      // A netmask of its own goes before that of the prefix.
-      if (!has_netmask) values.netmask = *netmask;
+      const bool has_prefix = slash != std::string::npos;
+      const auto netmask = has_prefix ? MaskOf(text.substr(slash + 1)) : std::nullopt;
+      if (has_prefix && !netmask) return;
+      Store(address, source, values.address, address_source);
+      if (address) Store(netmask, std::min(source, kPrefix), values.netmask, netmask_source);
     }
   }
 
-  static void Store(const std::optional<SocketAddress>& found, bool commented,
-                    SocketAddress& address, bool& has) {
-    if (!found || (commented && has)) return;
+  static void Store(const std::optional<SocketAddress>& found, Source source,
+                    SocketAddress& address, Source& so_far) {
+    if (!found || source < so_far) return;
     address = *found;
-    has = !commented;
+    so_far = source;
   }
 
   Values& values;
-  // What the system has read.
-  bool has_address = false;
-  bool has_netmask = false;
-  bool has_gateway = false;
+  Source address_source = kNowhere;
+  Source netmask_source = kNowhere;
+  Source gateway_source = kNowhere;
 };
 
 void NetworkConfig::ReadStanzas(std::istream& file) {

@@ -24,9 +24,11 @@ class NetworkConfig {
 
   const Values& Get() const { return values; }
   // Writes the files that the new values change. One that can't be written is a line on standard
-  // output, and is tried again at the next call. Throws std::runtime_error when rights can't be
+  // output, and is left for SaveAgain. Throws std::runtime_error when rights can't be
   // had.
   void set(const Values& wanted);
+  // Writes what could not be written. Fails as `set` does.
+  void SaveAgain() { apply(); }
 
  private:
   void apply();

@@ -43,11 +43,18 @@ void PtpConfig::Set(int new_mode) {
   script.restart();
 }
 
+void PtpConfig::SaveAgain() {
+  if (!unsaved) return;
+  write(mode);
+  if (!unsaved) script.restart();
+}
+
 void PtpConfig::write(int new_mode) {
   mode = new_mode;
+  unsaved = true;
   std::ifstream old_file(path);
   const PrivilegeGuard rights(platform);
-  ReplaceFile(path, [&](std::ostream& out) {
+  unsaved = !ReplaceFile(path, [&](std::ostream& out) {
     for (std::string line; std::getline(old_file, line);)
       if (!Holds(line, kOptions)) out << line << "\n";
     if (mode == kPreferred) out << kOptions << "=-p\n";

@@ -34,8 +34,11 @@ class PtpConfig {
 
   int GetMode() const { return mode; }
   // Writes the file and restarts the service, unless the mode is that already. A file that can't be
-  // written is a line on standard output. Throws std::runtime_error when rights can't be had.
+  // written is a line on standard output, and is left for SaveAgain. Throws std::runtime_error when
+  // rights can't be had.
   void Set(int new_mode);
+  // Writes what could not be written, and restarts the service behind it. Fails as Set does.
+  void SaveAgain();
 
  private:
   void write(int new_mode);
@@ -44,4 +47,5 @@ class PtpConfig {
   const Platform& platform;
   ServiceControl script;
   int mode = kAuto;
+  bool unsaved = false;
 };

@@ -177,6 +177,8 @@ void NetworkCases() {
       {"\taddress 10.0.0.5/33\n\tgateway 10.0.0.1/8\n", "192.168.1.95 255.255.255.0 192.168.1.1"},
       {"\taddress 10.0.0.5\n# old address 10.0.0.7\n#gateway 10.0.0.1\n",
        "10.0.0.5 255.255.255.0 10.0.0.1"},
+      {"\taddress 10.0.0.5/8\n#\tnetmask 255.255.0.0\n#\taddress 10.0.0.7/24\n",
+       "10.0.0.5 255.0.0.0 192.168.1.1"},
       {"\tup route add -net 10.0.0.0 netmask 255.0.0.0 gateway 10.0.0.1\n",
        "192.168.1.95 255.255.255.0 192.168.1.1"},
   };
@@ -224,6 +226,24 @@ void ClockCases() {
               machine.platform.zoneinfo + "/America/Indiana/Knox");
   ExpectEqual(SystemClock(machine.platform).CurrentZone(), "America/Indiana/Knox");
   ExpectThrows<std::runtime_error>([&] { clock.SetZone("Mars"); }, "Invalid timezone \"Mars\"");
+
+  // What can't be saved is wanted still.
+  fs::create_directory(machine.platform.timezone + ".new");
+  ExpectThrows<ErrnoError>(
+      [&] { clock.SetZone("UTC"); },
+      "Unable to save timezone string to file: " + machine.platform.timezone + ": Is a directory");
+  fs::create_directory(machine.platform.localtime + ".new");
+  ExpectThrows<ErrnoError>([&] { clock.SetZone("Europe/Berlin"); },
+                           "Unable to set timezone: File exists");
+  ExpectEqual(clock.CurrentZone() + " " + clock.WantedZone(), "UTC Europe/Berlin");
+  ExpectTrue(fs::read_symlink(machine.platform.localtime).string().ends_with("/UTC"), "as before");
+  for (const std::string& path : {machine.platform.timezone, machine.platform.localtime})
+    fs::remove(path + ".new");
+  clock.SaveAgain();
+  ExpectEqual(SystemClock(machine.platform).CurrentZone(), "Europe/Berlin");
+  machine.Acts();
+  clock.SaveAgain();
+  ExpectEqual(machine.Acts(), "", "saved");
 
   // Whatever fails, rights are given back.
   const std::string device = machine.platform.clock_device;

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "bench/broker.h"
@@ -140,28 +142,48 @@ TEST(Measurement, EventsOfEachKindReachTheBus) {
   EXPECT_EQ(head.Stop(), 0);
 }
 
-// Too hot: the light goes out, and stays out when it is cool again.
+// Too hot: the light goes out, stays out when it is cool again, and everybody knows.
 TEST(Measurement, HeatShutsTheLightOff) {
   const TemporaryDirectory root;
-  Head head(root.Path(), Head::PlayedBy::kSimulator);
+  Head head(root.Path(), Head::PlayedBy::kSimulator, {.lumet = {"-d"}});
   ConsoleClient client(head.Port());
-  client.Set("cfg/lightsource/control", "percent");
+  client.Set("cfg/lightsource/control", "setpoint");
   while (client.NextData()["PFD"] < 100) {
   }
+  ConsoleClient listener(head.Port());
+  listener.Watch("");
+  listener.NextData();
   const std::string sensor = root.Path() + "/sys/bus/i2c/devices/i2c-1/1-004c/temp1_input";
   WriteFile(sensor, "75000\n");
+  int changes = 0;
   const auto read_to_diag = [&](const std::vector<std::string>& names) {
-    while (client.DiagNames(client.NextData()["DIAG"]) != names) {
+    while (true) {
+      const ConsoleMessage message = client.Next();
+      const auto* event = std::get_if<EventRow>(&message);
+      if (event != nullptr && event->event == "CONFIGCHANGED") ++changes;
+      const auto* row = std::get_if<DataRow>(&message);
+      if (row != nullptr && client.DiagNames((*row)["DIAG"]) == names) return;
     }
   };
   read_to_diag({"TEMP_WARNING", "TEMP_FAULT"});
+  EXPECT_EQ(listener.NextChange().text,
+            "<nemra><tavo><cfg><lightsource><control>off</control></lightsource><measure>"
+            "<control>off</control></measure></cfg></tavo></nemra>");
   while (client.NextData()["PFD"] > 1) {
   }
   WriteFile(sensor, "69900\n");
   read_to_diag({});
+  EXPECT_EQ(changes, 1);
   EXPECT_LT(client.NextData()["PFD"], 1);
+  // From the file.
+  kill(head.Pid(), SIGUSR1);
+  client.WaitForEvent("CONFIGCHANGED");
   EXPECT_EQ(client.Get("cfg/lightsource/control").text, "off");
-  EXPECT_EQ(head.Stop(), 0);
+  kill(head.Pid(), SIGTERM);
+  const std::string& log = head.WaitForLog("Exiting...");
+  EXPECT_EQ(log.find("_dac_fraction", log.find("XML Listener Response")), std::string::npos)
+      << "the controller is off";
+  EXPECT_EQ(head.Wait(), 0);
 }
 
 TEST(Measurement, LeafIsAPlausibleOne) {

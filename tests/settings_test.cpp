@@ -151,6 +151,73 @@ TEST(Settings, SurviveADiskThatIsFull) {
   EXPECT_EQ(ReadFile(path), "new");
 }
 
+TEST(Settings, KeepWhatTheyCouldNotRead) {
+  const std::string factory =
+      "<nemra><tavo><factory><calibration><F_red>2</F_red></calibration></factory></tavo></nemra>";
+  const std::string zeros = "<nemra><tavo><cal><DC0>1</DC0></cal></tavo></nemra>";
+  const std::string history = "<nemra><tavo><history/></tavo></nemra>";
+  const auto with = [](std::string text, const std::string& part, const std::string& other) {
+    return text.replace(text.find(part), part.size(), other);
+  };
+  const struct {
+    const char* name;
+    std::string factory;
+    std::string cal;
+    bool factory_kept;
+    bool cal_kept;
+  } rows[] = {
+      {"whole", factory, zeros + history, false, false},
+      {"a value that is none", with(factory, "2", "x"), zeros + "\n\n" + history, false, false},
+      {"no history", factory + "\n", zeros + "\n", false, false},
+      {"end tags that are none", with(factory, "/calibration", "/callibration"),
+       with(zeros, "/nemra", "/nemr"), true, true},
+      {"cut off", factory.substr(0, factory.size() - 9), zeros + history.substr(0, 20), true, true},
+      {"other roots", with(factory, "nemra", "nemrb"), with(zeros, "<nemra", "<nem<ra"), true,
+       true},
+      {"what throws",
+       with(factory, "<factory>", "<cfg><network><gateway>x</gateway></network></cfg>"),
+       zeros + "<", true, true},
+  };
+  for (const auto& row : rows) {
+    const TemporaryDirectory root;
+    const Platform platform = BenchPlatform(root.Path());
+    WriteFile(platform.factory_settings, row.factory);
+    WriteFile(platform.cal_settings, row.cal);
+    DocTavo doc;
+    SettingsFiles files(doc, platform);
+    testing::internal::CaptureStdout();
+    files.load_factory();
+    files.load_cal();
+    testing::internal::GetCapturedStdout();
+    for (int i = 1; i < 3; ++i) {
+      doc.Conf().Factory().Serialnumber().set("TVF-" + std::to_string(i));
+      doc.Conf().Cal().Pc0().set(i);
+      files.save_factory();
+      files.save_cal();
+    }
+    EXPECT_NE(ReadFile(platform.factory_settings).find("TVF-2"), std::string::npos) << row.name;
+    EXPECT_EQ(ReadFile(platform.factory_settings + ".bad"), row.factory_kept ? row.factory : "")
+        << row.name;
+    EXPECT_EQ(ReadFile(platform.cal_settings + ".bad"), row.cal_kept ? row.cal : "") << row.name;
+  }
+}
+
+TEST(Settings, CountAsMissingWhenTheyCantBeRead) {
+  const TemporaryDirectory root;
+  const std::string etc = root.Path() + "/etc/";
+  for (const char* name : {"tavo.conf", "caltavo.conf", "factorytavo.conf"})
+    std::filesystem::create_directories(etc + name);
+  Head head(root.Path(), Head::PlayedBy::kCaller);
+  EXPECT_EQ(NextBias(head.SignalProcessor()), "0.000000 3375");
+  EXPECT_TRUE(std::filesystem::is_directory(etc + "tavo.conf.bad"));
+  EXPECT_NE(ReadFile(etc + "tavo.conf").find("<lightsource>"), std::string::npos);
+  std::filesystem::remove(etc + "factorytavo.conf");
+  std::filesystem::create_directory(etc + "factorytavo.conf");
+  kill(head.Pid(), SIGUSR1);
+  EXPECT_EQ(NextBias(head.SignalProcessor()), "0.000000 3375");
+  EXPECT_EQ(head.Stop(), 0);
+}
+
 TEST(Settings, RaiseRightsForTheirWritesAlone) {
   const TemporaryDirectory root;
   Platform platform = BenchPlatform(root.Path());

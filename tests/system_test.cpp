@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "bench/broker.h"
 #include "bench/head.h"
@@ -122,16 +124,33 @@ TEST(System, WhatItRefusesIsToldAndLeavesTheOldFile) {
   const Broker broker(root.Path() + "/broker", port);
   SystemHead bench(root.Path(), {.bench = {"--broker-port", std::to_string(port)}});
   // Nobody can write over a directory.
-  std::filesystem::create_directory(interfaces + ".new");
-  EXPECT_EQ(bench.Ask(Settings("<network><configuration>manual</configuration></network>")), "");
-  bench.Said("Unable to open: " + interfaces + ".new\n");
+  const std::string etc = root.Path() + "/etc/";
+  const std::string files[] = {interfaces, etc + "hostname", etc + "sysconfig/ptpd",
+                               etc + "timezone", etc + "tavo.conf"};
+  std::filesystem::remove(etc + "tavo.conf");
+  for (const std::string& file : files) std::filesystem::create_directory(file + ".new");
+  EXPECT_EQ(bench.Ask(Settings("<fan_duty>21</fan_duty><network><name>head-3</name><gateway>"
+                               "192.168.1.2</gateway><configuration>manual</configuration>"
+                               "</network><clock><ptp>preferred</ptp></clock>")),
+            "");
+  EXPECT_EQ(bench.Ask(Settings("<clock><zone>Europe/Berlin</zone></clock>")),
+            "<nemra><tavo><error>Unable to save timezone string to file: " + etc +
+                "timezone: Is a directory</error></tavo></nemra>");
+  for (const std::string& file : files) bench.head.WaitForLog("Unable to open: " + file + ".new\n");
   EXPECT_EQ(ReadFile(interfaces), "auto lo\n");
-  std::filesystem::remove(interfaces + ".new");
-  EXPECT_EQ(bench.Ask(Settings("<network><gateway>192.168.1.2</gateway></network>")), "");
+  for (const std::string& file : files) std::filesystem::remove(file + ".new");
+  // All of it is tried again, and the zone last.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (ReadFile(etc + "timezone") != "Europe/Berlin\n" &&
+         std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_TRUE(ReadFile(interfaces)
                   .ends_with("inet static\n\taddress 192.168.1.95\n"
                              "\tnetmask 255.255.255.0\n\tbroadcast 192.168.1.255\n"
                              "\tgateway 192.168.1.2\n"));
+  EXPECT_EQ(ReadFile(etc + "hostname"), "head-3\n");
+  EXPECT_EQ(ReadFile(etc + "sysconfig/ptpd"), "PTPD_OPTS=-p\n");
+  EXPECT_NE(ReadFile(etc + "tavo.conf").find("<fan_duty>21<"), std::string::npos);
 
   // From the bus: a date that is none must not stay as a change that fails every later update.
   BusClient bus({.port = port});

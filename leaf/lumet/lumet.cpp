@@ -59,6 +59,7 @@ Lumet::Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool
       system_settings(where),
       bus(where, this, doc),
       files(doc, where),
+      save_retry(files, system_settings),
       dsp(where.dsp_fd >= 0 ? DSPDevice(where.dsp_fd) : DSPDevice(where.dsp_device)),
       server("\n", AF_INET6),
       clients(server),
@@ -215,7 +216,23 @@ void Lumet::GotData(DataSample& sample) {
 
 void Lumet::UpdateDiagnostics(float max_temperature) {
   diag_word = NextDiagnostics(diag_word, console.HasConsole(), max_temperature);
-  if (IsTooHot(max_temperature)) ApplyTimingSettings();
+  if (!IsTooHot(max_temperature)) return;
+  ApplyTimingSettings();
+  ConfigCfgTavo& cfg = doc.Conf().Cfg();
+  if (cfg.Lightsource().Control().has_changed() || cfg.Measure().Control().has_changed())
+    TellOfTemperatureFault();
+}
+
+// The light is off already. That the settings say so is a change like any other: it reaches the
+// controller, the file, the clients and the bus.
+void Lumet::TellOfTemperatureFault() {
+  try {
+    doc.notify();
+  } catch (...) {
+    // A file that can't be written is no reason to end now.
+    PrintCurrentException();
+  }
+  console.CheckForChanges();
 }
 
 void Lumet::FinishZeroing(const std::string& zero) {

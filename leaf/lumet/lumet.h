@@ -14,6 +14,7 @@
 #include "leaf/lumet/board/diagnostics.h"
 #include "leaf/lumet/board/hw_mon.h"
 #include "leaf/lumet/board/run_time_event_logger.h"
+#include "leaf/lumet/board/save_retry.h"
 #include "leaf/lumet/board/settings_files.h"
 #include "leaf/lumet/board/system_settings.h"
 #include "leaf/lumet/bus/message_bus.h"
@@ -96,6 +97,7 @@ class Lumet : public DSPDevice::Listener,
  private:
   // The console and the temperature in DIAG; a fault shuts the light off.
   void UpdateDiagnostics(float max_temperature);
+  void TellOfTemperatureFault();
   // Once a second by the time of the samples, and twice a second.
   void PublishStatus(const DataSample& sample, float max_temperature);
   void PublishData(const DataSample& sample);
@@ -131,6 +133,7 @@ class Lumet : public DSPDevice::Listener,
   DocTavo doc;
   MessageBus bus;
   SettingsFiles files;
+  SaveRetry save_retry;
   DSPDevice dsp;
   SocketServer server;
   ConsoleDelivery clients;

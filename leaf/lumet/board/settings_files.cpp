@@ -1,9 +1,11 @@
 #include "leaf/lumet/board/settings_files.h"
 
-#include <fstream>
+#include <cerrno>
+#include <exception>
 #include <initializer_list>
 #include <iostream>
 
+#include "common/errno_error.h"
 #include "common/privilege_guard.h"
 #include "common/safe_file.h"
 
@@ -40,28 +42,26 @@ SettingsFiles::SettingsFiles(DocTavo& document, const Platform& where)
 void SettingsFiles::load_factory() {
   ConfigFactoryTavo& part = doc.Conf().Factory();
   part.reset();
-  std::ifstream file(factory.path);
-  if (!file) return;
-  if (doc.read_document(file, std::cout).good()) factory.saved_count = part.change_count();
+  std::istringstream in;
+  if (Read(factory, in) && Take(factory, in)) factory.saved_count = part.change_count();
 }
 
 void SettingsFiles::load_cal() {
   ConfigCalTavo& part = doc.Conf().Cal();
   part.reset();
   doc.Conf().History().remove_all();
-  std::ifstream file(cal.path);
-  if (!file) return;
-  // The zeros, and behind them their history.
-  if (doc.read_document(file, std::cout).good() && doc.read_document(file, std::cout).good())
-    cal.saved_count = part.change_count();
+  std::istringstream in;
+  // The zeros, and behind them their history, if there is one.
+  if (!Read(cal, in) || !Take(cal, in) || (in >> std::ws).eof()) return;
+  if (Take(cal, in)) cal.saved_count = part.change_count();
 }
 
 void SettingsFiles::load_main(const std::function<void()>& fill_in) {
   const Mask mask(doc.Conf());
   doc.reset();
   fill_in();
-  std::ifstream file(main.path);
-  if (file && doc.read_document(file, std::cout).good()) main.saved_count = doc.change_count();
+  std::istringstream in;
+  if (Read(main, in) && Take(main, in)) main.saved_count = doc.change_count();
   doc.notify_if_changed();
 }
 
@@ -76,13 +76,45 @@ void SettingsFiles::save_main() {
   Save(main, doc, {&doc});
 }
 
+void SettingsFiles::SaveAgain() {
+  if (factory.unsaved) save_factory();
+  if (cal.unsaved) save_cal();
+  if (main.unsaved) save_main();
+}
+
+bool SettingsFiles::Read(File& file, std::istringstream& in) {
+  file.bad = false;
+  try {
+    in.str(ReadWholeFile(file.path));
+    return true;
+  } catch (const ErrnoError& error) {
+    file.bad = error.ErrorNumber() != ENOENT;
+    return false;
+  }
+}
+
+bool SettingsFiles::Take(File& file, std::istream& in) {
+  try {
+    // At the end of the stream the document had none.
+    file.bad = !doc.read_document(in, std::cout).good();
+  } catch (const std::exception& error) {
+    std::cout << error.what() << "\n";
+    file.bad = true;
+  }
+  return !file.bad;
+}
+
 void SettingsFiles::Save(File& file, Configurable& part,
                          const std::vector<Configurable*>& documents) {
-  if (file.saved_count == part.change_count()) return;
+  file.unsaved = file.saved_count != part.change_count();
+  if (!file.unsaved) return;
   const PrivilegeGuard rights(platform);
+  if (file.bad && !KeepBadFile(file.path)) return;
   const bool saved = ReplaceFile(file.path, [&](std::ostream& out) {
     for (Configurable* document : documents) document->print_tree(out);
     out << "\n";
   });
-  if (saved) file.saved_count = part.change_count();
+  if (!saved) return;
+  file.saved_count = part.change_count();
+  file.unsaved = file.bad = false;
 }

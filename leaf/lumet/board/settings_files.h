@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <istream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,8 +11,10 @@
 #include "liborrel/doctavo/doc_tavo.h"
 
 // The three settings files of the head, each a document from the root of the tree: the factory
-// values, the zeros with their history, and all the rest. A missing file leaves the defaults; what
-// stands before an error in a bad one is taken, and the errors go to standard output.
+// values, the zeros with their history, and all the rest. A file that is missing or can't be read
+// leaves the defaults; what stands before an error in a bad one is taken, and the errors go to
+// standard output. A file that could not be read to the end of its document is kept under its name
+// with ".bad" behind it before it is replaced.
 class SettingsFiles {
  public:
   // Both must outlive this.
@@ -23,20 +27,28 @@ class SettingsFiles {
   void load_main(const std::function<void()>& fill_in);
 
   // Each writes its file if its part of the tree has changed since it was last read or written.
-  // What can't be written is tried again at the next change. Throws std::runtime_error when rights
-  // can't be had.
+  // What can't be written is a line on standard output, and is left for the next change or
+  // SaveAgain. Throws std::runtime_error when rights can't be had.
   void save_factory();
   void save_cal();
   void save_main();
+  // Saves what could not be saved. Fails as they do.
+  void SaveAgain();
 
  private:
   struct File {
     std::string path;
     std::uint32_t saved_count = 0;  // change_count of the part when the file last agreed with it
+    bool unsaved = false;           // the last attempt to write it failed
+    bool bad = false;               // it holds what was not read
   };
   // Hides, for the length of a scope, what never goes into the main file.
   class Mask;
 
+  // Opens the text of a file; false if it is missing or can't be read.
+  static bool Read(File& file, std::istringstream& in);
+  // Takes one document from a file that is read; false unless it was whole.
+  bool Take(File& file, std::istream& in);
   void Save(File& file, Configurable& part, const std::vector<Configurable*>& documents);
 
   DocTavo& doc;

@@ -66,7 +66,7 @@ void SystemSettings::FillInZones(ConfigTavo& tavo) const {
 void SystemSettings::FillIn(ConfigTavo& tavo) const {
   ConfigCfgClock& clock = tavo.Cfg().Clock();
   const std::vector<std::string>& zones = clock.Zone().choices();
-  const auto zone = std::find(zones.begin(), zones.end(), system_clock.CurrentZone());
+  const auto zone = std::find(zones.begin(), zones.end(), system_clock.WantedZone());
   if (zone != zones.end()) clock.Zone().set(static_cast<int>(zone - zones.begin()));
   clock.Ptp().set(ptp_service.GetMode());
   clock.set_changed(false);
@@ -86,6 +86,12 @@ void SystemSettings::Apply(ConfigTavo& tavo) {
   if (tavo.Cfg().Network().has_changed()) steps.Run([&] { ApplyNetwork(tavo.Cfg().Network()); });
   if (tavo.Cfg().Clock().has_changed()) steps.Run([&] { ApplyClock(tavo.Cfg().Clock()); });
   steps.ThrowFirstFailure();
+}
+
+void SystemSettings::SaveAgain() {
+  network.SaveAgain();
+  ptp_service.SaveAgain();
+  system_clock.SaveAgain();
 }
 
 void SystemSettings::ApplyNetwork(ConfigCfgNetwork& settings) {

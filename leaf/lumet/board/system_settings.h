@@ -24,6 +24,8 @@ class SystemSettings {
   // what the system refuses, and when rights can't be had; of several failures the first, and the
   // others are printed.
   void Apply(ConfigTavo& tavo);
+  // Tries again what could not be written to the system's files. Throws as Apply.
+  void SaveAgain();
 
  private:
   void ApplyNetwork(ConfigCfgNetwork& settings);
