@@ -84,6 +84,20 @@ void Client::Drain() {
   }
 }
 
+std::chrono::milliseconds LongestGap(Client& client,
+                                     const std::function<bool(const std::string& line)>& done) {
+  Clock::duration longest{};
+  auto last = Clock::now();
+  for (bool more = true; more;) {
+    const std::string line = client.ReadLine();
+    more = !done(line);
+    const auto now = Clock::now();
+    longest = std::max(longest, now - last);
+    if (line.starts_with("DATA\t")) last = now;
+  }
+  return std::chrono::duration_cast<std::chrono::milliseconds>(longest);
+}
+
 std::string Processor::ReadPacket() {
   WaitReadable(link.GetFD(), Clock::now() + kDeadline, "a packet of commands");
   std::string packet(65536, '\0');

@@ -2,8 +2,10 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -40,6 +42,13 @@ class Client {
   std::string received;
   std::size_t taken = 0;
 };
+
+// The longest wait of a client for a DATA row, and how long that may be: room for a slow machine,
+// and none for a head that does something else meanwhile.
+constexpr auto kLongestGap = std::chrono::seconds(1);
+// Takes lines until `done(line)`, which sees each of them.
+std::chrono::milliseconds LongestGap(Client& client,
+                                     const std::function<bool(const std::string& line)>& done);
 
 // The signal processor, played by this program.
 class Processor {
