@@ -20,7 +20,6 @@
 #include "leaf/lumet/light_controller.h"
 #include "leaf/lumet/light_quantities.h"
 #include "leaf/lumet/message_bus.h"
-#include "leaf/lumet/publication_clock.h"
 #include "leaf/lumet/raw_capture.h"
 #include "leaf/lumet/rows.h"
 #include "leaf/lumet/run_time_event_logger.h"
@@ -152,6 +151,7 @@ class Lumet : public DSPDevice::Listener,
   unsigned flash_modrate_in_force = 0;  // Hz
   unsigned dark_modrate_in_force = 0;   // Hz
   std::uint32_t diag_word = 0;
-  PublicationClock status_clock{1.0};
-  PublicationClock data_clock{0.5};
+  // Of the latest publications, in seconds of the samples.
+  double last_status_time = 0;
+  double last_data_time = 0;
 };

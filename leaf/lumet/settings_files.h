@@ -32,7 +32,7 @@ class SettingsFiles {
  private:
   struct File {
     std::string path;
-    std::uint32_t saved_count = 0;  // change_count of the part when the file last agreed with it
+    std::uint32_t& saved_count;
   };
   // Hides, for the length of a scope, what never goes into the main file.
   class Mask;
@@ -41,6 +41,10 @@ class SettingsFiles {
 
   DocTavo& doc;
   const Platform& platform;
+  // The change_count of each part when its file last agreed with it.
+  std::uint32_t saved_factory_count = 0;
+  std::uint32_t saved_cal_count = 0;
+  std::uint32_t saved_main_count = 0;
   File factory;
   File cal;
   File main;
