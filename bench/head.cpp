@@ -94,6 +94,29 @@ void Client::Drain() {
   }
 }
 
+void GapMeter::Saw(const ConsoleMessage& message) {
+  if (!std::holds_alternative<DataRow>(message)) return;
+  const auto now = Clock::now();
+  longest = std::max(longest, now - last);
+  last = now;
+}
+
+std::chrono::milliseconds GapMeter::Longest() const {
+  // The wait that has not ended yet counts too.
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::max(longest, Clock::now() - last));
+}
+
+std::chrono::milliseconds LongestGap(ConsoleClient& client,
+                                     const std::function<bool(const ConsoleMessage&)>& done) {
+  GapMeter gap;
+  while (true) {
+    const ConsoleMessage message = client.Next();
+    gap.Saw(message);
+    if (done(message)) return gap.Longest();
+  }
+}
+
 std::string Processor::ReadPacket() {
   WaitReadable(link.GetFD(), Clock::now() + kDeadline, "a packet of commands");
   std::string packet(65536, '\0');

@@ -2,8 +2,10 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -12,6 +14,7 @@
 #include "bench/child_process.h"
 #include "bench/free_port.h"
 #include "bench/record_writer.h"
+#include "client/console.h"
 #include "common/socket.h"
 #include "common/temporary_directory.h"
 #include "common/text_file.h"
@@ -40,6 +43,23 @@ class Client {
   std::string received;
   std::size_t taken = 0;
 };
+
+// The longest wait of a client for a DATA row.
+class GapMeter {
+ public:
+  void Saw(const ConsoleMessage& message);
+  std::chrono::milliseconds Longest() const;
+
+ private:
+  std::chrono::steady_clock::time_point last = std::chrono::steady_clock::now();
+  std::chrono::steady_clock::duration longest{};
+};
+// How long that may be: room for a slow machine, and none for a head that does something else
+// meanwhile.
+constexpr auto kLongestGap = std::chrono::seconds(1);
+// The longest wait until `done(message)`, which sees each message.
+std::chrono::milliseconds LongestGap(ConsoleClient& client,
+                                     const std::function<bool(const ConsoleMessage&)>& done);
 
 // The signal processor, played by this program.
 class Processor {

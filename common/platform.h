@@ -45,8 +45,8 @@ struct Platform {
   std::string ptp_script = "/etc/rc.d/init.d/ptpd";
 
   // The system's network, for its next start.
-  std::string hostname_file = "/etc/hostname";
-  std::string interfaces_file = "/etc/network/interfaces";
+  std::string hostname_path = "/etc/hostname";
+  std::string interfaces_path = "/etc/network/interfaces";
 
   // Where the kernel shows the devices of the board's I2C buses.
   std::string i2c_devices = "/sys/bus/i2c/devices";
@@ -100,7 +100,7 @@ struct Platform {
   std::vector<std::string*> Files() {
     return {&cpu_alignment,   &cpu_governor,  &cpu_speed,    &pid_file,        &factory_settings,
             &cal_settings,    &main_settings, &run_time_log, &calibration_log, &localtime,
-            &timezone,        &clock_device,  &ptp_options,  &ptp_script,      &hostname_file,
-            &interfaces_file, &i2c_devices,   &dsp_device};
+            &timezone,        &clock_device,  &ptp_options,  &ptp_script,      &hostname_path,
+            &interfaces_path, &i2c_devices,   &dsp_device};
   }
 };

@@ -174,15 +174,15 @@ XMLParser::Token XMLParser::ReadStartTag() {
   if (source.Peek() == CharSource::kEnd) return EndOrError();
   if (!EndString()) return Error("Empty XML tag name");
   in_tag = true;
-  tag_start = reading.start;
-  tag_length = reading.string_length;
+  tag_name.start = reading.start;
+  tag_name.length = reading.string_length;
   return START_ELEMENT;
 }
 
 XMLParser::Token XMLParser::ReadEndTag() {
   source.Skip();
   // Most often it ends the element that began last, whose name need not be kept again.
-  if (source.TakeBoth({texts.data() + tag_start, tag_length}, '>')) return EndOfTag();
+  if (source.TakeBoth({texts.data() + tag_name.start, tag_name.length}, '>')) return EndOfTag();
   xml_text::ReadName(source, texts);
   const int next = source.Take();
   if (next == CharSource::kEnd) return EndOrError();
@@ -192,8 +192,8 @@ XMLParser::Token XMLParser::ReadEndTag() {
 }
 
 XMLParser::Token XMLParser::EndOfTag() {
-  reading.start = tag_start;
-  reading.string_length = tag_length;
+  reading.start = tag_name.start;
+  reading.string_length = tag_name.length;
   return END_ELEMENT;
 }
 

@@ -85,8 +85,10 @@ class XMLParser {
   std::size_t mark = 0;
   TokenInfo reading = {};  // the token that is being read
   // The name of the start tag that was read last, in `texts`.
-  std::uint32_t tag_start = 0;
-  std::uint32_t tag_length = 0;
+  struct {
+    std::uint32_t start = 0;
+    std::uint32_t length = 0;
+  } tag_name;
   bool in_tag = false;  // between the name of a start tag and its '>'
 };
 

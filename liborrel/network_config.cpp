@@ -54,9 +54,9 @@ std::optional<SocketAddress> MaskOf(const std::string& text) {
 
 NetworkConfig::NetworkConfig(const Platform& where)
     : platform(where), interface(where.network_interface) {
-  std::ifstream name_file(platform.hostname_file);
+  std::ifstream name_file(platform.hostname_path);
   if (std::string line; std::getline(name_file, line)) values.host_name = line;
-  std::ifstream file(platform.interfaces_file);
+  std::ifstream file(platform.interfaces_path);
   ReadStanzas(file);
 }
 
@@ -144,13 +144,13 @@ void NetworkConfig::set(const Values& wanted) {
 void NetworkConfig::apply() {
   if (hostname_dirty) {
     const PrivilegeGuard rights(platform);
-    hostname_dirty = !ReplaceFile(platform.hostname_file,
+    hostname_dirty = !ReplaceFile(platform.hostname_path,
                                   [this](std::ostream& out) { out << values.host_name << "\n"; });
   }
   if (interfaces_dirty) {
     const PrivilegeGuard rights(platform);
-    interfaces_dirty = !ReplaceFile(platform.interfaces_file, [this](std::ostream& out) {
-      std::ifstream old_file(platform.interfaces_file);
+    interfaces_dirty = !ReplaceFile(platform.interfaces_path, [this](std::ostream& out) {
+      std::ifstream old_file(platform.interfaces_path);
       CopyOthers(old_file, out);
       WriteStanza(out);
     });

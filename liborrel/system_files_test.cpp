@@ -146,7 +146,7 @@ void NetworkCases() {
   for (const auto& row : rows) {
     Machine machine;
     const std::string path = "etc/network/interfaces";
-    const std::string whole_path = machine.platform.interfaces_file;
+    const std::string whole_path = machine.platform.interfaces_path;
     if (!row.before.empty()) machine.root.Write(path, row.before);
     if (!row.before.empty()) chmod(whole_path.c_str(), 0640);
     NetworkConfig network(machine.platform);
@@ -204,7 +204,7 @@ void NetworkCases() {
   values.host_name = "new";
   network.set(values);
   ExpectEqual(machine.root.Read("etc/hostname"), "new\n");
-  ExpectTrue(!fs::exists(machine.platform.interfaces_file), "the other file is left alone");
+  ExpectTrue(!fs::exists(machine.platform.interfaces_path), "the other file is left alone");
 }
 
 void ClockCases() {

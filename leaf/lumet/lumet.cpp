@@ -16,6 +16,7 @@
 #include "common/print_exception.h"
 #include "common/steps.h"
 #include "leaf/lumet/bus/announcement.h"
+#include "leaf/lumet/bus/publication_clock.h"
 #include "leaf/lumet/light/calibration.h"
 #include "leaf/lumet/version.h"
 
@@ -28,6 +29,10 @@ const std::string kListenerName = "00-Lumet";
 
 // The record follows start and versions after a moment, in which more of them may come.
 constexpr int kAnnounceMs = 3000;
+
+// Between two publications, in seconds.
+constexpr double kDataPeriod = 0.5;
+constexpr double kStatusPeriod = 1.0;
 
 // The one output format that DSPDevice can read.
 constexpr std::uint32_t kOutputFormat = 2;
@@ -244,19 +249,21 @@ void Lumet::FinishZeroing(const std::string& zero) {
 }
 
 void Lumet::PublishStatus(const DataSample& sample, float max_temperature) {
-  if (!status_clock.IsDue(sample.time)) return;
-  const auto values = StatusValues(sample.time, sample.flags | diag_word, hw_mon.Temperatures());
+  if (!PublicationIsDue(last_status_time, sample.time, kStatusPeriod)) return;
+  const auto status_values =
+      StatusValues(sample.time, sample.flags | diag_word, hw_mon.Temperatures());
   fan.Step(max_temperature);
   if (clients.AnyoneWants(LumetSocketContext::kStatus))
-    clients.SendToFlagged(StatusRow(values), LumetSocketContext::kStatus, BacklogLimit::kStatus);
+    clients.SendToFlagged(StatusRow(status_values), LumetSocketContext::kStatus,
+                          BacklogLimit::kStatus);
   if (bus.IsConnected())
-    bus.PublishRelative("output/DATASTAT", JsonPayload(StatusChannels(), values), false);
+    bus.PublishRelative("output/DATASTAT", JsonPayload(StatusChannels(), status_values), false);
 }
 
 void Lumet::PublishData(const DataSample& sample) {
-  if (!data_clock.IsDue(sample.time) || !bus.IsConnected()) return;
-  const auto values = DataValues(sample, sample.flags | diag_word);
-  bus.PublishRelative("output/DATA", JsonPayload(DataChannels(), values), false);
+  if (!PublicationIsDue(last_data_time, sample.time, kDataPeriod) || !bus.IsConnected()) return;
+  const auto data_values = DataValues(sample, sample.flags | diag_word);
+  bus.PublishRelative("output/DATA", JsonPayload(DataChannels(), data_values), false);
 }
 
 void Lumet::FollowEvents(const DataSample& sample) {

@@ -18,7 +18,6 @@
 #include "leaf/lumet/board/settings_files.h"
 #include "leaf/lumet/board/system_settings.h"
 #include "leaf/lumet/bus/message_bus.h"
-#include "leaf/lumet/bus/publication_clock.h"
 #include "leaf/lumet/console/console.h"
 #include "leaf/lumet/console/console_delivery.h"
 #include "leaf/lumet/console/rows.h"
@@ -155,6 +154,7 @@ class Lumet : public DSPDevice::Listener,
   unsigned flash_modrate_in_force = 0;  // Hz
   unsigned dark_modrate_in_force = 0;   // Hz
   std::uint32_t diag_word = 0;
-  PublicationClock status_clock{1.0};
-  PublicationClock data_clock{0.5};
+  // Of the latest publications, in seconds of the samples.
+  double last_status_time = 0;
+  double last_data_time = 0;
 };

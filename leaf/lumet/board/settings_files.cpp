@@ -35,9 +35,9 @@ class SettingsFiles::Mask {
 SettingsFiles::SettingsFiles(DocTavo& document, const Platform& where)
     : doc(document),
       platform(where),
-      factory{where.factory_settings},
-      cal{where.cal_settings},
-      main{where.main_settings} {}
+      factory{where.factory_settings, saved_factory_count},
+      cal{where.cal_settings, saved_cal_count},
+      main{where.main_settings, saved_main_count} {}
 
 void SettingsFiles::load_factory() {
   ConfigFactoryTavo& part = doc.Conf().Factory();

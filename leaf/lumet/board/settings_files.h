@@ -38,9 +38,9 @@ class SettingsFiles {
  private:
   struct File {
     std::string path;
-    std::uint32_t saved_count = 0;  // change_count of the part when the file last agreed with it
-    bool unsaved = false;           // the last attempt to write it failed
-    bool bad = false;               // it holds what was not read
+    std::uint32_t& saved_count;
+    bool unsaved = false;  // the last attempt to write it failed
+    bool bad = false;      // it holds what was not read
   };
   // Hides, for the length of a scope, what never goes into the main file.
   class Mask;
@@ -53,6 +53,10 @@ class SettingsFiles {
 
   DocTavo& doc;
   const Platform& platform;
+  // The change_count of each part when its file last agreed with it.
+  std::uint32_t saved_factory_count = 0;
+  std::uint32_t saved_cal_count = 0;
+  std::uint32_t saved_main_count = 0;
   File factory;
   File cal;
   File main;

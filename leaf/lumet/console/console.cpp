@@ -56,16 +56,16 @@ void Console::ClientConnected(SocketClient* client) {
 }
 
 void Console::ClientDisconnected(SocketClient* client) {
-  if (client == console_client) {
-    console_client = nullptr;
-    console_name.clear();
+  if (client == consoleClient) {
+    consoleClient = nullptr;
+    consoleName.clear();
     clients.SendToAll("DATAEVENT\tCONSOLEDISCONNECTED\n", BacklogLimit::kReply);
   }
-  std::erase_if(standing_queries, [client](const auto& query) { return query.first == client; });
+  std::erase_if(standingQueries, [client](const auto& query) { return query.first == client; });
 }
 
 std::optional<std::string> Console::ConsoleName() const {
-  return HasConsole() ? std::optional(console_name) : std::nullopt;
+  return HasConsole() ? std::optional(consoleName) : std::nullopt;
 }
 
 void Console::GotRequest(SocketClient* client, const std::string& text) {
@@ -84,7 +84,7 @@ void Console::Dispatch(SocketClient* client, const std::string& text) {
   if (text[0] != '<' && text[0] != '&')
     HandleRequestText(client, text);
   else if (Contains(text, "&query_changes"))
-    standing_queries.emplace_back(client, text);
+    standingQueries.emplace_back(client, text);
   else
     HandleRequestXML(client, text);
 }
@@ -109,7 +109,7 @@ void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
     return Reply([&](std::ostream& out) {
       RefreshDynamicFields();
       LoadOutputs(context);
-      lock.emplace(doc, HasConsole() && client != console_client);
+      lock.emplace(doc, HasConsole() && client != consoleClient);
       std::istringstream in(text);
       doc.request(in, out);
       out << "\n";
@@ -185,8 +185,8 @@ void Console::CheckForChanges() {
   if (doc.Conf().needs_saving())
     clients.SendToAll("DATAEVENT\tCONFIGCHANGED\n", BacklogLimit::kReply);
   // By place: a query whose client fails meanwhile takes itself off.
-  for (std::size_t i = 0; i < standing_queries.size(); ++i) {
-    const auto [client, text] = standing_queries[i];
+  for (std::size_t i = 0; i < standingQueries.size(); ++i) {
+    const auto [client, text] = standingQueries[i];
     if (client->IsOpen()) RunStandingQuery(client, text);
   }
   bus.PublishDocument();
@@ -259,9 +259,9 @@ void Console::HandleRequestText(SocketClient* client, const std::string& text) {
 
 void Console::TakeConsole(SocketClient* client, const std::string& text, std::size_t word_end) {
   if (HasConsole()) return;
-  console_client = client;
+  consoleClient = client;
   // The blank in front of the name belongs to it; clients know it so.
-  console_name = word_end == text.size() ? "Unknown" : text.substr(word_end);
-  if (console_name.ends_with('\n')) console_name.pop_back();
-  clients.SendToAll("DATAEVENT\tCONSOLECONNECTED\t" + console_name + "\n", BacklogLimit::kReply);
+  consoleName = word_end == text.size() ? "Unknown" : text.substr(word_end);
+  if (consoleName.ends_with('\n')) consoleName.pop_back();
+  clients.SendToAll("DATAEVENT\tCONSOLECONNECTED\t" + consoleName + "\n", BacklogLimit::kReply);
 }

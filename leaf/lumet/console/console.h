@@ -43,7 +43,7 @@ class Console {
   // of the moment, clock and address. Only an address that is another one counts as a change.
   void RefreshDynamicFields();
 
-  bool HasConsole() const { return console_client != nullptr; }
+  bool HasConsole() const { return consoleClient != nullptr; }
 
  private:
   class DocumentLock;
@@ -66,8 +66,8 @@ class Console {
   MessageBus& bus;
   const Platform& platform;
   bool debug;
-  SocketClient* console_client = nullptr;
-  std::string console_name;
-  std::vector<std::pair<SocketClient*, std::string>> standing_queries;
+  SocketClient* consoleClient = nullptr;
+  std::string consoleName;
+  std::vector<std::pair<SocketClient*, std::string>> standingQueries;
   std::time_t last_address_time = 0;  // when `ipaddress` was read
 };

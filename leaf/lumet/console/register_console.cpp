@@ -33,7 +33,7 @@ void RegisterConsole::Evaluate(std::string_view line) {
 void RegisterConsole::SendRead(std::uint16_t address) {
   if (debug) std::cout << "Reading " << address << "\n";
   dsp.ReadRegister(address);
-  ++pending_reads;
+  ++pendingRegisterReads;
 }
 
 void RegisterConsole::SendWrite(std::uint16_t address, std::uint16_t value) {
@@ -43,22 +43,22 @@ void RegisterConsole::SendWrite(std::uint16_t address, std::uint16_t value) {
 
 void RegisterConsole::GotValue(std::uint16_t address, std::uint16_t value) {
   if (debug) std::cout << "Result for " << address << " with data " << value << "\n";
-  values[address] = value;
+  registerValues[address] = value;
   // Nobody has to have asked.
-  if (pending_reads > 0) --pending_reads;
-  if (pending_reads == 0 && out_deferred) Out();
+  if (pendingRegisterReads > 0) --pendingRegisterReads;
+  if (pendingRegisterReads == 0 && outDeferred) Out();
 }
 
 void RegisterConsole::ProcessorHasStarted() {
-  pending_reads = 0;
-  if (out_deferred) Out();
+  pendingRegisterReads = 0;
+  if (outDeferred) Out();
 }
 
 void RegisterConsole::Out() {
-  out_deferred = pending_reads != 0;
-  if (out_deferred) return;
-  clients.SendToFlagged(RegisterNamesRow(values), LumetSocketContext::kDataTest,
+  outDeferred = pendingRegisterReads != 0;
+  if (outDeferred) return;
+  clients.SendToFlagged(RegisterNamesRow(registerValues), LumetSocketContext::kDataTest,
                         BacklogLimit::kDiagnostic);
-  clients.SendToFlagged(RegisterValuesRow(values, time), LumetSocketContext::kDataTest,
+  clients.SendToFlagged(RegisterValuesRow(registerValues, time), LumetSocketContext::kDataTest,
                         BacklogLimit::kDiagnostic);
 }

@@ -23,7 +23,7 @@ class RegisterConsole {
   void Evaluate(std::string_view line);
   // Sends the rows of all values, once every read is answered.
   void Out();
-  void Clear() { values.clear(); }
+  void Clear() { registerValues.clear(); }
 
   // The processor's answer to a read, or a value that it tells on its own.
   void GotValue(std::uint16_t address, std::uint16_t value);
@@ -39,8 +39,8 @@ class RegisterConsole {
   DSPDevice& dsp;
   ConsoleDelivery& clients;
   bool debug;
-  std::map<std::uint16_t, std::uint16_t> values;
-  int pending_reads = 0;
-  bool out_deferred = false;
+  std::map<std::uint16_t, std::uint16_t> registerValues;
+  int pendingRegisterReads = 0;
+  bool outDeferred = false;
   double time = 0;
 };
