@@ -171,25 +171,27 @@ void CompareNumber(Number value, std::string text) {
     by_operator << "nan";
   else
     by_operator << value;
-  const Borrowed<TextOutput> out;
-  WriteNumber(*out, value);
-  ExpectEqual(out->Text(), by_operator.str());
+  static TextOutput out;
+  out.Open();
+  WriteNumber(out, value);
+  ExpectEqual(out.Text(), by_operator.str());
 
   if (text.empty()) text = by_operator.str();
   std::istringstream standard(text);
-  const Borrowed<TextInput> in(std::string_view{text});
+  static TextInput in;
+  in.Open(text);
   Number expected = 0;
   Number read = 0;
   standard >> expected;
-  ReadNumber(*in, read);
-  ExpectEqual(in->fail(), standard.fail(), "the failbit of " + text);
-  if (!in->fail()) ExpectEqual(std::to_string(read), std::to_string(expected), text);
+  ReadNumber(in, read);
+  ExpectEqual(in.fail(), standard.fail(), "the failbit of " + text);
+  if (!in.fail()) ExpectEqual(std::to_string(read), std::to_string(expected), text);
   std::string rest;
   std::string standard_rest;
-  in->clear();
+  in.clear();
   standard.clear();
   if (!standard.fail() && read == expected) {
-    *in >> rest;
+    in >> rest;
     standard >> standard_rest;
     ExpectEqual(rest, standard_rest, "what follows in " + text);
   }

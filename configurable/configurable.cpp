@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "configurable/configurable_attributes.h"
-#include "configurable/text_stream.h"
 
 namespace {
 
@@ -64,6 +63,12 @@ void Configurable::accept_attributes(ConfigurableVisitor& visitor) {
   visitor.end_attributes(*_attributes);
 }
 
+TextStreams& Configurable::text_streams() {
+  if (_parent != nullptr) return _parent->text_streams();
+  if (!_text_streams) _text_streams = std::make_unique<TextStreams>();
+  return *_text_streams;
+}
+
 // Changes.
 
 void Configurable::mark_changed() {
@@ -97,7 +102,7 @@ void Configurable::set_throw_errors(bool throw_errors) {
 
 std::istream& Configurable::read_document(std::istream& in, std::ostream& out) {
   XMLParser parser(in);
-  XMLWriter writer(out, !is_compact(out));
+  XMLWriter writer(out, !is_compact(out), text_streams());
   if (!read_root(parser, writer)) in.setstate(std::ios_base::failbit);
   return in;
 }
@@ -243,21 +248,24 @@ void Configurable::answer(XMLQueryStringParser::Token query, XMLWriter& writer,
 }
 
 bool Configurable::set_from_string(std::string_view text, XMLWriter& writer) {
-  return assign(text, &Configurable::read_value, writer);
+  return assign(text, Part::kValue, writer);
 }
 
 bool Configurable::set_doctype_from_string(std::string_view text, XMLWriter& writer) {
-  return assign(text, &Configurable::read_doctype, writer);
+  return assign(text, Part::kDoctype, writer);
 }
 
-bool Configurable::assign(std::string_view text, Reader reader, XMLWriter& writer) {
+bool Configurable::assign(std::string_view text, Part part, XMLWriter& writer) {
   // The refusal is said, and the value is taken all the same: clients rely on it.
   if (has_flag(Locked)) write_error("Configuration is locked", writer);
   if (has_flag(ReadOnly)) return true;
-  if (reader == &Configurable::read_value && !has_flag(AttributesTouched)) clear_attributes();
-  const Borrowed<TextInput> in(text);
-  const Borrowed<TextOutput> err;
-  (this->*reader)(*in, *err);
+  if (part == Part::kValue && !has_flag(AttributesTouched)) clear_attributes();
+  const Borrowed in(writer.Streams().inputs, text);
+  const Borrowed err(writer.Streams().outputs);
+  if (part == Part::kValue)
+    read_value(*in, *err);
+  else
+    read_doctype(*in, *err);
   if (!err->Text().empty()) write_error(err->Text(), writer);
   return !in->fail();
 }
@@ -273,13 +281,13 @@ void Configurable::write_error(std::string_view message, XMLWriter& writer) {
 // Writing.
 
 void Configurable::write_value(XMLWriter& writer) {
-  const Borrowed<TextOutput> text;
+  const Borrowed text(writer.Streams().outputs);
   print_value(*text);
   writer.text(text->Text(), !has_flag(RawText));
 }
 
 void Configurable::write_doctype(XMLWriter& writer) {
-  const Borrowed<TextOutput> text;
+  const Borrowed text(writer.Streams().outputs);
   *text << '{';
   print_doctype(*text);
   *text << '}';
@@ -353,7 +361,7 @@ void Configurable::write_path_start(XMLWriter& writer) {
 }
 
 std::ostream& Configurable::print_with(Writer write, std::ostream& out) {
-  XMLWriter writer(out, !is_compact(out));
+  XMLWriter writer(out, !is_compact(out), text_streams());
   (this->*write)(writer);
   return out;
 }
@@ -391,13 +399,13 @@ void Configurable::write_query_start(XMLWriter& writer) {
 }
 
 std::string Configurable::value_text() {
-  const Borrowed<TextOutput> text;
-  print_value(*text);
-  return text->Text();
+  TextOutput text;
+  print_value(text);
+  return text.Text();
 }
 
 std::string Configurable::doctype_text() {
-  const Borrowed<TextOutput> text;
-  print_doctype(*text);
-  return text->Text();
+  TextOutput text;
+  print_doctype(text);
+  return text.Text();
 }

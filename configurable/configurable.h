@@ -182,11 +182,13 @@ class Configurable {
 
  private:
   using Writer = void (Configurable::*)(XMLWriter&);
-  using Reader = std::istream& (Configurable::*)(std::istream&, std::ostream&);
+  enum class Part { kValue, kDoctype };
 
   bool read_root(XMLParser& parser, XMLWriter& writer);
   void answer(XMLQueryStringParser::Token query, XMLWriter& writer, bool document_level);
-  bool assign(std::string_view text, Reader reader, XMLWriter& writer);
+  bool assign(std::string_view text, Part part, XMLWriter& writer);
+  // The streams of the whole tree, which are kept from one document to the next.
+  TextStreams& text_streams();
   std::ostream& print_with(Writer write, std::ostream& out);
   void write_in_context(Writer attributes_part, Writer own_part, XMLWriter& writer);
   void write_path_start(XMLWriter& writer);
@@ -200,4 +202,5 @@ class Configurable {
   std::uint32_t _change_count = 0;
   std::unique_ptr<ConfigurableAttributes> _attributes;
   ConfigurableListener* _listener = nullptr;
+  std::unique_ptr<TextStreams> _text_streams;  // at the root, once it was used
 };

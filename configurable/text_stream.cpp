@@ -1,8 +1,24 @@
 #include "configurable/text_stream.h"
 
+#include "common/timestamp.h"
+
+namespace {
+
+// What a value may have set for itself is not for the next one.
+void ResetFormat(std::ios& stream) {
+  stream.clear();
+  stream.flags(std::ios_base::skipws | std::ios_base::dec);
+  stream.precision(6);
+  stream.width(0);
+  stream.fill(' ');
+  ClearTimestampFormat(stream);
+}
+
+}  // namespace
+
 void TextInput::Open(std::string_view text) {
   buffer.Open(text);
-  clear();
+  ResetFormat(*this);
 }
 
 void TextInput::Buffer::Open(std::string_view text) {
@@ -28,7 +44,7 @@ TextInput::Buffer::pos_type TextInput::Buffer::seekpos(pos_type position, std::i
 
 void TextOutput::Open() {
   buffer.text.clear();
-  clear();
+  ResetFormat(*this);
 }
 
 TextOutput::Buffer::int_type TextOutput::Buffer::overflow(int_type byte) {

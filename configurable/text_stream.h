@@ -11,7 +11,9 @@
 #include <vector>
 
 // Standard streams over texts in memory. Making a stream costs more than reading a setting from it,
-// so they are kept for the next value: take one as a Borrowed<TextInput> or Borrowed<TextOutput>.
+// so whoever handles many keeps them for the next value, in a TextStreams: take one as a
+// Borrowed<TextInput> or Borrowed<TextOutput>. Opening brings one back to its initial state,
+// however the value before has left it.
 
 // Reads from a text that must outlive the reading.
 class TextInput final : public std::istream {
@@ -59,18 +61,30 @@ class TextOutput : public std::ostream {
   Buffer buffer;
 };
 
-// A stream from the store, given back at the end of the scope. Scopes may nest, as they do when a
-// listener assigns a further value in the middle of an assignment.
+// Streams that are kept for the next value, made at need.
+template <class Stream>
+struct KeptStreams {
+  std::vector<std::unique_ptr<Stream>> streams;
+  std::size_t borrowed = 0;  // of these, from the first on
+};
+struct TextStreams {
+  KeptStreams<TextInput> inputs;
+  KeptStreams<TextOutput> outputs;
+};
+
+// A kept stream in its initial state, given back at the end of the scope. Scopes may nest.
 template <class Stream>
 class Borrowed {
  public:
+  // `kept_streams` must outlive this.
   template <class... Arguments>
-  explicit Borrowed(Arguments... arguments) {
-    if (borrowed == store.size()) store.push_back(std::make_unique<Stream>());
-    stream = store[borrowed++].get();
+  explicit Borrowed(KeptStreams<Stream>& kept_streams, Arguments... arguments)
+      : kept(kept_streams) {
+    if (kept.borrowed == kept.streams.size()) kept.streams.push_back(std::make_unique<Stream>());
+    stream = kept.streams[kept.borrowed++].get();
     stream->Open(arguments...);
   }
-  ~Borrowed() { --borrowed; }
+  ~Borrowed() { --kept.borrowed; }
   Borrowed(const Borrowed&) = delete;
   Borrowed& operator=(const Borrowed&) = delete;
 
@@ -78,7 +92,6 @@ class Borrowed {
   Stream* operator->() const { return stream; }
 
  private:
-  static inline std::vector<std::unique_ptr<Stream>> store;
-  static inline std::size_t borrowed = 0;
+  KeptStreams<Stream>& kept;
   Stream* stream;
 };

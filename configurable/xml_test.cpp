@@ -245,7 +245,8 @@ void TestXMLWriter(std::ostream&) {
   const auto write = [](bool indent) {
     std::ostringstream out;
     out << "<?xml version=\"1.0\"?>";
-    XMLWriter writer(out, indent);
+    TextStreams streams;
+    XMLWriter writer(out, indent, streams);
     writer.start_element("greeting");
     writer.text("Hello, world!", true);
     writer.end_element("greeting");
@@ -279,7 +280,8 @@ void TestXMLWriter(std::ostream&) {
   std::ostringstream out;
   const std::string large(100'000, 'x');
   {
-    XMLWriter writer(out, false);
+    TextStreams streams;
+    XMLWriter writer(out, false, streams);
     for (const char* text : {"1234", "", "<"}) writer.text(text, true);
     writer.text(large, false);
     ExpectEqual(writer.Stream().tellp(), std::streamoff{100'010});

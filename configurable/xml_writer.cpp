@@ -1,11 +1,11 @@
 #include "configurable/xml_writer.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "configurable/xml_text.h"
 
-XMLWriter::XMLWriter(std::ostream& out, bool indented) : stream(out), indent(indented) {}
+XMLWriter::XMLWriter(std::ostream& out, bool indented, TextStreams& kept)
+    : stream(out), streams(kept), indent(indented) {}
 
 XMLWriter::~XMLWriter() { flush(); }
 
@@ -97,8 +97,8 @@ void XMLWriter::put(std::string_view piece) {
       return;
     }
   }
-  std::memcpy(buffer.data() + used, piece.data(), piece.size());
-  used += piece.size();
+  // An empty piece may have no memory at all.
+  used += piece.copy(buffer.data() + used, piece.size());
 }
 
 void XMLWriter::put(char byte) {

@@ -5,6 +5,8 @@
 #include <ostream>
 #include <string_view>
 
+#include "configurable/text_stream.h"
+
 // Composes answers and settings files: closes tags late, so that an element without content closes
 // itself, puts one blank between texts that follow each other, and indents or stays compact. An
 // indented document begins with a line feed.
@@ -12,8 +14,8 @@
 // What is written reaches the stream when Stream is called, and at the end of this object.
 class XMLWriter {
  public:
-  // `out` must outlive this.
-  XMLWriter(std::ostream& out, bool indented);
+  // Both must outlive this. `kept` are streams for the values that a document takes and gives.
+  XMLWriter(std::ostream& out, bool indented, TextStreams& kept);
   ~XMLWriter();
   XMLWriter(const XMLWriter&) = delete;
   XMLWriter& operator=(const XMLWriter&) = delete;
@@ -33,6 +35,7 @@ class XMLWriter {
   std::ostream& Stream();
   // Bytes written so far.
   std::size_t Length() const { return flushed + used; }
+  TextStreams& Streams() { return streams; }
 
  private:
   void put(std::string_view piece);
@@ -44,6 +47,7 @@ class XMLWriter {
   void flush();
 
   std::ostream& stream;
+  TextStreams& streams;
   bool indent;
   bool tag_open = false;  // a start tag awaits its '>'
   int depth = 0;

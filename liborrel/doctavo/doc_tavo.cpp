@@ -17,9 +17,10 @@ void DocTavo::remove_listener(const std::string& listener_name) { listeners.eras
 
 void DocTavo::notify() {
   for (auto next = listeners.begin(); next != listeners.end();) {
-    // A listener may take itself off.
-    ConfigurableListener* listener = (next++)->second;
-    listener->item_changed(ConfigurableEvent(*this));
+    // A listener may take off itself and any other, so the name alone says where to go on.
+    const std::string name = next->first;
+    next->second->item_changed(ConfigurableEvent(*this));
+    next = listeners.upper_bound(name);
   }
 }
 
