@@ -29,6 +29,20 @@ struct HTTPParser::State {
 
   static State& Of(http_parser* parser) { return *static_cast<State*>(parser->data); }
 
+  // The library is C, through which nothing is to be thrown. What `act` throws stops it, and leaves
+  // Parse.
+  template <class Act>
+  static int Guarded(http_parser* parser, Act act) {
+    State& state = Of(parser);
+    try {
+      act(state);
+      return 0;
+    } catch (...) {
+      state.caught = std::current_exception();
+      return -1;
+    }
+  }
+
   static int OnMessageBegin(http_parser* parser) {
     State& state = Of(parser);
     state.url.clear();
@@ -40,43 +54,34 @@ struct HTTPParser::State {
     return 0;
   }
   static int OnURL(http_parser* parser, const char* at, std::size_t length) {
-    Of(parser).url.append(at, length);
-    return 0;
+    return Guarded(parser, [=](State& state) { state.url.append(at, length); });
   }
   static int OnHeaderField(http_parser* parser, const char* at, std::size_t length) {
-    State& state = Of(parser);
-    if (state.value_last) state.StoreHeader();
-    state.field.append(at, length);
-    state.value_last = false;
-    return 0;
+    return Guarded(parser, [=](State& state) {
+      if (state.value_last) state.StoreHeader();
+      state.field.append(at, length);
+      state.value_last = false;
+    });
   }
   static int OnHeaderValue(http_parser* parser, const char* at, std::size_t length) {
-    State& state = Of(parser);
-    state.value.append(at, length);
-    state.value_last = true;
-    return 0;
+    return Guarded(parser, [=](State& state) {
+      state.value.append(at, length);
+      state.value_last = true;
+    });
   }
   static int OnHeadersComplete(http_parser* parser) {
-    Of(parser).StoreHeader();
-    return 0;
+    return Guarded(parser, [](State& state) { state.StoreHeader(); });
   }
   static int OnBody(http_parser* parser, const char* at, std::size_t length) {
-    Of(parser).body.append(at, length);
-    return 0;
+    return Guarded(parser, [=](State& state) { state.body.append(at, length); });
   }
   static int OnMessageComplete(http_parser* parser) {
-    State& state = Of(parser);
-    // The library is C, through which nothing is to be thrown.
-    try {
+    return Guarded(parser, [=](State& state) {
       if (parser->type == HTTP_RESPONSE)
         state.listener.GotHTTPResponse(state.headers, state.body);
       else
         state.listener.GotHTTPRequest(state.url, state.headers, state.body);
-      return 0;
-    } catch (...) {
-      state.caught = std::current_exception();
-      return 1;
-    }
+    });
   }
 
   Listener& listener;
@@ -88,7 +93,7 @@ struct HTTPParser::State {
   std::string body;
   std::string field;  // of the header under construction
   std::string value;
-  std::exception_ptr caught;  // what a listener has thrown
+  std::exception_ptr caught;  // what a callback has thrown
 };
 
 HTTPParser::HTTPParser(Listener& listener, Kind kind)

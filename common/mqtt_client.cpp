@@ -102,38 +102,45 @@ void MQTTClient::ClearWill() {
   Check(mosquitto_will_clear(client.get()), "Unable to clear will.");
 }
 
-void MQTTClient::Connect(const std::string& host, int port, int keepalive_seconds) {
-  int code = MOSQ_ERR_SUCCESS;
-  if (!connected) {
-    code = mosquitto_connect(client.get(), host.c_str(), port, keepalive_seconds);
-    connected = code == MOSQ_ERR_SUCCESS;
-  }
+template <class Calls>
+void MQTTClient::Run(const std::string& words, Calls calls) {
+  // A listener may run operations in turn, from inside of one; each throws its own.
+  const std::exception_ptr outer = std::exchange(caught, nullptr);
+  const int code = calls();
   const int errnum = errno;
   UpdateEvents();
+  if (const std::exception_ptr thrown = std::exchange(caught, outer))
+    std::rethrow_exception(thrown);
   errno = errnum;
-  Check(code, "Unable to connect");
+  if (code != MOSQ_ERR_SUCCESS) throw Error(words, code);
+}
+
+void MQTTClient::Connect(const std::string& host, int port, int keepalive_seconds) {
+  Run("Unable to connect", [&] {
+    if (connected) return int{MOSQ_ERR_SUCCESS};
+    const int code = mosquitto_connect(client.get(), host.c_str(), port, keepalive_seconds);
+    connected = code == MOSQ_ERR_SUCCESS;
+    return code;
+  });
 }
 
 void MQTTClient::Disconnect() {
-  int code = MOSQ_ERR_SUCCESS;
-  if (connected) {
-    code = mosquitto_disconnect(client.get());
+  Run("Unable to disconnect", [&] {
+    if (!connected) return int{MOSQ_ERR_SUCCESS};
+    const int code = mosquitto_disconnect(client.get());
     connected = false;
-  }
-  const int errnum = errno;
-  UpdateEvents();
-  RethrowCaught();
-  errno = errnum;
-  Check(code, "Unable to disconnect");
+    return code;
+  });
 }
 
 int MQTTClient::Publish(const std::string& topic, int length, const void* payload, int qos,
                         bool retain) {
   int message_id = 0;
-  if (connected)
-    Check(mosquitto_publish(client.get(), &message_id, topic.c_str(), length, payload, qos, retain),
-          "Unable to publish topic " + topic);
-  UpdateEvents();
+  Run("Unable to publish topic " + topic, [&] {
+    return connected ? mosquitto_publish(client.get(), &message_id, topic.c_str(), length, payload,
+                                         qos, retain)
+                     : MOSQ_ERR_SUCCESS;
+  });
   return message_id;
 }
 
@@ -144,26 +151,30 @@ int MQTTClient::Publish(const std::string& topic, const std::string& payload, in
 
 int MQTTClient::Subscribe(const std::string& topic, int qos) {
   int message_id = 0;
-  if (connected)
-    Check(mosquitto_subscribe(client.get(), &message_id, topic.c_str(), qos),
-          "Unable to subscribe to " + topic);
-  UpdateEvents();
+  Run("Unable to subscribe to " + topic, [&] {
+    return connected ? mosquitto_subscribe(client.get(), &message_id, topic.c_str(), qos)
+                     : MOSQ_ERR_SUCCESS;
+  });
   return message_id;
 }
 
 int MQTTClient::Unsubscribe(const std::string& topic) {
   int message_id = 0;
-  if (connected)
-    Check(mosquitto_unsubscribe(client.get(), &message_id, topic.c_str()),
-          "Unable to unsubscribe to " + topic);
-  UpdateEvents();
+  Run("Unable to unsubscribe to " + topic, [&] {
+    return connected ? mosquitto_unsubscribe(client.get(), &message_id, topic.c_str())
+                     : MOSQ_ERR_SUCCESS;
+  });
   return message_id;
 }
 
 bool MQTTClient::WantsWrite() const { return mosquitto_want_write(client.get()); }
 
 void MQTTClient::Flush() {
-  if (connected && WantsWrite()) mosquitto_loop_write(client.get(), 1);
+  Run("", [&] {
+    // A connection that is lost shows in OnDisconnect.
+    if (connected && WantsWrite()) mosquitto_loop_write(client.get(), 1);
+    return int{MOSQ_ERR_SUCCESS};
+  });
 }
 
 void MQTTClient::Drain(int timeout_ms) {
@@ -181,10 +192,11 @@ void MQTTClient::Drain(int timeout_ms) {
 int MQTTClient::GetFD() { return mosquitto_socket(client.get()); }
 
 void MQTTClient::HandleEvents(int revents) {
-  PollItem::HandleEvents(revents);
-  if (connected) Tick();
-  UpdateEvents();
-  RethrowCaught();
+  Run("", [&] {
+    PollItem::HandleEvents(revents);
+    if (connected) Tick();
+    return int{MOSQ_ERR_SUCCESS};
+  });
 }
 
 void MQTTClient::HandleRead() {
@@ -196,9 +208,10 @@ void MQTTClient::HandleWrite() {
 }
 
 void MQTTClient::Expired() {
-  if (connected) Tick();
-  UpdateEvents();
-  RethrowCaught();
+  Run("", [&] {
+    if (connected) Tick();
+    return int{MOSQ_ERR_SUCCESS};
+  });
 }
 
 void MQTTClient::Tick() {
@@ -218,15 +231,9 @@ void MQTTClient::UpdateEvents() {
 
 void MQTTClient::Tell(const std::function<void(Listener&)>& operation) {
   if (listener == nullptr) return;
-  ++telling;
   try {
     operation(*listener);
   } catch (...) {
     if (!caught) caught = std::current_exception();
   }
-  --telling;
-}
-
-void MQTTClient::RethrowCaught() {
-  if (telling == 0 && caught) std::rethrow_exception(std::exchange(caught, nullptr));
 }

@@ -90,12 +90,13 @@ class MQTTClient : public PollItem, public PollTimer {
   bool WantsWrite() const;
   // Runs a listener's operation on behalf of the library, which no exception may cross.
   void Tell(const std::function<void(Listener&)>& operation);
-  // Throws what a listener has thrown, once the library is left.
-  void RethrowCaught();
+  // Runs calls of the library, and fits the loop to what they have changed. Then throws the first
+  // that the listener has thrown in the meantime, or else Error with `words` for their code.
+  template <class Calls>
+  void Run(const std::string& words, Calls calls);
 
   Listener* listener;
   std::unique_ptr<struct mosquitto, HandleDeleter> client;
   bool connected = false;
-  std::exception_ptr caught;
-  int telling = 0;  // operations of the listener that run
+  std::exception_ptr caught;  // of the operation that is under way
 };

@@ -47,6 +47,33 @@ void AddAttr32(std::span<std::uint8_t> buffer, unsigned short type, std::uint32_
   Write(buffer, header);
 }
 
+// Calls `take` with the type and the value of each attribute in `rest`.
+template <class Take>
+void ForEachAttribute(std::span<const std::uint8_t> rest, Take take) {
+  while (rest.size() >= sizeof(struct rtattr)) {
+    const auto attribute = Read<struct rtattr>(rest);
+    if (attribute.rta_len < sizeof attribute || attribute.rta_len > rest.size()) return;
+    take(attribute.rta_type, rest.subspan(sizeof attribute, attribute.rta_len - sizeof attribute));
+    rest = rest.subspan(std::min(RoundUp(attribute.rta_len), rest.size()));
+  }
+}
+
+// RTA_VIA is a gateway of another address family.
+bool IsGateway(unsigned short type) { return type == RTA_GATEWAY || type == RTA_VIA; }
+
+// Whether any of the next hops of a route of several has a gateway.
+bool AnyHopHasGateway(std::span<const std::uint8_t> hops) {
+  bool found = false;
+  while (hops.size() >= sizeof(struct rtnexthop)) {
+    const auto hop = Read<struct rtnexthop>(hops);
+    if (hop.rtnh_len < sizeof hop || hop.rtnh_len > hops.size()) break;
+    ForEachAttribute(hops.subspan(sizeof hop, hop.rtnh_len - sizeof hop),
+                     [&](unsigned short type, auto) { found = found || IsGateway(type); });
+    hops = hops.subspan(std::min(RoundUp(hop.rtnh_len), hops.size()));
+  }
+  return found;
+}
+
 SocketAddress NetlinkAddress(std::uint32_t process, std::uint32_t groups) {
   struct sockaddr_nl address = {};
   address.nl_family = AF_NETLINK;
@@ -86,18 +113,16 @@ void RestoreNetworkSanity::HandleRead() {
 
 void RestoreNetworkSanity::HandleMessage(std::span<const std::uint8_t> message) {
   if (message.size() < kAttributesAt) return;
-  if (Read<struct rtmsg>(message.subspan(kMessageHeader)).rtm_table != RT_TABLE_MAIN) return;
+  const auto route = Read<struct rtmsg>(message.subspan(kMessageHeader));
+  // One that refuses traffic, say, was made on purpose.
+  if (route.rtm_table != RT_TABLE_MAIN || route.rtm_type != RTN_UNICAST) return;
   bool zero_route = true;
   std::uint32_t metric = 0;
-  std::span<const std::uint8_t> rest = message.subspan(kAttributesAt);
-  while (rest.size() >= sizeof(struct rtattr)) {
-    const auto attribute = Read<struct rtattr>(rest);
-    if (attribute.rta_len < sizeof attribute || attribute.rta_len > rest.size()) break;
-    if (attribute.rta_type == RTA_DST || attribute.rta_type == RTA_GATEWAY) zero_route = false;
-    if (attribute.rta_type == RTA_PRIORITY && attribute.rta_len >= sizeof attribute + sizeof metric)
-      metric = Read<std::uint32_t>(rest.subspan(sizeof attribute));
-    rest = rest.subspan(std::min(RoundUp(attribute.rta_len), rest.size()));
-  }
+  ForEachAttribute(message.subspan(kAttributesAt), [&](unsigned short type, auto value) {
+    if (type == RTA_DST || IsGateway(type) || (type == RTA_MULTIPATH && AnyHopHasGateway(value)))
+      zero_route = false;
+    if (type == RTA_PRIORITY && value.size() >= sizeof metric) metric = Read<std::uint32_t>(value);
+  });
   if (Read<struct nlmsghdr>(message).nlmsg_type != RTM_NEWROUTE || metric == 0 || !zero_route)
     return;
   zeroRouteMetric = metric;

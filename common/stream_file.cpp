@@ -106,7 +106,6 @@ StreamFileBase& StreamFileBase::operator=(const StreamFileBase& other) {
 StreamFileBase::~StreamFileBase() { Close(); }
 
 void StreamFileBase::SetNonBlocking() {
-  CheckOpen();
   const int flags = fcntl(fd, F_GETFL);
   if (flags < 0) throw ErrnoError("StreamFileBase: unable to get file flags");
   if (fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0)

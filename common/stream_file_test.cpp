@@ -55,6 +55,8 @@ void StreamFileCases() {
 
   ExpectThrows<StreamFileBaseError>([&] { writer.Write("x"); }, closed);
   ExpectThrows<StreamFileBaseError>([&] { writer.GetOStream(); }, closed);
+  ExpectThrows<ErrnoError>([&] { writer.SetNonBlocking(); },
+                           "StreamFileBase: unable to get file flags: Bad file descriptor");
   ExpectThrows<StreamFileBaseError>([] { StreamFileBase(-1); },
                                     "StreamFileBase: invalid file descriptor");
   ExpectThrows<ErrnoError>([] { StreamFile("/no/such/file", O_RDONLY); },

@@ -37,6 +37,9 @@ To CopyCalendar(const From& from) {
   to.tm_mday = from.tm_mday;
   to.tm_mon = from.tm_mon;
   to.tm_year = from.tm_year;
+  to.tm_wday = from.tm_wday;
+  to.tm_yday = from.tm_yday;
+  to.tm_isdst = from.tm_isdst;
   return to;
 }
 

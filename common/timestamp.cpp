@@ -97,8 +97,10 @@ void ReadTime(std::istream& in, char separator, Fields& fields) {
     fields.second = digits - whole / 100 * 100;
     return;
   }
-  if (in >> fields.hour && TakeSeparator(in, separator) && in >> fields.minute &&
-      TakeSeparator(in, separator) && !(in >> fields.second))
+  // Any one character serves between these.
+  char between = 0;
+  if (in >> fields.hour && in.get(between) && in >> fields.minute && in.get(between) &&
+      !(in >> fields.second))
     fields.second = 0;
 }
 
@@ -185,6 +187,8 @@ void SetTimestampFormat(std::ios_base& stream, const TimestampFormat& format) {
                                byte(format.date_separator) | byte(format.time_separator) << 8 |
                                byte(format.date_time_separator) << 16;
 }
+
+void ClearTimestampFormat(std::ios_base& stream) { stream.iword(FormatWord()) = 0; }
 
 TimestampFormat GetTimestampFormat(std::ios_base& stream) {
   const long word = stream.iword(FormatWord());

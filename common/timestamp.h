@@ -60,11 +60,14 @@ struct TimestampFormat {
 };
 
 void SetTimestampFormat(std::ios_base& stream, const TimestampFormat& format);
+// As on a stream that was never told one.
+void ClearTimestampFormat(std::ios_base& stream);
 TimestampFormat GetTimestampFormat(std::ios_base& stream);
 
 // "1989-01-01 00:00:00.001" in the default format; the seconds are in the stream's own number
 // format.
 std::ostream& operator<<(std::ostream& out, const Timestamp& time);
-// Minutes, seconds and the whole time of day may be missing. A bad date sets the failbit and stores
-// nothing; what else may be wrong does not.
+// Minutes, seconds and the whole time of day may be missing, and any one character may stand
+// between hour, minute and second. A bad date sets the failbit and stores nothing; what else may be
+// wrong does not.
 std::istream& operator>>(std::istream& in, Timestamp& time);

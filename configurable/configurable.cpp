@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "configurable/configurable_attributes.h"
-#include "configurable/text_stream.h"
 
 namespace {
 
@@ -256,21 +255,24 @@ void Configurable::answer(XMLQueryStringParser::Token query, XMLWriter& writer,
 }
 
 bool Configurable::set_from_string(std::string_view text, XMLWriter& writer) {
-  return assign(text, &Configurable::read_value, writer);
+  return assign(text, Part::kValue, writer);
 }
 
 bool Configurable::set_doctype_from_string(std::string_view text, XMLWriter& writer) {
-  return assign(text, &Configurable::read_doctype, writer);
+  return assign(text, Part::kDoctype, writer);
 }
 
-bool Configurable::assign(std::string_view text, Reader reader, XMLWriter& writer) {
+bool Configurable::assign(std::string_view text, Part part, XMLWriter& writer) {
   // The refusal is said, and the value is taken all the same: clients rely on it.
   if (has_flag(Locked)) write_error("Configuration is locked", writer);
   if (has_flag(ReadOnly)) return true;
-  if (reader == &Configurable::read_value && !has_flag(AttributesTouched)) clear_attributes();
+  if (part == Part::kValue && !has_flag(AttributesTouched)) clear_attributes();
   const Borrowed in(writer.Values().inputs, text);
   const Borrowed err(writer.Values().outputs);
-  (this->*reader)(*in, *err);
+  if (part == Part::kValue)
+    read_value(*in, *err);
+  else
+    read_doctype(*in, *err);
   if (!err->Text().empty()) write_error(err->Text(), writer);
   return !in->fail();
 }

@@ -188,13 +188,13 @@ class Configurable {
 
  private:
   using Writer = void (Configurable::*)(XMLWriter&);
-  using Reader = std::istream& (Configurable::*)(std::istream&, std::ostream&);
+  enum class Part { kValue, kDoctype };
 
   // Those that the root of this tree keeps.
   ValueStreams& streams();
   bool read_root(XMLParser& parser, XMLWriter& writer);
   void answer(XMLQueryStringParser::Token query, XMLWriter& writer, bool document_level);
-  bool assign(std::string_view text, Reader reader, XMLWriter& writer);
+  bool assign(std::string_view text, Part part, XMLWriter& writer);
   std::ostream& print_with(Writer write, std::ostream& out);
   void write_in_context(Writer attributes_part, Writer own_part, XMLWriter& writer);
   void write_path_start(XMLWriter& writer);

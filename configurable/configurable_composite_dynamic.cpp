@@ -1,5 +1,7 @@
 #include "configurable/configurable_composite_dynamic.h"
 
+#include <algorithm>
+
 ConfigurableCompositeDynamicBase::~ConfigurableCompositeDynamicBase() {
   for (; !child_list.empty(); child_list.pop_back()) delete child_list.back();
 }
@@ -26,12 +28,15 @@ void ConfigurableCompositeDynamicBase::remove_all() {
 }
 
 void ConfigurableCompositeDynamicBase::remove_same(const Configurable& key) {
-  const auto removed = std::erase_if(child_list, [&](Configurable* child) {
-    if (!same_child(*child, key)) return false;
-    delete child;
-    return true;
-  });
-  if (removed > 0) mark_changed();
+  const auto kept_end =
+      std::stable_partition(child_list.begin(), child_list.end(),
+                            [&](const Configurable* child) { return !same_child(*child, key); });
+  if (kept_end == child_list.end()) return;
+  // The key may be one of them, so they go once all are known.
+  const std::vector<Configurable*> removed(kept_end, child_list.end());
+  child_list.erase(kept_end, child_list.end());
+  for (Configurable* child : removed) delete child;
+  mark_changed();
 }
 
 Configurable* ConfigurableCompositeDynamicBase::find_same(const Configurable& key) const {

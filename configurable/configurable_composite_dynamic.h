@@ -27,6 +27,7 @@ class ConfigurableCompositeDynamicBase : public ConfigurableComposite {
   // Each marks the composite changed if it removes something.
   void remove_last();
   void remove_all();
+  // `key` may be one of the children.
   void remove_same(const Configurable& key);
   // The first child that is the same as `key`; null if there is none.
   Configurable* find_same(const Configurable& key) const;

@@ -2,6 +2,8 @@
 
 #include <ios>
 
+#include "common/timestamp.h"
+
 namespace {
 
 // The state of a new stream.
@@ -12,6 +14,7 @@ void Renew(std::ios& stream) {
   stream.width(0);
   stream.fill(' ');
   stream.clear();
+  ClearTimestampFormat(stream);
 }
 
 }  // namespace

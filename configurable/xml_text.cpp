@@ -69,13 +69,32 @@ void ReadPlain(CharSource& source, std::string& text) {
 
 }  // namespace
 
+void CharSource::Load() {
+  has_single = false;
+  next = buffer != nullptr ? Area::Next(*buffer) : nullptr;
+  end = buffer != nullptr ? Area::End(*buffer) : nullptr;
+}
+
+void CharSource::GiveBack() {
+  if (has_single && next == end)
+    buffer->sbumpc();
+  else if (!has_single && buffer != nullptr)
+    Area::Advance(*buffer, static_cast<int>(next - Area::Next(*buffer)));
+}
+
 int CharSource::Refill() {
   GiveBack();
-  const int byte = buffer.sgetc();
+  const int byte = buffer != nullptr ? buffer->sgetc() : std::streambuf::traits_type::eof();
   Load();
   if (byte == std::streambuf::traits_type::eof()) {
     in.setstate(std::ios_base::eofbit);
     return kEnd;
+  }
+  if (next == end) {
+    has_single = true;
+    single = static_cast<char>(byte);
+    next = &single;
+    end = next + 1;
   }
   return byte;
 }

@@ -49,7 +49,8 @@ class CharSource {
  public:
   static constexpr int kEnd = -1;
 
-  explicit CharSource(std::istream& stream) : in(stream), buffer(*stream.rdbuf()) { Load(); }
+  // A stream without a buffer is at its end.
+  explicit CharSource(std::istream& stream) : in(stream), buffer(stream.rdbuf()) { Load(); }
   ~CharSource() { GiveBack(); }
   CharSource(const CharSource&) = delete;
   CharSource& operator=(const CharSource&) = delete;
@@ -107,17 +108,17 @@ class CharSource {
     static void Advance(std::streambuf& area, int bytes) { (area.*(&Area::gbump))(bytes); }
   };
 
-  void Load() {
-    next = Area::Next(buffer);
-    end = Area::End(buffer);
-  }
-  void GiveBack() { Area::Advance(buffer, static_cast<int>(next - Area::Next(buffer))); }
+  void Load();
+  void GiveBack();
   int Refill();
 
   std::istream& in;
-  std::streambuf& buffer;
+  std::streambuf* buffer;
   const char* next = nullptr;
   const char* end = nullptr;
+  // Of a buffer without memory of its own, as that of a console, the one character it has shown.
+  bool has_single = false;
+  char single = 0;
 };
 
 // Appends a name to `name`; nothing if none begins here. A ';' ends a name and belongs to it, so

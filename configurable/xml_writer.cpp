@@ -1,7 +1,6 @@
 #include "configurable/xml_writer.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "configurable/xml_text.h"
 
@@ -106,8 +105,8 @@ void XMLWriter::put(std::string_view piece) {
       return;
     }
   }
-  std::memcpy(buffer.data() + used, piece.data(), piece.size());
-  used += piece.size();
+  // An empty piece may have no memory at all.
+  used += piece.copy(buffer.data() + used, piece.size());
 }
 
 void XMLWriter::put(char byte) {

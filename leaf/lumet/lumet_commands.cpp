@@ -34,7 +34,7 @@ void Lumet::CarryOutCommands() {
                         static_cast<std::uint32_t>(capture.When().get()));
   }
   if (cmd.Reboot().get()) {
-    *reboot = true;
+    if (reboot != nullptr) *reboot = true;
     sync();
     PollProcessor::Instance()->Quit();
   }
@@ -124,7 +124,7 @@ void Lumet::_HandlePowerButton(const std::string& payload) {
     if (debug) std::cout << "_HandlePowerButton: json=" << json << "\n";
     // The disks, ahead of the power; the shutdown itself has a message of its own.
     if (json.isObject() && json["PowerAction"] == "shutdown") sync();
-  } catch (const Json::Exception& error) {
-    std::cout << "_HandlePowerButton: " << error.what() << "\n";
+  } catch (const Json::Exception&) {
+    // What is nested too deep to be read is no JSON either, and is passed over like it.
   }
 }

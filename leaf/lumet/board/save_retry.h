@@ -1,8 +1,8 @@
 #pragma once
 
 #include "common/poll_processor.h"
-#include "leaf/lumet/settings_files.h"
-#include "leaf/lumet/system_settings.h"
+#include "leaf/lumet/board/settings_files.h"
+#include "leaf/lumet/board/system_settings.h"
 
 // Saves what could not be saved, of the settings and of the system's files: tries it every ten
 // seconds until it succeeds. What fails is a line on standard output each time.
