@@ -349,7 +349,7 @@ void ChangeCases() {
   copy.set_changed(false);
   copy = tree.dyn;
   ExpectTrue(copy.size() == 2 && copy.find_same(PlainFloat("z", 2))->name() == "y", "a copy");
-  copy.remove_same(PlainFloat("z", 1));
+  copy.remove_same(copy.child(0));
   copy.make_unique_list();
   copy.add(new PlainFloat("z", 2));
   ExpectTrue(copy.size() == 1 && copy.child(0).name() == "z", "unique children");

@@ -2,7 +2,9 @@
 
 #include <ostream>
 #include <sstream>
+#include <streambuf>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/test_registry.h"
@@ -60,6 +62,26 @@ std::string Tokens(std::istream& in) {
   return out.str();
 }
 
+// Keeps its characters to itself, as a console does: there is no get area to look into.
+class Unbuffered : public std::streambuf {
+ public:
+  explicit Unbuffered(std::string its_text) : text(std::move(its_text)) {}
+
+ protected:
+  int_type underflow() override {
+    return at < text.size() ? traits_type::to_int_type(text[at]) : traits_type::eof();
+  }
+  int_type uflow() override {
+    const int_type byte = underflow();
+    if (at < text.size()) ++at;
+    return byte;
+  }
+
+ private:
+  std::string text;
+  std::size_t at = 0;
+};
+
 std::string Tokens(const std::string& document) {
   std::istringstream in(document);
   return Tokens(in);
@@ -115,6 +137,9 @@ void TestXMLParser(std::ostream&) {
   };
   for (const auto& row : rows) {
     ExpectEqual(Tokens(row.document), row.tokens, row.document);
+    Unbuffered unbuffered(row.document);
+    std::istream single(&unbuffered);
+    ExpectEqual(Tokens(single), row.tokens, row.document + ", one character at a time");
     // Cut off anywhere: it ends, and what came before stands.
     for (std::size_t length = 0; length < row.document.size(); ++length)
       Tokens(row.document.substr(0, length));

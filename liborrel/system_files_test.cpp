@@ -46,7 +46,8 @@ struct Machine {
       return 0;
     };
     platform.set_hardware_clock = [this](int, const struct rtc_time& time) {
-      acts << " rtc " << time.tm_hour << ":" << time.tm_min << ":" << time.tm_sec;
+      acts << " rtc " << time.tm_hour << ":" << time.tm_min << ":" << time.tm_sec << " day "
+           << time.tm_wday << " " << time.tm_yday;
       return 0;
     };
     platform.read_hardware_clock = [](int, struct rtc_time& time) {
@@ -216,7 +217,7 @@ void ClockCases() {
   ExpectEqual(zones, "America/Indiana/Knox Europe/Berlin UTC ");
   ExpectEqual(clock.CurrentZone(), "Europe/Berlin");
   clock.SetTime(86'461);
-  ExpectEqual(machine.Acts(), "(86461.0 rtc 0:1:1)");
+  ExpectEqual(machine.Acts(), "(86461.0 rtc 0:1:1 day 5 1)");
   ExpectEqual(clock.ReadHardwareClock(), std::time_t{86'465}, "a day, a minute and 5 s");
   ExpectEqual(machine.Acts(), "()");
 

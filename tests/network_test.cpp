@@ -126,14 +126,17 @@ TEST_F(Network, ZeroRoutesAreRemovedAndOthersStay) {
       "ip route add default via 10.99.0.11 metric 50 && ip route add 10.98.0.0/16 dev eth0 "
       "metric 60 && ip route add default dev eth0 metric 70 table 7 && "
       "ip route add default dev eth0 && "
+      "ip route add default dev eth0 metric 4000 && "
       "ip route add default metric 80 nexthop via 10.99.0.11 dev eth0 nexthop dev eth0 && "
-      "ip route add default via inet6 fe80::b dev eth0 metric 90 && "
-      "ip route add unreachable default metric 100 && ip route add blackhole default metric 110 && "
-      "ip route add default dev eth0 metric 4000");
+      "ip -4 route add default via inet6 fe80::b dev eth0 metric 90 && "
+      "ip route add unreachable default metric 100 && ip route add blackhole default metric 110");
   head.WaitForLog("Deleting IPv4 zero route with metric: 4000\n");
   EXPECT_EQ(a.Run("ip route show table all default | grep -v '^default.*proto kernel'"),
             "default dev eth0 table 7 scope link metric 70 \ndefault dev eth0 scope link \n"
-            "default via 10.99.0.11 dev eth0 metric 50 \n");
+            "default via 10.99.0.11 dev eth0 metric 50 \ndefault metric 80 \n"
+            "\tnexthop via 10.99.0.11 dev eth0 weight 1 \n\tnexthop dev eth0 weight 1 \n"
+            "default via inet6 fe80::b dev eth0 metric 90 \nunreachable default metric 100 \n"
+            "blackhole default metric 110 \n");
   EXPECT_EQ(head.Stop(), 0);
 }
 

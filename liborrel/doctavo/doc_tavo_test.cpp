@@ -149,6 +149,14 @@ void ListenerCases() {
     ExpectTrue(doc.Conf().Cmd().Rect().has_changed() && !doc.Conf().needs_saving(), "a command");
     doc.set_changed(false);
   }
+  // One may take off the next.
+  struct Remover : ConfigurableListener {
+    explicit Remover(DocTavo& document) : doc(document) {}
+    void item_changed(const ConfigurableEvent&) override { doc.remove_listener("05-Next"); }
+    DocTavo& doc;
+  } remover(doc);
+  doc.add_listener("04-Remover", &remover);
+  doc.add_listener("05-Next", &first);
   doc.remove_listener("00-First");
   Ask(doc, InCfg("<fan_duty>7</fan_duty>"));
   ExpectEqual(order, "12122");
