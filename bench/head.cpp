@@ -1,23 +1,15 @@
 #include "bench/head.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
-namespace {
+#include "common/errno_error.h"
 
-using Clock = std::chrono::steady_clock;
+namespace {
 
 std::array<int, 2> SocketPair() {
   std::array<int, 2> ends = {};
@@ -39,52 +31,8 @@ std::vector<std::string> BenchArguments(const std::string& root,
 
 }  // namespace
 
-Client::Client(int port, int receive_buffer) : socket(AF_INET6, SOCK_STREAM, 0) {
-  if (receive_buffer > 0)
-    setsockopt(socket.GetFD(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
-  SocketAddress address{std::string("::1")};
-  address.SetPort(port);
-  socket.Connect(address);
-}
-
-std::string Client::ReadLine() {
-  const auto deadline = Clock::now() + kDeadline;
-  std::size_t end = 0;
-  while ((end = received.find('\n', taken)) == std::string::npos) {
-    received.erase(0, taken);
-    taken = 0;
-    WaitReadable(socket.GetFD(), deadline, "a line");
-    std::string chunk;
-    if (socket.ReadString(chunk) == 0) throw std::runtime_error("the head closed the connection");
-    received += chunk;
-  }
-  std::string line = received.substr(taken, end - taken);
-  taken = end + 1;
-  return line;
-}
-
-std::string Client::ReadLineThatBegins(std::string_view start) {
-  std::string line;
-  do line = ReadLine();
-  while (!line.starts_with(start));
-  return line;
-}
-
-void Client::Send(std::string_view text) { socket.Send(text.data(), text.size(), 0); }
-
-bool Client::IsClosed() {
-  char byte = 0;
-  return recv(socket.GetFD(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
-}
-
-void Client::Drain() {
-  std::array<char, 65536> buffer;
-  while (recv(socket.GetFD(), buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) {
-  }
-}
-
 std::string Processor::ReadPacket() {
-  WaitReadable(link.GetFD(), Clock::now() + kDeadline, "a packet of commands");
+  WaitReadable(link.GetFD(), std::chrono::steady_clock::now() + kDeadline, "a packet of commands");
   std::string packet(65536, '\0');
   const int count = link.Read(packet.data(), static_cast<unsigned>(packet.size()));
   if (count == 0) throw std::runtime_error("the head closed the link");
