@@ -1,21 +1,17 @@
 #include "bench/head.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
+
+#include "common/errno_error.h"
 
 namespace {
 
@@ -49,50 +45,6 @@ std::vector<std::string> BenchCommand(const std::string& root, const HeadOptions
 }
 
 }  // namespace
-
-Client::Client(int port, int receive_buffer) : socket(AF_INET6, SOCK_STREAM, 0) {
-  if (receive_buffer > 0)
-    setsockopt(socket.GetFD(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
-  SocketAddress address{std::string("::1")};
-  address.SetPort(port);
-  socket.Connect(address);
-}
-
-std::string Client::ReadLine() {
-  const auto deadline = Clock::now() + kDeadline;
-  std::size_t end = 0;
-  while ((end = received.find('\n', taken)) == std::string::npos) {
-    received.erase(0, taken);
-    taken = 0;
-    WaitReadable(socket.GetFD(), deadline, "a line");
-    std::string chunk;
-    if (socket.ReadString(chunk) == 0) throw std::runtime_error("the head closed the connection");
-    received += chunk;
-  }
-  std::string line = received.substr(taken, end - taken);
-  taken = end + 1;
-  return line;
-}
-
-std::string Client::ReadLineThatBegins(std::string_view start) {
-  std::string line;
-  do line = ReadLine();
-  while (!line.starts_with(start));
-  return line;
-}
-
-void Client::Send(std::string_view text) { socket.Send(text.data(), text.size(), 0); }
-
-bool Client::IsClosed() {
-  char byte = 0;
-  return recv(socket.GetFD(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
-}
-
-void Client::Drain() {
-  std::array<char, 65536> buffer;
-  while (recv(socket.GetFD(), buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) {
-  }
-}
 
 void GapMeter::Saw(const ConsoleMessage& message) {
   if (!std::holds_alternative<DataRow>(message)) return;

@@ -15,34 +15,12 @@
 #include "bench/free_port.h"
 #include "bench/record_writer.h"
 #include "client/console.h"
-#include "common/socket.h"
+#include "common/stream_file.h"
 #include "common/temporary_directory.h"
 #include "common/text_file.h"
 
-// For programs that drive heads on the bench: the head itself, its clients and its processor.
-
-// A console client.
-class Client {
- public:
-  // Connects to `port` of ::1. With `receive_buffer` above 0 the system keeps no more than about
-  // that many bytes for it.
-  explicit Client(int port, int receive_buffer = 0);
-
-  // The next line without its line feed. Throws std::runtime_error at the deadline or the end.
-  std::string ReadLine();
-  // Lines up to the first that begins with `start`, which is returned.
-  std::string ReadLineThatBegins(std::string_view start);
-  void Send(std::string_view text);
-  bool IsClosed();
-  Socket& Connection() { return socket; }
-  // Takes what has arrived, without waiting.
-  void Drain();
-
- private:
-  Socket socket;
-  std::string received;
-  std::size_t taken = 0;
-};
+// For programs that drive heads on the bench: the head itself and its processor. client/ has
+// what talks to it.
 
 // The longest wait of a client for a DATA row.
 class GapMeter {

@@ -16,8 +16,8 @@ bool EndsInError(std::string_view text) {
 
 }  // namespace
 
-void AnswerReader::Tags::Read(std::string_view text) {
-  for (const char letter : text) {
+void AnswerReader::Tags::Read(std::string_view line) {
+  for (const char letter : line) {
     if (quote != 0) {
       if (letter == quote) quote = 0;
     } else if (!in_tag) {

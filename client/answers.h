@@ -54,7 +54,7 @@ class AnswerReader {
   // Follows the tags of a text.
   class Tags {
    public:
-    void Read(std::string_view text);
+    void Read(std::string_view line);
     bool Open() const { return depth > 0 || in_tag; }
 
    private:

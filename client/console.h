@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,7 +39,8 @@ using ConsoleMessage =
 // There are two ways to use it. One waits: Request for settings, Next and its like for what the
 // head sends by itself, in the order in which it came. Each wait ends at the latest after the time
 // that the options tell, with TimedOut. The other never waits: poll Descriptor() for reading, call
-// Take until there is nothing more, and send requests by Ask, whose answers Take brings too.
+// Take until there is nothing more, and send requests by Ask, whose answers Take brings too. What a
+// Request has kept does not show at the descriptor, so take once more after it.
 //
 // What is wrong with a row, or comes unasked, is a ClientError that costs this one row; a later
 // call goes on after it. At the end of the connection each call throws ClientError.

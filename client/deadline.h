@@ -3,6 +3,7 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 // How long a wait may take.
 using Timeout = std::chrono::milliseconds;

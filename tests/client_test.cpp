@@ -1,15 +1,18 @@
 // What the client library makes of rows and answers that are damaged, cut oddly, or look alike.
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <cmath>
+#include <functional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
-#include "client/answers.h"
+#include "bench/head.h"
+#include "client/console.h"
 #include "client/event_record.h"
-#include "client/rows.h"
 
 namespace {
 
@@ -187,6 +190,94 @@ TEST(Client, ReadsRecordsWithResultsThatAreNoNumbers) {
        {std::string("{"), "{" + arrays + "\"CODE\":[4]}", "{" + arrays + "\"CODE\":[4,\"5\"]}",
         "{" + arrays + "\"CODE\":5}", std::string("{\"SECS\":[]}")})
     EXPECT_THROW(EventRecord::Parse(bad), ClientError) << bad;
+}
+
+std::string TextOf(const std::function<void()>& act) {
+  try {
+    act();
+  } catch (const ClientError& error) {
+    return error.what();
+  }
+  return "nothing went wrong";
+}
+
+TEST(Client, ServesAProgramWithALoopOfItsOwn) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kSimulator, {.bench = {"--rate", "200"}});
+  ConsoleClient client(head.Port());
+  EXPECT_EQ(client.Head().model, "TAVO");
+  client.Watch("cfg");
+  const int request = client.Ask(
+      "\n<nemra>\n<tavo><cfg><fan_duty>33</fan_duty><fan_mode>fast"
+      "</fan_mode></cfg></tavo></nemra>\n");
+  std::string answered;
+  std::string changed;
+  bool has_row = false;
+  const Deadline deadline(kDefaultTimeout);
+  while ((answered.empty() || changed.empty() || !has_row) &&
+         deadline.WaitFor(client.Descriptor(), POLLIN)) {
+    while (const auto message = client.Take()) {
+      has_row |= std::holds_alternative<DataRow>(*message);
+      if (const auto* change = std::get_if<Change>(&*message))
+        changed = ReadSettings(change->text).At("tavo/cfg/fan_duty").text;
+      if (const auto* answer = std::get_if<NumberedAnswer>(&*message))
+        answered = answer->request == request ? answer->answer.Refusals().at(0).item : "another";
+    }
+  }
+  EXPECT_EQ(answered, "fan_mode");
+  EXPECT_EQ(changed, "33");
+  EXPECT_TRUE(has_row);
+
+  // The words of the head, and of waits in vain.
+  EXPECT_EQ(TextOf([&] { client.Set("cfg/clock/date", "never"); }),
+            "the head refused: Invalid date format (should be YYYY-MM-DD): never");
+  EXPECT_EQ(TextOf([&] { client.Get("cfg/nonsense"); }), "the head has no setting 'cfg/nonsense'");
+  EXPECT_EQ(TextOf([&] { client.Request("fan_duty"); }),
+            "this is no document for a head: 'fan_duty'");
+  client.SetWaitLimit(std::chrono::milliseconds(100));
+  const std::string waited = TextOf([&] { client.WaitForEvent("NEVER"); });
+  EXPECT_TRUE(waited.starts_with("waited 0.1 s for the event NEVER; the last that came is 'DATA\t"))
+      << waited;
+  EXPECT_EQ(head.Stop(), 0);
+  EXPECT_TRUE(TextOf([&] {
+                while (true) client.Next();
+              }).ends_with("has closed the connection"));
+  EXPECT_TRUE(TextOf([&] { ConsoleClient(head.Port()); }).ends_with(": Connection refused"));
+}
+
+// Somebody answers who is no head, or one that sends damaged rows.
+TEST(Client, TellsWhatCameInstead) {
+  Socket listener(AF_INET6, SOCK_STREAM, 0);
+  listener.Bind(SocketAddress("::1"));
+  listener.Listen(8);
+  SocketAddress address(AF_INET6);
+  listener.GetSockName(address);
+  const ConsoleOptions options = {.port = address.GetPort(),
+                                  .timeout = std::chrono::milliseconds(200)};
+  const auto meet = [&](const std::string& greeting) {
+    std::thread server([&] {
+      WaitReadable(listener.GetFD(), std::chrono::steady_clock::now() + kDeadline, "a client");
+      Socket connection(listener, nullptr);
+      connection.Write(greeting);
+      char byte = 0;
+      recv(connection.GetFD(), &byte, 1, 0);  // until the client goes
+    });
+    const std::string text = TextOf([&] {
+      ConsoleClient client(options);
+      for (const char* expected : {"damaged row", "asked for"})
+        EXPECT_NE(TextOf([&] { client.Next(); }).find(expected), std::string::npos);
+      EXPECT_EQ(client.NextData()["TIME"], 1);
+    });
+    server.join();
+    return text;
+  };
+  const std::string place = "[::1]:" + std::to_string(options.port);
+  EXPECT_EQ(meet(""), "waited 0.2 s for the greeting of the head at " + place + "; nothing came");
+  EXPECT_EQ(meet("220 mail\n"), "the head sent what nobody asked for: '220 mail'");
+  EXPECT_EQ(meet("DATADIAGH\tA\n"), "what answers at " + place + " is no head");
+  EXPECT_EQ(meet("DATAEVENT\tMODEL\tTAVO\nDATAH\tTIME\tCHK\nDATADIAGH\tA\n"
+                 "DATA\t1\t000\nhello\nDATA\t1\t093\n"),
+            "nothing went wrong");
 }
 
 }  // namespace
