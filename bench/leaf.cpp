@@ -16,18 +16,34 @@ const std::vector<NamedLeaf>& NamedLeaves() {
       {"sunlit", {.adapted_to = 800}},
       // Harmed by too much light: less to rise to, and most of it quenched.
       {"stressed",
-       {.k_px = 140, .k_x = 400, .n_max = 4, .n_half = 400, .health = 0.42, .adapted_to = 1200}},
+       {.k_px = 180,
+        .k_p700 = 600,
+        .k_x = 400,
+        .n_max = 4,
+        .n_half = 400,
+        .health = 0.42,
+        .adapted_to = 1200}},
       // Grown in the shade: large antennae, few carriers of electrons, quenches early. Rested.
-      {"shade", {.sigma = 0.55, .k_px = 170, .k_x = 1200, .n_x = 28, .n_max = 1.8, .n_half = 450}},
+      {"shade",
+       {.sigma = 0.5,
+        .k_px = 240,
+        .k_p700 = 850,
+        .k_x = 1300,
+        .n_x = 24,
+        .phi_r = 0.3,
+        .phi_e = 0.14,
+        .n_max = 1.8,
+        .n_half = 450}},
       // Grown in the sun: the reverse. Rested.
       {"sun",
-       {.sigma = 0.43,
-        .k_px = 260,
-        .k_x = 5000,
-        .n_x = 42,
+       {.sigma = 0.45,
+        .k_px = 328,
+        .k_p700 = 1300,
+        .k_x = 5200,
+        .n_x = 33,
         .n_max = 3,
         .n_half = 1100,
-        .activation_dark = 0.009}},
+        .activation_dark = 0.0085}},
       // Absorbs nothing.
       {"none", {.fo = 0, .sigma = 0, .n_max = 0}},
   };
@@ -91,7 +107,8 @@ void Leaf::Advance(double seconds, double q, double q_farred) {
   constexpr double kLongestStep = 0.1;  // s, in which what is slow stands nearly still
   while (seconds > 0) {
     const double sigma = parameters.sigma * (1 - Fo() / Fm()) / (1 - parameters.fo);
-    const double light_psi = parameters.k_psi * q + parameters.k_farred * q_farred;
+    const double absorbed = parameters.k_psi * q + parameters.k_farred * q_farred;
+    const double light_psi = absorbed / (1 + absorbed / parameters.k_p700);
     const double dt = FillPools(std::min(seconds, kLongestStep), sigma * q, light_psi);
     FollowLight(dt, q);
     seconds -= dt;

@@ -23,7 +23,8 @@ struct Environment {
 //   PQ   n_P dP/dt = J_AP - J_PX - k_ox P
 //   PSI  n_X dX/dt = J_PX - k_X s X
 //   QA to PQ       J_AP = k_AP (A (1 - P) (1 + K_m) / (1 - P + K_m) - P (1 - A) / K_eq)
-//   PQ to PSI      J_PX = k_PX P w / (w + k_PX P),  w = (k_PSI Q + k_farred Q_farred) (1 - X)
+//   PQ to PSI      J_PX = k_PX P w / (w + k_PX P)
+//   drawn by PSI   w = u (1 - X) / (1 + u / k_P700),  u = k_PSI Q + k_farred Q_farred
 //
 // PQ binds at its site before it takes electrons (K_m), and gives some back (K_eq). PSI draws them
 // only while it has light of its own; k_PSI is an apparent constant, well above what PSI absorbs,
@@ -66,25 +67,26 @@ class Leaf {
  public:
   // Rates are 1/s at 25 °C, and per PSII where they move electrons.
   struct Parameters {
-    double fo = 0.2;             // of Fm, which is 1: Fv/Fm is 1 - fo
-    double sigma = 0.453;        // m² per µmol: centres that light closes, 1/s per photon flux
-    double connectivity = 0.11;  // p
+    double fo = 0.2;              // of Fm, which is 1: Fv/Fm is 1 - fo
+    double sigma = 0.467;         // m² per µmol: centres that light closes, 1/s per photon flux
+    double connectivity = 0.115;  // p
     double k_ap = 845;
-    double k_m = 0.08;  // K_m, of all PQ
-    double k_eq = 5;    // K_eq
-    double k_px = 240;
-    double k_psi = 7;       // m² per µmol
+    double k_m = 0.073;  // K_m, of all PQ
+    double k_eq = 4.5;   // K_eq
+    double k_px = 310;
+    double k_psi = 6;       // m² per µmol
+    double k_p700 = 1100;   // the most that PSI can draw
     double k_farred = 0.8;  // m² per µmol
-    double k_ox = 1.8;
-    double k_x = 3500;  // with carbon fixation fully active
-    double n_p = 5.1;   // electrons that PQ takes
-    double n_x = 37;    // the same for the acceptors of PSI
-    double phi_r = 0.27;
-    double k_r = 186;
-    double k_open = 130;
-    double phi_e = 0.1;
-    double k_e = 32;
-    double k_rest = 0.05;
+    double k_ox = 1.95;
+    double k_x = 3700;  // with carbon fixation fully active
+    double n_p = 5.2;   // electrons that PQ takes
+    double n_x = 30;    // the same for the acceptors of PSI
+    double phi_r = 0.28;
+    double k_r = 197;
+    double k_open = 117;
+    double phi_e = 0.107;
+    double k_e = 25;
+    double k_rest = 0.02;
     double n_max = 2.5;           // N in the strongest light
     double n_half = 790;          // µmol/m²/s at which the acidity goes half way
     double acidity_time = 8;      // s
@@ -92,7 +94,7 @@ class Leaf {
     double n_fall = 240;          // s
     double activation_half = 80;  // µmol/m²/s
     double activation_time = 90;  // s
-    double activation_dark = 0.012;
+    double activation_dark = 0.0123;
     double health = 1;
     // Light in which the leaf has been for long, µmol/m²/s.
     double adapted_to = 0;
