@@ -15,21 +15,66 @@ const std::vector<NamedLeaf>& NamedLeaves() {
       {"dark-adapted", {}},
       {"sunlit", {.adapted_to = 800}},
       // Harmed by too much light: less to rise to, and most of it quenched.
-      {"stressed", {.fo = 0.38, .k_x = 60, .n_max = 4, .n_half = 300, .adapted_to = 1200}},
+      {"stressed",
+       {.k_px = 180,
+        .k_p700 = 600,
+        .k_x = 400,
+        .n_max = 4,
+        .n_half = 400,
+        .health = 0.42,
+        .adapted_to = 1200}},
+      // Grown in the shade: large antennae, few carriers of electrons, quenches early. Rested.
+      {"shade",
+       {.sigma = 0.5,
+        .k_px = 240,
+        .k_p700 = 850,
+        .k_x = 1300,
+        .n_x = 24,
+        .phi_r = 0.3,
+        .phi_e = 0.14,
+        .n_max = 1.8,
+        .n_half = 450}},
+      // Grown in the sun: the reverse. Rested.
+      {"sun",
+       {.sigma = 0.45,
+        .k_px = 328,
+        .k_p700 = 1300,
+        .k_x = 5200,
+        .n_x = 33,
+        .n_max = 3,
+        .n_half = 1100,
+        .activation_dark = 0.0085}},
       // Absorbs nothing.
       {"none", {.fo = 0, .sigma = 0, .n_max = 0}},
   };
   return leaves;
 }
 
-// One step of dx/dt = gain (1 - x) - loss x that is stable for any length.
+double Square(double x) { return x * x; }
+
+// `x` after `dt` of dx/dt = gain (1 - x) - loss x.
 double Relax(double x, double gain, double loss, double dt) {
-  return (x + dt * gain) / (1 + dt * (gain + loss));
+  const double rate = gain + loss;
+  if (rate == 0) return x;
+  const double target = gain / rate;
+  return target + (x - target) * std::exp(-rate * dt);
 }
 
-// What `x` comes to after `dt` on its way to `target`.
+// `x` on its way to `target` after `dt`, which is short beside `time`.
 double Approach(double x, double target, double time, double dt) {
-  return target + (x - target) * std::exp(-dt / time);
+  return x + (target - x) * dt / (time + dt / 2);
+}
+
+Leaf::Pools Moved(const Leaf::Pools& from, const Leaf::Pools& by, double times) {
+  return {from.qa + times * by.qa, from.pq + times * by.pq, from.psi + times * by.psi};
+}
+
+double Warmth(double temperature) {
+  constexpr double kReference = 25;  // °C
+  constexpr double kOptimum = 35;    // °C
+  constexpr double kWidth = 18;      // °C
+  return std::exp(Square((kReference - kOptimum) / kWidth) -
+                  Square((temperature - kOptimum) / kWidth));
 }
 
 }  // namespace
@@ -46,40 +91,122 @@ std::optional<Leaf> Leaf::Named(const std::string& name) {
   return std::nullopt;
 }
 
-Leaf::Leaf(const Parameters& leaf_parameters) : parameters(leaf_parameters) {
+Leaf::Leaf(const Parameters& leaf_parameters)
+    : parameters(leaf_parameters), activation(leaf_parameters.activation_dark) {
+  SetEnvironment({});
   constexpr double kLong = 3600;  // s
-  Advance(kLong, parameters.adapted_to, 0);
+  if (parameters.adapted_to > 0) Advance(kLong, parameters.adapted_to, 0);
+}
+
+void Leaf::SetEnvironment(const Environment& environment) {
+  health = parameters.health * environment.health;
+  warmth = Warmth(environment.temperature);
 }
 
 void Leaf::Advance(double seconds, double q, double q_farred) {
-  constexpr double kLongestStep = 1e-3;  // s
-  constexpr double kPoolsSettle = 1;     // s
-  constexpr double kLongestStretch = 5;  // s, in which what is slow stands nearly still
-  for (; seconds > kLongestStretch; seconds -= kLongestStretch)
-    Advance(kLongestStretch, q, q_farred);
-  // The pools follow within a second; of a longer time only the end counts for them.
-  const double followed = std::min(seconds, kPoolsSettle);
-  const double steps = std::ceil(followed / kLongestStep);
-  for (double i = 0; i < steps; ++i) StepPools(followed / steps, q, q_farred);
-
-  const double acidified = q * q / (q * q + parameters.n_half * parameters.n_half);
-  acidity = Approach(acidity, acidified, parameters.acidity_time, seconds);
-  const double quenched = parameters.n_max * acidity;
-  quenching = Approach(quenching, quenched,
-                       quenched > quenching ? parameters.n_rise : parameters.n_fall, seconds);
-  const double activated =
-      std::max(parameters.activation_dark, q / (q + parameters.activation_half));
-  activation = Approach(activation, activated, parameters.activation_time, seconds);
+  constexpr double kLongestStep = 0.1;  // s, in which what is slow stands nearly still
+  while (seconds > 0) {
+    const double sigma = parameters.sigma * (1 - Fo() / Fm()) / (1 - parameters.fo);
+    const double absorbed = parameters.k_psi * q + parameters.k_farred * q_farred;
+    const double light_psi = absorbed / (1 + absorbed / parameters.k_p700);
+    const double dt = FillPools(std::min(seconds, kLongestStep), sigma * q, light_psi);
+    FollowLight(dt, q);
+    seconds -= dt;
+  }
 }
 
-void Leaf::StepPools(double dt, double q, double q_farred) {
-  qa = Relax(qa, parameters.sigma * q, parameters.k_ap * (1 - pq), dt);
-  const double into_pq = parameters.k_ap * qa / parameters.n_p;
-  const double out_of_pq =
-      (parameters.k_px * (1 - psi) + parameters.k_farred * q_farred) / parameters.n_p;
-  pq = Relax(pq, into_pq, out_of_pq, dt);
-  psi = Relax(psi, parameters.k_px * pq / parameters.n_x,
-              parameters.k_x * activation / parameters.n_x, dt);
+// Changes of A, P and X, 1/s, and what they change by with each: all but neighbours are 0.
+struct Leaf::Slopes {
+  Slopes(const Leaf& leaf, const Pools& at, double light, double light_psi);
+  // Solves (1 - h J) k = right, with J the derivatives.
+  Pools Solve(double h, const Pools& right) const;
+
+  Pools change;
+  double qa_by_qa, qa_by_pq, pq_by_qa, pq_by_pq, pq_by_psi, psi_by_pq, psi_by_psi;
+};
+
+Leaf::Slopes::Slopes(const Leaf& leaf, const Pools& at, double light, double light_psi) {
+  const Parameters& c = leaf.parameters;
+  const double spread = 1 - c.connectivity * at.qa;
+  const double bound = (1 + c.k_m) / (1 - at.pq + c.k_m);
+  const double to_pq = c.k_ap * (at.qa * (1 - at.pq) * bound - at.pq * (1 - at.qa) / c.k_eq);
+  const double to_pq_by_qa = c.k_ap * ((1 - at.pq) * bound + at.pq / c.k_eq);
+  const double to_pq_by_pq =
+      -c.k_ap * (at.qa * bound * c.k_m / (1 - at.pq + c.k_m) + (1 - at.qa) / c.k_eq);
+  // Of the two that limit the flow to PSI, the part that each has in it.
+  const double drawn = light_psi * (1 - at.psi);
+  const double k_px = c.k_px * leaf.warmth;
+  const double both = drawn + k_px * at.pq;
+  const double share_of_drawn = both > 0 ? drawn / both : 0;
+  const double share_of_pq = both > 0 ? 1 - share_of_drawn : 0;
+  const double to_psi = k_px * at.pq * share_of_drawn;
+  const double to_psi_by_pq = k_px * share_of_drawn * share_of_drawn;
+  const double to_psi_by_psi = -light_psi * share_of_pq * share_of_pq;
+  const double k_x = c.k_x * leaf.warmth * leaf.activation;
+
+  change = {light * (1 - at.qa) / spread - to_pq, (to_pq - to_psi - c.k_ox * at.pq) / c.n_p,
+            (to_psi - k_x * at.psi) / c.n_x};
+  qa_by_qa = -light * (1 - c.connectivity) / (spread * spread) - to_pq_by_qa;
+  qa_by_pq = -to_pq_by_pq;
+  pq_by_qa = to_pq_by_qa / c.n_p;
+  pq_by_pq = (to_pq_by_pq - to_psi_by_pq - c.k_ox) / c.n_p;
+  pq_by_psi = -to_psi_by_psi / c.n_p;
+  psi_by_pq = to_psi_by_pq / c.n_x;
+  psi_by_psi = (to_psi_by_psi - k_x) / c.n_x;
+}
+
+Leaf::Pools Leaf::Slopes::Solve(double h, const Pools& right) const {
+  const double qa_pivot = 1 - h * qa_by_qa;
+  const double pq_pivot = 1 - h * pq_by_pq - h * qa_by_pq * h * pq_by_qa / qa_pivot;
+  const double psi_pivot = 1 - h * psi_by_psi - h * pq_by_psi * h * psi_by_pq / pq_pivot;
+  const double pq_right = right.pq + h * pq_by_qa * right.qa / qa_pivot;
+  Pools k;
+  k.psi = (right.psi + h * psi_by_pq * pq_right / pq_pivot) / psi_pivot;
+  k.pq = (pq_right + h * pq_by_psi * k.psi) / pq_pivot;
+  k.qa = (right.qa + h * qa_by_pq * k.pq) / qa_pivot;
+  return k;
+}
+
+// Filling runs from microseconds to seconds, and the equations are stiff: a Rosenbrock method of
+// second order, L-stable, that estimates its error (ROS2; Verwer et al. 1999, SIAM J. Sci.
+// Comput. 20:1456).
+double Leaf::FillPools(double longest, double light, double light_psi) {
+  constexpr double kTolerance = 1e-4;             // of each pool, in one step
+  constexpr double kGamma = 0.29289321881345254;  // 1 - sqrt(1/2)
+  const Slopes slopes(*this, pools, light, light_psi);
+  double dt = std::min(step, longest);
+  Pools filled;
+  for (bool good = false; !good;) {
+    const Pools k1 = slopes.Solve(kGamma * dt, slopes.change);
+    const Pools ahead = Moved(pools, k1, dt);
+    const Pools f = Slopes(*this, ahead, light, light_psi).change;
+    const Pools k2 = slopes.Solve(kGamma * dt, Moved(f, k1, -2));
+    filled = Moved(Moved(pools, k1, 1.5 * dt), k2, 0.5 * dt);
+    const double error = std::max({std::abs(filled.qa - ahead.qa), std::abs(filled.pq - ahead.pq),
+                                   std::abs(filled.psi - ahead.psi)});
+    good = error <= kTolerance;
+    step = dt * std::clamp(0.9 * std::sqrt(kTolerance / std::max(error, 1e-12)), 0.2, 5.0);
+    if (!good) dt = step;
+  }
+  // What they were on average.
+  const Pools mean = {(pools.qa + filled.qa) / 2, (pools.pq + filled.pq) / 2,
+                      (pools.psi + filled.psi) / 2};
+  const Parameters& c = parameters;
+  ready = Relax(ready, c.k_r * mean.qa * mean.pq * mean.pq, c.k_open * (1 - mean.qa), dt);
+  energised = Relax(energised, c.k_e * mean.psi, c.k_rest, dt);
+  pools = filled;
+  return dt;
+}
+
+void Leaf::FollowLight(double dt, double q) {
+  const double excess = Square(Square(q / (parameters.n_half * warmth)));
+  acidity = Approach(acidity, excess / (1 + excess), parameters.acidity_time, dt);
+  const double quenched = parameters.n_max * acidity;
+  quenching = Approach(quenching, quenched,
+                       quenched > quenching ? parameters.n_rise : parameters.n_fall, dt);
+  const double activated =
+      std::max(parameters.activation_dark, q / (q + parameters.activation_half));
+  activation = Approach(activation, activated, parameters.activation_time, dt);
 }
 
 double Leaf::Fo() const {
@@ -89,6 +216,8 @@ double Leaf::Fo() const {
 
 double Leaf::Fluorescence() const {
   if (parameters.sigma == 0) return 0;
-  const double closed = (1 - parameters.connectivity) * qa / (1 - parameters.connectivity * qa);
-  return Fo() + (Fm() - Fo()) * closed;
+  const double closed =
+      (1 - parameters.connectivity) * pools.qa / (1 - parameters.connectivity * pools.qa);
+  const double yield = 1 - parameters.phi_r * (1 - ready) - parameters.phi_e * (1 - energised);
+  return Fo() + (Fm() - Fo()) * closed * yield;
 }

@@ -11,6 +11,7 @@
 #include "bench/bench_platform.h"
 #include "bench/bench_settings.h"
 #include "bench/broker.h"
+#include "bench/environment_file.h"
 #include "bench/leaf.h"
 #include "bench/processor_link.h"
 #include "bench/simulated_process.h"
@@ -64,7 +65,9 @@ int main(int argc, char** argv) {
   app.add_option("--rate", rate, "Sets the head to this many samples per second")
       ->check(CLI::Range(1, 10000));
   app.add_option("--seed", seed, "Seed of the noise")->capture_default_str();
-  app.add_option("--leaf", leaf, "What is in front of the head")
+  app.add_option("--leaf", leaf,
+                 "What is in front of the head. Its temperature and health are in\n"
+                 "'environment' in the bench's directory, to be changed at any time")
       ->check(CLI::IsMember(Leaf::Names()))
       ->capture_default_str();
   app.add_option("--speed", speed, "Simulated time runs this many times faster, or at 'max'")
@@ -102,6 +105,7 @@ int main(int argc, char** argv) {
     std::optional<SimulatedProcess> processor;
     if (dsp_fd < 0) {
       link.speed = SpeedOf(speed);
+      link.environment = root + "/environment";
       processor.emplace([&](int descriptor) {
         if (!replay.empty()) return RunReplay(descriptor, replay, link);
         SimulatedDSP dsp(rate.value_or(10), seed, *Leaf::Named(leaf));
@@ -117,6 +121,7 @@ int main(int argc, char** argv) {
     // Nothing of this for options that only tell or signal.
     platform.console_listens = [&](int port) {
       if (processor) ProvideSettings(platform, rate);
+      if (processor && replay.empty()) EnvironmentFile::Provide(link.environment);
       std::cout << "lumet-bench: the head listens on port " << port << " of "
                 << platform.console_address << "; its files are in " << root << "\n"
                 << "lumet-bench: to talk to it: nc " << platform.console_address << " " << port

@@ -11,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include "bench/environment_file.h"
 #include "bench/recording.h"
 #include "common/errno_error.h"
 
@@ -119,9 +120,13 @@ class Link {
 
 void RunSimulatedDSP(int descriptor, SimulatedDSP& dsp, const LinkOptions& options) {
   Link link(descriptor, options);
+  std::optional<EnvironmentFile> environment_file;
+  if (!options.environment.empty()) environment_file.emplace(options.environment);
   auto& waiting = dsp.Output().packets;
   dsp.Start(link.Clock().Stamp());
   while (true) {
+    if (environment_file)
+      if (const auto environment = environment_file->Changed()) dsp.SetEnvironment(*environment);
     // While the head is behind, time passes and samples are lost, as they are with the device.
     if (waiting.empty()) {
       const std::uint64_t now = link.Clock().Now(dsp.NextRecordDue());

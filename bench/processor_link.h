@@ -13,6 +13,8 @@ struct LinkOptions {
   double speed = 1;
   // Where to record the link; empty: nowhere.
   std::string record;
+  // The leaf's environment, see EnvironmentFile; empty: it stays as it is.
+  std::string environment;
 };
 
 // Plays the processor on `descriptor`, one end of a SOCK_SEQPACKET pair, until the other end

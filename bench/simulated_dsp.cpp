@@ -36,6 +36,11 @@ SimulatedDSP::SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& i
   measure = MeasureSegment();
 }
 
+void SimulatedDSP::SetEnvironment(const Environment& environment) {
+  AdvanceLeaf(last_elapsed);
+  leaf.SetEnvironment(environment);
+}
+
 void SimulatedDSP::Start(const RecordTime& now) {
   output.Text(now, DSPCode::InitTextRecord, "simulated processor ready");
 }
@@ -262,12 +267,16 @@ LeafLight SimulatedDSP::LightAt(std::uint64_t elapsed, LightDrive& drive) const 
 }
 
 void SimulatedDSP::AdvanceLeaf(std::uint64_t elapsed) {
-  if (elapsed <= leaf_at) return;
-  LightDrive drive;
-  const LeafLight light = LightAt(std::max(leaf_at, segment_since), drive);
-  leaf.Advance(static_cast<double>(elapsed - leaf_at) / kMicrosecondsPerSecond, light.OnPSII(),
-               light.farred);
-  leaf_at = elapsed;
+  // A ramp is taken in pieces, each with the light of its middle.
+  const bool ramps = Current().from.red != Current().to.red;
+  const std::uint64_t longest = ramps ? kMicrosecondsPerMs : elapsed;
+  while (leaf_at < elapsed) {
+    const std::uint64_t span = std::min(elapsed - leaf_at, longest);
+    LightDrive drive;
+    const LeafLight light = LightAt(std::max(leaf_at + span / 2, segment_since), drive);
+    leaf.Advance(static_cast<double>(span) / kMicrosecondsPerSecond, light.OnPSII(), light.farred);
+    leaf_at += span;
+  }
 }
 
 WireSample SimulatedDSP::MakeSample(std::uint64_t elapsed) {

@@ -21,6 +21,9 @@ class SimulatedDSP {
   // `rate` is the output rate, Hz, until the head sets another. Noise comes from `seed`.
   SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& its_leaf);
 
+  // The leaf's, from now on.
+  void SetEnvironment(const Environment& environment);
+
   // The records that wait to be sent.
   RecordWriter& Output() { return output; }
 

@@ -205,7 +205,7 @@ void CompareNumber(ValueStreams& streams, Number value, std::string text) {
 
 // What one value does to its stream is not for the next.
 void KeptStreamCases() {
-  TextStreams streams;
+  ValueStreams streams;
   {
     const Borrowed out(streams.outputs);
     *out << std::hex << std::showbase << std::setprecision(2) << std::setfill('*');
