@@ -15,10 +15,11 @@
 #include "bench/environment_file.h"
 #include "bench/head.h"
 #include "bench/simulated_dsp.h"
+#include "client/console.h"
 #include "common/little_endian.h"
-#include "leaf/lumet/event_analysis.h"
-#include "leaf/lumet/light_quantities.h"
-#include "leaf/lumet/linear_fit.h"
+#include "leaf/lumet/events/event_analysis.h"
+#include "leaf/lumet/events/linear_fit.h"
+#include "leaf/lumet/light/light_quantities.h"
 
 namespace {
 
@@ -113,7 +114,7 @@ class Desk {
           if (header.code != static_cast<std::uint16_t>(DSPCode::DataBatchRecord)) return;
           for (std::size_t i = 0; i < GetU16(&bytes[WireBatch::kCountOffset]); ++i) {
             const WireSample wire = WireSample::Decode(&bytes[i * WireSample::kSize]);
-            samples.push_back(DataSample::From(wire, wire.tick / 1e6));
+            samples.push_back(ToDataSample(wire, wire.tick / 1e6));
             DeriveLightQuantities(calibration, 1, samples.back());
           }
         });
@@ -304,14 +305,10 @@ TEST(Leaf, FollowsItsEnvironment) {
   Head head(root.Path(), Head::PlayedBy::kSimulator,
             {.wrapper = {"sh", "-c", "exec \"$0\" \"$@\" 2>&1"}, .bench = {"--speed", "20"}});
   EXPECT_EQ(ReadFile(file), "temperature 25\nhealth 1\n");
-  Client client(head.Port());
+  ConsoleClient client(head.Port());
   const auto read_to_f = [&](double low, double high) {
     double f = 0;
-    while (f < low || f > high) {
-      std::string row = client.ReadLineThatBegins("DATA\t");
-      for (int i = 0; i < 3; ++i) row.erase(0, row.find('\t') + 1);
-      f = std::stod(row);
-    }
+    while (f < low || f > high) f = client.NextData()["LUMET"];
   };
   read_to_f(285, 295);
   WriteFile(file, "health 0.5\ntemperature 30\n");

@@ -153,15 +153,15 @@ TEST(Process, EndsOrderlyWhenTerminated) {
 TEST(Process, ClientsTakeWhatIsQueuedBeforeItEnds) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller);
-  Client deaf(head.Port(), 4096);
-  Client slow(head.Port(), 4096);
+  LineClient deaf(head.Port(), "::1", kDefaultTimeout, 4096);
+  LineClient slow(head.Port(), "::1", kDefaultTimeout, 4096);
   // No more than the head reads at once, so that all are answered before the reboot.
   constexpr int kRequests = 100;
   std::string requests;
   for (int i = 0; i < kRequests; ++i) requests += "<nemra><tavo>&query;</tavo></nemra>\n";
   deaf.Send(requests);
   slow.Send(requests);
-  Client console(head.Port());
+  LineClient console(head.Port());
   console.ReadLineThatBegins("DATADIAGH\t");
   console.Send("<nemra><tavo><cmd><reboot>true</reboot></cmd></tavo></nemra>\n");
   console.ReadLineThatBegins("<nemra><tavo><ack>true</ack>");
