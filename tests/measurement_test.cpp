@@ -4,14 +4,12 @@
 #include <json/json.h>
 
 #include <algorithm>
-#include <cmath>
 #include <sstream>
 #include <string>
 
 #include "bench/broker.h"
 #include "bench/bus_client.h"
 #include "bench/head.h"
-#include "bench/leaf.h"
 
 namespace {
 
@@ -204,28 +202,6 @@ TEST(Measurement, HeatShutsTheLightOff) {
   client.Send(Document("<cfg><lightsource><control>&query;</control></lightsource></cfg>"));
   EXPECT_NE(client.ReadLineThatBegins("<nemra>").find("<control>off<"), std::string::npos);
   EXPECT_EQ(head.Stop(), 0);
-}
-
-TEST(Measurement, LeafIsAPlausibleOne) {
-  Leaf rested = *Leaf::Named("dark-adapted");
-  rested.Advance(0.01, 0, 0);
-  const double fo = rested.Fluorescence();
-  EXPECT_NEAR((rested.Fm() - fo) / rested.Fm(), 0.8, 0.02) << "Fv/Fm";
-
-  double last_fm = 1;
-  double last_yield = 1;
-  for (const double q : {50, 200, 500, 1000, 2000}) {
-    Leaf leaf = rested;
-    leaf.Advance(900, q, 0);
-    const double fs = leaf.Fluorescence();
-    const double yield = (leaf.Fm() - fs) / leaf.Fm();
-    EXPECT_LT(leaf.Fm(), last_fm) << q;
-    EXPECT_LT(yield, last_yield) << q;
-    leaf.Advance(60, q, 0);
-    EXPECT_NEAR(leaf.Fluorescence(), fs, 0.01 * fs) << "settled at " << q;
-    last_fm = leaf.Fm();
-    last_yield = yield;
-  }
 }
 
 }  // namespace
