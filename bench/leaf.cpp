@@ -171,7 +171,7 @@ Leaf::Pools Leaf::Slopes::Solve(double h, const Pools& right) const {
 // second order, L-stable, that estimates its error (ROS2; Verwer et al. 1999, SIAM J. Sci.
 // Comput. 20:1456).
 double Leaf::FillPools(double longest, double light, double light_psi) {
-  constexpr double kTolerance = 1e-4;             // of each pool, in one step
+  constexpr double kTolerance = 1e-4;             // of all pools together, in one step
   constexpr double kGamma = 0.29289321881345254;  // 1 - sqrt(1/2)
   const Slopes slopes(*this, pools, light, light_psi);
   double dt = std::min(step, longest);
@@ -182,10 +182,12 @@ double Leaf::FillPools(double longest, double light, double light_psi) {
     const Pools f = Slopes(*this, ahead, light, light_psi).change;
     const Pools k2 = slopes.Solve(kGamma * dt, Moved(f, k1, -2));
     filled = Moved(Moved(pools, k1, 1.5 * dt), k2, 0.5 * dt);
-    const double error = std::max({std::abs(filled.qa - ahead.qa), std::abs(filled.pq - ahead.pq),
-                                   std::abs(filled.psi - ahead.psi)});
+    const double error = std::abs(filled.qa - ahead.qa) + std::abs(filled.pq - ahead.pq) +
+                         std::abs(filled.psi - ahead.psi);
     good = error <= kTolerance;
-    step = dt * std::clamp(0.9 * std::sqrt(kTolerance / std::max(error, 1e-12)), 0.2, 5.0);
+    // What went out of all bounds is no number, and is tried again in a shorter step as well.
+    step =
+        dt * (std::isnan(error) ? 0.2 : std::clamp(0.9 * std::sqrt(kTolerance / error), 0.2, 5.0));
     if (!good) dt = step;
   }
   // What they were on average.

@@ -81,7 +81,7 @@ class Leaf {
     double k_x = 3700;  // with carbon fixation fully active
     double n_p = 5.2;   // electrons that PQ takes
     double n_x = 30;    // the same for the acceptors of PSI
-    double phi_r = 0.28;
+    double phi_r = 0.278;
     double k_r = 197;
     double k_open = 117;
     double phi_e = 0.107;

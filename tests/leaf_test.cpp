@@ -279,7 +279,7 @@ TEST(Leaf, ComesToTheSameHoweverTimeIsCut) {
       if (i % 1000 == 0) f.push_back(fine.Fluorescence());
       fine.Advance(1e-6, q, 0);
     }
-    for (const std::size_t ms : {1, 4, 20, 100}) {
+    for (const std::size_t ms : {1U, 4U, 20U, 100U}) {
       Leaf coarse = *Leaf::Named("dark-adapted");
       for (std::size_t at = ms; at < f.size(); at += ms) {
         coarse.Advance(static_cast<double>(ms) * 1e-3, q, 0);

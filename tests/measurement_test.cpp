@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <csignal>
 #include <string>
 #include <variant>
@@ -11,7 +10,6 @@
 
 #include "bench/broker.h"
 #include "bench/head.h"
-#include "bench/leaf.h"
 #include "client/bus.h"
 #include "client/console.h"
 
@@ -184,28 +182,6 @@ TEST(Measurement, HeatShutsTheLightOff) {
   EXPECT_EQ(log.find("_dac_fraction", log.find("XML Listener Response")), std::string::npos)
       << "the controller is off";
   EXPECT_EQ(head.Wait(), 0);
-}
-
-TEST(Measurement, LeafIsAPlausibleOne) {
-  Leaf rested = *Leaf::Named("dark-adapted");
-  rested.Advance(0.01, 0, 0);
-  const double fo = rested.Fluorescence();
-  EXPECT_NEAR((rested.Fm() - fo) / rested.Fm(), 0.8, 0.02) << "Fv/Fm";
-
-  double last_fm = 1;
-  double last_yield = 1;
-  for (const double q : {50, 200, 500, 1000, 2000}) {
-    Leaf leaf = rested;
-    leaf.Advance(900, q, 0);
-    const double fs = leaf.Fluorescence();
-    const double yield = (leaf.Fm() - fs) / leaf.Fm();
-    EXPECT_LT(leaf.Fm(), last_fm) << q;
-    EXPECT_LT(yield, last_yield) << q;
-    leaf.Advance(60, q, 0);
-    EXPECT_NEAR(leaf.Fluorescence(), fs, 0.01 * fs) << "settled at " << q;
-    last_fm = leaf.Fm();
-    last_yield = yield;
-  }
 }
 
 }  // namespace

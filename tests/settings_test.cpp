@@ -78,10 +78,12 @@ TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
   EXPECT_EQ(row["REDMODAVG"], 2);
   EXPECT_EQ(row["REDFRAC"] + row["BLUEFRAC"] + row["FARREDFRAC"], 0);
   // By that of the moment: a standing query may write it.
-  client.Connection().Send(
+  LineClient writer(head.Port());
+  writer.Send(
       "<nemra><tavo><factory><calibration><F_modred>3</F_modred></calibration></factory>"
-      "</tavo>&query_changes;</nemra>\n");
-  client.Set("cfg/fan_duty", "1");
+      "</tavo>&query_changes;</nemra>\n"
+      "<nemra><tavo><cfg><fan_duty>1</fan_duty></cfg></tavo></nemra>\n");
+  writer.ReadLineThatBegins("<nemra><tavo><ack>");
   records.Sample(StampNow(), sample);
   head.SignalProcessor().Send(records);
   EXPECT_EQ(client.NextData()["PFD"], 3);
