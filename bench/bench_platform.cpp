@@ -8,6 +8,8 @@
 #include <fstream>
 #include <iostream>
 
+#include "common/text_file.h"
+
 std::string DefaultBenchRoot() {
   if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != '\0')
     return std::filesystem::path(runtime) / "lumet-bench";
@@ -18,7 +20,7 @@ Platform BenchPlatform(const std::string& root) {
   Platform platform;
   for (std::string* file : platform.Files()) {
     *file = root + *file;
-    std::filesystem::create_directories(std::filesystem::path(*file).parent_path());
+    MakeDirectoriesTo(*file);
   }
   // A user without a name stays who it is all the same.
   const struct passwd* user = getpwuid(geteuid());

@@ -7,5 +7,7 @@
 
 // Empty if there is no such file.
 std::string ReadFile(const std::string& path);
-// Makes the directories on the way. Throws std::runtime_error "unable to write " and the path.
+// Makes the directories on the way to the file `path`. Throws ErrnoError.
+void MakeDirectoriesTo(const std::string& path);
+// Makes the directories on the way. Throws std::runtime_error, "unable to write " and the path.
 void WriteFile(const std::string& path, std::string_view text);

@@ -1,10 +1,15 @@
 // Settings that reach the operating system, on a bench that writes down what it would do to one.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 
@@ -114,6 +119,48 @@ TEST(System, SettingsReachItsFilesAndSurviveARestart) {
             Settings("<clock><zone>America/New_York</zone></clock>") +
                 Settings("<clock><ptp>slaveonly</ptp></clock>"));
   EXPECT_EQ(again.head.Stop(), 0);
+}
+
+// What a time or an offset of 32 bits would not hold: the year 2099, and a log of 3 GiB.
+TEST(System, OutlivesTheYear2038AndFilesOf2GiB) {
+  constexpr RecordTime kStamp = {4'083'998'400, 250'000'000};  // 2099-06-01 12:00 UTC
+  constexpr std::uintmax_t kLogSize = std::uintmax_t{3} << 30;
+  const TemporaryDirectory root;
+  const std::string log = root.Path() + "/var/log/cal";
+  const std::string settings = root.Path() + "/etc/tavo.conf";
+  WriteFile(log, "timestamp\n");
+  std::filesystem::resize_file(log, kLogSize);
+  WriteFile(settings, "<nemra><tavo><cfg><fan_duty>33</fan_duty></cfg></tavo></nemra>");
+  for (const std::string& file : {log, settings, root.Path() + "/etc"}) {
+    const std::array<struct timespec, 2> times = {{{kStamp.seconds, 0}, {kStamp.seconds, 0}}};
+    ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times.data(), 0), 0);
+  }
+
+  SystemHead bench(root.Path(), {.wrapper = {"env", "TZ=UTC"}});
+  EXPECT_EQ(bench.Ask(Settings("<fan_duty>&query;</fan_duty>")),
+            Settings("<fan_duty>33</fan_duty>"));
+  EXPECT_EQ(bench.Ask(Settings("<clock><date>2099-06-01</date><time>12:00:00</time></clock>")), "");
+  EXPECT_NE(bench.Said("UTC\n").find("Set clock to: Mon Jun  1 12:00:00 2099\n"
+                                     "lumet-bench: would set the system time to 4083998400\n"
+                                     "lumet-bench: would set the hardware clock to 2099-6-1 "
+                                     "12:0:0 UTC\n"),
+            std::string::npos);
+
+  bench.client.Set("cmd/zero_dc0", "true");
+  WireSample sample;
+  sample.dc = 100;
+  sample.code = 3;
+  RecordWriter records;
+  for (int i = 0; i < 5; ++i, sample.tick += 500'000) records.Sample(kStamp, sample);
+  bench.head.SignalProcessor().Send(records);
+  for (const double time : {4083998400.25, 4083998400.75, 4083998401.25})
+    EXPECT_EQ(bench.client.NextData()["TIME"], time);
+  bench.Said("new DC0=100\n");
+  EXPECT_EQ(bench.head.Stop(), 0);
+  std::ifstream end(log);
+  end.seekg(static_cast<std::streamoff>(kLogSize));
+  const std::string line(std::istreambuf_iterator<char>(end), {});
+  EXPECT_TRUE(line.ends_with("\tZero DC0\t100\t0\t\n")) << line;
 }
 
 TEST(System, WhatItRefusesIsToldAndLeavesTheOldFile) {
