@@ -88,11 +88,12 @@ void SetRate(const std::string& path, std::uint32_t rate) {
 
 }  // namespace
 
-void ProvideSettings(const Platform& platform, std::optional<std::uint32_t> rate) {
-  WriteIfMissing(platform.factory_settings, FactoryDocument());
-  WriteIfMissing(platform.main_settings, kSettings);
-  if (rate) SetRate(platform.main_settings, *rate);
-  const HWMon sensors(platform);
+void ProvideSettings(const Instrument& instrument, const Machine& machine,
+                     std::optional<std::uint32_t> rate) {
+  WriteIfMissing(instrument.factory_settings, FactoryDocument());
+  WriteIfMissing(instrument.main_settings, kSettings);
+  if (rate) SetRate(instrument.main_settings, *rate);
+  const HWMon sensors(instrument.i2c_devices, machine);
   int millidegrees = 27'000;
   for (const std::string& directory : sensors.DevicePaths())
     WriteIfMissing(directory + "/temp1_input", std::to_string(millidegrees += 1'500) + "\n");

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/bench_platform.h"
+#include "bench/bench_instrument.h"
 #include "bench/bench_settings.h"
 #include "bench/broker.h"
 #include "bench/environment_file.h"
@@ -20,12 +20,13 @@
 
 namespace {
 
-int RunHead(const Platform& platform, std::vector<std::string>& lumet_options) {
+int RunHead(const Instrument& instrument, const Machine& machine,
+            std::vector<std::string>& lumet_options) {
   std::vector<char*> arguments = {const_cast<char*>("lumet")};
   for (std::string& option : lumet_options) arguments.push_back(option.data());
   const int count = static_cast<int>(arguments.size());
   arguments.push_back(nullptr);
-  return RunLumet(platform, count, arguments.data());
+  return RunLumet(instrument, machine, count, arguments.data());
 }
 
 // 0 for a text that is none.
@@ -101,7 +102,8 @@ int main(int argc, char** argv) {
     return 0;
   }
   try {
-    Platform platform = BenchPlatform(root);
+    Instrument instrument = BenchInstrument(root);
+    Machine machine = BenchMachine(instrument);
     std::optional<SimulatedProcess> processor;
     if (dsp_fd < 0) {
       link.speed = SpeedOf(speed);
@@ -112,19 +114,19 @@ int main(int argc, char** argv) {
         RunSimulatedDSP(descriptor, dsp, link);
       });
     }
-    platform.dsp_fd = processor ? processor->HeadDescriptor() : dsp_fd;
-    platform.console_port = console_port;
-    platform.broker_port = broker_port;
-    platform.discovery = discovery;
-    if (routes) platform.delete_route = Platform().delete_route;
+    instrument.dsp_fd = processor ? processor->HeadDescriptor() : dsp_fd;
+    instrument.console_port = console_port;
+    instrument.broker_port = broker_port;
+    instrument.discovery = discovery;
+    if (routes) machine.delete_route = Machine().delete_route;
     std::optional<Broker> broker;
     // Nothing of this for options that only tell or signal.
-    platform.console_listens = [&](int port) {
-      if (processor) ProvideSettings(platform, rate);
+    instrument.console_listens = [&](int port) {
+      if (processor) ProvideSettings(instrument, machine, rate);
       if (processor && replay.empty()) EnvironmentFile::Provide(link.environment);
       std::cout << "lumet-bench: the head listens on port " << port << " of "
-                << platform.console_address << "; its files are in " << root << "\n"
-                << "lumet-bench: to talk to it: nc " << platform.console_address << " " << port
+                << instrument.console_address << "; its files are in " << root << "\n"
+                << "lumet-bench: to talk to it: nc " << instrument.console_address << " " << port
                 << "\n";
       if (no_broker) return;
       if (!Broker::Listens(broker_port)) {
@@ -134,7 +136,7 @@ int main(int argc, char** argv) {
       std::cout << "lumet-bench: to hear the bus: mosquitto_sub -h ::1 -p " << broker_port
                 << " -t 'nemra/#' -v\n";
     };
-    return RunHead(platform, lumet_options);
+    return RunHead(instrument, machine, lumet_options);
   } catch (const std::exception& error) {
     std::cerr << "lumet-bench: " << error.what() << "\n";
     return 1;

@@ -7,10 +7,10 @@
 #include <stdexcept>
 #include <string>
 
-PrivilegeGuard::PrivilegeGuard(const Platform& where) : platform(where), before(geteuid()) {
-  if (platform.set_effective_user(0) != 0)
+PrivilegeGuard::PrivilegeGuard(const Machine& machine) : machine(machine), before(geteuid()) {
+  if (machine.set_effective_user(0) != 0)
     throw std::runtime_error(std::string("Unable to gain super user priviledges: ") +
                              std::strerror(errno));
 }
 
-PrivilegeGuard::~PrivilegeGuard() { platform.set_effective_user(before); }
+PrivilegeGuard::~PrivilegeGuard() { machine.set_effective_user(before); }

@@ -84,10 +84,10 @@ SocketAddress NetlinkAddress(std::uint32_t process, std::uint32_t groups) {
 
 }  // namespace
 
-RestoreNetworkSanity::RestoreNetworkSanity(const Platform& where)
+RestoreNetworkSanity::RestoreNetworkSanity(const Machine& machine)
     : PollItem(POLLIN, true),
       PollTimer(-1, true),
-      platform(where),
+      machine(machine),
       socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE),
       buffer(kBufferSize),
       zeroRouteMetric(kUsualMetric) {
@@ -154,7 +154,7 @@ void RestoreNetworkSanity::DeleteRoute() {
   AddAttr32(buffer, RTA_PRIORITY, zeroRouteMetric);
 
   const uid_t before = geteuid();
-  if (platform.set_effective_user(0) != 0)
+  if (machine.set_effective_user(0) != 0)
     throw std::runtime_error(std::string("Unable to gain super user priviledges: ") +
                              std::strerror(errno));
   const SocketAddress kernel = NetlinkAddress(0, 0);
@@ -164,8 +164,8 @@ void RestoreNetworkSanity::DeleteRoute() {
   message.msg_namelen = kernel.Length();
   message.msg_iov = &part;
   message.msg_iovlen = 1;
-  platform.delete_route(socket, message);
+  machine.delete_route(socket, message);
   zeroRouteMetric = 0;
   // Not on the way of an exception: a send that fails leaves the raised rights, as it always has.
-  platform.set_effective_user(before);
+  machine.set_effective_user(before);
 }

@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "common/platform.h"
+#include "common/machine.h"
 #include "common/poll_processor.h"
 #include "common/socket.h"
 
@@ -15,8 +15,8 @@
 class RestoreNetworkSanity : public PollItem, public PollTimer {
  public:
   // Removes such a route at once if there is one with the metric that they usually have. Throws
-  // ErrnoError when routes can't be watched. `where` must outlive this.
-  explicit RestoreNetworkSanity(const Platform& where);
+  // ErrnoError when routes can't be watched. `machine` must outlive this.
+  explicit RestoreNetworkSanity(const Machine& machine);
 
   int GetFD() override { return socket.GetFD(); }
   void HandleRead() override;
@@ -27,7 +27,7 @@ class RestoreNetworkSanity : public PollItem, public PollTimer {
   void HandleMessage(std::span<const std::uint8_t> message);
   void DeleteRoute();
 
-  const Platform& platform;
+  const Machine& machine;
   Socket socket;
   std::vector<std::uint8_t> buffer;
   std::uint32_t zeroRouteMetric;  // of the route to remove; 0: there is nothing to do

@@ -45,9 +45,16 @@ To CopyCalendar(const From& from) {
 
 }  // namespace
 
-SystemClock::SystemClock(const Platform& where) : platform(where) {
-  FindZones(platform.zoneinfo, "");
-  std::ifstream file(platform.timezone);
+SystemClock::SystemClock(std::string zoneinfo_directory, std::string localtime_path,
+                         std::string timezone_path, std::string clock_device,
+                         const Machine& machine)
+    : zoneinfo_directory(std::move(zoneinfo_directory)),
+      localtime_path(std::move(localtime_path)),
+      timezone_path(std::move(timezone_path)),
+      clock_device(std::move(clock_device)),
+      machine(machine) {
+  FindZones(this->zoneinfo_directory, "");
+  std::ifstream file(this->timezone_path);
   std::string name;
   if (std::getline(file, name) && IsZone(name)) currentZone = name;
 }
@@ -96,28 +103,27 @@ void SystemClock::SetTime(const Timestamp& local) {
 }
 
 void SystemClock::Set(std::time_t seconds, long microseconds) {
-  const PrivilegeGuard rights(platform);
+  const PrivilegeGuard rights(machine);
   struct timeval time = {};
   time.tv_sec = seconds;
   time.tv_usec = static_cast<suseconds_t>(microseconds);
-  if (platform.set_system_time(time) != 0) throw ErrnoError("Unable to set system time");
-  StreamFile device = OpenClock(platform.clock_device);
+  if (machine.set_system_time(time) != 0) throw ErrnoError("Unable to set system time");
+  StreamFile device = OpenClock(clock_device);
   struct tm utc = {};
   gmtime_r(&seconds, &utc);
-  if (platform.set_hardware_clock(device.GetFD(), CopyCalendar<struct rtc_time>(utc)) != 0)
-    throw ErrnoError("Unable to set hardware clock: " + platform.clock_device);
+  if (machine.set_hardware_clock(device.GetFD(), CopyCalendar<struct rtc_time>(utc)) != 0)
+    throw ErrnoError("Unable to set hardware clock: " + clock_device);
 }
 
 std::time_t SystemClock::ReadHardwareClock() {
-  const PrivilegeGuard rights(platform);
-  StreamFile device = OpenClock(platform.clock_device);
+  const PrivilegeGuard rights(machine);
+  StreamFile device = OpenClock(clock_device);
   struct rtc_time fields = {};
-  if (platform.read_hardware_clock(device.GetFD(), fields) != 0)
-    throw ErrnoError("Unable to read hardware clock: " + platform.clock_device);
+  if (machine.read_hardware_clock(device.GetFD(), fields) != 0)
+    throw ErrnoError("Unable to read hardware clock: " + clock_device);
   auto utc = CopyCalendar<struct tm>(fields);
   const std::time_t seconds = timegm(&utc);
-  if (seconds == -1)
-    throw ErrnoError("Invalid time returned from hardware clock: " + platform.clock_device);
+  if (seconds == -1) throw ErrnoError("Invalid time returned from hardware clock: " + clock_device);
   return seconds;
 }
 
@@ -125,13 +131,13 @@ void SystemClock::SetZone(const std::string& given_name) {
   const std::string name = given_name.starts_with('/') ? given_name.substr(1) : given_name;
   if (!IsZone(name)) throw std::runtime_error("Invalid timezone \"" + name + "\"");
   unsaved_zone = name;
-  const PrivilegeGuard rights(platform);
-  if (!ReplaceLink(platform.localtime, platform.zoneinfo + "/" + name))
+  const PrivilegeGuard rights(machine);
+  if (!ReplaceLink(localtime_path, zoneinfo_directory + "/" + name))
     throw ErrnoError("Unable to set timezone");
-  platform.take_zone();
+  machine.take_zone();
   currentZone = name;
-  if (!ReplaceFile(platform.timezone, [&](std::ostream& out) { out << name << "\n"; }))
-    throw ErrnoError("Unable to save timezone string to file: " + platform.timezone);
+  if (!ReplaceFile(timezone_path, [&](std::ostream& out) { out << name << "\n"; }))
+    throw ErrnoError("Unable to save timezone string to file: " + timezone_path);
   unsaved_zone.reset();
 }
 

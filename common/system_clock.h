@@ -6,15 +6,16 @@
 #include <utility>
 #include <vector>
 
-#include "common/platform.h"
+#include "common/machine.h"
 #include "common/timestamp.h"
 
 // The machine's clock: the system time, the hardware clock behind it, and the time zone.
 class SystemClock {
  public:
   // Walks the zones that the system knows. Throws ErrnoError when their directory can't be read.
-  // `where` must outlive this.
-  explicit SystemClock(const Platform& where);
+  // `machine` must outlive this.
+  SystemClock(std::string zoneinfo_directory, std::string localtime_path, std::string timezone_path,
+              std::string clock_device, const Machine& machine);
 
   // Seconds and nanoseconds since 1970. Throws ErrnoError.
   static std::pair<std::time_t, long> GetTime();
@@ -45,7 +46,11 @@ class SystemClock {
   void FindZones(const std::string& directory, const std::string& prefix);
   void Set(std::time_t seconds, long microseconds);
 
-  const Platform& platform;
+  const std::string zoneinfo_directory;
+  const std::string localtime_path;
+  const std::string timezone_path;
+  const std::string clock_device;
+  const Machine& machine;
   std::vector<std::string> zones;
   std::string currentZone = "UTC";
   std::optional<std::string> unsaved_zone;

@@ -10,6 +10,7 @@
 #include <optional>
 #include <sstream>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "common/privilege_guard.h"
@@ -52,11 +53,15 @@ std::optional<SocketAddress> MaskOf(const std::string& text) {
 
 }  // namespace
 
-NetworkConfig::NetworkConfig(const Platform& where)
-    : platform(where), interface(where.network_interface) {
-  std::ifstream name_file(platform.hostname_path);
+NetworkConfig::NetworkConfig(std::string interface, std::string hostname_path,
+                             std::string interfaces_path, const Machine& machine)
+    : interface(std::move(interface)),
+      hostname_path(std::move(hostname_path)),
+      interfaces_path(std::move(interfaces_path)),
+      machine(machine) {
+  std::ifstream name_file(this->hostname_path);
   if (std::string line; std::getline(name_file, line)) values.host_name = line;
-  std::ifstream file(platform.interfaces_path);
+  std::ifstream file(this->interfaces_path);
   ReadStanzas(file);
 }
 
@@ -143,14 +148,14 @@ void NetworkConfig::set(const Values& wanted) {
 
 void NetworkConfig::apply() {
   if (hostname_dirty) {
-    const PrivilegeGuard rights(platform);
-    hostname_dirty = !ReplaceFile(platform.hostname_path,
-                                  [this](std::ostream& out) { out << values.host_name << "\n"; });
+    const PrivilegeGuard rights(machine);
+    hostname_dirty =
+        !ReplaceFile(hostname_path, [this](std::ostream& out) { out << values.host_name << "\n"; });
   }
   if (interfaces_dirty) {
-    const PrivilegeGuard rights(platform);
-    interfaces_dirty = !ReplaceFile(platform.interfaces_path, [this](std::ostream& out) {
-      std::ifstream old_file(platform.interfaces_path);
+    const PrivilegeGuard rights(machine);
+    interfaces_dirty = !ReplaceFile(interfaces_path, [this](std::ostream& out) {
+      std::ifstream old_file(interfaces_path);
       CopyOthers(old_file, out);
       WriteStanza(out);
     });

@@ -4,7 +4,7 @@
 #include <ostream>
 #include <string>
 
-#include "common/platform.h"
+#include "common/machine.h"
 #include "common/socket_address.h"
 
 // Host name and addresses of the machine, as its files hold them for the next start of the system.
@@ -19,8 +19,9 @@ class NetworkConfig {
   };
 
   // Reads the files, that of the interfaces as the system does (interfaces(5)). What they don't
-  // tell, or not as IPv4 addresses, stays as above. `where` must outlive this.
-  explicit NetworkConfig(const Platform& where);
+  // tell, or not as IPv4 addresses, stays as above. `machine` must outlive this.
+  NetworkConfig(std::string interface, std::string hostname_path, std::string interfaces_path,
+                const Machine& machine);
 
   const Values& Get() const { return values; }
   // Writes the files that the new values change. One that can't be written is a line on standard
@@ -40,8 +41,10 @@ class NetworkConfig {
   void CopyOthers(std::istream& from, std::ostream& to) const;
   void WriteStanza(std::ostream& to) const;
 
-  const Platform& platform;
-  std::string interface;
+  const std::string interface;
+  const std::string hostname_path;
+  const std::string interfaces_path;
+  const Machine& machine;
   Values values;
   bool hostname_dirty = false;
   bool interfaces_dirty = false;

@@ -17,16 +17,16 @@ bool Holds(const std::string& line, const std::string& part) {
 
 }  // namespace
 
-ServiceControl::ServiceControl(std::string script_path, const Platform& where)
-    : path(std::move(script_path)), platform(where) {}
+ServiceControl::ServiceControl(std::string script_path, const Machine& machine)
+    : path(std::move(script_path)), machine(machine) {}
 
 void ServiceControl::Run(const std::string& word) {
-  const PrivilegeGuard rights(platform);
-  platform.run_command(path + " " + word);
+  const PrivilegeGuard rights(machine);
+  machine.run_command(path + " " + word);
 }
 
-PtpConfig::PtpConfig(const Platform& where)
-    : path(where.ptp_options), platform(where), script(where.ptp_script, where) {
+PtpConfig::PtpConfig(std::string options_path, std::string script_path, const Machine& machine)
+    : path(std::move(options_path)), machine(machine), script(std::move(script_path), machine) {
   std::ifstream file(path);
   for (std::string line; std::getline(file, line);) {
     if (!line.starts_with(kOptions)) continue;
@@ -53,7 +53,7 @@ void PtpConfig::write(int new_mode) {
   mode = new_mode;
   unsaved = true;
   std::ifstream old_file(path);
-  const PrivilegeGuard rights(platform);
+  const PrivilegeGuard rights(machine);
   unsaved = !ReplaceFile(path, [&](std::ostream& out) {
     for (std::string line; std::getline(old_file, line);)
       if (!Holds(line, kOptions)) out << line << "\n";

@@ -2,14 +2,14 @@
 
 #include <string>
 
-#include "common/platform.h"
+#include "common/machine.h"
 
 // Runs the script of a system service, with rights for the length of the call. What comes of it is
 // not looked at. Throws std::runtime_error when rights can't be had.
 class ServiceControl {
  public:
-  // `where` must outlive this.
-  ServiceControl(std::string script_path, const Platform& where);
+  // `machine` must outlive this.
+  ServiceControl(std::string script_path, const Machine& machine);
 
   void start() { Run("start"); }
   void stop() { Run("stop"); }
@@ -21,7 +21,7 @@ class ServiceControl {
   void Run(const std::string& word);
 
   std::string path;
-  const Platform& platform;
+  const Machine& machine;
 };
 
 // How the system's PTP service takes part in keeping time, in its options file.
@@ -29,8 +29,8 @@ class PtpConfig {
  public:
   enum Mode { kAuto, kSlaveOnly, kPreferred };
 
-  // Reads the file; without one the mode is auto. `where` must outlive this.
-  explicit PtpConfig(const Platform& where);
+  // Reads the file; without one the mode is auto. `machine` must outlive this.
+  PtpConfig(std::string options_path, std::string script_path, const Machine& machine);
 
   int GetMode() const { return mode; }
   // Writes the file and restarts the service, unless the mode is that already. A file that can't be
@@ -44,7 +44,7 @@ class PtpConfig {
   void write(int new_mode);
 
   std::string path;
-  const Platform& platform;
+  const Machine& machine;
   ServiceControl script;
   int mode = kAuto;
   bool unsaved = false;

@@ -20,44 +20,41 @@ using self_test::ExpectThrows;
 using self_test::ExpectTrue;
 namespace fs = std::filesystem;
 
-// A machine whose files are in a directory of their own, and whose acts are written down.
-struct Machine {
-  Machine() {
-    for (std::string* file : platform.Files()) {
-      *file = root.Path() + *file;
-      fs::create_directories(fs::path(*file).parent_path());
-    }
-    platform.zoneinfo = root.Path() + "/zones";
+// A host whose files are in a directory of their own, and whose acts are written down.
+struct TestHost {
+  TestHost() {
+    for (const char* directory : {"/etc/network", "/etc/sysconfig"})
+      fs::create_directories(root.Path() + directory);
     for (const char* file : {"zones/UTC", "zones/Europe/Berlin", "zones/Europe/.hidden",
                              "zones/America/Indiana/Knox", "dev/rtc0"})
       root.Write(file, "");
     // Taken and given back by turns, whoever runs this.
-    platform.set_effective_user = [this, raised = false](uid_t) mutable {
+    machine.set_effective_user = [this, raised = false](uid_t) mutable {
       raised = !raised;
       acts << (raised ? "(" : ")");
       return 0;
     };
-    platform.run_command = [this](const std::string& command) {
+    machine.run_command = [this](const std::string& command) {
       acts << command.substr(root.Path().size());
       return 1;
     };
-    platform.set_system_time = [this](const struct timeval& time) {
+    machine.set_system_time = [this](const struct timeval& time) {
       acts << time.tv_sec << "." << time.tv_usec;
       return 0;
     };
-    platform.set_hardware_clock = [this](int, const struct rtc_time& time) {
+    machine.set_hardware_clock = [this](int, const struct rtc_time& time) {
       acts << " rtc " << time.tm_hour << ":" << time.tm_min << ":" << time.tm_sec << " day "
            << time.tm_wday << " " << time.tm_yday;
       return 0;
     };
-    platform.read_hardware_clock = [](int, struct rtc_time& time) {
+    machine.read_hardware_clock = [](int, struct rtc_time& time) {
       time.tm_sec = 5;
       time.tm_min = 1;
       time.tm_mday = 2;
       time.tm_year = 70;
       return 0;
     };
-    platform.take_zone = [this] { acts << "zone"; };
+    machine.take_zone = [this] { acts << "zone"; };
   }
   std::string Acts() {
     const std::string done = acts.str();
@@ -66,7 +63,15 @@ struct Machine {
   }
 
   const TemporaryDirectory root;
-  Platform platform;
+  const std::string localtime = root.Path() + "/etc/localtime";
+  const std::string timezone = root.Path() + "/etc/timezone";
+  const std::string device = root.Path() + "/dev/rtc0";
+  const std::string ptp_options = root.Path() + "/etc/sysconfig/ptpd";
+  const std::string ptp_script = root.Path() + "/etc/rc.d/init.d/ptpd";
+  const std::string hostname = root.Path() + "/etc/hostname";
+  const std::string interfaces = root.Path() + "/etc/network/interfaces";
+  std::string zoneinfo = root.Path() + "/zones";
+  Machine machine;
   std::ostringstream acts;
 };
 
@@ -84,17 +89,18 @@ void PtpCases() {
       {nullptr, 0, 2, "PTPD_OPTS=-p\n"},
   };
   for (const auto& row : rows) {
-    Machine machine;
+    TestHost host;
     const std::string path = "etc/sysconfig/ptpd";
-    if (row.before != nullptr) machine.root.Write(path, row.before);
-    PtpConfig ptp(machine.platform);
+    if (row.before != nullptr) host.root.Write(path, row.before);
+    PtpConfig ptp(host.ptp_options, host.ptp_script, host.machine);
     ExpectEqual(ptp.GetMode(), row.mode, row.after);
     ptp.Set(row.wanted);
-    ExpectEqual(machine.root.Read(path), row.after);
-    ExpectEqual(machine.Acts(), row.mode == row.wanted ? "" : "()(/etc/rc.d/init.d/ptpd restart)",
+    ExpectEqual(host.root.Read(path), row.after);
+    ExpectEqual(host.Acts(), row.mode == row.wanted ? "" : "()(/etc/rc.d/init.d/ptpd restart)",
                 row.after);
-    ExpectEqual(PtpConfig(machine.platform).GetMode(), row.wanted, row.after);
-    ExpectTrue(!fs::exists(machine.platform.ptp_options + ".new"), "nothing is left behind");
+    ExpectEqual(PtpConfig(host.ptp_options, host.ptp_script, host.machine).GetMode(), row.wanted,
+                row.after);
+    ExpectTrue(!fs::exists(host.ptp_options + ".new"), "nothing is left behind");
   }
 }
 
@@ -145,22 +151,22 @@ void NetworkCases() {
        false, "192.168.1.95", true, commented},
   };
   for (const auto& row : rows) {
-    Machine machine;
+    TestHost host;
     const std::string path = "etc/network/interfaces";
-    const std::string whole_path = machine.platform.interfaces_path;
-    if (!row.before.empty()) machine.root.Write(path, row.before);
+    const std::string whole_path = host.interfaces;
+    if (!row.before.empty()) host.root.Write(path, row.before);
     if (!row.before.empty()) chmod(whole_path.c_str(), 0640);
-    NetworkConfig network(machine.platform);
+    NetworkConfig network("eth0", host.hostname, host.interfaces, host.machine);
     ExpectEqual(network.Get().dhcp, row.dhcp, row.name);
     ExpectEqual(network.Get().address.ToString(), row.address, row.name);
     network.set({"ch4-xxxx", row.wanted_dhcp, SocketAddress("10.0.0.7"),
                  SocketAddress("255.255.0.0"), SocketAddress("10.0.0.1")});
-    ExpectEqual(machine.root.Read(path), row.after, row.name);
-    ExpectEqual(machine.Acts(), "()", row.name);
+    ExpectEqual(host.root.Read(path), row.after, row.name);
+    ExpectEqual(host.Acts(), "()", row.name);
     struct stat status = {};
     stat(whole_path.c_str(), &status);
     ExpectTrue(row.before.empty() || (status.st_mode & 0777) == 0640, "its mode");
-    const NetworkConfig again(machine.platform);
+    const NetworkConfig again("eth0", host.hostname, host.interfaces, host.machine);
     ExpectEqual(again.Get().dhcp, row.wanted_dhcp, row.name);
     ExpectEqual(again.Get().gateway.ToString(), "10.0.0.1", row.name);
   }
@@ -184,10 +190,10 @@ void NetworkCases() {
        "192.168.1.95 255.255.255.0 192.168.1.1"},
   };
   for (const auto& row : stanzas) {
-    Machine machine;
-    machine.root.Write("etc/network/interfaces",
-                       std::string("iface\teth0  inet static\n") + row.options);
-    const NetworkConfig network(machine.platform);
+    TestHost host;
+    host.root.Write("etc/network/interfaces",
+                    std::string("iface\teth0  inet static\n") + row.options);
+    const NetworkConfig network("eth0", host.hostname, host.interfaces, host.machine);
     const NetworkConfig::Values& read = network.Get();
     ExpectTrue(!read.dhcp, row.options);
     ExpectEqual(
@@ -195,80 +201,85 @@ void NetworkCases() {
         row.values, row.options);
   }
 
-  Machine machine;
-  machine.root.Write("etc/hostname", "old\nname\n");
-  NetworkConfig network(machine.platform);
+  TestHost host;
+  host.root.Write("etc/hostname", "old\nname\n");
+  NetworkConfig network("eth0", host.hostname, host.interfaces, host.machine);
   NetworkConfig::Values values = network.Get();
   ExpectEqual(values.host_name, "old");
   network.set(values);
-  ExpectEqual(machine.Acts(), "", "nothing new");
+  ExpectEqual(host.Acts(), "", "nothing new");
   values.host_name = "new";
   network.set(values);
-  ExpectEqual(machine.root.Read("etc/hostname"), "new\n");
-  ExpectTrue(!fs::exists(machine.platform.interfaces_path), "the other file is left alone");
+  ExpectEqual(host.root.Read("etc/hostname"), "new\n");
+  ExpectTrue(!fs::exists(host.interfaces), "the other file is left alone");
 }
 
 void ClockCases() {
-  Machine machine;
-  machine.root.Write("etc/timezone", "Europe/Berlin\n");
-  SystemClock clock(machine.platform);
+  TestHost host;
+  host.root.Write("etc/timezone", "Europe/Berlin\n");
+  SystemClock clock(host.zoneinfo, host.localtime, host.timezone, host.device, host.machine);
   std::string zones;
   for (const std::string& zone : clock.Zones()) zones += zone + " ";
   ExpectEqual(zones, "America/Indiana/Knox Europe/Berlin UTC ");
   ExpectEqual(clock.CurrentZone(), "Europe/Berlin");
   clock.SetTime(86'461);
-  ExpectEqual(machine.Acts(), "(86461.0 rtc 0:1:1 day 5 1)");
+  ExpectEqual(host.Acts(), "(86461.0 rtc 0:1:1 day 5 1)");
   ExpectEqual(clock.ReadHardwareClock(), std::time_t{86'465}, "a day, a minute and 5 s");
-  ExpectEqual(machine.Acts(), "()");
+  ExpectEqual(host.Acts(), "()");
 
   clock.SetZone("/America/Indiana/Knox");
-  ExpectEqual(machine.Acts(), "(zone)");
-  ExpectEqual(fs::read_symlink(machine.platform.localtime).string(),
-              machine.platform.zoneinfo + "/America/Indiana/Knox");
-  ExpectEqual(SystemClock(machine.platform).CurrentZone(), "America/Indiana/Knox");
+  ExpectEqual(host.Acts(), "(zone)");
+  ExpectEqual(fs::read_symlink(host.localtime).string(), host.zoneinfo + "/America/Indiana/Knox");
+  ExpectEqual(SystemClock(host.zoneinfo, host.localtime, host.timezone, host.device, host.machine)
+                  .CurrentZone(),
+              "America/Indiana/Knox");
   ExpectThrows<std::runtime_error>([&] { clock.SetZone("Mars"); }, "Invalid timezone \"Mars\"");
 
   // What can't be saved is wanted still.
-  fs::create_directory(machine.platform.timezone + ".new");
+  fs::create_directory(host.timezone + ".new");
   ExpectThrows<ErrnoError>(
       [&] { clock.SetZone("UTC"); },
-      "Unable to save timezone string to file: " + machine.platform.timezone + ": Is a directory");
-  fs::create_directory(machine.platform.localtime + ".new");
+      "Unable to save timezone string to file: " + host.timezone + ": Is a directory");
+  fs::create_directory(host.localtime + ".new");
   ExpectThrows<ErrnoError>([&] { clock.SetZone("Europe/Berlin"); },
                            "Unable to set timezone: File exists");
   ExpectEqual(clock.CurrentZone() + " " + clock.WantedZone(), "UTC Europe/Berlin");
-  ExpectTrue(fs::read_symlink(machine.platform.localtime).string().ends_with("/UTC"), "as before");
-  for (const std::string& path : {machine.platform.timezone, machine.platform.localtime})
-    fs::remove(path + ".new");
+  ExpectTrue(fs::read_symlink(host.localtime).string().ends_with("/UTC"), "as before");
+  for (const std::string& path : {host.timezone, host.localtime}) fs::remove(path + ".new");
   clock.SaveAgain();
-  ExpectEqual(SystemClock(machine.platform).CurrentZone(), "Europe/Berlin");
-  machine.Acts();
+  ExpectEqual(SystemClock(host.zoneinfo, host.localtime, host.timezone, host.device, host.machine)
+                  .CurrentZone(),
+              "Europe/Berlin");
+  host.Acts();
   clock.SaveAgain();
-  ExpectEqual(machine.Acts(), "", "saved");
+  ExpectEqual(host.Acts(), "", "saved");
 
   // Whatever fails, rights are given back.
-  const std::string device = machine.platform.clock_device;
+  const std::string device = host.device;
   fs::remove(device);
   ExpectThrows<ErrnoError>([&] { clock.SetTime(1); }, "Unable to open clock device: " + device +
                                                           ": No such file or directory");
-  ExpectEqual(machine.Acts(), "(1.0)");
-  machine.platform.set_system_time = [](const struct timeval&) {
+  ExpectEqual(host.Acts(), "(1.0)");
+  host.machine.set_system_time = [](const struct timeval&) {
     errno = EPERM;
     return -1;
   };
   ExpectThrows<ErrnoError>([&] { clock.SetTime(1); },
                            "Unable to set system time: Operation not permitted");
-  ExpectEqual(machine.Acts(), "()");
-  machine.platform.set_effective_user = [](uid_t) {
+  ExpectEqual(host.Acts(), "()");
+  host.machine.set_effective_user = [](uid_t) {
     errno = EPERM;
     return -1;
   };
   ExpectThrows<std::runtime_error>(
       [&] { clock.SetTime(1); }, "Unable to gain super user priviledges: Operation not permitted");
-  machine.platform.zoneinfo += "/none";
-  ExpectThrows<ErrnoError>([&] { SystemClock without_zones(machine.platform); },
-                           "Unable to open timezone directory: " + machine.platform.zoneinfo +
-                               ": No such file or directory");
+  host.zoneinfo += "/none";
+  ExpectThrows<ErrnoError>(
+      [&] {
+        SystemClock without_zones(host.zoneinfo, host.localtime, host.timezone, host.device,
+                                  host.machine);
+      },
+      "Unable to open timezone directory: " + host.zoneinfo + ": No such file or directory");
 }
 
 }  // namespace

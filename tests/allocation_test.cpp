@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "bench/bench_platform.h"
+#include "bench/bench_instrument.h"
 #include "bench/head.h"
 #include "bench/record_writer.h"
 #include "client/lines.h"
@@ -35,14 +35,15 @@ TEST(Allocation, NonePerSampleOnceWarm) {
   const TemporaryDirectory root;
   std::array<int, 2> ends = {};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends.data()), 0);
-  Platform platform = BenchPlatform(root.Path());
-  platform.dsp_fd = ends[0];
-  platform.console_port = 0;
+  Instrument instrument = BenchInstrument(root.Path());
+  const Machine machine = BenchMachine(instrument);
+  instrument.dsp_fd = ends[0];
+  instrument.console_port = 0;
   int port = 0;
-  platform.console_listens = [&](int listening_port) { port = listening_port; };
+  instrument.console_listens = [&](int listening_port) { port = listening_port; };
   bool reboot = false;
   bool poweroff = false;
-  Lumet lumet(platform, false, &reboot, &poweroff);
+  Lumet lumet(instrument, machine, false, &reboot, &poweroff);
   Processor processor;
   processor.Attach(ends[1]);
   const auto turn = [] {

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <string>
 
-#include "bench/bench_platform.h"
+#include "bench/bench_instrument.h"
 #include "bench/head.h"
 #include "client/console.h"
 #include "common/test_registry.h"
@@ -179,15 +179,16 @@ TEST(Process, EndsWhenTheProcessorIsGone) {
   head.WaitForLog("DSPDevice: the signal processor has closed its end of the link\nExiting...\n");
 }
 
-// Runs the daemon in a child of its own on `platform`; returns its exit status.
-int RunInChild(const Platform& platform, std::vector<std::string> arguments) {
+// Runs the daemon in a child of its own; returns its exit status.
+int RunInChild(const Instrument& instrument, const Machine& machine,
+               std::vector<std::string> arguments) {
   const pid_t child = fork();
   if (child == 0) {
     std::vector<char*> argv;
     for (std::string& argument : arguments) argv.push_back(argument.data());
     const int count = static_cast<int>(argv.size());
     argv.push_back(nullptr);
-    _exit(RunLumet(platform, count, argv.data()));
+    _exit(RunLumet(instrument, machine, count, argv.data()));
   }
   int status = 0;
   waitpid(child, &status, 0);
@@ -202,39 +203,45 @@ TEST(Process, SignalsDuringItsStartAreKept) {
     int late;   // when it listens
   } rows[] = {{SIGTERM, 0}, {0, SIGINT}, {SIGUSR1, SIGTERM}};
   for (const auto& row : rows) {
-    Platform platform = BenchPlatform(root.Path());
-    platform.console_port = 0;
-    WriteFile(platform.dsp_device, "");
-    platform.set_scheduler = [&](int, int) { return raise(row.early); };
-    platform.lock_memory = [](int) { return 0; };
-    platform.console_listens = [&](int) { raise(row.late); };
-    EXPECT_EQ(RunInChild(platform, {"lumet", "-t"}), 0) << row.early << " " << row.late;
-    EXPECT_FALSE(std::filesystem::exists(platform.pid_file)) << row.early << " " << row.late;
-    EXPECT_TRUE(Hex(ReadFile(platform.dsp_device)).ends_with(kSafeState));
+    Instrument instrument = BenchInstrument(root.Path());
+    instrument.console_port = 0;
+    WriteFile(instrument.dsp_device, "");
+    Machine machine = BenchMachine(instrument);
+    machine.set_scheduler = [&](int, int) { return raise(row.early); };
+    machine.lock_memory = [](int) { return 0; };
+    instrument.console_listens = [&](int) { raise(row.late); };
+    EXPECT_EQ(RunInChild(instrument, machine, {"lumet", "-t"}), 0) << row.early << " " << row.late;
+    EXPECT_FALSE(std::filesystem::exists(instrument.pid_file)) << row.early << " " << row.late;
+    EXPECT_TRUE(Hex(ReadFile(instrument.dsp_device)).ends_with(kSafeState));
   }
 }
 
 TEST(Process, ReportsWhatKeepsItFromStarting) {
   const TemporaryDirectory root;
+  struct Start {
+    Instrument instrument;
+    Machine machine;
+  };
   const auto with = [&](auto change) {
-    Platform platform = BenchPlatform(root.Path());
-    platform.console_port = 0;
-    WriteFile(platform.dsp_device, "");
-    change(platform);
-    return platform;
+    const Instrument usual = BenchInstrument(root.Path());
+    Start start = {usual, BenchMachine(usual)};
+    start.instrument.console_port = 0;
+    WriteFile(usual.dsp_device, "");
+    change(start);
+    return start;
   };
   const struct {
-    Platform platform;
+    Start start;
     std::string log;
   } rows[] = {
-      {with([](Platform& platform) { platform.account = "no-such-account"; }),
+      {with([](Start& start) { start.instrument.account = "no-such-account"; }),
        "ERROR: Unable to drop priviledges: Username 'no-such-account' not found\n"},
-      {with([](Platform& platform) { platform.dsp_device = "/no/such/device"; }),
+      {with([](Start& start) { start.instrument.dsp_device = "/no/such/device"; }),
        "ERROR: StreamFile: Unable to open /no/such/device: No such file or directory\n"},
-      {with([](Platform& platform) { platform.pid_file = "/no/such/directory/pid"; }),
+      {with([](Start& start) { start.instrument.pid_file = "/no/such/directory/pid"; }),
        "ERROR: Unable to open pid file: No such file or directory\n"},
-      {with([](Platform& platform) {
-         platform.lock_memory = [](int) {
+      {with([](Start& start) {
+         start.machine.lock_memory = [](int) {
            errno = ENOMEM;
            return -1;
          };
@@ -243,10 +250,10 @@ TEST(Process, ReportsWhatKeepsItFromStarting) {
   };
   for (const auto& row : rows) {
     testing::internal::CaptureStdout();
-    EXPECT_EQ(RunInChild(row.platform, {"lumet", "-t"}), 255);
+    EXPECT_EQ(RunInChild(row.start.instrument, row.start.machine, {"lumet", "-t"}), 255);
     const std::string log = testing::internal::GetCapturedStdout();
     EXPECT_TRUE(log.ends_with(row.log)) << log;
-    EXPECT_FALSE(std::filesystem::exists(row.platform.pid_file));
+    EXPECT_FALSE(std::filesystem::exists(row.start.instrument.pid_file));
   }
 }
 

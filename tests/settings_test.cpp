@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <string>
 
-#include "bench/bench_platform.h"
+#include "bench/bench_instrument.h"
 #include "bench/head.h"
 #include "client/console.h"
 #include "common/little_endian.h"
@@ -38,6 +38,10 @@ std::string NextBias(Processor& processor) {
     });
   }
   return found;
+}
+
+SettingsFiles::Paths PathsOf(const Instrument& instrument) {
+  return {instrument.factory_settings, instrument.cal_settings, instrument.main_settings};
 }
 
 TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
@@ -182,11 +186,12 @@ TEST(Settings, KeepWhatTheyCouldNotRead) {
   };
   for (const auto& row : rows) {
     const TemporaryDirectory root;
-    const Platform platform = BenchPlatform(root.Path());
-    WriteFile(platform.factory_settings, row.factory);
-    WriteFile(platform.cal_settings, row.cal);
+    const Instrument instrument = BenchInstrument(root.Path());
+    const Machine machine = BenchMachine(instrument);
+    WriteFile(instrument.factory_settings, row.factory);
+    WriteFile(instrument.cal_settings, row.cal);
     DocTavo doc;
-    SettingsFiles files(doc, platform);
+    SettingsFiles files(doc, PathsOf(instrument), machine);
     testing::internal::CaptureStdout();
     files.load_factory();
     files.load_cal();
@@ -197,10 +202,10 @@ TEST(Settings, KeepWhatTheyCouldNotRead) {
       files.save_factory();
       files.save_cal();
     }
-    EXPECT_NE(ReadFile(platform.factory_settings).find("TVF-2"), std::string::npos) << row.name;
-    EXPECT_EQ(ReadFile(platform.factory_settings + ".bad"), row.factory_kept ? row.factory : "")
+    EXPECT_NE(ReadFile(instrument.factory_settings).find("TVF-2"), std::string::npos) << row.name;
+    EXPECT_EQ(ReadFile(instrument.factory_settings + ".bad"), row.factory_kept ? row.factory : "")
         << row.name;
-    EXPECT_EQ(ReadFile(platform.cal_settings + ".bad"), row.cal_kept ? row.cal : "") << row.name;
+    EXPECT_EQ(ReadFile(instrument.cal_settings + ".bad"), row.cal_kept ? row.cal : "") << row.name;
   }
 }
 
@@ -222,14 +227,15 @@ TEST(Settings, CountAsMissingWhenTheyCantBeRead) {
 
 TEST(Settings, RaiseRightsForTheirWritesAlone) {
   const TemporaryDirectory root;
-  Platform platform = BenchPlatform(root.Path());
+  const Instrument instrument = BenchInstrument(root.Path());
+  Machine machine = BenchMachine(instrument);
   std::vector<uid_t> users;
-  platform.set_effective_user = [&](uid_t user) {
+  machine.set_effective_user = [&](uid_t user) {
     users.push_back(user);
     return 0;
   };
   DocTavo doc;
-  SettingsFiles files(doc, platform);
+  SettingsFiles files(doc, PathsOf(instrument), machine);
   files.load_main([] {});
   files.save_main();
   EXPECT_TRUE(users.empty()) << "nothing has changed";
@@ -237,7 +243,7 @@ TEST(Settings, RaiseRightsForTheirWritesAlone) {
   for (int i = 0; i < 2; ++i) files.save_main();
   EXPECT_EQ(users, (std::vector<uid_t>{0, geteuid()}));
 
-  platform.set_effective_user = [](uid_t) {
+  machine.set_effective_user = [](uid_t) {
     errno = EPERM;
     return -1;
   };

@@ -37,9 +37,9 @@ constexpr double kStatusPeriod = 1.0;
 // The one output format that DSPDevice can read.
 constexpr std::uint32_t kOutputFormat = 2;
 
-SocketAddress ConsoleAddress(const Platform& platform) {
-  SocketAddress address(platform.console_address);
-  address.SetPort(platform.console_port);
+SocketAddress ConsoleAddress(const Instrument& instrument) {
+  SocketAddress address(instrument.console_address);
+  address.SetPort(instrument.console_port);
   return address;
 }
 
@@ -55,37 +55,45 @@ void Guarded(Act act) {
 
 }  // namespace
 
-Lumet::Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool* poweroff_ordered)
+Lumet::Lumet(const Instrument& instrument, const Machine& machine, bool debug, bool* reboot,
+             bool* poweroff)
     : PollSignalHandler(SIGUSR1, true),
       PollTimer(-1, true),
-      platform(where),
-      run_time_logger(where.run_time_log),
+      instrument(instrument),
+      run_time_logger(instrument.run_time_log),
       bonjour(*this),
-      system_settings(where),
-      bus(where, this, doc),
-      files(doc, where),
+      system_clock(instrument.zoneinfo, instrument.localtime, instrument.timezone,
+                   instrument.clock_device, machine),
+      ptp_service(instrument.ptp_options, instrument.ptp_script, machine),
+      network(instrument.network_interface, instrument.hostname_path, instrument.interfaces_path,
+              machine),
+      system_settings(system_clock, ptp_service, network),
+      bus(instrument.broker_port, this, doc),
+      files(doc, {instrument.factory_settings, instrument.cal_settings, instrument.main_settings},
+            machine),
       save_retry(files, system_settings),
-      dsp(where.dsp_fd >= 0 ? DSPDevice(where.dsp_fd) : DSPDevice(where.dsp_device)),
+      dsp(instrument.dsp_fd >= 0 ? DSPDevice(instrument.dsp_fd) : DSPDevice(instrument.dsp_device)),
       server("\n", AF_INET6),
       clients(server),
-      registers(dsp, clients, debug_lines),
-      console(doc, clients, registers, bus, where, debug_lines),
-      route_watch(where),
-      reboot(reboot_ordered),
-      poweroff(poweroff_ordered),
-      debug(debug_lines),
-      light_controller(doc, debug_lines),
-      hw_mon(where),
+      registers(dsp, clients, debug),
+      console(doc, clients, registers, instrument.network_interface, debug,
+              [this] { bus.PublishDocument(); }),
+      route_watch(machine),
+      reboot(reboot),
+      poweroff(poweroff),
+      debug(debug),
+      light_controller(doc, debug),
+      hw_mon(instrument.i2c_devices, machine),
       fan(dsp, doc),
-      zeroing(doc, where) {
+      zeroing(doc, instrument.calibration_log, machine) {
   doc.add_listener(kListenerName, this);
   dsp.SetListener(this);
   dsp.SetOutputFormat(kOutputFormat);
   server.AddListener(this);
   server.SetMessageLimit(kLongestRequest);
-  server.Listen(ConsoleAddress(platform));
-  platform.console_listens(server.GetPort());
-  if (platform.discovery) bonjour.Restart();
+  server.Listen(ConsoleAddress(instrument));
+  instrument.console_listens(server.GetPort());
+  if (instrument.discovery) bonjour.Restart();
   HandleMessages();
 }
 
@@ -134,7 +142,7 @@ void Lumet::readconfig() {
 void Lumet::FillInIdentity() {
   ConfigTavo& tavo = doc.Conf();
   tavo.Ver().set(std::string(kLumetVersion));
-  tavo.Ipaddress().set(NetworkInterface::Read(platform.network_interface).address.ToString());
+  tavo.Ipaddress().set(NetworkInterface::Read(instrument.network_interface).address.ToString());
   tavo.Name().set(GetHostName());
   for (Configurable* item : {&tavo.Ver(), &tavo.Ipaddress(), &tavo.Name()})
     item->set_changed(false);
@@ -344,15 +352,15 @@ void Lumet::GotRequest(SocketClient* client, const std::string& text) {
 void Lumet::ClientDisconnected(SocketClient* client) { console.ClientDisconnected(client); }
 
 void Lumet::Expired() {
-  if (platform.discovery)
-    Announce(doc.Conf(), platform.network_interface, server.GetPort(), bonjour);
+  if (instrument.discovery)
+    Announce(doc.Conf(), instrument.network_interface, server.GetPort(), bonjour);
 }
 
 void Lumet::ServiceFound(const std::string& name, const std::string&, const std::string&, int,
                          const std::string&, const SocketAddress& address, const TxtMap& txt) {
   const std::string& serial_number = doc.Conf().Factory().Serialnumber().get();
   if (const auto broker =
-          BrokerOfOwnConsoleUnit(address, txt, serial_number, platform.network_interface))
+          BrokerOfOwnConsoleUnit(address, txt, serial_number, instrument.network_interface))
     bus.MoveTo(*broker, name);
 }
 

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "common/bonjour_client.h"
+#include "common/machine.h"
 #include "common/mqtt_client.h"
-#include "common/platform.h"
 #include "common/poll_processor.h"
 #include "common/restore_network_sanity.h"
 #include "common/socket_server.h"
@@ -22,6 +22,7 @@
 #include "leaf/lumet/console/console_delivery.h"
 #include "leaf/lumet/console/rows.h"
 #include "leaf/lumet/events/event_recorder.h"
+#include "leaf/lumet/instrument.h"
 #include "leaf/lumet/light/light_controller.h"
 #include "leaf/lumet/light/light_quantities.h"
 #include "leaf/lumet/light/timing.h"
@@ -42,8 +43,9 @@ class Lumet : public DSPDevice::Listener,
  public:
   // Opens the device and the console service, so it is built before rights are given up. Throws
   // ErrnoError when it can't. The flags are set when the machine is to go down once the
-  // process has cleaned up; they and `where` must outlive this.
-  Lumet(const Platform& where, bool debug_lines, bool* reboot_ordered, bool* poweroff_ordered);
+  // process has cleaned up; they, `instrument` and `machine` must outlive this.
+  Lumet(const Instrument& instrument, const Machine& machine, bool debug, bool* reboot,
+        bool* poweroff);
   ~Lumet() override;
 
   // Turns the loop until quit, then takes the processor to its safe state and gives clients a
@@ -125,9 +127,12 @@ class Lumet : public DSPDevice::Listener,
   void SaveAll();
   void Dump();
 
-  const Platform& platform;
+  const Instrument& instrument;
   RunTimeEventLogger run_time_logger;
   BonjourClient bonjour;
+  SystemClock system_clock;
+  PtpConfig ptp_service;
+  NetworkConfig network;
   SystemSettings system_settings;
   DocTavo doc;
   MessageBus bus;

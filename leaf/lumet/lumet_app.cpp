@@ -26,13 +26,13 @@ namespace {
 // Gives the process back its effective user at the end of a scope.
 class EffectiveUserKeeper {
  public:
-  explicit EffectiveUserKeeper(const Platform& where) : platform(where), user(geteuid()) {}
-  ~EffectiveUserKeeper() { platform.set_effective_user(user); }
+  explicit EffectiveUserKeeper(const Machine& machine) : machine(machine), user(geteuid()) {}
+  ~EffectiveUserKeeper() { machine.set_effective_user(user); }
   EffectiveUserKeeper(const EffectiveUserKeeper&) = delete;
   EffectiveUserKeeper& operator=(const EffectiveUserKeeper&) = delete;
 
  private:
-  const Platform& platform;
+  const Machine& machine;
   uid_t user;
 };
 
@@ -50,7 +50,8 @@ void PrintUsage() {
 
 }  // namespace
 
-LumetApp::LumetApp(const Platform& where) : DaemonApp(where.pid_file), platform(where) {}
+LumetApp::LumetApp(const Instrument& instrument, const Machine& machine)
+    : DaemonApp(instrument.pid_file), instrument(instrument), machine(machine) {}
 
 int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
   // An interrupt during the start must not skip the clean-up.
@@ -72,8 +73,8 @@ int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
   LockPidFile();
   if (real_time) set_real_time_priority();
 
-  Lumet lumet(platform, debug, reboot, poweroff);
-  const EffectiveUserKeeper keeper(platform);
+  Lumet lumet(instrument, machine, debug, reboot, poweroff);
+  const EffectiveUserKeeper keeper(machine);
   drop_privileges();
   lumet.run();
   return 0;
@@ -124,29 +125,29 @@ int LumetApp::Signal(int signo, const char* who) {
 
 void LumetApp::pin_processor() {
   set_cpu_alignment();
-  write_text_file(platform.cpu_governor, "userspace");
-  write_text_file(platform.cpu_speed, "456000");
+  write_text_file(instrument.cpu_governor, "userspace");
+  write_text_file(instrument.cpu_speed, "456000");
 }
 
-void LumetApp::set_cpu_alignment() { write_text_file(platform.cpu_alignment, "3"); }
+void LumetApp::set_cpu_alignment() { write_text_file(instrument.cpu_alignment, "3"); }
 
 void LumetApp::set_real_time_priority() {
-  if (platform.set_scheduler(SCHED_FIFO, sched_get_priority_min(SCHED_FIFO)) != 0)
+  if (machine.set_scheduler(SCHED_FIFO, sched_get_priority_min(SCHED_FIFO)) != 0)
     throw ErrnoError("set_real_time_priority: Unable to set real-time priority");
-  if (platform.lock_memory(MCL_CURRENT | MCL_FUTURE) != 0)
+  if (machine.lock_memory(MCL_CURRENT | MCL_FUTURE) != 0)
     throw ErrnoError("set_real_time_priority: Unable to lock memory pages");
 }
 
 void LumetApp::drop_privileges() {
-  if (platform.account.empty()) return;
+  if (instrument.account.empty()) return;
   const std::string failure = "Unable to drop priviledges: ";
   errno = 0;
-  const struct passwd* account = getpwnam(platform.account.c_str());
+  const struct passwd* account = getpwnam(instrument.account.c_str());
   if (account == nullptr) {
     if (errno != 0) throw std::runtime_error(failure + std::strerror(errno));
-    throw std::runtime_error(failure + "Username '" + platform.account + "' not found");
+    throw std::runtime_error(failure + "Username '" + instrument.account + "' not found");
   }
-  if (platform.set_effective_user(account->pw_uid) != 0)
+  if (machine.set_effective_user(account->pw_uid) != 0)
     throw std::runtime_error(failure + std::strerror(errno));
 }
 
@@ -155,21 +156,21 @@ void write_text_file(const std::string& path, const std::string& text) {
   file << text << "\n" << std::flush;
 }
 
-int RunLumet(const Platform& platform, int argc, char** argv) {
+int RunLumet(const Instrument& instrument, const Machine& machine, int argc, char** argv) {
   // Whoever reads the log, through a pipe too, sees each line when it is said.
   setvbuf(stdout, nullptr, _IOLBF, 0);
   bool reboot = false;
   bool poweroff = false;
   int exit_status = -1;
   try {
-    LumetApp app(platform);
+    LumetApp app(instrument, machine);
     exit_status = app.run(&reboot, &poweroff, argc, argv);
   } catch (...) {
     PrintCurrentException();
   }
   if (reboot)
-    platform.run_command("/usr/bin/reboot");
+    machine.run_command("/usr/bin/reboot");
   else if (poweroff)
-    platform.run_command("/usr/bin/poweroff");
+    machine.run_command("/usr/bin/poweroff");
   return exit_status;
 }

@@ -3,14 +3,15 @@
 #include <string>
 
 #include "common/daemon_app.h"
-#include "common/platform.h"
+#include "common/machine.h"
+#include "leaf/lumet/instrument.h"
 
 // Turns the command line into one of four outcomes: show the usage, signal a running instance, run
 // the self-tests, or run the measurement service. The process stays in the foreground.
 class LumetApp : public DaemonApp {
  public:
-  // `platform` must outlive this.
-  explicit LumetApp(const Platform& platform);
+  // Both must outlive this.
+  LumetApp(const Instrument& instrument, const Machine& machine);
 
   // All of the program between start and clean-up; returns the exit status. Sets `reboot` or
   // `poweroff` when the machine is to go down behind it. Failures are exceptions; one that ends
@@ -29,10 +30,11 @@ class LumetApp : public DaemonApp {
   void set_cpu_alignment();
   // Lowest real-time priority, all memory locked.
   void set_real_time_priority();
-  // Goes on as the account of the platform; the real user stays, so rights can be had back.
+  // Goes on as the account of the instrument; the real user stays, so rights can be had back.
   void drop_privileges();
 
-  const Platform& platform;
+  const Instrument& instrument;
+  const Machine& machine;
   bool real_time = false;
   bool debug = false;
   bool unit_tests = false;
@@ -41,6 +43,6 @@ class LumetApp : public DaemonApp {
 // Truncates `path` and writes `text` and a line feed; a failure goes unnoticed.
 void write_text_file(const std::string& path, const std::string& text);
 
-// The whole of `main` on a platform: runs a LumetApp, reports what it throws, and last of all takes
-// the machine down if that was ordered. Returns the exit status.
-int RunLumet(const Platform& platform, int argc, char** argv);
+// The whole of `main` for an instrument on a machine: runs a LumetApp, reports what it throws, and
+// last of all takes the machine down if that was ordered. Returns the exit status.
+int RunLumet(const Instrument& instrument, const Machine& machine, int argc, char** argv);

@@ -1,3 +1,3 @@
 #include "leaf/lumet/lumet_app.h"
 
-int main(int argc, char** argv) { return RunLumet(Platform(), argc, argv); }
+int main(int argc, char** argv) { return RunLumet(Instrument(), Machine(), argc, argv); }

@@ -95,8 +95,8 @@ void DiagnosticsCases() {
 
 void ZeroingCases() {
   DocTavo doc;
-  const Platform platform;
-  Zeroing zeroing(doc, platform);
+  const Machine machine;
+  Zeroing zeroing(doc, "", machine);
   const auto feed = [&](std::uint16_t code, float dc, float pc, int samples) {
     std::string taken;
     for (int i = 0; i < samples; ++i) taken += zeroing.Take(0, dc, pc, code).value_or(".");
@@ -121,17 +121,16 @@ void ZeroingCases() {
 // The kernel's files, with what is written to them.
 void SensorCases() {
   const TemporaryDirectory directory;
-  Platform platform;
-  platform.i2c_devices = directory.Path();
+  Machine machine;
   int rights = 0;
-  platform.set_effective_user = [&](uid_t) {
+  machine.set_effective_user = [&](uid_t) {
     ++rights;
     return 0;
   };
   for (const char* name : {"49", "4a", "4b", "4c"})
     directory.Write(std::string("i2c-1/1-00") + name + "/temp1_input",
                     name == std::string("4b") ? "x" : "41500\n");
-  HWMon sensors(platform);
+  HWMon sensors(directory.Path(), machine);
   ExpectEqual(sensors.MaxTemperature(), 0.0F, "before the first pass");
   sensors.Expired();
   ExpectTrue(sensors.Temperatures() == BoardTemperatures{41.5F, 41.5F, 0, 41.5F, 0}, "a pass");

@@ -25,10 +25,11 @@ std::string Hex(const char* format, unsigned number) {
 
 }  // namespace
 
-HWMon::HWMon(const Platform& where) : PollTimer(kPeriodMs, true), platform(where) {
+HWMon::HWMon(const std::string& i2c_devices, const Machine& machine)
+    : PollTimer(kPeriodMs, true), machine(machine) {
   std::transform(kSensors.begin(), kSensors.end(), sensors.begin(), [&](const SensorPlace& place) {
     const std::string bus = std::to_string(place.bus);
-    const std::string bus_path = platform.i2c_devices + "/i2c-" + bus;
+    const std::string bus_path = i2c_devices + "/i2c-" + bus;
     return Sensor{bus_path, bus_path + "/" + bus + "-" + Hex("%04x", place.address), place.chip,
                   Hex("0x%x", place.address)};
   });
@@ -60,7 +61,7 @@ void HWMon::Expired() {
 
 void HWMon::EnsureDevice(const Sensor& sensor) const {
   if (Exists(sensor.device_path + "/temp1_input")) return;
-  const PrivilegeGuard rights(platform);
+  const PrivilegeGuard rights(machine);
   if (Exists(sensor.device_path))
     std::ofstream(sensor.bus_path + "/delete_device") << sensor.address_text;
   std::ofstream(sensor.bus_path + "/new_device") << sensor.chip << " " << sensor.address_text;

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/platform.h"
+#include "common/machine.h"
 #include "common/poll_processor.h"
 #include "leaf/lumet/board/sensors.h"
 
@@ -13,8 +13,9 @@
 // set up again, at each pass for as long as it is missing.
 class HWMon : public PollTimer {
  public:
-  // `where` must outlive this.
-  explicit HWMon(const Platform& where);
+  // `i2c_devices` is where the kernel shows the devices of its I2C buses. `machine` must outlive
+  // this.
+  HWMon(const std::string& i2c_devices, const Machine& machine);
 
   // One pass over all sensors. One that can't be read keeps its last value.
   void Expired() override;
@@ -36,7 +37,7 @@ class HWMon : public PollTimer {
   };
   void EnsureDevice(const Sensor& sensor) const;
 
-  const Platform& platform;
+  const Machine& machine;
   std::array<Sensor, kSensors.size()> sensors;
   BoardTemperatures temperatures = {};
 };

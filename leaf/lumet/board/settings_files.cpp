@@ -32,12 +32,12 @@ class SettingsFiles::Mask {
   std::vector<Configurable*> masked;
 };
 
-SettingsFiles::SettingsFiles(DocTavo& document, const Platform& where)
+SettingsFiles::SettingsFiles(DocTavo& document, const Paths& paths, const Machine& machine)
     : doc(document),
-      platform(where),
-      factory{where.factory_settings, saved_factory_count},
-      cal{where.cal_settings, saved_cal_count},
-      main{where.main_settings, saved_main_count} {}
+      machine(machine),
+      factory{paths.factory, saved_factory_count},
+      cal{paths.cal, saved_cal_count},
+      main{paths.main, saved_main_count} {}
 
 void SettingsFiles::load_factory() {
   ConfigFactoryTavo& part = doc.Conf().Factory();
@@ -108,7 +108,7 @@ void SettingsFiles::Save(File& file, Configurable& part,
                          const std::vector<Configurable*>& documents) {
   file.unsaved = file.saved_count != part.change_count();
   if (!file.unsaved) return;
-  const PrivilegeGuard rights(platform);
+  const PrivilegeGuard rights(machine);
   if (file.bad && !KeepBadFile(file.path)) return;
   const bool saved = ReplaceFile(file.path, [&](std::ostream& out) {
     for (Configurable* document : documents) document->print_tree(out);

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "common/platform.h"
+#include "common/machine.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
 // The three settings files of the head, each a document from the root of the tree: the factory
@@ -17,8 +17,14 @@
 // with ".bad" behind it before it is replaced.
 class SettingsFiles {
  public:
-  // Both must outlive this.
-  SettingsFiles(DocTavo& document, const Platform& where);
+  struct Paths {
+    std::string factory;
+    std::string cal;
+    std::string main;
+  };
+
+  // `document` and `machine` must outlive this.
+  SettingsFiles(DocTavo& document, const Paths& paths, const Machine& machine);
 
   void load_factory();
   void load_cal();
@@ -52,7 +58,7 @@ class SettingsFiles {
   void Save(File& file, Configurable& part, const std::vector<Configurable*>& documents);
 
   DocTavo& doc;
-  const Platform& platform;
+  const Machine& machine;
   // The change_count of each part when its file last agreed with it.
   std::uint32_t saved_factory_count = 0;
   std::uint32_t saved_cal_count = 0;

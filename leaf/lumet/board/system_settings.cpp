@@ -47,9 +47,6 @@ std::time_t MomentOf(const std::string& date, const std::string& time) {
 
 }  // namespace
 
-SystemSettings::SystemSettings(const Platform& where)
-    : system_clock(where), ptp_service(where), network(where) {}
-
 void SystemSettings::FillInZones(ConfigTavo& tavo) const {
   ConfigTimezone& zone = tavo.Cfg().Clock().Zone();
   if (zone.choices().size() >= 2) return;

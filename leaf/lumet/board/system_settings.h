@@ -2,7 +2,6 @@
 
 #include <ctime>
 
-#include "common/platform.h"
 #include "common/system_clock.h"
 #include "liborrel/doctavo/doc_tavo.h"
 #include "liborrel/network_config.h"
@@ -12,8 +11,9 @@
 // host name and addresses.
 class SystemSettings {
  public:
-  // Throws ErrnoError when the system does not tell its time zones. `where` must outlive this.
-  explicit SystemSettings(const Platform& where);
+  // All must outlive this.
+  SystemSettings(SystemClock& system_clock, PtpConfig& ptp_service, NetworkConfig& network)
+      : system_clock(system_clock), ptp_service(ptp_service), network(network) {}
 
   // The list of zones that the document offers, unless it has one already.
   void FillInZones(ConfigTavo& tavo) const;
@@ -33,7 +33,7 @@ class SystemSettings {
   // Without effect while the clock belongs to a PTP master.
   void SetClock(std::time_t seconds);
 
-  SystemClock system_clock;
-  PtpConfig ptp_service;
-  NetworkConfig network;
+  SystemClock& system_clock;
+  PtpConfig& ptp_service;
+  NetworkConfig& network;
 };

@@ -3,7 +3,6 @@
 #include "common/host_name.h"
 #include "common/network_interface.h"
 #include "common/str_util.h"
-#include "leaf/lumet/version.h"
 
 void Announce(ConfigTavo& tavo, const std::string& interface, int port, BonjourClient& bonjour) {
   const TxtMap txt = {
@@ -14,7 +13,7 @@ void Announce(ConfigTavo& tavo, const std::string& interface, int port, BonjourC
       {"model", "TAVO"},
       {"sn", tavo.Factory().Serialnumber().get()},
       {"type", "Fluorometer System"},
-      {"ver", std::string(kLumetVersion)},
+      {"ver", tavo.Ver().get()},
   };
   bonjour.Restart();
   bonjour.Publish(GetHostName(), "_nemra-tavo._tcp", "local", port, txt);

@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include "common/host_name.h"
-#include "leaf/lumet/version.h"
 
 namespace {
 
@@ -27,10 +26,10 @@ void Attempt(Act act) {
 
 }  // namespace
 
-MessageBus::MessageBus(const Platform& platform, MQTTClient::Listener* listener, DocTavo& document)
+MessageBus::MessageBus(int broker_port, MQTTClient::Listener* listener, DocTavo& document)
     : doc(document),
       mqtt(listener, "Lumet-" + GetHostName(), true),
-      mqttWatcher(mqtt, kFirstBroker, platform.broker_port) {
+      mqttWatcher(mqtt, kFirstBroker, broker_port) {
   mqtt.SetWill(kDeactivateTopic, GetHostName(), 0, false);
   mqttWatcher.SetTimeout(kFirstAttemptMs);
 }
@@ -88,7 +87,7 @@ void MessageBus::PublishDocument() {
 std::string MessageBus::IdentityObject() const {
   // Names and serial number stand as they are; readers know them so.
   return std::string(R"({"MODEL":"TAVO","VERSION":")")
-      .append(kLumetVersion)
+      .append(doc.Conf().Ver().get())
       .append(R"(","NAME":")")
       .append(GetHostName())
       .append(R"(","SN":")")

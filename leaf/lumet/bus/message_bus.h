@@ -8,7 +8,6 @@
 
 #include "common/mqtt_client.h"
 #include "common/mqtt_connection_watcher.h"
-#include "common/platform.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
 // What the head says on the message bus that it shares with its console unit and its sibling heads,
@@ -22,7 +21,7 @@ class MessageBus {
 
   // Tries the broker on this machine from one second on. All must outlive this; `listener` hands
   // what it hears to the operations below.
-  MessageBus(const Platform& platform, MQTTClient::Listener* listener, DocTavo& document);
+  MessageBus(int broker_port, MQTTClient::Listener* listener, DocTavo& document);
 
   // `topic` is subscribed to at each connect, in the order of these calls. Without a '/' in it
   // nothing happens.

@@ -51,7 +51,9 @@ class Console::DocumentLock {
 void Console::ClientConnected(SocketClient* client) {
   client->SetContext(std::make_shared<LumetSocketContext>());
   ConsoleDelivery::SendToClient(
-      client, OpeningBlock(GetHostName(), doc.Conf().Factory().Serialnumber().get(), ConsoleName()),
+      client,
+      OpeningBlock(doc.Conf().Ver().get(), GetHostName(), doc.Conf().Factory().Serialnumber().get(),
+                   ConsoleName()),
       BacklogLimit::kReply);
 }
 
@@ -147,8 +149,7 @@ void Console::RefreshDynamicFields() {
 
   constexpr std::time_t kAddressAge = 14;  // seconds
   if (now - last_address_time <= kAddressAge) return;
-  const NetworkInterface interface = NetworkInterface::Read(platform.network_interface);
-  tavo.Ipaddress().set(interface.address.ToString());
+  tavo.Ipaddress().set(NetworkInterface::Read(interface).address.ToString());
   last_address_time = now;
 }
 
@@ -189,7 +190,7 @@ void Console::CheckForChanges() {
     const auto [client, text] = standingQueries[i];
     if (client->IsOpen()) RunStandingQuery(client, text);
   }
-  bus.PublishDocument();
+  publish_document();
   doc.set_changed(false);
 }
 

@@ -1,15 +1,14 @@
 #pragma once
 
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "common/platform.h"
 #include "common/socket_server.h"
-#include "leaf/lumet/bus/message_bus.h"
 #include "leaf/lumet/console/console_delivery.h"
 #include "leaf/lumet/console/register_console.h"
 #include "liborrel/doctavo/doc_tavo.h"
@@ -20,15 +19,16 @@
 // others can't change settings by documents.
 class Console {
  public:
-  // All must outlive this.
-  Console(DocTavo& document, ConsoleDelivery& delivery, RegisterConsole& register_console,
-          MessageBus& message_bus, const Platform& where, bool debug_lines)
-      : doc(document),
-        clients(delivery),
-        registers(register_console),
-        bus(message_bus),
-        platform(where),
-        debug(debug_lines) {}
+  // `doc`, `clients` and `registers` must outlive this. `interface` is the network interface that
+  // gives the head its address, `publish_document` tells the bus what the document is now.
+  Console(DocTavo& doc, ConsoleDelivery& clients, RegisterConsole& registers, std::string interface,
+          bool debug, std::function<void()> publish_document)
+      : doc(doc),
+        clients(clients),
+        registers(registers),
+        interface(std::move(interface)),
+        debug(debug),
+        publish_document(std::move(publish_document)) {}
 
   void ClientConnected(SocketClient* client);
   void ClientDisconnected(SocketClient* client);
@@ -63,9 +63,9 @@ class Console {
   DocTavo& doc;
   ConsoleDelivery& clients;
   RegisterConsole& registers;
-  MessageBus& bus;
-  const Platform& platform;
+  const std::string interface;
   bool debug;
+  const std::function<void()> publish_document;
   SocketClient* consoleClient = nullptr;
   std::string consoleName;
   std::vector<std::pair<SocketClient*, std::string>> standingQueries;

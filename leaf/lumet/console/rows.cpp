@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "common/number_format.h"
-#include "leaf/lumet/version.h"
 
 namespace {
 
@@ -167,10 +166,11 @@ std::string DataMsgRow(std::string_view prefix, std::string_view text) {
   return std::string("DATAMSG\t").append(prefix).append(text).append("\n");
 }
 
-std::string OpeningBlock(std::string_view host_name, std::string_view serial_number,
+std::string OpeningBlock(std::string_view version, std::string_view host_name,
+                         std::string_view serial_number,
                          const std::optional<std::string>& console_name) {
   std::string block = "DATAEVENT\tMODEL\tTAVO\n";
-  block.append("DATAEVENT\tVERSION\t").append(kLumetVersion).append("\n");
+  block.append("DATAEVENT\tVERSION\t").append(version).append("\n");
   block.append("DATAEVENT\tNAME\t").append(host_name).append("\n");
   block.append("DATAEVENT\tSN\t").append(serial_number).append("\n");
   if (console_name)

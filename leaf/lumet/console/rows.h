@@ -61,7 +61,8 @@ std::string DataMsgRow(std::string_view prefix, std::string_view text);
 
 // What a client is sent when it connects. `console_name` is that of the client with the console
 // role, if there is one.
-std::string OpeningBlock(std::string_view host_name, std::string_view serial_number,
+std::string OpeningBlock(std::string_view version, std::string_view host_name,
+                         std::string_view serial_number,
                          const std::optional<std::string>& console_name);
 
 // Composes DATA rows, one at a time, in a buffer of its own.

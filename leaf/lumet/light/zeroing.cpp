@@ -42,8 +42,8 @@ void Zeroing::LogCalibration(const Timestamp& time, const std::string& type) {
   doc.Conf().History().add(new ConfigCalRecordTavo(time, type, cal.DC0().get(), cal.Pc0().get()));
   CompactHistory();
 
-  const PrivilegeGuard rights(platform);
-  std::ofstream log(platform.calibration_log, std::ios::app | std::ios::ate);
+  const PrivilegeGuard rights(machine);
+  std::ofstream log(calibration_log, std::ios::app | std::ios::ate);
   if (log.tellp() == std::streampos(0)) {
     log << "timestamp\ttype\t";
     for (const Configurable* zero : cal.children()) log << zero->name() << "\t";

@@ -3,8 +3,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
-#include "common/platform.h"
+#include "common/machine.h"
 #include "common/timestamp.h"
 #include "leaf/lumet/link/sample.h"
 #include "liborrel/doctavo/doc_tavo.h"
@@ -16,8 +17,9 @@
 // zero command starts.
 class Zeroing {
  public:
-  // Both must outlive this.
-  Zeroing(DocTavo& document, const Platform& where) : doc(document), platform(where) {}
+  // `document` and `machine` must outlive this.
+  Zeroing(DocTavo& document, std::string calibration_log, const Machine& machine)
+      : doc(document), calibration_log(std::move(calibration_log)), machine(machine) {}
 
   // Take the place of what was armed before.
   void ArmDC0() { Arm(&Zeroing::ZeroDC0); }
@@ -44,7 +46,8 @@ class Zeroing {
   void CompactHistory();
 
   DocTavo& doc;
-  const Platform& platform;
+  const std::string calibration_log;
+  const Machine& machine;
   Callback zero_callback = nullptr;
   int zero_sample_count = 0;
 };
