@@ -124,6 +124,9 @@ class Lumet : public DSPDevice::Listener,
   // What the `cmd` subtree asks for.
   void CarryOutCommands();
   void StartSequence(ConfigCmdTavo& cmd);
+  // Ends the process, in good order. `order` is what the machine is to do after that: `reboot` or
+  // `poweroff`, which may be null.
+  void End(bool* order);
   void SaveAll();
   void Dump();
 

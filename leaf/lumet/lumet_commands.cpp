@@ -33,11 +33,7 @@ void Lumet::CarryOutCommands() {
     dsp.StartRawCapture(static_cast<std::uint32_t>(capture.Size().get()),
                         static_cast<std::uint32_t>(capture.When().get()));
   }
-  if (cmd.Reboot().get()) {
-    if (reboot != nullptr) *reboot = true;
-    sync();
-    PollProcessor::Instance()->Quit();
-  }
+  if (cmd.Reboot().get()) End(reboot);
 }
 
 void Lumet::StartSequence(ConfigCmdTavo& cmd) {
@@ -110,8 +106,10 @@ void Lumet::HandleXMLUpdate(const std::string& payload) {
   attempt([&] { console.CheckForChanges(); });
 }
 
-void Lumet::HandleSystemShutdown(const std::string&) {
-  if (poweroff != nullptr) *poweroff = true;
+void Lumet::HandleSystemShutdown(const std::string&) { End(poweroff); }
+
+void Lumet::End(bool* order) {
+  if (order != nullptr) *order = true;
   sync();
   PollProcessor::Instance()->Quit();
 }
