@@ -58,7 +58,7 @@ int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
   catch_signal(pending_signals(), SIGINT);
   // A write to a peer that is gone is an error like any other.
   ignore_signal(pending_signals(), SIGPIPE);
-  // And so is a file that may grow no further.
+  // So is a file that has reached its limit.
   ignore_signal(pending_signals(), SIGXFSZ);
   pin_processor();
 
@@ -68,7 +68,7 @@ int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
     RunSelfTests(std::cout);
     return 0;
   }
-  // From here on others know whom to signal; the loop looks at what they say once it turns.
+  // From here on others know whom to signal; the loop sees their signals once it turns.
   for (const int signo : {SIGTERM, SIGUSR1}) catch_signal(pending_signals(), signo);
   LockPidFile();
   if (real_time) set_real_time_priority();
@@ -157,7 +157,7 @@ void write_text_file(const std::string& path, const std::string& text) {
 }
 
 int RunLumet(const Instrument& instrument, const Machine& machine, int argc, char** argv) {
-  // Whoever reads the log, through a pipe too, sees each line when it is said.
+  // Each line of the log leaves at once, into a pipe too.
   setvbuf(stdout, nullptr, _IOLBF, 0);
   bool reboot = false;
   bool poweroff = false;

@@ -14,7 +14,7 @@ class LumetApp : public DaemonApp {
   LumetApp(const Instrument& instrument, const Machine& machine);
 
   // All of the program between start and clean-up; returns the exit status. Sets `reboot` or
-  // `poweroff` when the machine is to go down behind it. Failures are exceptions; one that ends
+  // `poweroff` when the machine is to go down after it. Failures are exceptions; one that ends
   // the service has taken the processor to its safe state.
   int run(bool* reboot, bool* poweroff, int argc, char** argv);
 

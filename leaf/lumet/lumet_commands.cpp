@@ -11,7 +11,7 @@
 void Lumet::CarryOutCommands() {
   ConfigCmdTavo& cmd = doc.Conf().Cmd();
   StartSequence(cmd);
-  // Of each pair one wins, and not the same side; clients rely on it.
+  // Protocol: if both are set, `on` wins for red modulation, `off` for the test vector.
   if (cmd.Redmodon().get()) {
     dsp.RedModulationOn();
     diag_word &= ~REDMODOFF;
@@ -37,7 +37,7 @@ void Lumet::CarryOutCommands() {
 }
 
 void Lumet::StartSequence(ConfigCmdTavo& cmd) {
-  // The first that is set acts, and no other.
+  // Only the first that is set acts.
   if (cmd.Rect().get()) {
     SelectFlash(FlashMode::kRect);
     dsp.StartRectFlash();
@@ -102,7 +102,7 @@ void Lumet::HandleXMLUpdate(const std::string& payload) {
     console.RefreshDynamicFields();
     doc.request(in, unheard);
   });
-  // Behind a failure too: the marks that it left behind would fail every later update.
+  // This runs after a failure too: the marks that it has left would fail every later update.
   attempt([&] { console.CheckForChanges(); });
 }
 
@@ -120,9 +120,9 @@ void Lumet::_HandlePowerButton(const std::string& payload) {
     std::istringstream in(payload);
     if (!Json::parseFromStream(Json::CharReaderBuilder(), in, &json, nullptr)) return;
     if (debug) std::cout << "_HandlePowerButton: json=" << json << "\n";
-    // The disks, ahead of the power; the shutdown itself has a message of its own.
+    // The disks are synced before the power goes; the shutdown itself has a message of its own.
     if (json.isObject() && json["PowerAction"] == "shutdown") sync();
   } catch (const Json::Exception&) {
-    // What is nested too deep to be read is no JSON either, and is passed over like it.
+    // JSON that is nested too deep to be read is passed over like what is no JSON.
   }
 }

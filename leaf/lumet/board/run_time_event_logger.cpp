@@ -49,7 +49,7 @@ std::optional<Json::Value> Snapshot(std::string_view line) {
         parsed.isObject())
       return parsed;
   } catch (const Json::Exception&) {
-    // As good as a line that does not parse.
+    // This is no better than a line that does not parse.
   }
   return std::nullopt;
 }
@@ -92,7 +92,7 @@ class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
 
   int NextValue(const std::string& key) {
     Json::Value& counter = state[key];
-    // What is no number, as in a line that somebody has edited, starts anew.
+    // A non-numeric counter restarts at 1: somebody may have edited the line.
     const int next =
         counter.isInt() && counter.asInt() < Json::Value::maxInt ? counter.asInt() + 1 : 1;
     counter = next;

@@ -3,13 +3,13 @@
 #include <memory>
 #include <string>
 
-// Counts what must not start anew with the process: minutes of running, power cycles, and numbers
-// for events. The counters are kept as the last line of a log that only grows, one JSON object each
-// quarter of an hour and one at the end; a power cut loses what came since.
+// Keeps counts that outlive the process: minutes of running, power cycles, and numbers of events.
+// The counters are kept as the last line of a log that only grows, one JSON object each quarter of
+// an hour and one at the end; a power cut loses what came since.
 class RunTimeEventLogger {
  public:
-  // Goes on from the last whole line of the log at `path`, and counts a power cycle. Behind a torn
-  // line that still shows an event number, the next is above that. A log that can't be read or
+  // Goes on from the last whole line of the log at `path`, and counts a power cycle. After a torn
+  // line that still shows an event number, the next number is above it. A log that can't be read or
   // written is not noticed; each line that is due tries it again.
   explicit RunTimeEventLogger(const std::string& path);
   ~RunTimeEventLogger();

@@ -75,7 +75,7 @@ void LumetLightController::LoadSettings() {
   ConfigCfgTavo& cfg = _doc.Conf().Cfg();
   _setpoint = cfg.Lightsource().QSetpoint().get();
   _outrate = static_cast<std::uint32_t>(cfg.Measure().Outrate().get());
-  // Two updates a second, if there are samples enough.
+  // There are two updates a second, if there are enough samples.
   _samples_per_update = std::max(_outrate / 2, kFewestSamples);
   const float new_scale =
       static_cast<float>(_outrate) / static_cast<float>(2 * _samples_per_update);
@@ -87,7 +87,8 @@ void LumetLightController::LoadSettings() {
 bool LumetLightController::Step(float measured_pfd) {
   constexpr float kIntegralLimit = 30000;
   constexpr float kHighestFraction = 100;
-  // A little below zero, so that the DAC may go below its own.
+  // Protocol: the fraction may fall a little below zero, so that the DAC may fall below its own
+  // zero.
   constexpr float kLowestFraction = -0.01F;
 
   if (!_enabled) return false;
@@ -106,7 +107,7 @@ bool LumetLightController::Step(float measured_pfd) {
                  -kIntegralLimit, kIntegralLimit);
   const float pi = ((integral * _integral_scale) / _integral_time + error) * _gain;
   _dac_fraction = pi / Qmax;
-  // At a limit the integral stays, so that the light comes back from there at once.
+  // At a limit the integral stays, so that the light leaves the limit at once.
   if (_dac_fraction > kHighestFraction)
     _dac_fraction = kHighestFraction;
   else if (_dac_fraction < kLowestFraction)

@@ -18,12 +18,12 @@ struct LightCalibration {
   LightSourceCalibration modred;
 };
 
-// The nearest number that 16 bits hold, halves upwards; what is no number gives 0.
+// The nearest number that 16 bits hold, halves upwards; NaN gives 0.
 std::uint16_t RoundToWord(float value);
 
 // Fills in PFD, REDMODAVG and the three shares of the actinic light from the measured values of
-// `sample`. `transmittance`, 0..1, is that of the light path in force; it scales PFD alone, clients
-// rely on REDMODAVG as it is. Single precision throughout. Without actinic light the shares keep
+// `sample`. `transmittance`, 0..1, is that of the light path in force; it scales PFD alone.
+// Single precision throughout. Without actinic light the shares keep
 // what the sample holds.
 void DeriveLightQuantities(const LightCalibration& calibration, float transmittance,
                            DataSample& sample);

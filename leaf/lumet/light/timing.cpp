@@ -76,7 +76,7 @@ std::uint16_t MeasureModred(ConfigCfgMeasure& measure, const LightSourceCalibrat
     case ConfigControlMode::Percent:
       return PercentToDac(measure.DModredPercent().get());
     case ConfigControlMode::Setpoint:
-      // Not divided by the rate, unlike the flux that the actinic light is to complete.
+      // Protocol: not divided by the rate, unlike the flux that the actinic light completes.
       return DacOf(measure.QModredSetpoint().get(), modred);
     default:
       return 0;
@@ -97,7 +97,8 @@ void SetFlashTiming(TimingConfig& timing, ConfigCfgTavo& cfg, FlashMode flash_mo
   const auto set = [&](ConfigurableInteger& outrate, ConfigurableInteger& margin) {
     const unsigned rate = ComputeOutputRate(modrate, Setting(outrate));
     const unsigned around = Setting(margin) * kMicrosecondsPerSecond / rate;
-    // A multiphase flash takes the rectangular flash's duration too, which it has no use for.
+    // Protocol: a multiphase flash bears the duration of the rectangular one, and has no use for
+    // it.
     SetFlashRates(timing, modrate, rate, cfg.Rectflash().Duration().get(), around, around);
   };
   switch (flash_mode) {
@@ -129,7 +130,7 @@ unsigned ComputeOutputRate(unsigned modulation_rate, unsigned requested) {
   const unsigned divisor = std::clamp(modulation_rate / requested, 1U, modulation_rate);
   const unsigned nearest = modulation_rate / divisor;
   if (divisor * nearest == modulation_rate) return nearest;
-  // Both ways from the request, the smaller divisor first.
+  // The search goes both ways from the request, and tries the smaller divisor first.
   unsigned up = nearest + 1;
   for (unsigned down = divisor - 1; down > 0 && up <= modulation_rate; --down, ++up) {
     if (modulation_rate % down == 0) return modulation_rate / down;
@@ -146,7 +147,7 @@ TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
   const LightCalibration calibration = LightCalibrationOf(tavo);
   const int control = cfg.Lightsource().Control().get();
   const bool in_percent = control == ConfigLightSourceModeTavo::Percent;
-  // The level of a light by the two settings that it has.
+  // Each light has two settings for its level.
   const auto level = [&](ConfigurableFloat& percent, ConfigurableFloat& flux,
                          const LightSourceCalibration& source) {
     return in_percent ? PercentToDac(percent.get()) : DacOf(flux.get(), source);

@@ -21,6 +21,6 @@ TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
 unsigned ComputeOutputRate(unsigned modulation_rate, unsigned requested);
 
 // DAC counts for `percent` of a source's range, and for a flux of `q` µmol/m²/s of a source with
-// this calibration. What is beyond the DAC gets its nearest end, and so does what is no number.
+// this calibration. What is beyond the DAC gets its nearest end; NaN gives 0.
 std::uint16_t PercentToDac(float percent);
 std::uint16_t FluxToDac(float q, float F, float u, float zero);

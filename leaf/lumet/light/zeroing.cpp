@@ -26,7 +26,7 @@ std::optional<std::string> Zeroing::AddReading(ConfigurableInteger& zero, float 
   constexpr int kSettling = 4;
   constexpr double kLargest = 1e9;  // far beyond any detector
   if (code != kFlash || ++zero_sample_count <= kSettling) return std::nullopt;
-  // Halves away from zero.
+  // Halves round away from zero.
   const double rounded = std::isnan(reading) ? 0 : std::round(double{reading});
   const int old_value = zero.get();
   const auto new_value = static_cast<int>(std::clamp(old_value + rounded, -kLargest, kLargest));
