@@ -24,9 +24,8 @@
 // after it.
 //
 // A device that hangs up prints a line, and the head does without it. It is looked at, and opened
-// again, once a second. When it is back, it is reset and gets all that sets it up, as it was sent
-// last or would have been sent meanwhile; flashes and the like that were asked for while it was
-// away are not made up for.
+// again, once a second. When it is back, it is reset and gets all that sets it up, as it was
+// ordered last; flashes and the like that were ordered while it was away are dropped.
 class DSPDevice : public PollItem, public PollTimer {
  public:
   // The bounds of the link, in bytes, and what happens beyond them.
