@@ -9,11 +9,14 @@
 #include <cmath>
 #include <ctime>
 #include <optional>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "bench/environment_file.h"
 #include "bench/recording.h"
 #include "common/errno_error.h"
+#include "leaf/lumet/link/dsp_device.h"
 
 namespace {
 
@@ -65,7 +68,7 @@ class SimulatedClock {
 class Link {
  public:
   Link(int its_descriptor, const LinkOptions& options)
-      : descriptor(its_descriptor), clock(options.speed), packet(65536) {
+      : descriptor(its_descriptor), clock(options.speed), packet(DSPDevice::Bounds::kPacket) {
     if (!options.record.empty()) recording.emplace(options.record);
   }
 
@@ -90,9 +93,13 @@ class Link {
   template <class Handle>
   bool Receive(Handle handle) {
     if ((entry.revents & (POLLIN | POLLHUP)) == 0) return true;
-    const ssize_t count = recv(descriptor, packet.data(), packet.size(), MSG_DONTWAIT);
+    const ssize_t count = recv(descriptor, packet.data(), packet.size(), MSG_DONTWAIT | MSG_TRUNC);
     if (count == 0 || Gone(count)) return false;
     if (count < 0) return true;
+    // Its last commands are lost, and with them their answers.
+    if (static_cast<std::size_t>(count) > packet.size())
+      throw std::runtime_error("simulated processor: a packet of " + std::to_string(count) +
+                               " bytes is more than the device takes");
     const auto bytes = std::span(packet).first(static_cast<std::size_t>(count));
     Record(RecordedPacket::kToProcessor, bytes);
     handle(bytes);

@@ -72,7 +72,8 @@ Lumet::Lumet(const Instrument& instrument, const Machine& machine, bool debug, b
       files(doc, {instrument.factory_settings, instrument.cal_settings, instrument.main_settings},
             machine),
       save_retry(files, system_settings),
-      dsp(instrument.dsp_fd >= 0 ? DSPDevice(instrument.dsp_fd) : DSPDevice(instrument.dsp_device)),
+      dsp(instrument.dsp_fd >= 0 ? DSPDevice(instrument.dsp_fd)
+                                 : DSPDevice(instrument.dsp_device, &machine)),
       server("\n", AF_INET6),
       clients(server),
       registers(dsp, clients, debug),
@@ -119,6 +120,7 @@ void Lumet::run() {
     std::cout << "Exiting...\n";
   });
   dsp.AllOff();
+  Guarded([this] { dsp.Drain(std::chrono::steady_clock::now() + DSPDevice::kLongestStop); });
   // The processor needs a moment for that before its device closes; clients may use it.
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   Guarded([&] { server.Drain(end); });
@@ -308,7 +310,7 @@ void Lumet::GotBadCommand(const std::string& text) { ShowMessage("DSP Bad cmd: "
 
 void Lumet::GotInitMessage(const std::string& text) {
   ShowMessage("DSP INIT: ", text);
-  registers.ProcessorHasStarted();
+  registers.LostAllReads();
 }
 
 void Lumet::GotInfoMessage(const std::string& text) { ShowMessage("DSP: ", text); }
@@ -342,6 +344,10 @@ void Lumet::GotRawCapture(std::uint32_t, const std::uint8_t* bytes, std::uint32_
   if (!rows.empty())
     clients.SendToFlagged(rows, LumetSocketContext::kDataRawCapture, BacklogLimit::kDiagnostic);
 }
+
+void Lumet::LostRegisterReads(std::size_t count) { registers.LostReads(count); }
+
+void Lumet::LostDevice() { registers.LostAllReads(); }
 
 void Lumet::ClientConnected(SocketClient* client) { console.ClientConnected(client); }
 

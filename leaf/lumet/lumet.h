@@ -73,6 +73,8 @@ class Lumet : public DSPDevice::Listener,
   void GotFatalMessage(const std::string& text) override;
   void GotRegisterValue(std::uint16_t address, std::uint16_t value) override;
   void GotRawCapture(std::uint32_t index, const std::uint8_t* bytes, std::uint32_t count) override;
+  void LostRegisterReads(std::size_t count) override;
+  void LostDevice() override;
 
   // What clients do.
   void ClientConnected(SocketClient* client) override;

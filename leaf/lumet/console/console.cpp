@@ -219,10 +219,10 @@ void Console::HandleRequestText(SocketClient* client, const std::string& text) {
   switch (word[0]) {
     case 'r':
     case 'R':
-      return registers.Read(rest);
+      return registers.Read(client, rest);
     case 'w':
     case 'W':
-      return registers.Write(rest);
+      return registers.Write(client, rest);
     case 'q':
     case 'Q':
       if (word.size() == 1) client->Close();
@@ -254,7 +254,7 @@ void Console::HandleRequestText(SocketClient* client, const std::string& text) {
       }
       return;
     default:
-      if (std::isdigit(static_cast<unsigned char>(word[0])) != 0) registers.Evaluate(text);
+      if (std::isdigit(static_cast<unsigned char>(word[0])) != 0) registers.Evaluate(client, text);
   }
 }
 

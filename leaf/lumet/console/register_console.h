@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -9,38 +10,43 @@
 #include "leaf/lumet/link/dsp_device.h"
 
 // Reading and writing registers of the processor from the console, for bench work. Numbers are
-// hexadecimal. What was read is kept by address until it is cleared.
+// hexadecimal. What was read is kept by address until it is cleared. A command that the link has no
+// room for is dropped, and its client is sent a message.
 class RegisterConsole {
  public:
   // Both must outlive this.
-  RegisterConsole(DSPDevice& device, ConsoleDelivery& delivery, bool debug_lines)
-      : dsp(device), clients(delivery), debug(debug_lines) {}
+  RegisterConsole(DSPDevice& dsp, ConsoleDelivery& clients, bool debug)
+      : dsp(dsp), clients(clients), debug(debug) {}
 
-  // The arguments behind the word of each command; what can't be read does nothing.
-  void Read(std::string_view arguments);
-  void Write(std::string_view arguments);
+  // `client` is the one that sent the command; `arguments` follow its word. What can't be read does
+  // nothing.
+  void Read(SocketClient* client, std::string_view arguments);
+  void Write(SocketClient* client, std::string_view arguments);
   // "<address>=<value>" writes; an address alone reads.
-  void Evaluate(std::string_view line);
+  void Evaluate(SocketClient* client, std::string_view line);
   // Sends the rows of all values, once every read is answered.
   void Out();
   void Clear() { registerValues.clear(); }
 
   // The processor's answer to a read, or a value that it tells on its own.
   void GotValue(std::uint16_t address, std::uint16_t value);
-  // It answers nothing that it was asked before: rows that wait go out with what has come.
-  void ProcessorHasStarted();
+  // So many reads will not be answered. Rows that waited for them alone go out with what has come.
+  void LostReads(std::size_t count);
+  // No read that was sent up to now will be answered.
+  void LostAllReads() { LostReads(pendingRegisterReads); }
   // Time of the latest sample, for the rows.
   void SetTime(double seconds) { time = seconds; }
 
  private:
-  void SendRead(std::uint16_t address);
-  void SendWrite(std::uint16_t address, std::uint16_t value);
+  void SendRead(SocketClient* client, std::uint16_t address);
+  void SendWrite(SocketClient* client, std::uint16_t address, std::uint16_t value);
+  static void TellDropped(SocketClient* client, const std::string& command);
 
   DSPDevice& dsp;
   ConsoleDelivery& clients;
   bool debug;
   std::map<std::uint16_t, std::uint16_t> registerValues;
-  int pendingRegisterReads = 0;
+  std::size_t pendingRegisterReads = 0;  // sent, and not answered so far
   bool outDeferred = false;
   double time = 0;
 };

@@ -1,20 +1,47 @@
 #include "leaf/lumet/link/dsp_device.h"
 
 #include <fcntl.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <iostream>
 #include <sstream>
-#include <string_view>
 #include <utility>
 
+#include "common/errno_error.h"
 #include "common/little_endian.h"
+#include "common/privilege_guard.h"
 
 namespace {
 
-constexpr std::size_t kBufferSize = 16384;
-constexpr std::size_t kMaxPayload = 404;
+constexpr std::size_t kReadSize = 16384;  // bytes
+
+// A device that takes or gives nothing must not stop the loop.
+constexpr int kOpenFlags = O_RDWR | O_NONBLOCK;
+
+constexpr int kWriteAgainMs = 20;   // after a write that failed
+constexpr int kLookAgainMs = 1000;  // at a device that has hung up, or has nothing where it says so
+constexpr int kReadsInVain = 2;     // in a row, until the device is given that pause
+
+constexpr short kHangUpEvents = POLLERR | POLLHUP | POLLNVAL;
+
+// Whether a call may well work at once the next time.
+bool IsMomentary(const std::exception& error) {
+  const auto* failure = dynamic_cast<const ErrnoError*>(&error);
+  return failure != nullptr &&
+         (failure->ErrorNumber() == EAGAIN || failure->ErrorNumber() == EINTR);
+}
+
+bool LacksRights(const ErrnoError& error) {
+  return error.ErrorNumber() == EACCES || error.ErrorNumber() == EPERM;
+}
+
+bool IsRegisterCommand(std::uint16_t code) {
+  return code == static_cast<std::uint16_t>(DSPCode::ReadRegister) ||
+         code == static_cast<std::uint16_t>(DSPCode::WriteRegister);
+}
 
 std::vector<std::uint16_t> Words(const std::uint8_t* from, std::size_t bytes) {
   std::vector<std::uint16_t> words(bytes / 2);
@@ -24,16 +51,25 @@ std::vector<std::uint16_t> Words(const std::uint8_t* from, std::size_t bytes) {
 
 }  // namespace
 
-DSPDevice::DSPDevice(const std::string& path)
-    : PollItem(POLLIN, false), file(path, O_RDWR), borrowed_end(false), read_buffer(kBufferSize) {
-  write_queue.reserve(kBufferSize);
-  Add();
+DSPDevice::DSPDevice(const std::string& path, const Machine* machine)
+    : PollItem(POLLIN, false),
+      PollTimer(-1, true),
+      path(path),
+      machine(machine),
+      file(path, kOpenFlags),
+      borrowed_end(false),
+      read_buffer(kReadSize) {
+  PollItem::Add();
 }
 
 DSPDevice::DSPDevice(int descriptor)
-    : PollItem(POLLIN, false), file(descriptor), borrowed_end(true), read_buffer(kBufferSize) {
-  write_queue.reserve(kBufferSize);
-  Add();
+    : PollItem(POLLIN, false),
+      PollTimer(-1, true),
+      file(descriptor),
+      borrowed_end(true),
+      read_buffer(kReadSize) {
+  file.SetNonBlocking();
+  PollItem::Add();
 }
 
 DSPDevice::Listener* DSPDevice::SetListener(Listener* new_listener) {
@@ -57,14 +93,14 @@ void DSPDevice::StartDarkPulse() { SendBytes(DSPCode::StartDarkPulse, {}); }
 void DSPDevice::BreakSequence() { SendBytes(DSPCode::BreakSequence, {}); }
 void DSPDevice::ResetSequencer() { SendBytes(DSPCode::ResetSequencer, {}); }
 
-void DSPDevice::WriteRegister(std::uint16_t address, std::uint16_t value) {
-  SendPair(DSPCode::WriteRegister, address, value);
+bool DSPDevice::WriteRegister(std::uint16_t address, std::uint16_t value) {
+  return SendPair(DSPCode::WriteRegister, address, value);
 }
 
-void DSPDevice::ReadRegister(std::uint16_t address) {
+bool DSPDevice::ReadRegister(std::uint16_t address) {
   std::array<std::uint8_t, 2> payload = {};
   PutU16(payload.data(), address);
-  SendBytes(DSPCode::ReadRegister, payload);
+  return SendBytes(DSPCode::ReadRegister, payload);
 }
 
 void DSPDevice::StartRawCapture(std::uint32_t size, std::uint32_t when) {
@@ -98,66 +134,245 @@ void DSPDevice::AllOff() {
   off.phase1_duration = off.phase2_duration = off.phase3_duration = 1;
   off.flash_duration = off.dark_duration = 1;
   off.dark_before = off.dark_after = off.red_precharge_time = 1;
-  ResetSequencer();
+  std::size_t reads = 0;
+  write_queue.RemoveWaiting([&](std::uint16_t code) {
+    if (code == static_cast<std::uint16_t>(DSPCode::ReadRegister)) ++reads;
+    Owe(code);
+  });
+  // Also to a device that has hung up: nothing is left untried.
+  Push(static_cast<std::uint16_t>(DSPCode::ResetSequencer), {});
   SetTimingConfig(off);
+  if (is_away) Push(static_cast<std::uint16_t>(DSPCode::SetTimingConfig), off.Encode());
+  owed[SetUpPlace(static_cast<std::uint16_t>(DSPCode::SetTimingConfig))] = false;
   HandleWrite();
+  if (reads > 0 && listener != nullptr) listener->LostRegisterReads(reads);
 }
 
-void DSPDevice::SendBytes(DSPCode code, std::span<const std::uint8_t> payload) {
-  Send(static_cast<std::uint16_t>(code), payload.data(), payload.size());
+bool DSPDevice::Drain(std::chrono::steady_clock::time_point end) {
+  using Milliseconds = std::chrono::milliseconds;
+  while (true) {
+    HandleWrite();
+    if (write_queue.Empty()) return true;
+    const auto left =
+        std::chrono::duration_cast<Milliseconds>(end - std::chrono::steady_clock::now());
+    if (has_ended || left <= Milliseconds(0)) return false;
+    // A pause, or until there is room.
+    const bool can_wait = !is_away && !is_resting;
+    struct pollfd entry = {file.GetFD(), POLLOUT, 0};
+    poll(&entry, can_wait ? 1 : 0,
+         static_cast<int>(std::min<std::int64_t>(left.count(), kWriteAgainMs)));
+    if (is_away) Reopen();
+  }
 }
 
-void DSPDevice::SendWord(DSPCode code, std::uint32_t word) {
+bool DSPDevice::SendBytes(DSPCode code, std::span<const std::uint8_t> payload) {
+  return Send(static_cast<std::uint16_t>(code), payload.data(), payload.size());
+}
+
+bool DSPDevice::SendWord(DSPCode code, std::uint32_t word) {
   std::array<std::uint8_t, 4> payload = {};
   PutU32(payload.data(), word);
-  SendBytes(code, payload);
+  return SendBytes(code, payload);
 }
 
-void DSPDevice::SendPair(DSPCode code, std::uint16_t first, std::uint16_t second) {
-  SendWord(code, first | std::uint32_t{second} << 16);
+bool DSPDevice::SendPair(DSPCode code, std::uint16_t first, std::uint16_t second) {
+  return SendWord(code, first | std::uint32_t{second} << 16);
 }
 
-void DSPDevice::Send(std::uint16_t code, const void* payload, std::size_t length) {
-  RecordHeader header;
-  header.code = code;
-  header.length = static_cast<std::uint16_t>(std::min(length, kMaxPayload));
-  const auto head = header.Encode();
-  const auto* bytes = static_cast<const std::uint8_t*>(payload);
-  write_queue.insert(write_queue.end(), head.begin(), head.end());
-  write_queue.insert(write_queue.end(), bytes, bytes + header.length);
-  write_queue.resize(write_queue.size() + PaddedLength(header.length) - header.length);
-  SetEvents(POLLIN | POLLOUT);
+bool DSPDevice::Send(std::uint16_t code, const void* payload, std::size_t length) {
+  const std::span bytes(static_cast<const std::uint8_t*>(payload),
+                        std::min(length, Bounds::kPayload));
+  const std::size_t place = SetUpPlace(code);
+  if (place < in_force.size()) in_force[place].assign(bytes.begin(), bytes.end());
+  return !is_away && Push(code, bytes);
+}
+
+bool DSPDevice::Push(std::uint16_t code, std::span<const std::uint8_t> payload) {
+  const bool is_register = IsRegisterCommand(code);
+  const bool fits =
+      write_queue.Push(code, payload, is_register ? Bounds::kRegisterQueue : Bounds::kQueue);
+  if (!fits && !is_register && !is_overfull) {
+    is_overfull = true;
+    std::cout << "DSPDevice: the queue to the signal processor is full; commands are dropped\n";
+  }
+  if (!fits) Owe(code);
+  UpdateEvents();
+  return fits;
+}
+
+std::size_t DSPDevice::SetUpPlace(std::uint16_t code) {
+  const auto* found = std::find(kSetUp.begin(), kSetUp.end(), static_cast<DSPCode>(code));
+  return static_cast<std::size_t>(found - kSetUp.begin());
+}
+
+void DSPDevice::Owe(std::uint16_t code) {
+  const std::size_t place = SetUpPlace(code);
+  if (place < owed.size()) owed[place] = true;
+}
+
+void DSPDevice::SendOwed() {
+  for (std::size_t place = 0; place < kSetUp.size(); ++place)
+    if (std::exchange(owed[place], false) && !in_force[place].empty())
+      Push(static_cast<std::uint16_t>(kSetUp[place]), in_force[place]);
+  UpdateEvents();
+}
+
+void DSPDevice::Rest() {
+  is_resting = true;
+  if (!is_away) SetTimeout(kWriteAgainMs);
+}
+
+void DSPDevice::UpdateEvents() {
+  unsigned mask = 0;
+  if (!is_deaf) mask |= POLLIN;
+  const bool owes = std::ranges::find(owed, true) != owed.end();
+  if (!is_resting && (owes || !write_queue.Empty())) mask |= POLLOUT;
+  // An item without events is not polled, whatever its descriptor says.
+  SetEvents(static_cast<unsigned short>(is_away ? 0 : mask));
 }
 
 void DSPDevice::HandleWrite() {
   try {
-    if (!write_queue.empty()) {
-      const int written = file.Write(write_queue.data(), static_cast<unsigned>(write_queue.size()));
-      write_queue.erase(write_queue.begin(), write_queue.begin() + written);
+    const std::span<const std::uint8_t> packet = write_queue.Packet(Bounds::kPacket);
+    if (!packet.empty()) {
+      const int written = file.Write(packet.data(), static_cast<unsigned>(packet.size()));
+      write_queue.Written(static_cast<std::size_t>(written));
+      is_resting = false;
+      if (written == 0) Rest();
+      if (write_failed) std::cout << "DSPDevice::HandleWrite(): writing works again\n";
+      write_failed = false;
     }
-    if (write_queue.empty()) SetEvents(POLLIN);
   } catch (const std::exception& error) {
-    std::cout << "DSPDevice::HandleWrite(): ERROR: " << error.what() << "\n";
+    Rest();
+    if (!write_failed && !is_away && !IsMomentary(error)) {
+      std::cout << "DSPDevice::HandleWrite(): ERROR: " << error.what() << "\n";
+      write_failed = true;
+    }
   }
+  if (write_queue.Empty()) is_overfull = false;
+  UpdateEvents();
+}
+
+void DSPDevice::HandleEvents(int revents) {
+  PollItem::HandleEvents(revents);
+  if (write_queue.Empty() && !is_away) SendOwed();
+  // As long as there is something to read, that is read first.
+  const bool had_data = (revents & POLLIN) != 0 && reads_in_vain == 0;
+  if ((revents & kHangUpEvents) != 0 && !had_data) HungUp();
 }
 
 void DSPDevice::HandleRead() {
+  int count = 0;
   try {
-    const int count = file.Read(read_buffer.data(), static_cast<unsigned>(read_buffer.size()));
-    if (count == 0 && borrowed_end) EndOfFile();
-    if (count <= 0 || listener == nullptr) return;
-    std::span<const std::uint8_t> rest(read_buffer.data(), static_cast<std::size_t>(count));
-    while (rest.size() >= RecordHeader::kSize)
-      rest = rest.subspan(std::min(DecodeRecord(rest), rest.size()));
+    count = file.Read(read_buffer.data(), static_cast<unsigned>(read_buffer.size()));
   } catch (const std::exception& error) {
-    std::cout << "DSPDevice::HandleRead(): ERROR: " << error.what() << "\n";
+    if (IsMomentary(error)) return;
+    if (!read_failed) std::cout << "DSPDevice::HandleRead(): ERROR: " << error.what() << "\n";
+    read_failed = true;
+    return NothingRead();
   }
+  read_failed = false;
+  if (count == 0) return borrowed_end ? EndOfFile() : NothingRead();
+  reads_in_vain = 0;
+  DecodeRecords(static_cast<std::size_t>(count));
+}
+
+void DSPDevice::NothingRead() {
+  if (++reads_in_vain < kReadsInVain) return;
+  is_deaf = true;
+  SetTimeout(is_resting ? kWriteAgainMs : kLookAgainMs);
+  UpdateEvents();
+}
+
+void DSPDevice::HungUp() {
+  if (is_away || has_ended) return;
+  if (borrowed_end) return EndOfFile();
+  std::cout << "DSPDevice: the signal processor's device has hung up\n";
+  is_away = true;
+  is_resting = is_deaf = write_failed = read_failed = is_overfull = false;
+  write_queue.Clear();
+  UpdateEvents();
+  SetTimeout(kLookAgainMs);
+  if (listener != nullptr) listener->LostDevice();
 }
 
 void DSPDevice::EndOfFile() {
   std::cout << "DSPDevice: the signal processor has closed its end of the link\n";
-  Remove();
+  has_ended = true;
+  PollItem::Remove();
   PollProcessor::Instance()->Quit();
+}
+
+void DSPDevice::Expired() {
+  if (is_away) {
+    if (!GoOn()) SetTimeout(kLookAgainMs);
+  } else {
+    is_resting = is_deaf = false;
+    UpdateEvents();
+  }
+}
+
+void DSPDevice::Reopen() {
+  // What fails here needs no word: it was said that the device is away, and it still is.
+  try {
+    try {
+      file.Open(path, kOpenFlags);
+    } catch (const ErrnoError& error) {
+      if (machine == nullptr || !LacksRights(error)) return;
+      // The device was opened first while the process still had all its rights.
+      const PrivilegeGuard rights(*machine);
+      file.Open(path, kOpenFlags);
+    }
+  } catch (const std::exception&) {
+  }
+}
+
+bool DSPDevice::IsBack(std::size_t& count) {
+  if (!file.IsOpen()) return false;
+  struct pollfd entry = {file.GetFD(), POLLIN, 0};
+  if (poll(&entry, 1, 0) < 0) return false;
+  if ((entry.revents & kHangUpEvents) == 0) return true;
+  if ((entry.revents & POLLIN) == 0) return false;
+  try {
+    count = static_cast<std::size_t>(
+        file.Read(read_buffer.data(), static_cast<unsigned>(read_buffer.size())));
+  } catch (const std::exception&) {
+    return false;
+  }
+  return count > 0;
+}
+
+bool DSPDevice::GoOn() {
+  std::size_t count = 0;
+  if (!IsBack(count)) {
+    Reopen();
+    if (!IsBack(count)) return false;
+  }
+  std::cout << "DSPDevice: the signal processor's device is back\n";
+  is_away = false;
+  reads_in_vain = 0;
+  write_queue.Clear();
+  SetUpAgain();
+  if (count > 0) DecodeRecords(count);
+  return true;
+}
+
+void DSPDevice::SetUpAgain() {
+  ResetSequencer();
+  owed.fill(true);
+  SendOwed();
+  RequestVersion();
+}
+
+void DSPDevice::DecodeRecords(std::size_t count) {
+  if (listener == nullptr) return;
+  try {
+    std::span<const std::uint8_t> rest(read_buffer.data(), count);
+    while (rest.size() >= RecordHeader::kSize && listener != nullptr)
+      rest = rest.subspan(std::min(DecodeRecord(rest), rest.size()));
+  } catch (const std::exception& error) {
+    std::cout << "DSPDevice::HandleRead(): ERROR: " << error.what() << "\n";
+  }
 }
 
 std::size_t DSPDevice::DecodeRecord(std::span<const std::uint8_t> bytes) {
@@ -199,11 +414,11 @@ void DSPDevice::Dispatch(const RecordHeader& header, const std::uint8_t* payload
       return listener->GotLegacyData(sample);
     }
     case DSPCode::WordListARecord:
-      if (length >= 9 && length <= kMaxPayload)
+      if (length >= 9 && length <= Bounds::kPayload)
         listener->GotWordListA(header.time, Words(payload + 4, length - 4U));
       return;
     case DSPCode::WordListBRecord:
-      if (length >= 9 && length <= kMaxPayload)
+      if (length >= 9 && length <= Bounds::kPayload)
         listener->GotWordListB(header.time, Words(payload + 4, length - 4U));
       return;
     case DSPCode::WordListCRecord:
@@ -230,7 +445,7 @@ void DSPDevice::Dispatch(const RecordHeader& header, const std::uint8_t* payload
       // An index and a count of bytes stand before the bytes.
       if (length < 8) return;
       const std::uint32_t count = GetU32(payload + 4);
-      if (count > std::min<std::size_t>(length, kMaxPayload) - 8) return;
+      if (count > std::min<std::size_t>(length, Bounds::kPayload) - 8) return;
       return listener->GotRawCapture(GetU32(payload), payload + 8, count);
     }
     default:

@@ -1,13 +1,17 @@
 #pragma once
 
+#include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "common/machine.h"
 #include "common/poll_processor.h"
 #include "common/stream_file.h"
+#include "leaf/lumet/link/command_queue.h"
 #include "leaf/lumet/link/dsp_records.h"
 #include "leaf/lumet/link/sample_clock.h"
 
@@ -15,9 +19,31 @@
 // listener operation for each. The device gives whole records on each read, so nothing is carried
 // over from one read to the next; what is cut off or too short is dropped without a word.
 //
-// There is no time-out and no retry: a processor that falls silent simply sends no samples.
-class DSPDevice : public PollItem {
+// There is no time-out: a processor that falls silent simply sends no samples. A write that fails
+// is tried again until it works; the first failure prints a line, and so does the first success
+// after it.
+//
+// A device that hangs up prints a line, and the head does without it. It is looked at, and opened
+// again, once a second. When it is back, it is reset and gets all that sets it up, as it was
+// ordered last; flashes and the like that were ordered while it was away are dropped.
+class DSPDevice : public PollItem, public PollTimer {
  public:
+  // The bounds of the link, in bytes, and what happens beyond them.
+  struct Bounds {
+    // Of a payload; the rest is cut off.
+    static constexpr std::size_t kPayload = 404;
+    // Of one write, which holds whole records; the others follow with the next one.
+    static constexpr std::size_t kPacket = 16384;
+    // Of all commands that wait. Those beyond are dropped; what sets the processor up is sent again
+    // when the queue is empty. A line is printed.
+    static constexpr std::size_t kQueue = std::size_t{1} << 20;
+    // Of the queue as register commands may fill it, so that there is room for light. Those beyond
+    // are dropped, which their caller is told.
+    static constexpr std::size_t kRegisterQueue = kQueue - (std::size_t{64} << 10);
+  };
+  // How long the end of the process may wait for the safe state to be written.
+  static constexpr auto kLongestStop = std::chrono::seconds(1);
+
   // Hears what the processor sends. What is handed over is valid only for the call. Commands may
   // be sent from inside any of these. A std::exception thrown here is printed, and drops the rest
   // of that read.
@@ -49,15 +75,20 @@ class DSPDevice : public PollItem {
     // A `count` of 0 ends the capture.
     virtual void GotRawCapture(std::uint32_t /*index*/, const std::uint8_t* /*bytes*/,
                                std::uint32_t /*count*/) {}
+    // AllOff has removed so many register reads from the queue; there will be no answers to them.
+    virtual void LostRegisterReads(std::size_t /*count*/) {}
+    // The device has hung up; nothing that it was asked will be answered.
+    virtual void LostDevice() {}
   };
 
-  // Opens the device. Throws ErrnoError.
-  explicit DSPDevice(const std::string& path);
+  // Opens the device. Throws ErrnoError. If `machine` is given, which must outlive this, the device
+  // is opened again with superuser rights where the account's own do not suffice.
+  explicit DSPDevice(const std::string& path, const Machine* machine = nullptr);
   // Takes over a descriptor that is open already, one end of a SOCK_SEQPACKET pair. Its end of
-  // file prints a line and ends the loop, for there is no processor any more.
+  // file prints a line and ends the loop, since there is no processor any more.
   explicit DSPDevice(int descriptor);
 
-  // Returns the listener before. Without one, what is read is dropped.
+  // Returns the previous listener. Without one, what is read is dropped.
   Listener* SetListener(Listener* new_listener);
 
   // Each queues one command; the loop writes it.
@@ -70,8 +101,9 @@ class DSPDevice : public PollItem {
   void StartDarkPulse();
   void BreakSequence();
   void ResetSequencer();
-  void WriteRegister(std::uint16_t address, std::uint16_t value);
-  void ReadRegister(std::uint16_t address);
+  // These return false for a command that was dropped: there is no room for it, or no device.
+  bool WriteRegister(std::uint16_t address, std::uint16_t value);
+  bool ReadRegister(std::uint16_t address);
   // `when`: 0 now, 1 measure, 2 flash, 3 dark; anything else means now.
   void StartRawCapture(std::uint32_t size, std::uint32_t when);
   // This head works with format 2 alone.
@@ -82,34 +114,80 @@ class DSPDevice : public PollItem {
   void TestVectorOn();
   void TestVectorOff();
 
-  // Takes the processor to its safe state, and writes at once, since at the end of the process the
-  // loop no longer turns.
+  // Takes the processor to its safe state. This goes ahead of everything that waits, and removes it
+  // from the queue; of that, the loop sends only what sets the processor up again, light aside.
+  // Writes at once, since at the end of the process the loop no longer turns.
   void AllOff();
+  // Writes what is queued, until `end` at the latest. Returns whether all of it was written.
+  bool Drain(std::chrono::steady_clock::time_point end);
 
-  // What all of the above come down to. A payload is cut off at 404 bytes.
-  void Send(std::uint16_t code, const void* payload, std::size_t length);
+  // What all commands come down to. A payload is cut off at its bound. Returns false if the command
+  // was dropped.
+  bool Send(std::uint16_t code, const void* payload, std::size_t length);
 
   int GetFD() override { return file.GetFD(); }
+  void HandleEvents(int revents) override;
   void HandleRead() override;
   void HandleWrite() override;
+  // Tries again what failed.
+  void Expired() override;
   const char* GetName() override { return "DSPDevice"; }
 
  private:
-  void SendBytes(DSPCode code, std::span<const std::uint8_t> payload);
-  void SendWord(DSPCode code, std::uint32_t word);
-  void SendPair(DSPCode code, std::uint16_t first, std::uint16_t second);
+  bool SendBytes(DSPCode code, std::span<const std::uint8_t> payload);
+  bool SendWord(DSPCode code, std::uint32_t word);
+  bool SendPair(DSPCode code, std::uint16_t first, std::uint16_t second);
+  // Commands that set the processor up, in the order in which they are sent again: light is last.
+  static constexpr std::array kSetUp = {DSPCode::SetOutputFormat,  DSPCode::SetBiasConfig,
+                                        DSPCode::SetRedModulation, DSPCode::SetTestVector,
+                                        DSPCode::SetGpio,          DSPCode::SetTimingConfig};
+  // The place in `in_force` of what is set by this code; its size for other codes.
+  static std::size_t SetUpPlace(std::uint16_t code);
+  // What was dropped of these is sent again as it is then in force, when the queue is empty.
+  void Owe(std::uint16_t code);
+  void SendOwed();
 
+  // Puts a command into the queue, if there is room.
+  bool Push(std::uint16_t code, std::span<const std::uint8_t> payload);
+
+  // Leaves a device alone for a moment that takes nothing, or that gives nothing.
+  void Rest();
+  void NothingRead();
+  void UpdateEvents();
+  void HungUp();
   void EndOfFile();
+  void Reopen();
+  // Whether the device can be used. If it says that it has hung up, and still has something to
+  // read, `count` bytes of that are in `read_buffer`.
+  bool IsBack(std::size_t& count);
+  // Goes on with a device that has hung up, if it is back.
+  bool GoOn();
+  void SetUpAgain();
+
+  void DecodeRecords(std::size_t count);
   // Handles the record at the front of `bytes`, which holds a header at least; returns its length
   // with header and padding.
   std::size_t DecodeRecord(std::span<const std::uint8_t> bytes);
   void Dispatch(const RecordHeader& header, const std::uint8_t* payload);
   void DispatchBatch(const RecordTime& stamp, const std::uint8_t* payload);
 
+  std::string path;
+  const Machine* machine = nullptr;
   StreamFile file;
   bool borrowed_end;  // `file` is one end of a pair, and not the device
   Listener* listener = nullptr;
   std::vector<std::uint8_t> read_buffer;
-  std::vector<std::uint8_t> write_queue;
+  CommandQueue write_queue;
+  // The payload that was sent last, by place in kSetUp; empty if there is none.
+  std::array<std::vector<std::uint8_t>, kSetUp.size()> in_force;
+  std::array<bool, kSetUp.size()> owed = {};
+  bool is_away = false;       // the device has hung up
+  bool has_ended = false;     // the borrowed end is at its end of file
+  bool is_resting = false;    // until the timer expires, nothing is written by the loop
+  bool write_failed = false;  // and no write has worked since
+  bool is_overfull = false;   // a command that is no register command was dropped
+  bool is_deaf = false;       // until the timer expires, nothing is read
+  bool read_failed = false;   // and no read has worked since
+  int reads_in_vain = 0;      // in a row
   SampleClock sample_clock;
 };

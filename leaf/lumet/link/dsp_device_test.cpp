@@ -1,15 +1,21 @@
 #include "leaf/lumet/link/dsp_device.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "common/stream_file.h"
+#include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
 void DSPDeviceCases();
@@ -50,7 +56,11 @@ std::string Batch(std::uint16_t count, const std::vector<std::uint32_t>& ticks) 
 struct Recorder : DSPDevice::Listener {
   std::ostringstream log;
   int records = 0;
+  std::size_t lost_reads = 0;
+  int lost_devices = 0;
 
+  void LostRegisterReads(std::size_t count) override { lost_reads += count; }
+  void LostDevice() override { ++lost_devices; }
   void GotRecord(const RecordTime&, std::uint16_t, const std::uint8_t*, std::uint16_t) override {
     ++records;
   }
@@ -261,6 +271,94 @@ void SendCases() {
   ExpectEqual(Hex(link.Sent()), Hex(Record(0x2008, "") + Record(0x2001, off)), "the safe state");
 }
 
+// What does not fit, and what stops the light all the same.
+void BoundCases() {
+  constexpr std::size_t kReadSize = 16;
+  Link link;
+  std::size_t taken = 0;
+  while (link.device.ReadRegister(1)) ++taken;
+  ExpectEqual(taken, DSPDevice::Bounds::kRegisterQueue / kReadSize, "register reads in the queue");
+  ExpectEqual(link.device.WriteRegister(1, 2), false, "a register write to a full queue");
+  BiasConfig bias;
+  bias.red_bias = 7;
+  link.device.SetBiasConfig(bias);
+  ExpectEqual(link.Sent().size(), DSPDevice::Bounds::kPacket, "bytes of the first packet");
+
+  // The safe state, alone; then what sets the processor up and was in the queue.
+  link.device.AllOff();
+  ExpectEqual(link.listener.lost_reads, taken - DSPDevice::Bounds::kPacket / kReadSize);
+  const std::string safe = link.Sent();
+  ExpectEqual(safe.substr(0, 12), Record(0x2008, ""));
+  ExpectEqual(safe.size(), std::size_t{12 + 12 + 92}, "bytes of the safe state");
+  link.device.HandleEvents(POLLOUT);
+  const std::string owed = link.Sent();
+  ExpectEqual(Hex(owed.substr(8, 2)), Hex(Number(0x2002, 2)));
+  ExpectEqual(owed.size(), std::size_t{12 + 72}, "bytes of what follows");
+
+  // A record that a short write has cut is finished first, whatever else is removed.
+  CommandQueue queue;
+  const std::array<std::uint8_t, 4> payload = {1, 2, 3, 4};
+  for (std::uint16_t code = 1; code <= 3; ++code) queue.Push(code, payload, 48);
+  ExpectEqual(queue.Push(4, payload, 48), false, "a record beyond the limit");
+  ExpectEqual(queue.Packet(47).size(), std::size_t{32}, "whole records in 47 bytes");
+  queue.Written(18);
+  ExpectEqual(queue.Packet(31).size(), std::size_t{30}, "a rest and a record");
+  int removed = 0;
+  queue.RemoveWaiting([&](std::uint16_t code) { removed = removed * 10 + code; });
+  ExpectEqual(removed, 3, "codes of what was removed");
+  ExpectEqual(queue.Packet(47).size(), std::size_t{14}, "the rest of a record that was cut");
+  queue.Written(14);
+  ExpectEqual(queue.Empty(), true);
+}
+
+// A device that hangs up, and comes back under its path.
+void HangUpCases() {
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path() + "/device";
+  const auto connect = [&] {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    grantpt(master);
+    unlockpt(master);
+    unlink(path.c_str());
+    ExpectEqual(symlink(ptsname(master), path.c_str()), 0);
+    return master;
+  };
+  const auto received = [](int master) {
+    std::string bytes(4096, '\0');
+    const ssize_t count = read(master, bytes.data(), bytes.size());
+    return bytes.substr(0, count > 0 ? static_cast<std::size_t>(count) : 0);
+  };
+  StreamFile master(connect());
+  DSPDevice device(path);
+  struct termios raw = {};
+  tcgetattr(device.GetFD(), &raw);
+  cfmakeraw(&raw);
+  tcsetattr(device.GetFD(), TCSANOW, &raw);
+  Recorder listener;
+  device.SetListener(&listener);
+  device.SetOutputFormat(2);
+  device.HandleWrite();
+  ExpectEqual(Hex(received(master.GetFD())), Hex(Record(0x2013, Number(2, 4))));
+
+  master.Close();
+  device.HandleEvents(POLLIN | POLLHUP);
+  ExpectEqual(int{device.GetEvents()}, 0, "events of a device that has hung up");
+  ExpectEqual(listener.lost_devices, 1);
+  ExpectEqual(device.ReadRegister(1), false, "a register read without a device");
+  device.RedModulationOff();
+  device.Expired();
+  ExpectEqual(int{device.GetEvents()}, 0, "events while it is away");
+
+  master.Attach(connect());
+  tcsetattr(master.GetFD(), TCSANOW, &raw);
+  device.Expired();
+  device.HandleWrite();
+  ExpectEqual(Hex(received(master.GetFD())),
+              Hex(Record(0x2008, "") + Record(0x2013, Number(2, 4)) + Record(0x2014, Number(0, 4)) +
+                  Record(0x0005, "")));
+  device.SetListener(nullptr);
+}
+
 void ClockCases() {
   // Each step: the tick and the record's second; the time that comes out, in milliseconds.
   constexpr std::uint32_t kLast = 0xFFFFFFFF;
@@ -278,7 +376,7 @@ void ClockCases() {
       {"not near the wrap", {{0xFF676980, 4284, 4284'967}, {0, 4284, 0}}},
       {"across the wrap",
        {{kLast, 4294, 4294'967}, {0, 4294, 4294'967}, {1'000'000, 4294, 4295'967}}},
-      {"a tick from before the wrap behind it",
+      {"a tick from before the wrap after it",
        {{0xFF676981, 4284, 4284'967},
         {10'000'000, 4284, 4304'967},
         {kLast, 4284, 4294'967},
@@ -313,5 +411,7 @@ void ClockCases() {
 void DSPDeviceCases() {
   ReceiveCases();
   SendCases();
+  BoundCases();
+  HangUpCases();
   ClockCases();
 }

@@ -90,7 +90,7 @@ void BiasFields(Codec wire, Config& config) {
   wire.F32(20, config.blue.F);
   wire.F32(24, config.farred.u);
   wire.F32(32, config.farred.F);
-  // Blue before red here, unlike above: the processor wants it so.
+  // Protocol: blue stands before red here, unlike above.
   wire.F32(36, config.dac_blue_zero);
   wire.F32(40, config.dac_red_zero);
   wire.F32(44, config.dac_farred_zero);
@@ -198,7 +198,7 @@ DataSample ToDataSample(const WireSample& wire, double time) {
 }
 
 LegacySample LegacySample::Decode(const RecordTime& record_time, const std::uint8_t* at) {
-  // Which word of the record each channel is; the channels behind these are 0.
+  // Which word of the record each channel is; the further channels are 0.
   constexpr std::array<std::size_t, 12> kWords = {11, 12, 13, 14, 7, 8, 9, 10, 3, 4, 5, 6};
   LegacySample sample;
   sample.time = record_time.InSeconds();
