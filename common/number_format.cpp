@@ -1,17 +1,19 @@
 #include "common/number_format.h"
 
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
 
 namespace {
 
-// Both powers that a product below can need are exact in a double.
+// Powers that are exact in a double.
 constexpr std::array<double, 12> kPowersOfTen = {1e0, 1e1, 1e2, 1e3, 1e4,  1e5,
                                                  1e6, 1e7, 1e8, 1e9, 1e10, 1e11};
 constexpr int kDigits = 6;  // significant, or behind the point
+constexpr std::uint32_t kPastDigits = 1'000'000;
+constexpr std::uint32_t kHalf = 0x8000'0000;
 
 constexpr std::array<char, 200> MakePairs() {
   std::array<char, 200> pairs = {};
@@ -25,94 +27,286 @@ constexpr std::array<char, 200> kPairs = MakePairs();
 
 void PutPair(char* to, std::uint32_t number) { std::memcpy(to, &kPairs[2 * number], 2); }
 
-void PutSixDigits(char* to, std::uint32_t number) {
-  PutPair(to, number / 10000);
-  PutPair(to + 2, number / 100 % 100);
-  PutPair(to + 4, number % 100);
+// A product of a number of 32 bits with one of 64: its 32 bits before the point, which stands
+// above the lower 64, and those behind it.
+struct Product {
+  std::uint32_t whole;
+  std::uint32_t fraction;
+  std::uint32_t rest;
+
+  Product(std::uint32_t number, std::uint32_t high, std::uint32_t low) {
+    const std::uint64_t lower = std::uint64_t{number} * low;
+    const std::uint64_t upper = std::uint64_t{number} * high + (lower >> 32);
+    whole = static_cast<std::uint32_t>(upper >> 32);
+    fraction = static_cast<std::uint32_t>(upper);
+    rest = static_cast<std::uint32_t>(lower);
+  }
+
+  // To the nearest, from the middle to the even one. The product may be above the true one by less
+  // than `excess` units of the last bit, and the true one has no value in between that is not the
+  // middle.
+  std::uint32_t Rounded(std::uint32_t excess) const {
+    if (fraction != kHalf) return whole + (fraction > kHalf ? 1 : 0);
+    return rest >= excess ? whole + 1 : whole + (whole & 1U);
+  }
+};
+
+// 10^k as a fixed-point number of six words, the lowest first, times 2^exponent. The highest bit is
+// set. Exact for every k above 0 that is used, and below 0 far more so
+// than anybody needs.
+struct PowerOfTen {
+  std::array<std::uint32_t, 6> words = {0, 0, 0, 0, 0, kHalf};
+  int exponent = -191;
+
+  // Moves the words by up to 31 bits.
+  constexpr void ShiftLeft(int bits) {
+    for (std::size_t i = words.size(); i-- > 0;) {
+      const std::uint64_t pair = std::uint64_t{words[i]} << 32 | (i > 0 ? words[i - 1] : 0);
+      words[i] = static_cast<std::uint32_t>(pair >> (32 - bits));
+    }
+    exponent -= bits;
+  }
+  constexpr void TimesTen() {
+    // Room for the product at the top.
+    std::uint32_t carry = 0;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      const std::uint64_t pair =
+          std::uint64_t{i + 1 < words.size() ? words[i + 1] : 0} << 32 | words[i];
+      const std::uint64_t product =
+          std::uint64_t{static_cast<std::uint32_t>(pair >> 4)} * 10 + carry;
+      words[i] = static_cast<std::uint32_t>(product);
+      carry = static_cast<std::uint32_t>(product >> 32);
+    }
+    exponent += 4;
+    if ((words.back() & kHalf) == 0) ShiftLeft(1);
+  }
+  constexpr void ByTen() {
+    std::uint32_t remainder = 0;
+    for (std::size_t i = words.size(); i-- > 0;) {
+      const std::uint64_t pair = std::uint64_t{remainder} << 32 | words[i];
+      words[i] = static_cast<std::uint32_t>(pair / 10);
+      remainder = static_cast<std::uint32_t>(pair % 10);
+    }
+    ShiftLeft(std::countl_zero(words.back()));
+  }
+};
+
+// What six digits of a float take: its 24 bits times `scale`, in units of 2^-64, are the digits
+// before the point.
+struct Scale {
+  std::uint32_t high;
+  std::uint32_t low;
+};
+// The floats of one exponent. A power of ten may stand among them: from there on the second scale
+// holds.
+struct Binade {
+  std::array<Scale, 2> scales;
+  std::int32_t exponent;  // the place of the first digit with the first scale
+};
+
+// A scale is at most a unit too large, and there are 24 bits. Between the middle of two numbers of
+// six digits and this far above there is no float, so what is found there is the middle.
+constexpr std::uint32_t kScaleExcess = 1U << 24;
+
+constexpr int kSmallestBinade = -22;  // as the bits of a normal number would count it
+constexpr int kLargestBinade = 254;
+constexpr int kBinades = kLargestBinade - kSmallestBinade + 1;
+
+// power × 2^binary, rounded up.
+constexpr Scale MakeScale(const PowerOfTen& power, int binary, bool exact) {
+  const int shift = -(power.exponent + binary) - 128;
+  const std::uint64_t top = std::uint64_t{power.words[5]} << 32 | power.words[4];
+  const bool dropped = !exact || (top & ((std::uint64_t{1} << shift) - 1)) != 0 ||
+                       (power.words[0] | power.words[1] | power.words[2] | power.words[3]) != 0;
+  const std::uint64_t scale = (top >> shift) + (dropped ? 1 : 0);
+  return {static_cast<std::uint32_t>(scale >> 32), static_cast<std::uint32_t>(scale)};
 }
 
-// Rounds a number of up to 1e6 that carries an error of less than 1e-9. False if the error could
-// decide which way it goes; such a number lies near the middle between two integers.
-bool RoundSurely(double scaled, std::uint32_t& rounded) {
-  rounded = static_cast<std::uint32_t>(scaled);
-  const double fraction = scaled - rounded;
-  if (std::fabs(fraction - 0.5) < 1e-8) return false;
-  rounded += fraction > 0.5 ? 1 : 0;
-  return true;
+constexpr std::array<Binade, kBinades> MakeBinades() {
+  constexpr int kLargestExponent = 38;
+  constexpr int kSmallestExponent = -45;
+  // 10^(5 - exponent) for every exponent and one more.
+  constexpr int kLowestPower = kDigits - 2 - kLargestExponent;
+  constexpr int kHighestPower = kDigits - 1 - kSmallestExponent;
+  std::array<PowerOfTen, kHighestPower - kLowestPower + 1> powers = {};
+  const auto power = [&](int k) -> PowerOfTen& {
+    return powers[static_cast<std::size_t>(k - kLowestPower)];
+  };
+  for (int k = 1; k <= kHighestPower; ++k) (power(k) = power(k - 1)).TimesTen();
+  for (int k = -1; k >= kLowestPower; --k) (power(k) = power(k + 1)).ByTen();
+
+  std::array<Binade, kBinades> binades = {};
+  int exponent = kSmallestExponent;
+  for (int i = 0; i < kBinades; ++i) {
+    // Of the last of the 24 bits.
+    const int binary = i + kSmallestBinade - 127 - 23;
+    const auto scale = [&](int at_exponent) {
+      const int k = kDigits - 1 - at_exponent;
+      return MakeScale(power(k), binary + 64, k >= 0);
+    };
+    // The smallest of these floats has a one and 23 zeros.
+    const auto digits = [&](int at_exponent) { return scale(at_exponent).high >> 9; };
+    while (exponent < kLargestExponent && digits(exponent + 1) >= kPastDigits / 10) ++exponent;
+    binades[static_cast<std::size_t>(i)] = {{scale(exponent), scale(exponent + 1)}, exponent};
+  }
+  return binades;
+}
+constexpr std::array<Binade, kBinades> kBinadeTable = MakeBinades();
+
+char* PutText(char* to, const char* text, std::size_t length) {
+  std::memcpy(to, text, length);
+  return to + length;
+}
+
+// The digits of a number below 1e6 with the first at the place `exponent`, without zeros behind.
+char* PutDigits(char* to, std::uint32_t digits, int exponent) {
+  if (exponent >= 0 && exponent < kDigits) {
+    PutSixDigits(to + 1, digits);
+    for (int i = 0; i <= exponent; ++i) to[i] = to[i + 1];
+    to += exponent + 1;
+    *to = '.';
+    char* last = to + (kDigits - 1 - exponent);
+    while (*last == '0') --last;
+    return last == to ? to : last + 1;
+  }
+  if (exponent < 0 && exponent >= -4) {
+    std::memcpy(to, "0.000", 5);
+    to += 1 - exponent;
+    PutSixDigits(to, digits);
+    char* last = to + kDigits - 1;
+    while (*last == '0') --last;
+    return last + 1;
+  }
+  PutSixDigits(to + 1, digits);
+  to[0] = to[1];
+  to[1] = '.';
+  char* last = to + kDigits;
+  while (*last == '0') --last;
+  to = last == to + 1 ? last : last + 1;
+  *to++ = 'e';
+  *to++ = exponent < 0 ? '-' : '+';
+  PutPair(to, static_cast<std::uint32_t>(exponent < 0 ? -exponent : exponent));
+  return to + 2;
 }
 
 char* PutSlowly(char* to, std::size_t room, double value, std::chars_format format, int precision) {
-  if (std::isnan(value)) return static_cast<char*>(std::memcpy(to, "nan", 3)) + 3;
+  if (std::isnan(value)) return PutText(to, "nan", 3);
   return std::to_chars(to, to + room, value, format, precision).ptr;
 }
 
-char* PutGeneralSlowly(char* to, double value) {
-  return PutSlowly(to, kLongestGeneral, value, std::chars_format::general, kDigits);
-}
-
-char* PutFixed6Slowly(char* to, double value) {
-  return PutSlowly(to, kLongestFixed6, value, std::chars_format::fixed, kDigits);
+// A double that is a float as well: its bits as such, 0 if it is none.
+std::uint32_t BitsAsFloat(std::uint64_t bits) {
+  constexpr std::uint64_t kMore = (std::uint64_t{1} << 29) - 1;
+  const auto exponent = static_cast<std::uint32_t>(bits >> 52 & 0x7FF);
+  if ((bits & kMore) != 0 || exponent <= 1023 - 127 || exponent > 1023 + 127) return 0;
+  return static_cast<std::uint32_t>(bits >> 32 & kHalf) | (exponent - (1023 - 127)) << 23 |
+         static_cast<std::uint32_t>(bits >> 29 & 0x7F'FFFF);
 }
 
 }  // namespace
 
-char* PutGeneral(char* to, double value) {
-  if (value == 0) {
-    if (std::signbit(value)) *to++ = '-';
-    *to++ = '0';
-    return to;
+void PutSixDigits(char* to, std::uint32_t number) {
+  // A little above number / 10000, in units of 2^-32: too little to reach the next digit.
+  std::uint64_t pairs = std::uint64_t{number} * 429497;
+  PutPair(to, static_cast<std::uint32_t>(pairs >> 32));
+  pairs = std::uint64_t{static_cast<std::uint32_t>(pairs)} * 100;
+  PutPair(to + 2, static_cast<std::uint32_t>(pairs >> 32));
+  pairs = std::uint64_t{static_cast<std::uint32_t>(pairs)} * 100;
+  PutPair(to + 4, static_cast<std::uint32_t>(pairs >> 32));
+}
+
+char* PutFloat(char* to, float value) {
+  constexpr std::uint32_t kInfinity = 0x7F80'0000;
+  const auto bits = std::bit_cast<std::uint32_t>(value);
+  const std::uint32_t magnitude = bits & ~kHalf;
+  if (magnitude > kInfinity) return PutText(to, "nan", 3);
+  if (bits != magnitude) *to++ = '-';
+  if (magnitude == 0) return PutText(to, "0", 1);
+  if (magnitude == kInfinity) return PutText(to, "inf", 3);
+
+  auto place = static_cast<int>(magnitude >> 23);
+  std::uint32_t mantissa = (magnitude & 0x7F'FFFF) | 0x80'0000;
+  if (place == 0) {
+    const int missing = std::countl_zero(magnitude) - 8;
+    mantissa = magnitude << missing;
+    place = 1 - missing;
   }
+  const Binade& binade = kBinadeTable[static_cast<std::size_t>(place - kSmallestBinade)];
+  int exponent = binade.exponent;
+  Product product(mantissa, binade.scales[0].high, binade.scales[0].low);
+  if (product.whole >= kPastDigits) {
+    product = Product(mantissa, binade.scales[1].high, binade.scales[1].low);
+    ++exponent;
+  }
+  std::uint32_t digits = product.Rounded(kScaleExcess);
+  if (digits == kPastDigits) {
+    digits = kPastDigits / 10;
+    ++exponent;
+  }
+  return PutDigits(to, digits, exponent);
+}
+
+char* PutGeneral(char* to, double value) {
+  // Most doubles that are printed were floats once.
+  if (const std::uint32_t bits = BitsAsFloat(std::bit_cast<std::uint64_t>(value)))
+    return PutFloat(to, std::bit_cast<float>(bits));
   const double magnitude = std::fabs(value);
   // Beyond these the form has an exponent.
-  if (!(magnitude >= 1e-4 && magnitude < 999999)) return PutGeneralSlowly(to, value);
+  if (!(magnitude >= 1e-4 && magnitude < 999999)) return PutGeneral(to, value, kDigits);
   // The place of the first digit: 0 for 1 to 9, -1 for 0.1.
   int exponent = magnitude >= 1 ? 0 : -1;
   if (magnitude >= 1)
     while (magnitude >= kPowersOfTen[static_cast<std::size_t>(exponent + 1)]) ++exponent;
   else
     while (magnitude * kPowersOfTen[static_cast<std::size_t>(-exponent)] < 1) --exponent;
-  std::uint32_t digits = 0;
+  // With an error of less than 1e-9, which decides nothing unless it is this near the middle.
   const double scaled = magnitude * kPowersOfTen[static_cast<std::size_t>(kDigits - 1 - exponent)];
-  if (!RoundSurely(scaled, digits)) return PutGeneralSlowly(to, value);
-  if (digits == 1'000'000) {
-    digits = 100'000;
+  auto digits = static_cast<std::uint32_t>(scaled);
+  const double fraction = scaled - digits;
+  if (std::fabs(fraction - 0.5) < 1e-8) return PutGeneral(to, value, kDigits);
+  digits += fraction > 0.5 ? 1 : 0;
+  if (digits == kPastDigits) {
+    digits = kPastDigits / 10;
     ++exponent;
   }
   if (value < 0) *to++ = '-';
-  // Read past its digits below, in copies of a constant size.
-  std::array<char, 2 * kDigits> text{};
-  PutSixDigits(text.data(), digits);
-  int length = kDigits;
-  while (length > 1 && text[static_cast<std::size_t>(length - 1)] == '0') --length;
-  if (exponent < 0) {
-    std::memcpy(to, "0.0000", 6);
-    to += 1 - exponent;
-    std::memcpy(to, text.data(), kDigits);
-    return to + length;
-  }
-  const int before_point = exponent + 1;
-  std::memcpy(to, text.data(), kDigits);
-  if (length <= before_point) return to + before_point;
-  std::memcpy(to + before_point + 1, text.data() + before_point, kDigits);
-  to[before_point] = '.';
-  return to + length + 1;
+  return PutDigits(to, digits, exponent);
 }
 
 char* PutGeneral(char* to, double value, int precision) {
   return PutSlowly(to, 24, value, std::chars_format::general, precision);
 }
 
-char* PutFixed6(char* to, double value) {
-  constexpr double kMost = 4e9;
-  std::uint32_t micros = 0;
-  if (!(value >= 0 && value < kMost)) return PutFixed6Slowly(to, value);
-  auto whole = static_cast<std::uint32_t>(value);
-  // The difference is exact.
-  if (!RoundSurely((value - whole) * 1e6, micros)) return PutFixed6Slowly(to, value);
-  if (micros == 1'000'000) {
-    micros = 0;
-    ++whole;
+bool SplitMicros(double value, std::uint32_t& whole, std::uint32_t& micros) {
+  constexpr int kMantissaBits = 52;
+  const auto bits = std::bit_cast<std::uint64_t>(value);
+  // The place of the highest bit; out of range for what is negative or no number.
+  const int place = static_cast<int>(bits >> kMantissaBits) - 1023;
+  const std::uint64_t mantissa =
+      (bits & ((std::uint64_t{1} << kMantissaBits) - 1)) | std::uint64_t{1} << kMantissaBits;
+  std::uint64_t fraction = 0;  // in units of 2^-64
+  whole = 0;
+  if (place >= 0 && place < 32) {
+    whole = static_cast<std::uint32_t>(mantissa >> (kMantissaBits - place));
+    fraction = mantissa << (64 - kMantissaBits + place);
+  } else if (place < 0 && place >= -12) {
+    fraction = mantissa << 11 >> (-1 - place);
+  } else if (bits != 0) {
+    return false;
   }
+  micros = Product(kPastDigits, static_cast<std::uint32_t>(fraction >> 32),
+                   static_cast<std::uint32_t>(fraction))
+               .Rounded(1);
+  if (micros != kPastDigits) return true;
+  micros = 0;
+  return ++whole != 0;
+}
+
+char* PutFixed6(char* to, double value) {
+  std::uint32_t whole = 0;
+  std::uint32_t micros = 0;
+  if (!SplitMicros(value, whole, micros))
+    return PutSlowly(to, kLongestFixed6, value, std::chars_format::fixed, kDigits);
   to = PutUnsigned(to, whole);
   *to++ = '.';
   PutSixDigits(to, micros);
@@ -127,7 +321,5 @@ char* PutUnsigned(char* to, unsigned value) {
     PutPair(from -= 2, value);
   else
     *--from = static_cast<char>('0' + value);
-  const auto length = static_cast<std::size_t>(text.data() + text.size() - from);
-  std::memcpy(to, from, length);
-  return to + length;
+  return PutText(to, from, static_cast<std::size_t>(text.data() + text.size() - from));
 }

@@ -16,7 +16,6 @@
 #include "common/print_exception.h"
 #include "common/steps.h"
 #include "leaf/lumet/bus/announcement.h"
-#include "leaf/lumet/bus/publication_clock.h"
 #include "leaf/lumet/light/calibration.h"
 #include "leaf/lumet/version.h"
 
@@ -29,10 +28,6 @@ const std::string kListenerName = "00-Lumet";
 
 // The record follows start and versions after a moment, in which more of them may come.
 constexpr int kAnnounceMs = 3000;
-
-// Between two publications, in seconds.
-constexpr double kDataPeriod = 0.5;
-constexpr double kStatusPeriod = 1.0;
 
 // The one output format that DSPDevice can read.
 constexpr std::uint32_t kOutputFormat = 2;
@@ -86,7 +81,9 @@ Lumet::Lumet(const Instrument& instrument, const Machine& machine, bool debug, b
       light_controller(doc, debug),
       hw_mon(instrument.i2c_devices, machine),
       fan(dsp, doc),
-      zeroing(doc, instrument.calibration_log, machine) {
+      zeroing(doc, instrument.calibration_log, machine),
+      light_quantities(LightCalibrationOf(doc.Conf())),
+      calibration_count(doc.Conf().Factory().Calibration().change_count()) {
   doc.add_listener(kListenerName, this);
   dsp.SetListener(this);
   dsp.SetOutputFormat(kOutputFormat);
@@ -217,8 +214,8 @@ void Lumet::GotData(DataSample& sample) {
   const float max_temperature = hw_mon.MaxTemperature();
   UpdateDiagnostics(max_temperature);
   registers.SetTime(sample.time);
-  // From the leaves themselves: a standing query writes them without a word to anybody.
-  DeriveLightQuantities(LightCalibrationOf(doc.Conf()), transmittance_in_force, sample);
+  FollowCalibration();
+  light_quantities.Derive(transmittance_in_force, sample);
   if (const auto zero = zeroing.Take(sample.time, sample.values[DataSample::DC],
                                      sample.values[DataSample::PC], sample.code))
     FinishZeroing(*zero);
@@ -227,6 +224,14 @@ void Lumet::GotData(DataSample& sample) {
     clients.SendToAll(data_row.Compose(sample, sample.flags | diag_word), BacklogLimit::kData);
   PublishData(sample);
   FollowEvents(sample);
+}
+
+// By the count of the leaves themselves: a standing query writes them without a word to anybody.
+void Lumet::FollowCalibration() {
+  const std::uint32_t count = doc.Conf().Factory().Calibration().change_count();
+  if (count == calibration_count) return;
+  calibration_count = count;
+  light_quantities = LightQuantities(LightCalibrationOf(doc.Conf()));
 }
 
 void Lumet::UpdateDiagnostics(float max_temperature) {
@@ -259,7 +264,7 @@ void Lumet::FinishZeroing(const std::string& zero) {
 }
 
 void Lumet::PublishStatus(const DataSample& sample, float max_temperature) {
-  if (!PublicationIsDue(last_status_time, sample.time, kStatusPeriod)) return;
+  if (!status_clock.IsDue(sample.time)) return;
   const auto status_values =
       StatusValues(sample.time, sample.flags | diag_word, hw_mon.Temperatures());
   fan.Step(max_temperature);
@@ -271,7 +276,7 @@ void Lumet::PublishStatus(const DataSample& sample, float max_temperature) {
 }
 
 void Lumet::PublishData(const DataSample& sample) {
-  if (!PublicationIsDue(last_data_time, sample.time, kDataPeriod) || !bus.IsConnected()) return;
+  if (!data_clock.IsDue(sample.time) || !bus.IsConnected()) return;
   const auto data_values = DataValues(sample, sample.flags | diag_word);
   bus.PublishRelative("output/DATA", JsonPayload(DataChannels(), data_values), false);
 }

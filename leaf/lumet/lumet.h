@@ -18,6 +18,7 @@
 #include "leaf/lumet/board/settings_files.h"
 #include "leaf/lumet/board/system_settings.h"
 #include "leaf/lumet/bus/message_bus.h"
+#include "leaf/lumet/bus/publication_clock.h"
 #include "leaf/lumet/console/console.h"
 #include "leaf/lumet/console/console_delivery.h"
 #include "leaf/lumet/console/rows.h"
@@ -101,6 +102,8 @@ class Lumet : public DSPDevice::Listener,
   // The console and the temperature in DIAG; a fault shuts the light off.
   void UpdateDiagnostics(float max_temperature);
   void TellOfTemperatureFault();
+  // Has the light quantities derived by the calibration as it is now.
+  void FollowCalibration();
   // Once a second by the time of the samples, and twice a second.
   void PublishStatus(const DataSample& sample, float max_temperature);
   void PublishData(const DataSample& sample);
@@ -158,13 +161,14 @@ class Lumet : public DSPDevice::Listener,
   Zeroing zeroing;
   RawCapture raw_capture;
   EventRecorder events;
+  LightQuantities light_quantities;
+  std::uint32_t calibration_count;  // change_count of the leaves that light_quantities was made of
   DataRowComposer data_row;
   float transmittance_in_force = 1;
   FlashMode flash_mode = FlashMode::kRect;
   unsigned flash_modrate_in_force = 0;  // Hz
   unsigned dark_modrate_in_force = 0;   // Hz
   std::uint32_t diag_word = 0;
-  // Of the latest publications, in seconds of the samples.
-  double last_status_time = 0;
-  double last_data_time = 0;
+  PublicationClock status_clock{1.0};
+  PublicationClock data_clock{0.5};
 };

@@ -15,7 +15,7 @@ constexpr std::array<FanStep, 4> kFanSteps = {{{0, 0}, {30, 25}, {40, 50}, {50, 
 std::uint32_t NextDiagnostics(std::uint32_t diag_word, bool console_connected,
                               float max_temperature) {
   diag_word = console_connected ? diag_word | CONSOLECONNECTED : diag_word & ~CONSOLECONNECTED;
-  if (max_temperature >= 70.0F)
+  if (IsAtLeast(max_temperature, 70.0F))
     diag_word |= TEMP_WARNING;
   else
     diag_word &= ~(TEMP_WARNING | TEMP_FAULT);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 #include "leaf/lumet/link/dsp_device.h"
@@ -10,8 +11,13 @@
 // the fault from 75 until it is below 70 again.
 std::uint32_t NextDiagnostics(std::uint32_t diag_word, bool console_connected,
                               float max_temperature);
+// Whether a temperature that is a number is at least `bound`, above 0: asked for every sample, and
+// so without floating point, which the head's processor does not have.
+constexpr bool IsAtLeast(float temperature, float bound) {
+  return std::bit_cast<std::int32_t>(temperature) >= std::bit_cast<std::int32_t>(bound);
+}
 // Whether a temperature shuts the light off.
-constexpr bool IsTooHot(float max_temperature) { return max_temperature >= 75.0F; }
+constexpr bool IsTooHot(float max_temperature) { return IsAtLeast(max_temperature, 75.0F); }
 
 // Drives the fan by its mode: not at all, as it is told, or by temperature in four steps.
 class FanStepper {

@@ -41,10 +41,6 @@ std::vector<std::string> HWMon::DevicePaths() const {
   return paths;
 }
 
-float HWMon::MaxTemperature() const {
-  return std::max(0.0F, *std::max_element(temperatures.begin(), temperatures.end()));
-}
-
 void HWMon::Expired() {
   Extend(kPeriodMs);
   try {
@@ -57,6 +53,8 @@ void HWMon::Expired() {
   } catch (const std::exception& error) {
     std::cout << "HWMon: Error: Unable to read I2C device: " << error.what() << std::endl;
   }
+  // Every sample asks for it.
+  max_temperature = std::max(0.0F, *std::max_element(temperatures.begin(), temperatures.end()));
 }
 
 void HWMon::EnsureDevice(const Sensor& sensor) const {

@@ -25,8 +25,8 @@ class HWMon : public PollTimer {
   std::vector<std::string> DevicePaths() const;
 
   const BoardTemperatures& Temperatures() const { return temperatures; }
-  // The highest, and never below 0.
-  float MaxTemperature() const;
+  // The highest of the latest pass, and never below 0.
+  float MaxTemperature() const { return max_temperature; }
 
  private:
   struct Sensor {
@@ -40,4 +40,5 @@ class HWMon : public PollTimer {
   const Machine& machine;
   std::array<Sensor, kSensors.size()> sensors;
   BoardTemperatures temperatures = {};
+  float max_temperature = 0;
 };

@@ -1,11 +1,33 @@
 #pragma once
 
+#include <bit>
+#include <cstdint>
+
 // Tells when to publish, by the time of the samples, in seconds: once a period, and when that time
-// steps back by more than a second. Small steps are waited out. True once for each publication;
-// `last_time` is the time of the latest.
-inline bool PublicationIsDue(double& last_time, double time, double period) {
-  const double passed = time - last_time;
-  if (passed < period && passed >= -1.0) return false;
-  last_time = time;
-  return true;
-}
+// steps back by more than a second. Small steps are waited out.
+class PublicationClock {
+ public:
+  explicit PublicationClock(double period_s) : period(period_s) {}
+
+  // True once for each publication. Asked for every sample: by far the most times lie so surely
+  // within the period that a look at their bits, which are in the order of the numbers, will do.
+  bool IsDue(double time) {
+    const auto bits = std::bit_cast<std::uint64_t>(time);
+    return (bits < quiet_from || bits >= quiet_until) && HasPassed(time);
+  }
+
+ private:
+  bool HasPassed(double time) {
+    const double passed = time - last_time;
+    if (passed < period && passed >= -1.0) return false;
+    last_time = time;
+    quiet_from = std::bit_cast<std::uint64_t>(last_time);
+    quiet_until = last_time > 0 ? std::bit_cast<std::uint64_t>(last_time + 0.99 * period) : 0;
+    return true;
+  }
+
+  double period;
+  double last_time = 0;  // of the latest publication
+  std::uint64_t quiet_from = 0;
+  std::uint64_t quiet_until = 0;
+};

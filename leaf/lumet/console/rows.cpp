@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "common/number_format.h"
@@ -26,20 +27,24 @@ std::string HeadingRow(std::string_view row_name, std::span<const OutputChannel>
 
 // Writes the checksum of a row, and the line feed behind it, to `at`. Returns the end.
 char* PutChecksum(const char* row, const char* row_end, char* at) {
-  // Eight bytes at a time, in four lanes of 16 bits. Each turn adds two bytes to every lane, which
-  // has room for 128 turns; only rows of many registers take more.
-  constexpr std::uint64_t kLanes = 0x00FF00FF00FF00FF;
+  // A word at a time, in lanes of 16 bits. Each turn adds two bytes to every lane, which has room
+  // for 128 turns; only rows of many registers take more.
+  using Word = std::size_t;
+  constexpr auto kLanes = static_cast<Word>(0x00FF00FF00FF00FF);
   constexpr std::ptrdiff_t kTurns = 128;
+  constexpr std::ptrdiff_t kBytes = sizeof(Word);
   unsigned sum = 0;
-  while (row_end - row >= 8) {
-    std::uint64_t lanes = 0;
-    for (std::ptrdiff_t turns = std::min((row_end - row) / 8, kTurns); turns > 0; --turns) {
-      std::uint64_t bytes = 0;
-      std::memcpy(&bytes, row, sizeof bytes);
+  for (; row != row_end && reinterpret_cast<std::uintptr_t>(row) % kBytes != 0; ++row)
+    sum += static_cast<unsigned char>(*row);
+  while (row_end - row >= kBytes) {
+    Word lanes = 0;
+    for (std::ptrdiff_t turns = std::min((row_end - row) / kBytes, kTurns); turns > 0; --turns) {
+      Word bytes = 0;
+      std::memcpy(&bytes, std::assume_aligned<sizeof(Word)>(row), sizeof bytes);
       lanes += (bytes & kLanes) + (bytes >> 8 & kLanes);
-      row += sizeof bytes;
+      row += kBytes;
     }
-    sum += static_cast<unsigned>(lanes + (lanes >> 16) + (lanes >> 32) + (lanes >> 48));
+    for (int lane = 0; lane < kBytes * 8; lane += 16) sum += static_cast<unsigned>(lanes >> lane);
   }
   for (; row != row_end; ++row) sum += static_cast<unsigned char>(*row);
   sum %= 256;
@@ -182,32 +187,73 @@ std::string OpeningBlock(std::string_view version, std::string_view host_name,
   return block.append(kDataDiagHeader);
 }
 
-std::string_view DataRowComposer::Compose(const DataSample& sample, std::uint32_t diag) {
-  constexpr std::string_view kName = "DATA\t";
-  char* to = buffer.data();
-  const auto put_tab = [&](char* end) {
-    *end = '\t';
-    to = end + 1;
-  };
-  std::memcpy(to, kName.data(), kName.size());
-  to += kName.size();
-  put_tab(PutFixed6(to, sample.time));
-  put_tab(PutUnsigned(to, diag));
-  for (std::size_t i = 0; i < kPrintedValues.size(); ++i) {
-    const float value = sample.values[kPrintedValues[i]];
-    Column& column = columns[i];
-    // By its bits, so that nan is like itself, and -0 unlike 0.
-    const auto bits = std::bit_cast<std::uint32_t>(value);
-    if (bits != column.bits) {
-      column.bits = bits;
-      column.length =
-          static_cast<std::uint32_t>(PutGeneral(column.text.data(), value) - column.text.data());
-    }
-    // More than it takes, since a fixed size costs less.
-    std::memcpy(to, column.text.data(), column.text.size());
-    put_tab(to + column.length);
+DataRowComposer::DataRowComposer() {
+  // The columns of a sample of zeros.
+  for (std::size_t i = 0; i <= kColumns; ++i) {
+    rows[0].text[2 * i] = '0';
+    rows[0].text[2 * i + 1] = '\t';
+    rows[0].places[i] = static_cast<std::uint32_t>(2 * i);
   }
-  put_tab(PutUnsigned(to, sample.code));
-  const char* end = PutChecksum(buffer.data(), to, to);
-  return {buffer.data(), static_cast<std::size_t>(end - buffer.data())};
+}
+
+char* DataRowComposer::PutTime(Row& row, const Row& before, double time) {
+  constexpr std::string_view kName = "DATA\t";
+  constexpr std::size_t kSeconds = 16;  // the name, ten digits, and the point
+  char* const text = row.text.data();
+  std::uint32_t whole = 0;
+  std::uint32_t micros = 0;
+  if (!SplitMicros(time, whole, micros)) {
+    fraction_place = 0;
+    std::memcpy(text, kName.data(), kName.size());
+    return PutFixed6(text + kName.size(), time);
+  }
+  if (whole == seconds && fraction_place != 0) {
+    std::memcpy(text, before.text.data(), kSeconds);
+  } else {
+    std::memcpy(text, kName.data(), kName.size());
+    char* const point = PutUnsigned(text + kName.size(), whole);
+    *point = '.';
+    fraction_place = static_cast<std::uint32_t>(point + 1 - text);
+    seconds = whole;
+  }
+  PutSixDigits(text + fraction_place, micros);
+  return text + fraction_place + 6;
+}
+
+std::string_view DataRowComposer::Compose(const DataSample& sample, std::uint32_t diag) {
+  const Row& before = rows[latest];
+  latest = 1 - latest;
+  Row& row = rows[latest];
+  char* const text = row.text.data();
+  char* to = PutTime(row, before, sample.time);
+  *to++ = '\t';
+
+  // By their bits, so that nan is like itself, and -0 unlike 0.
+  Columns news;
+  news.front() = diag;
+  for (std::size_t i = 0; i < kPrintedValues.size(); ++i)
+    news[i + 1] = std::bit_cast<std::uint32_t>(sample.values[kPrintedValues[i]]);
+  news.back() = sample.code;
+
+  for (std::size_t i = 0; i < kColumns;) {
+    const auto place = static_cast<std::uint32_t>(to - text);
+    if (news[i] != columns[i]) {
+      row.places[i] = place;
+      to = i == 0 || i == kColumns - 1 ? PutUnsigned(to, news[i])
+                                       : PutFloat(to, std::bit_cast<float>(news[i]));
+      *to++ = '\t';
+      ++i;
+      continue;
+    }
+    const std::uint32_t from = before.places[i];
+    for (; i < kColumns && news[i] == columns[i]; ++i)
+      row.places[i] = before.places[i] + (place - from);
+    const std::size_t length = before.places[i] - from;
+    std::memcpy(to, before.text.data() + from, length);
+    to += length;
+  }
+  row.places[kColumns] = static_cast<std::uint32_t>(to - text);
+  columns = news;
+  const char* const end = PutChecksum(text, to, to);
+  return {text, static_cast<std::size_t>(end - text)};
 }

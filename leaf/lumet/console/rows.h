@@ -65,22 +65,37 @@ std::string OpeningBlock(std::string_view version, std::string_view host_name,
                          std::string_view serial_number,
                          const std::optional<std::string>& console_name);
 
-// Composes DATA rows, one at a time, in a buffer of its own.
+// Composes DATA rows, one at a time, in buffers of its own.
 class DataRowComposer {
  public:
+  DataRowComposer();
+
   // The row of `sample`; valid until the next call. TIME has 6 decimals, DIAG is `diag` as an
   // unsigned number, the other columns have 6 significant digits. CHK is the sum of all bytes
   // before it, modulo 256, in three digits.
   std::string_view Compose(const DataSample& sample, std::uint32_t diag);
 
  private:
-  // A value that a column had, and its text: many stand still from sample to sample.
-  struct Column {
-    std::uint32_t bits = 0;
-    std::uint32_t length = 1;
-    std::array<char, 16> text = {'0'};
+  // DIAG to CODE, all columns between TIME and CHK.
+  static constexpr std::size_t kColumns = 14;
+  // The bits of their values.
+  using Columns = std::array<std::uint32_t, kColumns>;
+
+  struct Row {
+    // Room for every column at its longest: a time of 309 digits and 14 shorter numbers.
+    alignas(8) std::array<char, 768> text;
+    // Where each column begins, and CHK.
+    std::array<std::uint32_t, kColumns + 1> places;
   };
-  std::array<Column, 12> columns;
-  // Room for every column at its longest: a time of 309 digits and 14 shorter numbers.
-  std::array<char, 768> buffer;
+
+  char* PutTime(Row& row, const Row& before, double time);
+
+  // The latest row and the one before it: many values stand still from sample to sample, and their
+  // text is taken over.
+  std::array<Row, 2> rows;
+  std::size_t latest = 0;
+  Columns columns = {};  // of the latest row
+  // The whole seconds in the latest row, and where their fraction begins; 0 if it had none.
+  std::uint32_t seconds = 0;
+  std::uint32_t fraction_place = 0;
 };

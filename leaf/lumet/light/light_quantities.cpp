@@ -1,11 +1,15 @@
 #include "leaf/lumet/light/light_quantities.h"
 
+#include <bit>
+
 namespace {
 
-// µmol/m²/s at `dac` counts; a source that is off gives none, whatever its zero.
-float Flux(const LightSourceCalibration& source, float dac) {
-  return dac <= 0 ? 0 : (source.F * source.u) * (dac - source.dac_zero);
+// value > 0 and value <= 0 without floating point, which the head's processor does not have.
+bool IsPositive(float value) {
+  constexpr std::uint32_t kInfinity = 0x7F80'0000;
+  return std::bit_cast<std::uint32_t>(value) - 1 < kInfinity;
 }
+bool IsAtMostZero(float value) { return std::bit_cast<std::int32_t>(value) <= 0 && value <= 0; }
 
 }  // namespace
 
@@ -15,25 +19,59 @@ std::uint16_t RoundToWord(float value) {
   return static_cast<std::uint16_t>(value + 0.5F);
 }
 
+LightQuantities::Source::Source(const LightSourceCalibration& calibration)
+    : F(calibration.F), per_count(calibration.F * calibration.u), dac_zero(calibration.dac_zero) {}
+
+bool LightQuantities::Source::TakeLevel(float dac) {
+  // By its bits, so that nan is like itself.
+  const auto bits = std::bit_cast<std::uint32_t>(dac);
+  if (bits == level_bits) return false;
+  level_bits = bits;
+  // A source that is off gives none, whatever its zero.
+  flux = IsAtMostZero(dac) ? 0 : per_count * (dac - dac_zero);
+  return true;
+}
+
+LightQuantities::LightQuantities(const LightCalibration& calibration)
+    : red(calibration.red),
+      blue(calibration.blue),
+      farred(calibration.farred),
+      modred(calibration.modred) {}
+
+void LightQuantities::Derive(float transmittance, DataSample& sample) {
+  auto& values = sample.values;
+  const auto rate = std::bit_cast<std::uint32_t>(values[DataSample::MODRATE]);
+  if (modred.TakeLevel(values[DataSample::MODREDDAC]) || rate != rate_bits) {
+    rate_bits = rate;
+    redmodavg = modred.flux * 1e-6F * values[DataSample::MODRATE];
+  }
+  bool mix_changed = red.TakeLevel(values[DataSample::REDDAC]);
+  mix_changed |= blue.TakeLevel(values[DataSample::BLUEDAC]);
+  mix_changed |= farred.TakeLevel(values[DataSample::FARREDDAC]);
+  if (mix_changed) ComputeShares();
+
+  values[DataSample::REDMODAVG] = redmodavg;
+  float pfd = redmodavg;
+  if (has_actinic) {
+    values[DataSample::REDFRAC] = red.share;
+    values[DataSample::BLUEFRAC] = blue.share;
+    values[DataSample::FARREDFRAC] = farred.share;
+    pfd += values[DataSample::PC] / counts_per_flux;
+  }
+  constexpr auto kOne = std::bit_cast<std::uint32_t>(1.0F);
+  if (std::bit_cast<std::uint32_t>(transmittance) != kOne) pfd *= transmittance;
+  values[DataSample::PFD] = pfd;
+}
+
+void LightQuantities::ComputeShares() {
+  const float total = (red.flux + blue.flux) + farred.flux;
+  has_actinic = IsPositive(total);
+  if (!has_actinic) return;
+  for (Source* source : {&red, &blue, &farred}) source->share = source->flux / total;
+  counts_per_flux = red.share / red.F + blue.share / blue.F + farred.share / farred.F;
+}
+
 void DeriveLightQuantities(const LightCalibration& calibration, float transmittance,
                            DataSample& sample) {
-  auto& values = sample.values;
-  const float modred_flux = Flux(calibration.modred, values[DataSample::MODREDDAC]) * 1e-6F;
-  values[DataSample::REDMODAVG] = modred_flux * values[DataSample::MODRATE];
-  values[DataSample::PFD] = values[DataSample::REDMODAVG];
-
-  const float red = Flux(calibration.red, values[DataSample::REDDAC]);
-  const float blue = Flux(calibration.blue, values[DataSample::BLUEDAC]);
-  const float farred = Flux(calibration.farred, values[DataSample::FARREDDAC]);
-  const float total = (red + blue) + farred;
-  if (total > 0) {
-    values[DataSample::REDFRAC] = red / total;
-    values[DataSample::BLUEFRAC] = blue / total;
-    values[DataSample::FARREDFRAC] = farred / total;
-    values[DataSample::PFD] +=
-        values[DataSample::PC] / (values[DataSample::REDFRAC] / calibration.red.F +
-                                  values[DataSample::BLUEFRAC] / calibration.blue.F +
-                                  values[DataSample::FARREDFRAC] / calibration.farred.F);
-  }
-  values[DataSample::PFD] *= transmittance;
+  LightQuantities(calibration).Derive(transmittance, sample);
 }

@@ -21,9 +21,47 @@ struct LightCalibration {
 // The nearest number that 16 bits hold, halves upwards; NaN gives 0.
 std::uint16_t RoundToWord(float value);
 
-// Fills in PFD, REDMODAVG and the three shares of the actinic light from the measured values of
-// `sample`. `transmittance`, 0..1, is that of the light path in force; it scales PFD alone.
-// Single precision throughout. Without actinic light the shares keep
-// what the sample holds.
+// Derives the light quantities of one sample after another. The levels of the sources mostly stand
+// still, and a sample then costs one division: what follows from a level is worked out when it
+// changes. Single precision throughout, in one order, whatever was kept from earlier samples.
+class LightQuantities {
+ public:
+  explicit LightQuantities(const LightCalibration& calibration = {});
+
+  // Fills in PFD, REDMODAVG and the three shares of the actinic light from the measured values of
+  // `sample`. `transmittance`, 0..1, is that of the light path in force; it scales PFD alone.
+  // Without actinic light the shares keep what the sample holds.
+  void Derive(float transmittance, DataSample& sample);
+
+ private:
+  class Source {
+   public:
+    explicit Source(const LightSourceCalibration& calibration);
+    // Takes a level in DAC counts; true if it is another one.
+    bool TakeLevel(float dac);
+
+    float F;          // µmol/m²/s/Pc
+    float flux = 0;   // µmol/m²/s at the level
+    float share = 0;  // of the actinic light
+
+   private:
+    float per_count;  // µmol/m²/s/DAC
+    float dac_zero;
+    std::uint32_t level_bits = 0;
+  };
+
+  void ComputeShares();
+
+  Source red;
+  Source blue;
+  Source farred;
+  Source modred;
+  std::uint32_t rate_bits = 0;
+  float redmodavg = 0;
+  bool has_actinic = false;
+  float counts_per_flux = 0;  // of the light sensor, in the actinic light as it is mixed
+};
+
+// The same for a single sample.
 void DeriveLightQuantities(const LightCalibration& calibration, float transmittance,
                            DataSample& sample);
