@@ -16,17 +16,6 @@ namespace {
 
 constexpr Timeout kTurn = std::chrono::milliseconds(50);
 
-std::vector<std::string> FieldsOf(const DataRow& row) {
-  std::vector<std::string> fields;
-  std::size_t at = row.line.find('\t');
-  while (fields.size() < row.values.size()) {
-    const std::size_t end = row.line.find('\t', at + 1);
-    fields.push_back(row.line.substr(at + 1, end - at - 1));
-    at = end;
-  }
-  return fields;
-}
-
 // Where the wanted columns stand; all of them where none is wanted. Throws ClientError.
 std::vector<std::size_t> IndicesOf(const Columns& told, const std::vector<std::string>& wanted) {
   std::vector<std::size_t> indices;
@@ -51,7 +40,7 @@ std::string LineOf(const std::vector<std::string>& cells, const std::vector<std:
 }
 
 std::string JsonLineOf(const DataRow& row, const std::vector<std::size_t>& indices) {
-  const std::vector<std::string> fields = FieldsOf(row);
+  const std::vector<std::string> fields = row.Fields();
   std::string line;
   for (const std::size_t index : indices)
     line += (line.empty() ? "{" : ",") + JsonText(row.columns->names[index]) + ":" +
@@ -96,10 +85,10 @@ std::size_t Listen(ConsoleClient& head, const Deadline& end,
 void PrintRows(const Ctl& ctl, const RowsOptions& options) {
   ConsoleClient head = ctl.Connect();
   const std::string name = options.status ? "DATASTAT" : "DATA";
-  // The head may call this locked, and does it all the same.
+  // The head may call this locked, and does it all the same. The columns come after the answer.
   if (options.status) head.Request(SettingsDocument("output/status", "true"));
+  while (!head.ColumnsOf(name)) head.Next();
   const std::shared_ptr<const Columns> columns = head.ColumnsOf(name);
-  if (!columns) throw ClientError("the head does not tell the columns of its row " + name);
   const std::vector<std::size_t> indices = IndicesOf(*columns, options.columns);
   std::ofstream file;
   if (options.csv != "-") {
@@ -116,7 +105,7 @@ void PrintRows(const Ctl& ctl, const RowsOptions& options) {
       [&](const ConsoleMessage& message) {
         const auto* row = std::get_if<DataRow>(&message);
         if (row == nullptr || row->Name() != name) return true;
-        out << (ctl.json ? JsonLineOf(*row, indices) : LineOf(FieldsOf(*row), indices));
+        out << (ctl.json ? JsonLineOf(*row, indices) : LineOf(row->Fields(), indices));
         return ++rows != options.count;
       },
       [&] {

@@ -126,8 +126,8 @@ std::string Complaint(const Assignment& assignment) {
                                                    : "; it holds " + Quoted(setting.value));
   }
   text += "asked for " + Quoted(assignment.asked) + ", the head holds " + Quoted(setting.value);
-  if (!setting.low.empty()) text += ", since it takes " + setting.low + " to " + setting.high;
-  return text;
+  const bool is_text = setting.kind == Setting::Kind::kString;
+  return is_text ? text : text + "; it takes " + TypeText(setting);
 }
 
 // Says all that went wrong, and ends the command if anything did.
@@ -282,7 +282,7 @@ void PrintTree(const Ctl& ctl, const std::string& path) {
   for (const Setting& setting : settings) {
     const std::string other = setting.default_value.empty() || setting.Means(setting.default_value)
                                   ? ""
-                                  : "at first " + setting.default_value;
+                                  : "default " + setting.default_value;
     table.Add({setting.path, setting.value, setting.unit, TypeText(setting), other});
   }
   std::cout << table.Text();

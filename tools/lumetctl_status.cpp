@@ -122,8 +122,7 @@ void PrintText(const Ctl& ctl, const HeadIdentity& identity, const Element& tree
     for (std::size_t i = 0; i < present.status->values.size(); ++i)
       if (const std::string& name = present.status->columns->names[i];
           name.starts_with('T') && name != "TIME")
-        temperatures.push_back(name.substr(1) + " " + NumberText(present.status->values[i], 4) +
-                               " °C");
+        temperatures.push_back(name + " " + NumberText(present.status->values[i], 4) + " °C");
   table.Add({"temperatures", temperatures.empty() ? "unknown" : Joined(temperatures, ", ")});
   table.Add({"fan", FanText(cfg)});
   table.Add(
@@ -140,9 +139,9 @@ void PrintText(const Ctl& ctl, const HeadIdentity& identity, const Element& tree
 std::string JsonOfRow(const std::optional<DataRow>& row) {
   if (!row) return "null";
   std::string text;
-  for (std::size_t i = 0; i < row->values.size(); ++i)
-    text += (i == 0 ? "" : ",") + JsonText(row->columns->names[i]) + ":" +
-            JsonNumber(NumberText(row->values[i], 16));
+  const std::vector<std::string> fields = row->Fields();
+  for (std::size_t i = 0; i < fields.size(); ++i)
+    text += (i == 0 ? "" : ",") + JsonText(row->columns->names[i]) + ":" + JsonNumber(fields[i]);
   return "{" + text + "}";
 }
 

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "client/deadline.h"
 #include "client/json_text.h"
 #include "tools/terminal.h"
 
