@@ -1,0 +1,24 @@
+#pragma once
+
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+// Instructions of a program that runs under callgrind, which counts those of user mode.
+
+// The words in front of a command that count it, into the file `log`.
+inline std::vector<std::string> CallgrindWords(const std::string& log) {
+  return {"valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--log-file=" + log};
+}
+
+// The count in `log` once the program has ended. Throws std::runtime_error if there is none.
+inline long CountIn(const std::string& log) {
+  std::ifstream file(log);
+  const std::string text(std::istreambuf_iterator<char>(file), {});
+  const std::string marker = "Collected : ";
+  const std::size_t at = text.find(marker);
+  if (at == std::string::npos) throw std::runtime_error("there is no count: " + text);
+  return std::stol(text.substr(at + marker.size()));
+}
