@@ -17,7 +17,10 @@
 void StreamFileCases();
 void SocketCases();
 void SocketServerCases();
-void LibraryOnLoopCases();
+void AvahiPollCases();
+void BonjourClientCases();
+void BonjourResolverCases();
+void MQTTClientCases();
 void TestPollProcessor(std::ostream& out);
 
 namespace {
@@ -242,5 +245,8 @@ void TestPollProcessor(std::ostream&) {
   StreamFileCases();
   SocketCases();
   SocketServerCases();
-  LibraryOnLoopCases();
+  BonjourResolverCases();
+  BonjourClientCases();
+  AvahiPollCases();
+  MQTTClientCases();
 }

@@ -1,15 +1,35 @@
 #include <ostream>
 
+// Each stands in the *_test.cpp beside the code that it checks.
 void DSPDeviceCases();
-void EventCases();
-void MeasurementCases();
-void MonitorCases();
-void TestLumet(std::ostream& out);
+void SampleClockCases();
+void RawCaptureCases();
+void LightQuantitiesCases();
+void OutputRateCases();
+void LightControllerCases();
+void ZeroingCases();
+void LinearFitCases();
+void EventRecorderCases();
+void RowsCases();
+void AnnouncementCases();
+void DiagnosticsCases();
+void HWMonCases();
+void RunTimeEventLoggerCases();
 
 // The measurement core, from the wire to the row.
 void TestLumet(std::ostream&) {
   DSPDeviceCases();
-  MeasurementCases();
-  EventCases();
-  MonitorCases();
+  SampleClockCases();
+  RawCaptureCases();
+  LightQuantitiesCases();
+  OutputRateCases();
+  LightControllerCases();
+  ZeroingCases();
+  LinearFitCases();
+  EventRecorderCases();
+  RowsCases();
+  AnnouncementCases();
+  DiagnosticsCases();
+  HWMonCases();
+  RunTimeEventLoggerCases();
 }

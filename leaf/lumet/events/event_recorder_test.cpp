@@ -1,3 +1,5 @@
+#include "leaf/lumet/events/event_recorder.h"
+
 #include <algorithm>
 #include <cmath>
 #include <initializer_list>
@@ -6,37 +8,10 @@
 #include <string>
 
 #include "common/test_registry.h"
-#include "leaf/lumet/events/event_recorder.h"
-#include "leaf/lumet/events/linear_fit.h"
-
-void EventCases();
 
 namespace {
 
 using self_test::ExpectEqual;
-
-void FitCases() {
-  // By hand: the sums of squares about the means are 5 and 18.75, that of products 9.5.
-  const struct {
-    std::vector<float> x, y;
-    const char* expected;
-  } rows[] = {
-      {{1, 2, 3, 4, 99}, {3, 5, 6, 9}, "1.9 1 0.962667 0.264575 0.724569"},
-      {{1, 3}, {5, 1}, "-2 7 1 0 0"},
-      {{7}, {5}, "0 0 0 0 0"},
-      {{}, {}, "0 0 0 0 0"},
-  };
-  for (const auto& row : rows) {
-    float slope = -1, intercept = -1, r2 = -1, slope_se = -1, intercept_se = -1;
-    LinearFit(row.x, row.y, &slope, &intercept, &r2, &slope_se, &intercept_se);
-    std::ostringstream fit;
-    fit << slope << " " << intercept << " " << r2 << " " << slope_se << " " << intercept_se;
-    ExpectEqual(fit.str(), row.expected);
-  }
-  float alone = 0;
-  LinearFit({1, 2}, {1, 3}, &alone, nullptr, nullptr, nullptr, nullptr);
-  ExpectEqual(alone, 2.0F);
-}
 
 struct Run {
   std::uint16_t code;
@@ -84,7 +59,9 @@ std::string Essence(const std::string& record) {
   return rest;
 }
 
-void RecordCases() {
+}  // namespace
+
+void EventRecorderCases() {
   // F is 100 - 4 (10000 / Q) in phase 2, where Q falls by 8400 a second.
   const EventRecorder multiphase = Gathered({{2, {50}, {200}},
                                              {4, {1, 2, 3, 4, 5, 60, 55, 58}, {5100}},
@@ -146,11 +123,4 @@ void RecordCases() {
   const EventRecorder dark = Gathered({{12, {1}, {5}}, {14, {9, 2, 8, 7, 11}, {3, 2, 4}}});
   const std::string dark_record = Record(dark, FlashMode::kRect);
   ExpectEqual(dark_record.substr(dark_record.find("\"FMIN\""), 18), "\"FMIN\":7,\n\"QMIN\":2");
-}
-
-}  // namespace
-
-void EventCases() {
-  FitCases();
-  RecordCases();
 }
