@@ -1,14 +1,46 @@
 #include "bench/bench_instrument.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <stdexcept>
 
+#include "common/errno_error.h"
 #include "common/text_file.h"
+
+namespace {
+
+// Makes the directory for its owner alone. One that is there already may have been prepared by
+// somebody else, with links to what is not theirs.
+void MakeOwnDirectory(const std::string& path) {
+  MakeDirectoriesTo(path);
+  if (mkdir(path.c_str(), 0700) == 0) return;
+  struct stat status = {};
+  if (errno != EEXIST || lstat(path.c_str(), &status) != 0)
+    throw ErrnoError("unable to make " + path);
+  const auto refuse = [&](const std::string& why) {
+    throw std::runtime_error("the directory " + path + " is not safe to use: " + why +
+                             "; remove it, or name another one with --root");
+  };
+  if (!S_ISDIR(status.st_mode)) refuse("it is a link or a file");
+  if (status.st_uid != geteuid())
+    refuse("it belongs to user " + std::to_string(status.st_uid) + " and not to you");
+  if ((status.st_mode & 077) != 0) refuse("others have rights in it, so run chmod 700 on it");
+}
+
+// Without the slashes at the end, by which a link would be followed.
+std::string WithoutSlashes(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+}  // namespace
 
 std::string DefaultBenchRoot() {
   if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != '\0')
@@ -17,6 +49,7 @@ std::string DefaultBenchRoot() {
 }
 
 Instrument BenchInstrument(const std::string& root) {
+  MakeOwnDirectory(WithoutSlashes(root));
   Instrument instrument(root);
   // What of a system's directories the head expects to be there.
   for (const char* directory :

@@ -11,7 +11,8 @@ std::string DefaultBenchRoot();
 
 // A head that keeps every file below `root`, which this creates with the directories that a system
 // has, and listens on loopback alone. Of the system it reads the time zones. Throws
-// std::runtime_error.
+// std::runtime_error, also for a `root` that is a link, belongs to somebody else or gives others
+// any right.
 Instrument BenchInstrument(const std::string& root);
 
 // Acts that say what that head would have done to the machine instead of doing it.

@@ -14,6 +14,7 @@
 #include <stdexcept>
 
 #include "common/errno_error.h"
+#include "common/signals.h"
 
 using Clock = std::chrono::steady_clock;
 
@@ -38,6 +39,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, int inherite
   pid = fork();
   if (pid < 0) throw ErrnoError("unable to start " + command[0]);
   if (pid > 0) return;
+  default_all_signals();
   setpgid(0, 0);
   prctl(PR_SET_PDEATHSIG, SIGTERM);
   dup2(ends[1], STDOUT_FILENO);

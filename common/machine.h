@@ -7,11 +7,11 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <string>
 
+#include "common/run_command.h"
 #include "common/socket.h"
 
 // The acts by which a daemon changes the machine that it runs on. The defaults do them; whoever
@@ -26,7 +26,7 @@ struct Machine {
   std::function<int(uid_t user)> set_effective_user = [](uid_t user) { return seteuid(user); };
   std::function<int(int flags)> lock_memory = [](int flags) { return mlockall(flags); };
   std::function<int(const std::string& command)> run_command = [](const std::string& command) {
-    return std::system(command.c_str());
+    return RunCommand(command);
   };
   // Sends the kernel a request to remove a route. Throws ErrnoError.
   std::function<void(Socket& netlink, const struct msghdr& request)> delete_route =

@@ -44,6 +44,13 @@ void default_signal(sigset_t* pending, int signo) {
   sigdelset(pending, signo);
 }
 
+void default_all_signals() {
+  for (int signo = 1; signo <= SIGRTMAX; ++signo) std::signal(signo, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 void wait_signal(sigset_t* pending, int signo) {
   sigset_t blocked;
   sigset_t before;

@@ -16,5 +16,9 @@ void catch_signal(sigset_t* pending, int signo);
 void ignore_signal(sigset_t* pending, int signo);
 void default_signal(sigset_t* pending, int signo);
 
+// Gives every signal its default action and blocks none; for a child, before it becomes another
+// program.
+void default_all_signals();
+
 // Sleeps until `signo` stands in `pending`; returns at once if it does already.
 void wait_signal(sigset_t* pending, int signo);

@@ -1,5 +1,7 @@
 #include "common/socket.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -100,6 +102,25 @@ void Socket::Listen(int backlog) {
 void Socket::Shutdown(int how) {
   CheckOpen();
   Checked(shutdown(GetFD(), how), "Socket: error shutting down socket");
+}
+
+void Socket::SetKeepAlive(int idle_s, int interval_s, int count) {
+  CheckOpen();
+  const struct {
+    int level;
+    int option;
+    int value;
+  } settings[] = {
+      {SOL_SOCKET, SO_KEEPALIVE, 1},
+      {IPPROTO_TCP, TCP_KEEPIDLE, idle_s},
+      {IPPROTO_TCP, TCP_KEEPINTVL, interval_s},
+      {IPPROTO_TCP, TCP_KEEPCNT, count},
+  };
+  for (const auto& setting : settings) {
+    const int result =
+        setsockopt(GetFD(), setting.level, setting.option, &setting.value, sizeof setting.value);
+    if (result != 0 && errno != EOPNOTSUPP) throw ErrnoError("Socket: unable to set keep-alive");
+  }
 }
 
 void Socket::GetSockName(SocketAddress& address) {

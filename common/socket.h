@@ -45,6 +45,10 @@ class Socket : public StreamFileBase {
   // Makes the socket non-blocking too.
   void Listen(int backlog);
   void Shutdown(int how);
+  // Notices a peer that is gone while nothing is sent: after `idle_s` seconds of silence the system
+  // asks it every `interval_s` seconds, and gives up after `count` questions without an answer.
+  // Without effect where there is no TCP.
+  void SetKeepAlive(int idle_s, int interval_s, int count);
   void GetSockName(SocketAddress& address);
   void GetPeerName(SocketAddress& address);
 

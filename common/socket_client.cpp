@@ -5,9 +5,21 @@
 
 #include "common/socket_server.h"
 
+namespace {
+
+// A network that is away for two minutes costs nobody the connection.
+void WatchPeer(Socket& socket) { socket.SetKeepAlive(60, 10, 6); }
+
+// A peer that has shut down its sending side may be gone altogether. While its system remembers the
+// connection, a minute at most, that answers in its stead; then it is noticed at the next question.
+void WatchSilentPeer(Socket& socket) { socket.SetKeepAlive(2, 10, 5); }
+
+}  // namespace
+
 SocketClient::SocketClient(SocketServer& owner, const Socket& listening)
     : PollItem(POLLIN, false), server(owner), socket(listening, nullptr) {
   socket.SetNonBlocking();
+  WatchPeer(socket);
   Add();
 }
 
@@ -19,6 +31,7 @@ SocketClient::SocketClient(SocketServer& owner, const SocketAddress& address, un
   socket.Connect(address, seconds);
   state &= ~kConnecting;
   socket.SetNonBlocking();
+  WatchPeer(socket);
   Add();
 }
 
@@ -56,6 +69,7 @@ void SocketClient::Close() {
   if (IsOpen()) {
     Tell([this](SocketServerListener& listener) { listener.ClientDisconnected(this); });
     socket.Close();
+    server.DescriptorFreed();
     // The object may live long after this; its backlog need not.
     pending = std::string();
     inFlight = std::string();
@@ -105,7 +119,9 @@ void SocketClient::ReadChunk() {
     return;
   }
   GotEndOfInput();
-  SetEvents(static_cast<unsigned short>(GetEvents() & ~unsigned{POLLIN}));
+  // With POLLERR in the mask it is still polled, and a peer that is gone is noticed.
+  SetEvents(static_cast<unsigned short>((GetEvents() & ~unsigned{POLLIN}) | POLLERR));
+  WatchSilentPeer(socket);
   state |= kInputEnded;
   Tell([this](SocketServerListener& listener) { listener.ClientInputEnded(this); });
   if ((state & kOutputShutDown) != 0) Close();

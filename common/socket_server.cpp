@@ -1,12 +1,52 @@
 #include "common/socket_server.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <iostream>
 #include <utility>
 #include <vector>
 
 #include "common/socket_http_client.h"
+
+namespace {
+
+// What clients leave free for files that are saved, the bus and the discovery of services.
+constexpr rlim_t kDescriptorReserve = 16;
+constexpr int kPauseMs = 1000;
+constexpr auto kQuietAfterPause = std::chrono::minutes(1);
+
+// The system gives out the lowest number that is free.
+bool ReserveIsFree(int any_descriptor) {
+  struct rlimit limit = {};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) throw ErrnoError("SocketServer: error in getrlimit");
+  const int lowest_free = fcntl(any_descriptor, F_DUPFD_CLOEXEC, 0);
+  if (lowest_free < 0) return false;
+  close(lowest_free);
+  // Of few descriptors clients get three quarters.
+  const rlim_t reserve = std::min(kDescriptorReserve, limit.rlim_cur / 4);
+  return static_cast<rlim_t>(lowest_free) < limit.rlim_cur - reserve;
+}
+
+bool IsShortage(int errnum) {
+  return errnum == EMFILE || errnum == ENFILE || errnum == ENOBUFS || errnum == ENOMEM;
+}
+
+// Accepting hands on what the network has reported for the connection that waited, as accept(2)
+// tells; a firewall forbids one, or it has gone again.
+bool ConcernsOneConnection(int errnum) {
+  constexpr int kOfOne[] = {EAGAIN,      EINTR,       ECONNABORTED, EPROTO,    EPERM,
+                            ENETDOWN,    ENOPROTOOPT, EHOSTDOWN,    ENONET,    EHOSTUNREACH,
+                            ENETUNREACH, EOPNOTSUPP,  ETIMEDOUT,    ECONNRESET};
+  return std::find(std::begin(kOfOne), std::end(kOfOne), errnum) != std::end(kOfOne);
+}
+
+}  // namespace
 
 SocketServer::SocketServer(const std::string& message_delimiter, int address_family)
     : PollItem(POLLIN, false),
@@ -80,11 +120,38 @@ void SocketServer::Drain(std::chrono::steady_clock::time_point deadline) {
 
 void SocketServer::HandleRead() {
   clients.remove_if([](const auto& client) { return !client->IsOpen(); });
+  if (!ReserveIsFree(socket.GetFD()))
+    PauseAccepting(EMFILE);
+  else if (std::unique_ptr<SocketClient> client = Accept())
+    Adopt(std::move(client));
+}
+
+// Null if there is none after all.
+std::unique_ptr<SocketClient> SocketServer::Accept() {
   try {
-    Adopt(MakeClient(socket));
-  } catch (const Socket::EConnAborted&) {
-    // The peer has changed its mind; there is nobody to tell.
+    return MakeClient(socket);
+  } catch (const ErrnoError& error) {
+    if (IsShortage(error.ErrorNumber()))
+      PauseAccepting(error.ErrorNumber());
+    else if (!ConcernsOneConnection(error.ErrorNumber()))
+      throw;
   }
+  return nullptr;
+}
+
+void SocketServer::PauseAccepting(int errnum) {
+  PollItem::SetEvents(0);
+  resume.SetTimeout(kPauseMs);
+  const auto now = std::chrono::steady_clock::now();
+  if (!latest_pause || now - *latest_pause > kQuietAfterPause)
+    std::cout << "SocketServer: no room for more clients until others leave: "
+              << std::strerror(errnum) << "\n";
+  latest_pause = now;
+}
+
+void SocketServer::ResumeAccepting() {
+  resume.SetTimeout(-1);
+  PollItem::SetEvents(POLLIN);
 }
 
 void SocketServer::Expired() {

@@ -82,7 +82,10 @@ class SocketServer : public PollItem, public PollTimer {
   const std::list<std::unique_ptr<SocketClient>>& Clients() const { return clients; }
 
   int GetFD() override { return socket.GetFD(); }
-  // Reaps closed clients, then accepts one connection.
+  // Reaps closed clients, then accepts one connection. What goes wrong with that one alone is
+  // passed over. While only the last few descriptors of the process are free, which others need, or
+  // the system has no room, accepting pauses: until a client closes, or for a second. The first
+  // pause in a minute says so on standard output.
   void HandleRead() override;
   // The keep-alive tick.
   void Expired() override;
@@ -101,6 +104,24 @@ class SocketServer : public PollItem, public PollTimer {
     for (auto next = listeners.begin(); next != listeners.end();) call(**next++);
   }
 
+  // Ends a pause of accepting.
+  class ResumeTimer : public PollTimer {
+   public:
+    explicit ResumeTimer(SocketServer& server) : PollTimer(-1, true), server(server) {}
+    void Expired() override { server.ResumeAccepting(); }
+
+   private:
+    SocketServer& server;
+  };
+
+  std::unique_ptr<SocketClient> Accept();
+  void PauseAccepting(int errnum);
+  void ResumeAccepting();
+  // A client has closed.
+  void DescriptorFreed() { ResumeAccepting(); }
+
+  ResumeTimer resume{*this};
+  std::optional<std::chrono::steady_clock::time_point> latest_pause;
   std::string keep_alive_text;
   int keep_alive_period_ms = 0;
   std::string delimiter;

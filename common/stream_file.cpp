@@ -80,8 +80,11 @@ std::unique_ptr<Stream> MakeStream(int fd, Direction direction, const char* fail
 
 int CheckedDescriptor(int fd) {
   if (fd < 0) throw StreamFileBaseError("StreamFileBase: invalid file descriptor");
+  fcntl(fd, F_SETFD, FD_CLOEXEC);
   return fd;
 }
+
+int Duplicate(int fd) { return fcntl(fd, F_DUPFD_CLOEXEC, 0); }
 
 int CheckedOpen(const std::string& path, int flags) {
   const int fd = open(path.c_str(), flags, 0666);
@@ -94,12 +97,12 @@ int CheckedOpen(const std::string& path, int flags) {
 StreamFileBase::StreamFileBase(int descriptor) : fd(CheckedDescriptor(descriptor)) {}
 
 StreamFileBase::StreamFileBase(const StreamFileBase& other)
-    : fd(other.IsOpen() ? dup(other.fd) : -1) {}
+    : fd(other.IsOpen() ? Duplicate(other.fd) : -1) {}
 
 StreamFileBase& StreamFileBase::operator=(const StreamFileBase& other) {
   if (this == &other) return *this;
   Close();
-  if (other.fd >= 1) fd = dup(other.fd);
+  if (other.fd >= 1) fd = Duplicate(other.fd);
   return *this;
 }
 

@@ -1,0 +1,8 @@
+#pragma once
+
+#include <string>
+
+// Runs a command as system(3) does and returns what that returns. The command gets standard input,
+// output and error, and no other descriptor of this process; its signals have their default actions
+// and none is blocked.
+int RunCommand(const std::string& command);
