@@ -4,10 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <map>
 
 #include "common/errno_error.h"
 #include "common/stream_file.h"
@@ -37,11 +39,16 @@ void WriteWhole(StreamFile& file, const std::string& name,
   file.Close();
 }
 
-void MoveIntoPlace(const std::string& fresh, const std::string& path) {
-  sync();
+void Rename(const std::string& fresh, const std::string& path) {
   if (std::rename(fresh.c_str(), path.c_str()) != 0) throw ErrnoError("Unable to replace: " + path);
-  // The new name must be on the disk too.
-  const std::string directory = std::filesystem::path(path).parent_path();
+}
+
+std::string DirectoryOf(const std::string& path) {
+  return std::filesystem::path(path).parent_path();
+}
+
+// New names must be on the disk too.
+void SyncDirectory(const std::string& directory) {
   SyncToDisk(StreamFile(directory, O_RDONLY | O_DIRECTORY), directory);
 }
 
@@ -61,10 +68,12 @@ bool Succeeds(Act act) {
   }
 }
 
-}  // namespace
+// The name under which a file is written before it replaces the one at `path`.
+std::string FreshName(const std::string& path) { return path + ".new"; }
 
-bool ReplaceFile(const std::string& path, const std::function<void(std::ostream&)>& write) {
-  const std::string fresh = path + ".new";
+// Writes the new file, whole and on the disk, under its fresh name.
+bool WriteFresh(const Replacement& replacement) {
+  const std::string fresh = FreshName(replacement.path);
   StreamFile file;
   try {
     file.Open(fresh, O_WRONLY | O_CREAT | O_TRUNC);
@@ -72,18 +81,49 @@ bool ReplaceFile(const std::string& path, const std::function<void(std::ostream&
     return Refuse("Unable to open: " + fresh, error.ErrorNumber());
   }
   return Succeeds([&] {
-    TakeAfter(file, fresh, path);
-    WriteWhole(file, fresh, write);
-    MoveIntoPlace(fresh, path);
+    TakeAfter(file, fresh, replacement.path);
+    WriteWhole(file, fresh, replacement.write);
   });
 }
 
+}  // namespace
+
+void ReplaceFiles(std::span<Replacement> replacements) {
+  // A file is on the disk before it gets its name, so that the name never stands for half of it.
+  const auto step = [&](auto act) {
+    for (Replacement& replacement : replacements) {
+      if (!replacement.done) continue;
+      replacement.done = act(replacement);
+      if (!replacement.done) replacement.error_number = errno;
+    }
+  };
+  for (Replacement& replacement : replacements) replacement.done = true;
+  step(WriteFresh);
+  step([](const Replacement& replacement) {
+    return Succeeds([&] { Rename(FreshName(replacement.path), replacement.path); });
+  });
+  std::map<std::string, bool> synced;
+  step([&](const Replacement& replacement) {
+    const auto [directory, is_new] = synced.try_emplace(DirectoryOf(replacement.path), true);
+    if (is_new) directory->second = Succeeds([&] { SyncDirectory(directory->first); });
+    return directory->second;
+  });
+}
+
+bool ReplaceFile(const std::string& path, const std::function<void(std::ostream&)>& write) {
+  std::array<Replacement, 1> replacement = {{{path, write}}};
+  ReplaceFiles(replacement);
+  errno = replacement[0].error_number;
+  return replacement[0].done;
+}
+
 bool ReplaceLink(const std::string& path, const std::string& target) {
-  const std::string fresh = path + ".new";
+  const std::string fresh = FreshName(path);
   return Succeeds([&] {
     unlink(fresh.c_str());
     if (symlink(target.c_str(), fresh.c_str()) != 0) throw ErrnoError("Unable to link: " + fresh);
-    MoveIntoPlace(fresh, path);
+    Rename(fresh, path);
+    SyncDirectory(DirectoryOf(path));
   });
 }
 

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <ostream>
+#include <span>
 #include <string>
 
 // Replaces `path` by what `write` writes: first whole, under the name with ".new" behind it, and on
@@ -11,6 +12,18 @@
 // False after one line on standard output that says what failed, with its number in errno; the old
 // file stands then.
 bool ReplaceFile(const std::string& path, const std::function<void(std::ostream&)>& write);
+
+// One of several files that are replaced together.
+struct Replacement {
+  std::string path;
+  std::function<void(std::ostream&)> write;
+  bool done = false;
+  int error_number = 0;  // of what failed
+};
+
+// The same for several files, each of which succeeds or fails for itself and becomes `done` or not.
+// It costs one wait for the disk for each file, and one for each directory.
+void ReplaceFiles(std::span<Replacement> replacements);
 
 // The same for `path` as a symbolic link to `target`.
 bool ReplaceLink(const std::string& path, const std::string& target);

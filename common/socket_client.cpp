@@ -128,6 +128,9 @@ void SocketClient::ReadChunk() {
 }
 
 void SocketClient::WriteChunk() {
+  bool may_write = true;
+  Tell([&](SocketServerListener& listener) { may_write &= listener.ClientMayWrite(this); });
+  if (!may_write) return;
   if (FlightEmpty()) {
     inFlight.clear();
     written = 0;

@@ -25,6 +25,9 @@ class SocketServerListener {
   virtual void ClientActive(SocketClient* /*client*/) {}
   // One message, with its delimiter; without a delimiter, one chunk of bytes.
   virtual void GotRequest(SocketClient* /*client*/, const std::string& /*text*/) {}
+  // Whether what is queued for this client may be written now. If not, it is asked again in the
+  // next turn of the loop.
+  virtual bool ClientMayWrite(SocketClient* /*client*/) { return true; }
   // The peer shut down its sending side.
   virtual void ClientInputEnded(SocketClient* /*client*/) {}
   // This side has shut down its sending side.

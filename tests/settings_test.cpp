@@ -26,6 +26,13 @@ ino_t Inode(const std::string& path) {
   return status.st_ino;
 }
 
+// The head saves after it has told the processor.
+bool Appears(const std::string& path) {
+  for (const Deadline deadline(kDefaultTimeout); !std::filesystem::exists(path);)
+    if (deadline.IsOver()) return false;
+  return true;
+}
+
 // DC0 and the bias of red that the processor is told next.
 std::string NextBias(Processor& processor) {
   std::string found;
@@ -107,7 +114,7 @@ TEST(Settings, AreWrittenOnceAndWithoutWhatIsMasked) {
   for (int start = 0; start < 2; ++start) {
     Head head(root.Path(), Head::PlayedBy::kCaller);
     head.SignalProcessor().ReadPacket();
-    ASSERT_TRUE(std::filesystem::exists(path));
+    ASSERT_TRUE(Appears(path));
     EXPECT_EQ(head.Stop(), 0);
     // The second start finds the file as it is and leaves it alone.
     if (start == 0)
@@ -216,7 +223,7 @@ TEST(Settings, CountAsMissingWhenTheyCantBeRead) {
     std::filesystem::create_directories(etc + name);
   Head head(root.Path(), Head::PlayedBy::kCaller);
   EXPECT_EQ(NextBias(head.SignalProcessor()), "0.000000 3375");
-  EXPECT_TRUE(std::filesystem::is_directory(etc + "tavo.conf.bad"));
+  EXPECT_TRUE(Appears(etc + "tavo.conf.bad/") && Appears(etc + "tavo.conf"));
   EXPECT_NE(ReadFile(etc + "tavo.conf").find("<lightsource>"), std::string::npos);
   std::filesystem::remove(etc + "factorytavo.conf");
   std::filesystem::create_directory(etc + "factorytavo.conf");

@@ -1,5 +1,6 @@
 #include "leaf/lumet/lumet.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -66,7 +67,7 @@ Lumet::Lumet(const Instrument& instrument, const Machine& machine, bool debug, b
       bus(instrument.broker_port, this, doc),
       files(doc, {instrument.factory_settings, instrument.cal_settings, instrument.main_settings},
             machine),
-      save_retry(files, system_settings),
+      saver(files, system_settings, [this] { SendCommands(); }),
       dsp(instrument.dsp_fd >= 0 ? DSPDevice(instrument.dsp_fd)
                                  : DSPDevice(instrument.dsp_device, &machine)),
       server("\n", AF_INET6),
@@ -112,12 +113,12 @@ void Lumet::run() {
       SaveAll();
       Dump();
     }
-    while (loop->Process(-1)) {
-    }
+    while (loop->Process(saver.Wait())) saver.EndTurn();
     std::cout << "Exiting...\n";
   });
   dsp.AllOff();
   Guarded([this] { dsp.Drain(std::chrono::steady_clock::now() + DSPDevice::kLongestStop); });
+  saver.Save();
   // The processor needs a moment for that before its device closes; clients may use it.
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   Guarded([&] { server.Drain(end); });
@@ -125,6 +126,8 @@ void Lumet::run() {
 }
 
 void Lumet::readconfig() {
+  // What clients have been told of, or will be, is not to be read over.
+  saver.Save();
   system_settings.FillInZones(doc.Conf());
   files.load_factory();
   files.load_cal();
@@ -166,9 +169,9 @@ void Lumet::item_changed(const ConfigurableEvent&) {
   steps.Run([&] { system_settings.Apply(tavo); });
   steps.Run([&] { UpdateBias(false); });
   if (tavo.Cmd().has_changed()) steps.Run([&] { CarryOutCommands(); });
-  if (tavo.Factory().has_changed()) steps.Run([&] { files.save_factory(); });
-  if (tavo.Cal().has_changed()) steps.Run([&] { files.save_cal(); });
-  if (save_main) steps.Run([&] { files.save_main(); });
+  steps.Run([&] {
+    saver.Changed({tavo.Factory().has_changed(), tavo.Cal().has_changed(), save_main});
+  });
   steps.ThrowFirstFailure();
 }
 
@@ -192,6 +195,15 @@ void Lumet::UpdateBias(bool force) {
   if (force || tavo.Cal().has_changed() || tavo.Factory().Calibration().has_changed() ||
       tavo.Factory().Bias().has_changed())
     dsp.SetBiasConfig(BiasConfigOf(tavo));
+}
+
+void Lumet::SendCommands() {
+  constexpr int kPackets = 64;
+  struct pollfd link = {dsp.GetFD(), POLLOUT, 0};
+  for (int i = 0; i < kPackets && (dsp.GetEvents() & POLLOUT) != 0; ++i) {
+    if (poll(&link, 1, 0) <= 0 || (link.revents & POLLOUT) == 0) return;
+    dsp.HandleWrite();
+  }
 }
 
 void Lumet::SaveAll() {
@@ -257,7 +269,8 @@ void Lumet::TellOfTemperatureFault() {
 
 void Lumet::FinishZeroing(const std::string& zero) {
   UpdateBias(true);
-  files.save_cal();
+  saver.Changed({.cal = true});
+  saver.Save();
   // Behind the save, so that the record of this zero reaches the file with the next one.
   zeroing.LogCalibration(Timestamp(std::floor(Timestamp::Now().get())), "Zero " + zero);
   console.CheckForChanges();
@@ -358,7 +371,10 @@ void Lumet::ClientConnected(SocketClient* client) { console.ClientConnected(clie
 
 void Lumet::GotRequest(SocketClient* client, const std::string& text) {
   console.GotRequest(client, text);
+  saver.Told(client);
 }
+
+bool Lumet::ClientMayWrite(SocketClient* client) { return saver.MayLeave(client); }
 
 void Lumet::ClientDisconnected(SocketClient* client) { console.ClientDisconnected(client); }
 

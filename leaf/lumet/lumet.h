@@ -14,7 +14,7 @@
 #include "leaf/lumet/board/diagnostics.h"
 #include "leaf/lumet/board/hw_mon.h"
 #include "leaf/lumet/board/run_time_event_logger.h"
-#include "leaf/lumet/board/save_retry.h"
+#include "leaf/lumet/board/saver.h"
 #include "leaf/lumet/board/settings_files.h"
 #include "leaf/lumet/board/system_settings.h"
 #include "leaf/lumet/bus/message_bus.h"
@@ -80,6 +80,7 @@ class Lumet : public DSPDevice::Listener,
   // What clients do.
   void ClientConnected(SocketClient* client) override;
   void GotRequest(SocketClient* client, const std::string& text) override;
+  bool ClientMayWrite(SocketClient* client) override;
   void ClientDisconnected(SocketClient* client) override;
 
   // What the network shows: the console unit that this head belongs to has the broker.
@@ -132,6 +133,8 @@ class Lumet : public DSPDevice::Listener,
   // Ends the process, in good order. `order` is what the machine is to do after that: `reboot` or
   // `poweroff`, which may be null.
   void End(bool* order);
+  // Gives the processor the commands that are queued for it, as far as it takes them at once.
+  void SendCommands();
   void SaveAll();
   void Dump();
 
@@ -145,7 +148,7 @@ class Lumet : public DSPDevice::Listener,
   DocTavo doc;
   MessageBus bus;
   SettingsFiles files;
-  SaveRetry save_retry;
+  Saver saver;
   DSPDevice dsp;
   SocketServer server;
   ConsoleDelivery clients;

@@ -4,6 +4,9 @@
 #include <exception>
 #include <initializer_list>
 #include <iostream>
+#include <optional>
+#include <utility>
+#include <vector>
 
 #include "common/errno_error.h"
 #include "common/privilege_guard.h"
@@ -65,21 +68,63 @@ void SettingsFiles::load_main(const std::function<void()>& fill_in) {
   doc.notify_if_changed();
 }
 
-void SettingsFiles::save_factory() { Save(factory, doc.Conf().Factory(), {&doc.Conf().Factory()}); }
-
-void SettingsFiles::save_cal() {
-  Save(cal, doc.Conf().Cal(), {&doc.Conf().Cal(), &doc.Conf().History()});
+void SettingsFiles::Note(Parts parts) {
+  const auto note = [this](File& file, bool wanted) {
+    if (wanted && file.saved_count != PartOf(file).change_count()) file.noted = true;
+  };
+  note(factory, parts.factory);
+  note(cal, parts.cal);
+  note(main, parts.main);
 }
 
-void SettingsFiles::save_main() {
-  const Mask mask(doc.Conf());
-  Save(main, doc, {&doc});
+void SettingsFiles::SaveLater(Parts parts) {
+  Note(parts);
+  if (HasChanges()) const PrivilegeGuard rights(machine);
+}
+
+void SettingsFiles::SaveNow(Parts parts) {
+  Note(parts);
+  SaveChanges();
 }
 
 void SettingsFiles::SaveAgain() {
-  if (factory.unsaved) save_factory();
-  if (cal.unsaved) save_cal();
-  if (main.unsaved) save_main();
+  Note({factory.unsaved, cal.unsaved, main.unsaved});
+  SaveChanges();
+}
+
+void SettingsFiles::SaveChanges() {
+  std::vector<File*> changed;
+  for (File* file : all_files) {
+    if (!std::exchange(file->noted, false)) continue;
+    file->unsaved = file->saved_count != PartOf(*file).change_count();
+    if (file->unsaved) changed.push_back(file);
+  }
+  if (changed.empty()) return;
+  const PrivilegeGuard rights(machine);
+  std::erase_if(changed, [](const File* file) { return file->bad && !KeepBadFile(file->path); });
+  std::vector<Replacement> replacements;
+  for (File* file : changed)
+    replacements.push_back({file->path, [this, file](std::ostream& out) { Write(*file, out); }});
+  ReplaceFiles(replacements);
+  for (std::size_t i = 0; i < changed.size(); ++i) {
+    if (!replacements[i].done) continue;
+    changed[i]->saved_count = PartOf(*changed[i]).change_count();
+    changed[i]->unsaved = changed[i]->bad = false;
+  }
+}
+
+Configurable& SettingsFiles::PartOf(const File& file) const {
+  if (&file == &factory) return doc.Conf().Factory();
+  if (&file == &cal) return doc.Conf().Cal();
+  return doc;
+}
+
+void SettingsFiles::Write(const File& file, std::ostream& out) const {
+  std::optional<Mask> mask;
+  if (&file == &main) mask.emplace(doc.Conf());
+  PartOf(file).print_tree(out);
+  if (&file == &cal) doc.Conf().History().print_tree(out);
+  out << "\n";
 }
 
 bool SettingsFiles::Read(File& file, std::istringstream& in) {
@@ -102,19 +147,4 @@ bool SettingsFiles::Take(File& file, std::istream& in) {
     file.bad = true;
   }
   return !file.bad;
-}
-
-void SettingsFiles::Save(File& file, Configurable& part,
-                         const std::vector<Configurable*>& documents) {
-  file.unsaved = file.saved_count != part.change_count();
-  if (!file.unsaved) return;
-  const PrivilegeGuard rights(machine);
-  if (file.bad && !KeepBadFile(file.path)) return;
-  const bool saved = ReplaceFile(file.path, [&](std::ostream& out) {
-    for (Configurable* document : documents) document->print_tree(out);
-    out << "\n";
-  });
-  if (!saved) return;
-  file.saved_count = part.change_count();
-  file.unsaved = file.bad = false;
 }

@@ -1,11 +1,12 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <istream>
+#include <ostream>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "common/machine.h"
 #include "liborrel/doctavo/doc_tavo.h"
@@ -32,19 +33,34 @@ class SettingsFiles {
   // document's listeners if it has changed.
   void load_main(const std::function<void()>& fill_in);
 
-  // Each writes its file if its part of the tree has changed since it was last read or written.
+  // Parts of the settings, each with a file of its own.
+  struct Parts {
+    bool factory = false;
+    bool cal = false;
+    bool main = false;
+  };
+
+  // Notes of which parts SaveChanges is to save what has changed. Throws std::runtime_error when
+  // rights can't be had, so that whoever made the change hears of it.
+  void SaveLater(Parts parts);
+  // Whether there is something that was noted and not tried to save yet.
+  bool HasChanges() const { return factory.noted || cal.noted || main.noted; }
+  // Writes the files of what was noted, if it has changed since they were last read or written.
   // What can't be written is a line on standard output, and is left for the next change or
   // SaveAgain. Throws std::runtime_error when rights can't be had.
-  void save_factory();
-  void save_cal();
-  void save_main();
-  // Saves what could not be saved. Fails as they do.
+  void SaveChanges();
+  // Saves what could not be saved, too. Fails as SaveChanges does.
   void SaveAgain();
+  // One part at once. Each fails as SaveChanges does.
+  void save_factory() { SaveNow({.factory = true}); }
+  void save_cal() { SaveNow({.cal = true}); }
+  void save_main() { SaveNow({.main = true}); }
 
  private:
   struct File {
     std::string path;
     std::uint32_t& saved_count;
+    bool noted = false;    // to be saved by SaveChanges
     bool unsaved = false;  // the last attempt to write it failed
     bool bad = false;      // it holds what was not read
   };
@@ -55,7 +71,11 @@ class SettingsFiles {
   static bool Read(File& file, std::istringstream& in);
   // Takes one document from a file that is read; false unless it was whole.
   bool Take(File& file, std::istream& in);
-  void Save(File& file, Configurable& part, const std::vector<Configurable*>& documents);
+  void Note(Parts parts);
+  void SaveNow(Parts parts);
+  // The part of the document that `file` holds.
+  Configurable& PartOf(const File& file) const;
+  void Write(const File& file, std::ostream& out) const;
 
   DocTavo& doc;
   const Machine& machine;
@@ -66,4 +86,6 @@ class SettingsFiles {
   File factory;
   File cal;
   File main;
+  // In the order in which they are saved.
+  const std::array<File*, 3> all_files = {&factory, &cal, &main};
 };
