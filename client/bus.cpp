@@ -88,7 +88,8 @@ BusClient::BusClient(const BusOptions& options)
         "connect to");
   if (!TurnUntil(deadline, [this] { return greeting.has_value(); }))
     deadline.Fail("the greeting of " + place, "nothing came");
-  if (*greeting != 0) throw ClientError(place + " refuses: " + mosquitto_connack_string(*greeting));
+  if (*greeting != 0)
+    throw NoConnection(place + " refuses: " + mosquitto_connack_string(*greeting));
   for (const std::string& topic : options.topics) Subscribe(topic);
 }
 
@@ -99,7 +100,7 @@ BusClient::~BusClient() {
 
 void BusClient::Check(int code, const std::string& act) const {
   if (code != MOSQ_ERR_SUCCESS)
-    throw ClientError("unable to " + act + " " + place + ": " + TextOf(code));
+    throw NoConnection("unable to " + act + " " + place + ": " + TextOf(code));
 }
 
 int BusClient::Descriptor() const { return mosquitto_socket(handle.get()); }
@@ -118,7 +119,7 @@ void BusClient::Turn() {
 }
 
 void BusClient::FailLost() const {
-  throw ClientError("the connection to " + place + " is lost: " + lost);
+  throw NoConnection("the connection to " + place + " is lost: " + lost);
 }
 
 bool BusClient::TurnUntil(const Deadline& deadline, const std::function<bool()>& done) {

@@ -17,6 +17,18 @@ class ClientError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Nobody answers, or no longer.
+class NoConnection : public ClientError {
+ public:
+  using ClientError::ClientError;
+};
+
+// A head has refused a request; the text holds its own words.
+class Refused : public ClientError {
+ public:
+  using ClientError::ClientError;
+};
+
 // A wait that came to its end in vain. The text says what was waited for, and what came instead.
 class TimedOut : public ClientError {
  public:

@@ -45,7 +45,7 @@ void ConnectWithin(Socket& socket, const std::string& host, int port, Timeout ti
       failure = std::strerror(error.ErrorNumber());
     }
   }
-  throw ClientError("unable to connect to " + place + ": " + failure);
+  throw NoConnection("unable to connect to " + place + ": " + failure);
 }
 
 LineClient::LineClient(int port, const std::string& host, Timeout limit, int receive_buffer)
@@ -60,7 +60,7 @@ void LineClient::Send(std::string_view text) {
     if (sent >= 0)
       text.remove_prefix(static_cast<std::size_t>(sent));
     else if (errno != EAGAIN && errno != EINTR)
-      throw ClientError("unable to send to " + peer + ": " + std::strerror(errno));
+      throw NoConnection("unable to send to " + peer + ": " + std::strerror(errno));
     else if (!deadline.WaitFor(Descriptor(), POLLOUT))
       deadline.Fail(peer + " to take what is sent", "it took nothing");
   }
@@ -71,9 +71,9 @@ bool LineClient::ReadChunk() {
   const ssize_t count = recv(Descriptor(), buffer.data(), buffer.size(), 0);
   if (count > 0) parser.Add({buffer.data(), static_cast<std::size_t>(count)});
   if (count > 0) return true;
-  if (count == 0) throw ClientError(peer + " has closed the connection");
+  if (count == 0) throw NoConnection(peer + " has closed the connection");
   if (errno == EAGAIN || errno == EINTR) return false;
-  throw ClientError("unable to read from " + peer + ": " + std::strerror(errno));
+  throw NoConnection("unable to read from " + peer + ": " + std::strerror(errno));
 }
 
 std::optional<std::string> LineClient::TakeLine() {

@@ -68,6 +68,12 @@ double DataRow::operator[](std::string_view column) const {
   return values[static_cast<std::size_t>(found - columns->names.begin())];
 }
 
+std::vector<std::string> DataRow::Fields() const {
+  std::vector<std::string> fields = FieldsOf(AtTab(line).second);
+  fields.resize(values.size());
+  return fields;
+}
+
 bool RowReader::IsRow(std::string_view line) {
   constexpr std::string_view kStart = "DATA";
   if (!line.starts_with(kStart)) return false;

@@ -28,6 +28,8 @@ struct DataRow {
   const std::string& Name() const { return columns->row; }
   // The value of a column. Throws ClientError where there is no such column.
   double operator[](std::string_view column) const;
+  // The texts of the values, with every digit that the head sent.
+  std::vector<std::string> Fields() const;
 };
 
 // DATAEVENT: something that has happened, such as CONFIGCHANGED, or CONSOLECONNECTED with a name.

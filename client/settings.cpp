@@ -74,7 +74,7 @@ void Answer::Check() const {
     if (!refusal.item.empty()) all += refusal.item + ": ";
     all += refusal.message;
   }
-  if (!all.empty()) throw ClientError("the head refused: " + all);
+  if (!all.empty()) throw Refused("the head refused: " + all);
 }
 
 Element ReadSettings(const std::string& document) {
@@ -84,9 +84,9 @@ Element ReadSettings(const std::string& document) {
   return elements.front();
 }
 
-std::string SettingsDocument(std::string_view path, std::string_view content) {
-  std::string before = "<nemra><tavo>";
-  std::string after = "</tavo></nemra>";
+std::string NestedElements(std::string_view path, std::string_view content) {
+  std::string before;
+  std::string after;
   while (!path.empty()) {
     const std::size_t slash = path.find('/');
     const std::string tag(path.substr(0, slash));
@@ -95,6 +95,10 @@ std::string SettingsDocument(std::string_view path, std::string_view content) {
     path = slash == std::string_view::npos ? "" : path.substr(slash + 1);
   }
   return before.append(content) + after;
+}
+
+std::string SettingsDocument(std::string_view path, std::string_view content) {
+  return "<nemra><tavo>" + NestedElements(path, content) + "</tavo></nemra>";
 }
 
 std::string EscapedValue(std::string_view value) {

@@ -39,7 +39,7 @@ struct Answer {
   std::vector<Element> Elements() const;
   // What was refused, in order.
   std::vector<Refusal> Refusals() const;
-  // Throws ClientError with all of it if anything was refused.
+  // Throws Refused with all of it if anything was refused.
   void Check() const;
 };
 
@@ -47,6 +47,8 @@ struct Answer {
 // Throws ClientError.
 Element ReadSettings(const std::string& document);
 
+// The tags of a path, one within the other, and `content` within them.
+std::string NestedElements(std::string_view path, std::string_view content);
 // A document that holds `content` at a path below the head's own element, such as
 // "cfg/lightsource/Q_setpoint"; an empty path is that element.
 std::string SettingsDocument(std::string_view path, std::string_view content);

@@ -1,11 +1,19 @@
 #include "tools/event_plot.h"
 
+#include <sys/wait.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
 #include <functional>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
+
+#include "common/errno_error.h"
 
 namespace {
 
@@ -177,6 +185,19 @@ Ramp RampOf(const EventRecord& event) {
   return ramp;
 }
 
+void DrawPng(const EventRecord& event, const std::string& path) {
+  std::ostringstream script;
+  WriteGnuplot(event, path, script);
+  FILE* const gnuplot = popen("gnuplot", "w");
+  if (gnuplot == nullptr) throw ErrnoError("unable to start gnuplot");
+  std::signal(SIGPIPE, SIG_IGN);
+  std::fputs(script.str().c_str(), gnuplot);
+  const int status = pclose(gnuplot);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
+    throw ClientError("PNG needs gnuplot, which is not installed");
+  if (status != 0) throw ClientError("gnuplot failed");
+}
+
 }  // namespace
 
 void PrintResults(const EventRecord& event, std::ostream& out) {
@@ -297,4 +318,11 @@ void WriteGnuplot(const EventRecord& event, const std::string& png, std::ostream
         << "set xlabel '10000 / PFD'\nset xrange [0:*]\n"
         << "plot $ramp using 1:2 with points title 'F', " << event.fit->intercept << " + "
         << event.fit->slope << " * x with lines title 'fit'\nunset multiplot\n";
+}
+
+void DrawFile(const EventRecord& event, const std::string& path) {
+  if (path.ends_with(".png")) return DrawPng(event, path);
+  std::ofstream file(path);
+  DrawSvg(event, file);
+  if (!file.flush()) throw ErrnoError("unable to write " + path);
 }

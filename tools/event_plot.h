@@ -16,3 +16,7 @@ void DrawSvg(const EventRecord& event, std::ostream& out);
 
 // A script for gnuplot that draws the same into the file `png`.
 void WriteGnuplot(const EventRecord& event, const std::string& png, std::ostream& out);
+
+// Draws the same into a file: .png by gnuplot, which must be installed, anything else as SVG.
+// Throws ClientError or ErrnoError.
+void DrawFile(const EventRecord& event, const std::string& path);

@@ -1,19 +1,13 @@
 // Draws the record of a flash or dark pulse.
 
-#include <sys/wait.h>
-
 #include <CLI/CLI.hpp>
 #include <cmath>
-#include <csignal>
-#include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <sstream>
 #include <string>
 
 #include "client/bus.h"
-#include "common/errno_error.h"
 #include "tools/event_plot.h"
 
 namespace {
@@ -30,26 +24,6 @@ EventRecord NextOnBus(const std::string& host, int port, Timeout timeout) {
   BusClient bus({.host = host, .port = port, .topics = {bus_topic::kFlash, bus_topic::kDark}});
   bus.SetWaitLimit(timeout);
   return bus.NextEvent();
-}
-
-void DrawPng(const EventRecord& event, const std::string& path) {
-  std::ostringstream script;
-  WriteGnuplot(event, path, script);
-  FILE* const gnuplot = popen("gnuplot", "w");
-  if (gnuplot == nullptr) throw ErrnoError("unable to start gnuplot");
-  std::signal(SIGPIPE, SIG_IGN);
-  std::fputs(script.str().c_str(), gnuplot);
-  const int status = pclose(gnuplot);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
-    throw ClientError("PNG needs gnuplot, which is not installed");
-  if (status != 0) throw ClientError("gnuplot failed");
-}
-
-void Draw(const EventRecord& event, const std::string& path) {
-  if (path.ends_with(".png")) return DrawPng(event, path);
-  std::ofstream file(path);
-  DrawSvg(event, file);
-  if (!file.flush()) throw ErrnoError("unable to write " + path);
 }
 
 }  // namespace
@@ -79,7 +53,7 @@ int main(int argc, char** argv) {
     const EventRecord event =
         input.empty() ? NextOnBus(host, port, timeout) : EventRecord::Parse(ReadAll(input));
     PrintResults(event, std::cout);
-    if (!output.empty()) Draw(event, output);
+    if (!output.empty()) DrawFile(event, output);
     return 0;
   } catch (const std::exception& error) {
     std::cerr << "lumet-plot: " << error.what() << "\n";

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "client/bus.h"
+#include "client/console.h"
+#include "client/setting.h"
+#include "tools/terminal.h"
+
+// The commands of lumetctl. Each prints its result on standard output and throws for what goes
+// wrong: ClientError, NoConnection, FileError, or Failed.
+
+// What a command has found wrong, after it has said all that it had to say.
+class Failed : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A machine and a port, as "HOST", "HOST:PORT", "[ADDRESS]:PORT" or an address of IPv6. Throws
+// std::invalid_argument.
+struct HostPort {
+  static HostPort Parse(const std::string& text, int default_port);
+
+  std::string host;
+  int port = 0;
+};
+
+// How to reach a head, and how to answer.
+struct Ctl {
+  HostPort head = {"::1", LineClient::kConsolePort};
+  std::optional<HostPort> broker;  // the head's machine where none is named
+  Timeout timeout = std::chrono::seconds(20);
+  bool json = false;
+
+  // Each throws NoConnection with what to do about it, as client/ does otherwise.
+  ConsoleClient Connect() const;
+  HostPort Broker() const;
+  BusClient ConnectBus(const std::vector<std::string>& topics) const;
+};
+
+// Prints a line that begins with the program's name on standard error.
+void Warn(const std::string& text);
+
+// Settings. Paths may be those of branches; none stands for all.
+void GetSettings(const Ctl& ctl, const std::vector<std::string>& paths);
+void SetSettings(const Ctl& ctl, const std::vector<std::string>& assignments);
+void PrintTree(const Ctl& ctl, const std::string& path);
+void WatchSettings(const Ctl& ctl, const std::vector<std::string>& paths, Timeout duration);
+void SaveSettings(const Ctl& ctl, const std::string& file, const std::vector<std::string>& paths);
+void RestoreSettings(const Ctl& ctl, const std::string& file, bool only_tell);
+// All settings, and those of them at the paths. Throws ClientError, with the paths of the
+// like-named, for a path that the head does not have.
+std::vector<Setting> Select(const std::vector<Setting>& all, const std::vector<std::string>& paths);
+
+struct RowsOptions {
+  std::string csv = "-";
+  std::vector<std::string> columns;  // all where none is named
+  Timeout duration = kNoLimit;
+  std::size_t count = 0;  // 0 for no limit
+  bool status = false;    // DATASTAT instead of DATA
+};
+void PrintRows(const Ctl& ctl, const RowsOptions& options);
+
+struct FlashOptions {
+  std::string command;  // the setting below "cmd"
+  std::string plot;
+  std::string save;
+  Timeout before = std::chrono::seconds(1);  // of F before the flash
+  bool is_dark_adapted = false;
+  std::string reference;  // file; by the head's serial number where none is named
+  std::optional<double> Fo;
+  std::optional<double> Fm;
+};
+void Flash(const Ctl& ctl, const FlashOptions& options);
+// `detector` is "dc" or "pc".
+void Zero(const Ctl& ctl, const std::string& detector);
+// Ends after `count` events, or never for 0.
+void PrintEvents(const Ctl& ctl, const std::string& directory, Timeout duration, std::size_t count);
+
+void PrintStatus(const Ctl& ctl);
+void Discover(const Ctl& ctl, Timeout duration);
+
+// Ways to hear a head.
+
+// Hands what comes from the head to `take` until that returns false, the deadline, or an interrupt;
+// `turn` is called at least twenty times a second. Damaged rows are told and passed over; returns
+// how many there were.
+std::size_t Listen(ConsoleClient& head, const Deadline& end,
+                   const std::function<bool(const ConsoleMessage&)>& take,
+                   const std::function<bool()>& turn = {});
+// Sets one setting of "cmd" to true. Throws Refused, or tells what the head said where it has taken
+// it all the same.
+void Order(ConsoleClient& head, const std::string& command);
