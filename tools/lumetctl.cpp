@@ -102,12 +102,14 @@ void CommandLine::AddGlobals() {
            ctl.head = place(text, LineClient::kConsolePort);
          },
          "Where the head is; ::1, port 7246 without it")
-      ->type_name("HOST[:PORT]");
+      ->type_name("HOST[:PORT]")
+      ->take_last();
   app.add_option_function<std::string>(
          "--broker",
          [this, place](const std::string& text) { ctl.broker = place(text, BusOptions().port); },
          "Where its message bus is; the head's machine, port 1883 without it")
-      ->type_name("HOST[:PORT]");
+      ->type_name("HOST[:PORT]")
+      ->take_last();
   app.add_flag("--json", ctl.json, "Print JSON, for scripts");
   AddDuration(&app, "--timeout", ctl.timeout, "Longest wait for the head, 20s without it");
 }
