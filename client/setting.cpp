@@ -204,6 +204,9 @@ std::vector<Assignment> Assign(ConsoleClient& head, const std::vector<Setting>& 
   for (Assignment& assignment : assignments) {
     if (assignment.asked.find('\n') != std::string::npos)
       throw ClientError("a value can't hold a line feed: " + Quoted(assignment.asked));
+    // The head would answer it in the midst of the rest, however it is escaped.
+    if (assignment.asked.find("&query") != std::string::npos)
+      throw ClientError("a value can't hold a query: " + Quoted(assignment.asked));
     const auto setting = std::find_if(known.begin(), known.end(), [&](const Setting& each) {
       return each.path == assignment.path;
     });
