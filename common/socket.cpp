@@ -1,5 +1,7 @@
 #include "common/socket.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -102,6 +104,12 @@ void Socket::Shutdown(int how) {
   Checked(shutdown(GetFD(), how), "Socket: error shutting down socket");
 }
 
+void Socket::SetNoDelay() {
+  CheckOpen();
+  const int on = 1;
+  setsockopt(GetFD(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
 void Socket::GetSockName(SocketAddress& address) {
   CheckOpen();
   socklen_t length = SocketAddress::kRawBufferSize;
@@ -117,6 +125,13 @@ void Socket::GetPeerName(SocketAddress& address) {
 int Socket::Send(const void* buffer, std::size_t length, int flags) {
   CheckOpen();
   return Checked(send(GetFD(), buffer, length, flags | MSG_NOSIGNAL), "Socket: error in Send");
+}
+
+std::size_t Socket::SendSome(const void* buffer, std::size_t length) {
+  CheckOpen();
+  const ssize_t sent = send(GetFD(), buffer, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) return 0;
+  return static_cast<std::size_t>(Checked(sent, "Socket: error in Send"));
 }
 
 int Socket::SendTo(const void* buffer, std::size_t length, int flags,

@@ -1,6 +1,8 @@
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <iomanip>
 #include <limits>
 #include <map>
@@ -9,11 +11,13 @@
 #include <string>
 
 #include "common/bonjour_resolver.h"
+#include "common/number_format.h"
 #include "common/test_registry.h"
 #include "leaf/lumet/bus/announcement.h"
 #include "leaf/lumet/console/rows.h"
 #include "leaf/lumet/light/light_quantities.h"
 #include "leaf/lumet/light/timing.h"
+#include "leaf/lumet/link/sample_clock.h"
 
 void MeasurementCases();
 
@@ -57,6 +61,75 @@ void LightCases() {
     expected << row.pfd << " " << row.redmodavg << " " << row.redfrac << " " << row.bluefrac << " "
              << row.farredfrac << " ";
     ExpectEqual(derived.str(), expected.str(), row.name);
+  }
+}
+
+// What is kept from one sample to the next changes nothing.
+void LightSequenceCases() {
+  LightCalibration calibration;
+  calibration.red = {2.5F, 0.3F, 100};
+  calibration.blue = {4.1F, 0.7F, 3};
+  calibration.farred = {0.9F, 0.11F, -5};
+  calibration.modred = {1.7F, 2.3F, 10};
+  LightQuantities kept(calibration);
+  std::mt19937 random(5);
+  DataSample sample;
+  for (int i = 0; i < 20'000; ++i) {
+    constexpr std::array kMeasured = {DataSample::PC,        DataSample::MODRATE,
+                                      DataSample::REDDAC,    DataSample::BLUEDAC,
+                                      DataSample::FARREDDAC, DataSample::MODREDDAC};
+    float& value = sample.values[kMeasured[random() % kMeasured.size()]];
+    value = random() % 3 == 0    ? 0
+            : random() % 50 == 0 ? std::bit_cast<float>(static_cast<std::uint32_t>(random()))
+                                 : static_cast<float>(random() % 70'000) / 3 - 1000;
+    const float transmittance = random() % 2 == 0 ? 1 : 0.7F;
+    DataSample fresh = sample;
+    DeriveLightQuantities(calibration, transmittance, fresh);
+    kept.Derive(transmittance, sample);
+    for (std::size_t place = 0; place < sample.values.size(); ++place)
+      ExpectTrue(std::bit_cast<std::uint32_t>(sample.values[place]) ==
+                         std::bit_cast<std::uint32_t>(fresh.values[place]) ||
+                     (std::isnan(sample.values[place]) && std::isnan(fresh.values[place])),
+                 "quantities of a sequence");
+  }
+}
+
+// Times are the sums of doubles, whatever way they are worked out.
+void ClockCases() {
+  std::mt19937_64 random(3);
+  for (const std::uint32_t second : {5U, 1'073'741'000U, 1'795'235'804U, 2'147'480'000U}) {
+    SampleClock clock;
+    const auto nanoseconds = static_cast<std::int32_t>(random() % 1'000'000'000);
+    const RecordTime stamp = {second, nanoseconds};
+    const double start = clock.Synchronise(0, stamp);
+    for (int i = 0; i < 20'000; ++i) {
+      const auto tick = static_cast<std::uint32_t>(random() % 0xFF676980);
+      ExpectTrue(clock.Unwrap(tick) == start + tick / 1e6, "time of tick " + std::to_string(tick));
+    }
+  }
+}
+
+// Six digits of floats where they are hardest: at powers of ten, in ties, and the smallest.
+void NumberCases() {
+  const auto check = [](float value) {
+    std::array<char, 32> text;
+    std::array<char, 32> expected;
+    std::snprintf(expected.data(), expected.size(), "%g", double{value});
+    *PutFloat(text.data(), value) = '\0';
+    ExpectEqual(std::string(text.data()), std::string(expected.data()));
+  };
+  const auto with_neighbours = [&](float value) {
+    for (const float next : {std::nextafter(value, 0.0F), value, std::nextafter(value, INFINITY)})
+      check(next);
+  };
+  for (int exponent = -45; exponent <= 38; ++exponent)
+    for (const double digits : {1.0, 9.999995, 9.99999, 1.000005, 2.5})
+      with_neighbours(static_cast<float>(digits * std::pow(10, exponent)));
+  for (unsigned i = 0; i < 20'000; ++i) {
+    check(static_cast<float>(2 * i + 1) / 4 + 50'000);
+    check(static_cast<float>(10 * i + 5) + 1'000'000);
+    check(static_cast<float>(2 * i + 1) / 2 + 300'000);
+    check(std::bit_cast<float>(i * i / 3));
   }
 }
 
@@ -213,6 +286,9 @@ void ConsoleUnitCases() {
 
 void MeasurementCases() {
   LightCases();
+  LightSequenceCases();
+  ClockCases();
+  NumberCases();
   RowCases();
   PayloadCases();
   OutputRateCases();
