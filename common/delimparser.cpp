@@ -10,6 +10,13 @@ void DelimParser::AddDelimiter(const std::string& delimiter) {
   searched = taken;
 }
 
+void DelimParser::GiveBackRoom() {
+  constexpr std::size_t kMostKeptRoom = 1024;
+  if (Pending() > 0 || buffer.capacity() <= kMostKeptRoom) return;
+  buffer = std::string();
+  taken = searched = 0;
+}
+
 void DelimParser::Add(std::string_view bytes) {
   // Make room only here, once per chunk of input, however many messages it held.
   buffer.erase(0, taken);
@@ -21,7 +28,10 @@ void DelimParser::Add(std::string_view bytes) {
 bool DelimParser::Next(std::string& message) {
   std::size_t which = 0;
   const std::size_t length = FindMessage(which);
-  if (length == 0) return false;
+  if (length == 0) {
+    GiveBackRoom();
+    return false;
+  }
   Take(length, message);
   return true;
 }

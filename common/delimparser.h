@@ -27,6 +27,8 @@ class DelimParser {
   // none.
   std::size_t FindMessage(std::size_t& which);
   void Take(std::size_t length, std::string& message);
+  // Of what a long message has needed, once all is given out.
+  void GiveBackRoom();
 
   std::vector<std::string> delimiters;
   bool line_feed_only = false;

@@ -69,12 +69,14 @@ bool PollProcessor::Process(int timeout_ms) {
   // that the caller hears of it at once.
   if (idlers.empty()) idle_finished = true;
   const int timeout = TimerPass(timeout_ms);
+  FlushPass();
   if (fds_dirty) RebuildDescriptors();
   const int ready = poll(fds.data(), fds.size(), idle_finished ? timeout : 0);
   if (ready == 0) {
     IdlePass();
   } else if (ready > 0) {
     DescriptorPass();
+    FlushPass();
   } else if (errno == EINTR) {
     SignalPass();
   } else {
@@ -131,8 +133,10 @@ int PollProcessor::TimerPass(int timeout_ms) {
     if (alive && timer->armed) limit = std::min(limit, timer->expiry);
   }
   if (limit == kNever) return timeout_ms;
-  const std::int64_t wait_ms = (limit - SteadyNow()) / kNanosecondsPerMs;
-  if (wait_ms <= 0) return 0;
+  const std::int64_t wait = limit - SteadyNow();
+  if (wait <= 0) return 0;
+  // Rounded up, so that the loop does not spin through the last millisecond.
+  const std::int64_t wait_ms = (wait + kNanosecondsPerMs - 1) / kNanosecondsPerMs;
   if (timeout_ms >= 0 && timeout_ms < wait_ms) return timeout_ms;
   return static_cast<int>(std::min<std::int64_t>(wait_ms, std::numeric_limits<int>::max()));
 }
@@ -189,6 +193,18 @@ void PollProcessor::IdlePass() {
       handler->finished = true;
   }
   idle_finished = all_done;
+}
+
+void PollProcessor::FlushPass() {
+  // A flush may ask for another one.
+  for (std::size_t i = 0; i < flushes.size(); ++i) {
+    PollFlushHandler* handler = flushes[i];
+    if (handler == nullptr) continue;
+    flushes[i] = nullptr;
+    handler->requested = false;
+    handler->Flush();
+  }
+  flushes.clear();
 }
 
 void PollProcessor::NoteActivity() {
@@ -290,6 +306,17 @@ void PollTimer::Extend(int ms) {
     expiry += ms * kNanosecondsPerMs;
     armed = true;
   }
+}
+
+PollFlushHandler::~PollFlushHandler() {
+  std::vector<PollFlushHandler*>& flushes = PollProcessor::Instance()->flushes;
+  std::replace(flushes.begin(), flushes.end(), this, static_cast<PollFlushHandler*>(nullptr));
+}
+
+void PollFlushHandler::RequestFlush() {
+  if (requested) return;
+  requested = true;
+  PollProcessor::Instance()->flushes.push_back(this);
 }
 
 PollIdleHandler::PollIdleHandler(bool add) {

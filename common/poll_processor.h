@@ -15,6 +15,7 @@ class PollItem;
 class PollTimer;
 class PollIdleHandler;
 class PollSignalHandler;
+class PollFlushHandler;
 
 // The one event loop of the process, and of its one thread. Sources register themselves with
 // Instance() and are called back through their virtual operations; a source that is a base of a
@@ -28,7 +29,8 @@ class PollProcessor {
   PollProcessor& operator=(const PollProcessor&) = delete;
 
   // One turn: signals, due timers, then a poll of at most `timeout_ms` (negative: no limit) and
-  // what it found, or the idle handlers if it found nothing. False once Quit was called. Throws
+  // what it found, or the idle handlers if it found nothing; and what these asked to be flushed.
+  // The wait for a timer is rounded up to the next millisecond. False once Quit was called. Throws
   // ErrnoError when poll fails with anything but EINTR.
   bool Process(int timeout_ms);
 
@@ -43,6 +45,7 @@ class PollProcessor {
   friend class PollTimer;
   friend class PollIdleHandler;
   friend class PollSignalHandler;
+  friend class PollFlushHandler;
   class _QuitSignalHandler;
 
   PollProcessor();
@@ -54,6 +57,7 @@ class PollProcessor {
   PollItem* FindItem(int fd);
   void DescriptorPass();
   void IdlePass();
+  void FlushPass();
   void NoteActivity();
 
   std::vector<struct pollfd> fds;  // what poll is given; follows `items` when `fds_dirty`
@@ -72,6 +76,7 @@ class PollProcessor {
   std::list<PollTimer*> due_timers;
   std::list<PollIdleHandler*> run_idlers;
   std::list<std::pair<PollSignalHandler*, int>> run_signals;
+  std::vector<PollFlushHandler*> flushes;  // asked for in this pass
   bool quit = false;
   std::unique_ptr<_QuitSignalHandler> quit_handler;
 };
@@ -141,6 +146,22 @@ class PollTimer {
   std::int64_t expiry = 0;  // nanoseconds on the steady clock
   bool registered = false;
   bool armed = false;
+};
+
+// Work that is done once at the end of the pass in which it is asked for, however often that was.
+class PollFlushHandler {
+ public:
+  PollFlushHandler() = default;
+  virtual ~PollFlushHandler();
+  PollFlushHandler(const PollFlushHandler&) = delete;
+  PollFlushHandler& operator=(const PollFlushHandler&) = delete;
+
+  virtual void Flush() = 0;
+  void RequestFlush();
+
+ private:
+  friend class PollProcessor;
+  bool requested = false;
 };
 
 // Work for when nothing else is to be done.

@@ -123,6 +123,12 @@ void Socket::SetKeepAlive(int idle_s, int interval_s, int count) {
   }
 }
 
+void Socket::SetNoDelay() {
+  CheckOpen();
+  const int on = 1;
+  setsockopt(GetFD(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
 void Socket::GetSockName(SocketAddress& address) {
   CheckOpen();
   socklen_t length = SocketAddress::kRawBufferSize;
@@ -138,6 +144,13 @@ void Socket::GetPeerName(SocketAddress& address) {
 int Socket::Send(const void* buffer, std::size_t length, int flags) {
   CheckOpen();
   return Checked(send(GetFD(), buffer, length, flags | MSG_NOSIGNAL), "Socket: error in Send");
+}
+
+std::size_t Socket::SendSome(const void* buffer, std::size_t length) {
+  CheckOpen();
+  const ssize_t sent = send(GetFD(), buffer, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) return 0;
+  return static_cast<std::size_t>(Checked(sent, "Socket: error in Send"));
 }
 
 int Socket::SendTo(const void* buffer, std::size_t length, int flags,

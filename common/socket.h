@@ -49,12 +49,17 @@ class Socket : public StreamFileBase {
   // asks it every `interval_s` seconds, and gives up after `count` questions without an answer.
   // Without effect where there is no TCP.
   void SetKeepAlive(int idle_s, int interval_s, int count);
+  // Has what is sent leave at once, however little it is. Without effect on a socket that never
+  // waits for more.
+  void SetNoDelay();
   void GetSockName(SocketAddress& address);
   void GetPeerName(SocketAddress& address);
 
   // Each returns the bytes sent or received. Sending to a peer that is gone fails with EPIPE, and
   // never raises SIGPIPE.
   int Send(const void* buffer, std::size_t length, int flags);
+  // Sends what the system takes without waiting, which may be nothing.
+  std::size_t SendSome(const void* buffer, std::size_t length);
   int SendTo(const void* buffer, std::size_t length, int flags, const SocketAddress& address);
   int SendMsg(const struct msghdr* message, int flags);
   int Recv(void* buffer, std::size_t length, int flags);

@@ -1,5 +1,6 @@
 #include "common/socket_client.h"
 
+#include <array>
 #include <iostream>
 #include <utility>
 
@@ -20,6 +21,7 @@ SocketClient::SocketClient(SocketServer& owner, const Socket& listening)
     : PollItem(POLLIN, false), server(owner), socket(listening, nullptr) {
   socket.SetNonBlocking();
   WatchPeer(socket);
+  socket.SetNoDelay();
   Add();
 }
 
@@ -41,13 +43,15 @@ bool SocketClient::AcceptsText() const {
 
 void SocketClient::Send(std::string_view text) {
   if (!AcceptsText()) return;
+  StopFollowing();
   pending.append(text);
   sentSinceTick += static_cast<std::uint32_t>(text.size());
-  WantWrite(true);
+  server.RequestFlush();
 }
 
 void SocketClient::SendFile(const std::string& path) {
   if (!AcceptsText()) return;
+  StopFollowing();
   if (FlightEmpty()) {
     inFlight.swap(pending);
     written = 0;
@@ -61,6 +65,7 @@ void SocketClient::SendFile(const std::string& path) {
 
 void SocketClient::CloseAfterSend() {
   if (!IsOpen()) return;
+  StopFollowing();
   state |= kCloseWhenDrained;
   if (Backlog() == 0 && !file.IsOpen()) FinishWriting();
 }
@@ -74,8 +79,38 @@ void SocketClient::Close() {
     pending = std::string();
     inFlight = std::string();
     written = 0;
+    follows = false;
   }
   Remove();
+}
+
+std::size_t SocketClient::Unread() const { return server.broadcast.End() - next_place; }
+
+void SocketClient::StartFollowing() {
+  // Of the room that its own queue has needed it keeps some for the next answers.
+  constexpr std::size_t kMostKeptRoom = 1024;
+  for (std::string* queue : {&pending, &inFlight}) {
+    queue->clear();
+    if (queue->capacity() > kMostKeptRoom) *queue = std::string();
+  }
+  written = 0;
+  next_place = tick_place = server.broadcast.End();
+  follows = true;
+}
+
+void SocketClient::StopFollowing() {
+  if (!follows) return;
+  follows = false;
+  pending.append(server.broadcast.From(next_place));
+  sentSinceTick += static_cast<std::uint32_t>(server.broadcast.End() - tick_place);
+  server.all_follow = false;
+}
+
+bool SocketClient::TickWasSilent() {
+  const bool silent = sentSinceTick == 0 && (!follows || tick_place == server.broadcast.End());
+  sentSinceTick = 0;
+  tick_place = server.broadcast.End();
+  return silent;
 }
 
 void SocketClient::SetContext(std::shared_ptr<SocketClientContext> new_context) {
@@ -101,6 +136,10 @@ void SocketClient::HandleWrite() {
   Guarded("HandleWrite", [this] { WriteChunk(); });
 }
 
+void SocketClient::Flush() {
+  if (Backlog() > 0 && (GetEvents() & POLLOUT) == 0) HandleWrite();
+}
+
 template <class Act>
 void SocketClient::Guarded(const char* event, Act act) {
   if (!IsOpen()) return;
@@ -114,7 +153,12 @@ void SocketClient::Guarded(const char* event, Act act) {
 }
 
 void SocketClient::ReadChunk() {
-  if (socket.ReadString(received) > 0) {
+  // One buffer for all clients, which are read one after another.
+  std::string& received = server.received;
+  std::array<char, 4096> chunk;
+  const int count = socket.Read(chunk.data(), static_cast<unsigned>(chunk.size()));
+  received.assign(chunk.data(), static_cast<std::size_t>(count));
+  if (count > 0) {
     GotData(received);
     return;
   }
@@ -128,9 +172,17 @@ void SocketClient::ReadChunk() {
 }
 
 void SocketClient::WriteChunk() {
+  // What a listener holds back was sent to this client alone, so it does not follow the others
+  // then.
+  if (follows) {
+    const std::string_view unread = server.broadcast.From(next_place);
+    next_place += socket.SendSome(unread.data(), unread.size());
+    WantWrite(Unread() > 0);
+    return;
+  }
   bool may_write = true;
   Tell([&](SocketServerListener& listener) { may_write &= listener.ClientMayWrite(this); });
-  if (!may_write) return;
+  if (!may_write) return WantWrite(true);
   if (FlightEmpty()) {
     inFlight.clear();
     written = 0;
@@ -140,14 +192,16 @@ void SocketClient::WriteChunk() {
       inFlight.swap(pending);
   }
   if (!FlightEmpty())
-    written += static_cast<std::size_t>(
-        socket.Send(inFlight.data() + written, inFlight.size() - written, 0));
-  if (Backlog() == 0 && !file.IsOpen()) FinishWriting();
+    written += socket.SendSome(inFlight.data() + written, inFlight.size() - written);
+  if (Backlog() == 0 && !file.IsOpen())
+    FinishWriting();
+  else
+    WantWrite(true);
 }
 
 void SocketClient::FinishWriting() {
   WantWrite(false);
-  if ((state & kCloseWhenDrained) == 0) return;
+  if ((state & kCloseWhenDrained) == 0) return StartFollowing();
   if ((state & kOutputShutDown) == 0) {
     socket.Shutdown(SHUT_WR);
     state |= kOutputShutDown;
@@ -179,6 +233,8 @@ void SocketClientParseData::GotData(const std::string& text) {
   parser.Add(text);
   // What stands behind a message that closed the client was sent to nobody.
   while (IsOpen() && parser.Next(message)) TellRequest(message);
+  constexpr std::size_t kMostKeptRoom = 1024;
+  if (message.capacity() > kMostKeptRoom) message = std::string();
   if (IsOpen() && parser.Pending() > MessageLimit()) {
     std::cout << "SocketClient: closing a client whose message has no end\n";
     Close();

@@ -26,6 +26,11 @@ class SocketClientContext {
 // One connection of a SocketServer, which owns it: a read path that hands bytes on as they come,
 // and a queued write path. What happens is told to the server's listeners.
 //
+// What is queued is sent at the end of the pass of the loop, and what the system does not take then
+// as soon as it takes more. A client that has been served follows the server's broadcast: what all
+// clients are sent is kept there, and a client's own queue holds what it alone is sent, with all
+// that comes behind that until it is served again.
+//
 // A closed client stays a valid object, which ignores what it is asked, until the server's next
 // accept. A read or write error, and an exception from a listener, closes the client with a line
 // on standard output.
@@ -48,7 +53,9 @@ class SocketClient : public PollItem {
   // Tells ClientDisconnected, then closes at once; what is queued is lost.
   void Close();
   // Bytes queued and not yet taken by the system.
-  std::size_t Backlog() const { return pending.size() + inFlight.size() - written; }
+  std::size_t Backlog() const {
+    return follows ? Unread() : pending.size() + inFlight.size() - written;
+  }
 
   const std::shared_ptr<SocketClientContext>& GetContext() const { return context; }
   void SetContext(std::shared_ptr<SocketClientContext> new_context);
@@ -83,6 +90,14 @@ class SocketClient : public PollItem {
   };
 
   bool AcceptsText() const;
+  // Bytes of the broadcast that a client that follows it has still to send.
+  std::size_t Unread() const;
+  void StartFollowing();
+  void StopFollowing();
+  // Whether nothing was queued since the last keep-alive tick; begins the next one.
+  bool TickWasSilent();
+  // Sends what is queued, unless the system is known to take nothing now.
+  void Flush();
   bool FlightEmpty() const { return written == inFlight.size(); }
   void WantWrite(bool want);
   // Runs the work of an event on an open client; what it throws closes the client.
@@ -102,8 +117,10 @@ class SocketClient : public PollItem {
   unsigned state = 0;
   std::shared_ptr<SocketClientContext> context;
   FileReader file;
-  std::string received;
-  std::uint32_t sentSinceTick = 0;  // bytes queued since the last keep-alive tick
+  bool follows = false;             // the broadcast; the queues above are empty
+  std::size_t next_place = 0;       // in the broadcast, of the first byte that is not gone
+  std::size_t tick_place = 0;       // and of the first one since the last keep-alive tick
+  std::uint32_t sentSinceTick = 0;  // bytes queued here since then
 };
 
 // A client whose bytes are cut into messages at a delimiter; GotRequest is told with each, its

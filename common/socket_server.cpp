@@ -101,6 +101,7 @@ SocketClient* SocketServer::Connect(const SocketAddress& address, unsigned secon
 
 void SocketServer::Drain(std::chrono::steady_clock::time_point deadline) {
   using std::chrono::ceil, std::chrono::milliseconds, std::chrono::steady_clock;
+  Flush();
   while (true) {
     std::vector<SocketClient*> waiting;
     std::vector<struct pollfd> fds;
@@ -116,6 +117,35 @@ void SocketServer::Drain(std::chrono::steady_clock::time_point deadline) {
     for (std::size_t i = 0; i < fds.size(); ++i)
       if (fds[i].revents != 0) waiting[i]->HandleWrite();
   }
+}
+
+void SocketServer::SendToAll(std::string_view text, std::size_t limit) {
+  // Mostly nobody is near the limit, and there is nothing to do for each.
+  const std::size_t most_unread = longest_unread + (broadcast.End() - flushed_place);
+  if (!all_follow || most_unread >= limit) {
+    for (const auto& client : clients) {
+      const bool lost = client->Backlog() >= limit;
+      if (!client->follows && !lost) client->Send(text);
+      if (client->follows && lost) client->StopFollowing();
+    }
+  }
+  broadcast.Append(text);
+  RequestFlush();
+}
+
+void SocketServer::Flush() {
+  for (const auto& client : clients) client->Flush();
+  // Only now: whoever heard of a client that closed may have sent something to the others.
+  all_follow = true;
+  longest_unread = 0;
+  for (const auto& client : clients) {
+    if (client->follows)
+      longest_unread = std::max(longest_unread, client->Unread());
+    else if (client->IsOpen())
+      all_follow = false;
+  }
+  broadcast.Keep(longest_unread);
+  flushed_place = broadcast.End();
 }
 
 void SocketServer::HandleRead() {
@@ -157,8 +187,10 @@ void SocketServer::ResumeAccepting() {
 void SocketServer::Expired() {
   if (keep_alive_text.empty()) return;
   for (const auto& client : clients) {
-    if (client->IsOpen() && client->sentSinceTick == 0) client->Send(keep_alive_text);
-    client->sentSinceTick = 0;
+    if (!client->TickWasSilent()) continue;
+    client->Send(keep_alive_text);
+    // What keeps it alive does not count.
+    client->TickWasSilent();
   }
   Extend(keep_alive_period_ms);
 }
@@ -173,5 +205,6 @@ std::unique_ptr<SocketClient> SocketServer::MakeClient(const Connection&... conn
 SocketClient* SocketServer::Adopt(std::unique_ptr<SocketClient> client) {
   Tell([&](SocketServerListener& listener) { listener.ClientConnected(client.get()); });
   clients.push_back(std::move(client));
+  all_follow = false;
   return clients.back().get();
 }

@@ -7,7 +7,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
+#include "common/broadcast.h"
 #include "common/http_parser.h"
 #include "common/poll_processor.h"
 #include "common/socket.h"
@@ -44,7 +46,7 @@ class SocketServerListener {
 
 // Puts a listening stream socket on the loop and owns the clients that it accepts. Listeners are
 // not owned; add them before Listen, so that no client appears unseen.
-class SocketServer : public PollItem, public PollTimer {
+class SocketServer : public PollItem, public PollTimer, public PollFlushHandler {
  public:
   // An empty delimiter means no splitting. Throws ErrnoError without a socket of that family.
   SocketServer(const std::string& message_delimiter, int address_family);
@@ -70,6 +72,10 @@ class SocketServer : public PollItem, public PollTimer {
   void SetMessageLimit(std::size_t bytes) { message_limit = bytes; }
   std::size_t GetMessageLimit() const { return message_limit; }
 
+  // Sends `text` to every client whose backlog is below `limit` bytes; the others lose it. It is
+  // kept once for all who are served.
+  void SendToAll(std::string_view text, std::size_t limit);
+
   // Sends `text` every `period_ms` to each client that was sent nothing since the last time. An
   // empty text, or a period of 0 or less, stops that.
   void SetKeepAlive(const std::string& text, int period_ms);
@@ -92,6 +98,8 @@ class SocketServer : public PollItem, public PollTimer {
   void HandleRead() override;
   // The keep-alive tick.
   void Expired() override;
+  // Sends what the clients have queued, as far as the system takes it.
+  void Flush() override;
   const char* GetName() override { return "SocketServer"; }
 
  private:
@@ -132,6 +140,13 @@ class SocketServer : public PollItem, public PollTimer {
   std::optional<HTTPParser::Kind> http_kind;
   std::list<SocketServerListener*> listeners;
   std::list<std::unique_ptr<SocketClient>> clients;
+  Broadcast broadcast;
+  // The most that a client had still to send of it after the latest flush, and its end then. Those
+  // that follow now have all been served, or had no more to send.
+  std::size_t longest_unread = 0;
+  Broadcast::Place flushed_place = 0;
+  bool all_follow = true;  // every open client follows it
+  std::string received;    // by the client that is being read
   Socket socket;
   int port = -1;
   int family;

@@ -235,7 +235,63 @@ void SendCases() {
   SocketClient* outgoing = service.server.Connect(service.address, 5);
   outgoing->Send("hello\n");
   service.Turn();
-  ExpectEqual(service.listener.Taken(), "connected connected active active 'hello\n' ");
+  ExpectEqual(service.listener.Taken(), "connected active connected active 'hello\n' ");
+}
+
+// What all are sent reaches each whole and in order, but for those who are too far behind, however
+// it is mixed with what each alone is sent.
+void BroadcastCases() {
+  constexpr std::size_t kLimit = 200'000;
+  Service slow("\n");
+  SocketClient* const stalled = slow.listener.client;
+  Socket reader;
+  reader.Create(AF_INET6, SOCK_STREAM, 0);
+  reader.Connect(slow.address);
+  Service::Turn();
+  SocketClient* const served = slow.listener.client;
+  const auto hear = [](Socket& peer, std::string& heard) {
+    std::array<char, 65536> chunk;
+    for (ssize_t count = 1; count > 0;) {
+      count = recv(peer.GetFD(), chunk.data(), chunk.size(), MSG_DONTWAIT);
+      if (count > 0) heard.append(chunk.data(), static_cast<std::size_t>(count));
+    }
+  };
+  std::string heard_by_stalled;
+  std::string heard_by_served;
+  std::string for_stalled;
+  std::string for_served;
+  const auto send_to = [](SocketClient* client, const std::string& text, std::string& expected) {
+    client->Send(text);
+    expected += text;
+  };
+  send_to(stalled, "first\n", for_stalled);
+  send_to(served, "first\n", for_served);
+  std::size_t lost = 0;
+  for (int i = 0; i < 12'000; ++i) {
+    const std::string row = std::to_string(i) + std::string(1000, 'r') + "\n";
+    const bool taken = stalled->Backlog() < kLimit;
+    if (taken) for_stalled += row;
+    lost += taken ? 0 : 1;
+    for_served += row;
+    slow.server.SendToAll(row, kLimit);
+    ExpectTrue(taken || stalled->Backlog() >= kLimit, "a row for a client at its limit");
+    if (i % 7 == 0) send_to(served, "answer\n", for_served);
+    if (i % 1000 == 0) send_to(stalled, "answer\n", for_stalled);
+    if (i % 5 != 0) continue;
+    Service::Turn();
+    hear(reader, heard_by_served);
+    // It wakes up once in between.
+    if (i > 9000 && i < 10'000) hear(slow.peer, heard_by_stalled);
+  }
+  ExpectTrue(lost > 0, "rows for a client at its limit");
+  for (int turns = 0; turns < 10'000 && heard_by_stalled.size() < for_stalled.size(); ++turns) {
+    Service::Turn();
+    hear(slow.peer, heard_by_stalled);
+    hear(reader, heard_by_served);
+  }
+  ExpectTrue(heard_by_stalled == for_stalled, "what the stalled client heard");
+  ExpectTrue(heard_by_served == for_served, "what the other client heard");
+  ExpectEqual(stalled->Backlog() + served->Backlog(), std::size_t{0});
 }
 
 }  // namespace
@@ -245,4 +301,5 @@ void SocketServerCases() {
   CloseCases();
   HTTPCases();
   SendCases();
+  BroadcastCases();
 }

@@ -30,7 +30,7 @@ void ForEachLineFromTheEnd(std::ifstream& file, Take take) {
     start -= size;
     std::string block(static_cast<std::size_t>(size), '\0');
     file.seekg(start);
-    if (!file.read(block.data(), size)) return;
+    if (!file.read(block.data(), static_cast<std::streamsize>(size))) return;
     rest.insert(0, block);
     for (std::size_t feed = 0; (feed = rest.rfind('\n')) != std::string::npos; rest.resize(feed))
       if (take(std::string_view(rest).substr(feed + 1))) return;

@@ -7,7 +7,7 @@ void ConsoleDelivery::SendToClient(SocketClient* client, std::string_view text, 
 }
 
 void ConsoleDelivery::SendToAll(std::string_view text, std::size_t limit) {
-  for (const auto& client : server.Clients()) SendToClient(client.get(), text, limit);
+  server.SendToAll(text, limit);
 }
 
 bool ConsoleDelivery::Wants(const SocketClient& client, LumetSocketContext::Output output) {

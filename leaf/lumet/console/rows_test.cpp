@@ -1,8 +1,10 @@
 #include "leaf/lumet/console/rows.h"
 
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <iomanip>
 #include <limits>
 #include <map>
@@ -10,11 +12,36 @@
 #include <sstream>
 #include <string>
 
+#include "common/number_format.h"
 #include "common/test_registry.h"
 
 namespace {
 
 using self_test::ExpectEqual;
+
+// Six digits of floats where they are hardest: at powers of ten, in ties, and the smallest.
+void NumberCases() {
+  const auto check = [](float value) {
+    std::array<char, 32> text;
+    std::array<char, 32> expected;
+    std::snprintf(expected.data(), expected.size(), "%g", double{value});
+    *PutFloat(text.data(), value) = '\0';
+    ExpectEqual(std::string(text.data()), std::string(expected.data()));
+  };
+  const auto with_neighbours = [&](float value) {
+    for (const float next : {std::nextafter(value, 0.0F), value, std::nextafter(value, INFINITY)})
+      check(next);
+  };
+  for (int exponent = -45; exponent <= 38; ++exponent)
+    for (const double digits : {1.0, 9.999995, 9.99999, 1.000005, 2.5})
+      with_neighbours(static_cast<float>(digits * std::pow(10, exponent)));
+  for (unsigned i = 0; i < 20'000; ++i) {
+    check(static_cast<float>(2 * i + 1) / 4 + 50'000);
+    check(static_cast<float>(10 * i + 5) + 1'000'000);
+    check(static_cast<float>(2 * i + 1) / 2 + 300'000);
+    check(std::bit_cast<float>(i * i / 3));
+  }
+}
 
 // The checksum that ends a row, added up byte by byte.
 std::string Checksum(const std::string& row) {
@@ -100,6 +127,7 @@ void PayloadCases() {
 }  // namespace
 
 void RowsCases() {
+  NumberCases();
   RowCases();
   PayloadCases();
 }

@@ -1,12 +1,50 @@
 #include "leaf/lumet/light/light_quantities.h"
 
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <random>
 #include <sstream>
 
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+namespace {
 
-void LightQuantitiesCases() {
+using self_test::ExpectEqual;
+using self_test::ExpectTrue;
+
+// What is kept from one sample to the next changes nothing.
+void LightSequenceCases() {
+  LightCalibration calibration;
+  calibration.red = {2.5F, 0.3F, 100};
+  calibration.blue = {4.1F, 0.7F, 3};
+  calibration.farred = {0.9F, 0.11F, -5};
+  calibration.modred = {1.7F, 2.3F, 10};
+  LightQuantities kept(calibration);
+  std::mt19937 random(5);
+  DataSample sample;
+  for (int i = 0; i < 20'000; ++i) {
+    constexpr std::array kMeasured = {DataSample::PC,        DataSample::MODRATE,
+                                      DataSample::REDDAC,    DataSample::BLUEDAC,
+                                      DataSample::FARREDDAC, DataSample::MODREDDAC};
+    float& value = sample.values[kMeasured[random() % kMeasured.size()]];
+    value = random() % 3 == 0    ? 0
+            : random() % 50 == 0 ? std::bit_cast<float>(static_cast<std::uint32_t>(random()))
+                                 : static_cast<float>(random() % 70'000) / 3 - 1000;
+    const float transmittance = random() % 2 == 0 ? 1 : 0.7F;
+    DataSample fresh = sample;
+    DeriveLightQuantities(calibration, transmittance, fresh);
+    kept.Derive(transmittance, sample);
+    for (std::size_t place = 0; place < sample.values.size(); ++place)
+      ExpectTrue(std::bit_cast<std::uint32_t>(sample.values[place]) ==
+                         std::bit_cast<std::uint32_t>(fresh.values[place]) ||
+                     (std::isnan(sample.values[place]) && std::isnan(fresh.values[place])),
+                 "quantities of a sequence");
+  }
+}
+
+void SingleSampleCases() {
   LightCalibration calibration;
   calibration.red = {2, 0.5F, 100};
   calibration.blue = {4, 0.25F, 0};
@@ -42,4 +80,11 @@ void LightQuantitiesCases() {
              << row.farredfrac << " ";
     ExpectEqual(derived.str(), expected.str(), row.name);
   }
+}
+
+}  // namespace
+
+void LightQuantitiesCases() {
+  SingleSampleCases();
+  LightSequenceCases();
 }

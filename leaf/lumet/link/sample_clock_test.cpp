@@ -2,13 +2,33 @@
 
 #include <array>
 #include <cstdint>
+#include <random>
+#include <string>
 #include <vector>
 
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+namespace {
 
-void SampleClockCases() {
+using self_test::ExpectEqual;
+using self_test::ExpectTrue;
+
+// Times are the sums of doubles, whatever way they are worked out.
+void SumCases() {
+  std::mt19937_64 random(3);
+  for (const std::uint32_t second : {5U, 1'073'741'000U, 1'795'235'804U, 2'147'480'000U}) {
+    SampleClock clock;
+    const auto nanoseconds = static_cast<std::int32_t>(random() % 1'000'000'000);
+    const RecordTime stamp = {second, nanoseconds};
+    const double start = clock.Synchronise(0, stamp);
+    for (int i = 0; i < 20'000; ++i) {
+      const auto tick = static_cast<std::uint32_t>(random() % 0xFF676980);
+      ExpectTrue(clock.Unwrap(tick) == start + tick / 1e6, "time of tick " + std::to_string(tick));
+    }
+  }
+}
+
+void SynchroniseCases() {
   // Each step: the tick and the record's second; the time that comes out, in milliseconds.
   constexpr std::uint32_t kLast = 0xFFFFFFFF;
   const struct {
@@ -46,4 +66,11 @@ void SampleClockCases() {
       ExpectEqual(static_cast<std::uint64_t>(time * 1000 + 0.001), ms, row.name);
     }
   }
+}
+
+}  // namespace
+
+void SampleClockCases() {
+  SynchroniseCases();
+  SumCases();
 }
