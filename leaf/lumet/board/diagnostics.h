@@ -17,7 +17,7 @@ constexpr bool IsTooHot(float max_temperature) { return max_temperature >= 75.0F
 class FanStepper {
  public:
   // Both must outlive this.
-  FanStepper(DSPDevice& device, DocTavo& document) : dsp(device), doc(document) {}
+  FanStepper(DSPDevice& device, const DocTavo& document) : dsp(device), doc(document) {}
 
   // Once a second or so, with the highest temperature in °C.
   void Step(float max_temperature);
@@ -28,6 +28,6 @@ class FanStepper {
 
  private:
   DSPDevice& dsp;
-  DocTavo& doc;
+  const DocTavo& doc;
   int step = 0;
 };

@@ -16,7 +16,7 @@ std::uint16_t DacOf(float q, const LightSourceCalibration& source) {
 // Settings are 32 bits wide, and some of them without a limit.
 std::uint16_t Field(int setting) { return static_cast<std::uint16_t>(setting); }
 
-unsigned Setting(ConfigurableInteger& item) { return static_cast<unsigned>(item.get()); }
+unsigned Setting(const ConfigurableInteger& item) { return static_cast<unsigned>(item.get()); }
 
 // The actinic light of the steady state, and the measuring light's rate that goes with it.
 struct Actinic {
@@ -27,7 +27,7 @@ struct Actinic {
   unsigned measure_modrate;
 };
 
-Actinic PercentActinic(ConfigLightSourceTavo& light, unsigned dark_modrate,
+Actinic PercentActinic(const ConfigLightSourceTavo& light, unsigned dark_modrate,
                        unsigned light_modrate) {
   Actinic actinic = {.measure_modrate = light_modrate};
   actinic.red = PercentToDac(light.DRedPercent().get());
@@ -39,7 +39,7 @@ Actinic PercentActinic(ConfigLightSourceTavo& light, unsigned dark_modrate,
 }
 
 // With a wanted flux, of which the measuring light makes a part.
-Actinic FluxActinic(ConfigLightSourceTavo& light, const LightCalibration& calibration,
+Actinic FluxActinic(const ConfigLightSourceTavo& light, const LightCalibration& calibration,
                     std::uint16_t measure_modred, unsigned dark_modrate, unsigned light_modrate,
                     const std::array<std::uint16_t, 3>& controller_dacs) {
   Actinic actinic = {.measure_modrate = light_modrate};
@@ -71,7 +71,7 @@ Actinic FluxActinic(ConfigLightSourceTavo& light, const LightCalibration& calibr
   return actinic;
 }
 
-std::uint16_t MeasureModred(ConfigCfgMeasure& measure, const LightSourceCalibration& modred) {
+std::uint16_t MeasureModred(const ConfigCfgMeasure& measure, const LightSourceCalibration& modred) {
   switch (measure.Control().get()) {
     case ConfigControlMode::Percent:
       return PercentToDac(measure.DModredPercent().get());
@@ -92,9 +92,9 @@ void SetFlashRates(TimingConfig& timing, unsigned modrate, unsigned outrate, int
   timing.flash_margin_after = margin_after;
 }
 
-void SetFlashTiming(TimingConfig& timing, ConfigCfgTavo& cfg, FlashMode flash_mode) {
+void SetFlashTiming(TimingConfig& timing, const ConfigCfgTavo& cfg, FlashMode flash_mode) {
   const unsigned modrate = cfg.Measure().FlashModrate().Hz();
-  const auto set = [&](ConfigurableInteger& outrate, ConfigurableInteger& margin) {
+  const auto set = [&](const ConfigurableInteger& outrate, const ConfigurableInteger& margin) {
     const unsigned rate = ComputeOutputRate(modrate, Setting(outrate));
     const unsigned around = Setting(margin) * kMicrosecondsPerSecond / rate;
     // A multiphase flash takes the rectangular flash's duration too, which it has no use for.
@@ -108,7 +108,7 @@ void SetFlashTiming(TimingConfig& timing, ConfigCfgTavo& cfg, FlashMode flash_mo
     case FlashMode::kZero:
       return SetFlashRates(timing, kFullModrate, 100, 50, 0, 0);
     case FlashMode::kInduction: {
-      ConfigCfgInductionFlash& flash = cfg.Inductionflash();
+      const ConfigCfgInductionFlash& flash = cfg.Inductionflash();
       const unsigned before = Setting(flash.Margin()) * kMicrosecondsPerSecond / kFullModrate;
       return SetFlashRates(timing, kFullModrate, kFullModrate, flash.Duration().get(), before,
                            before * 10'000);
@@ -138,16 +138,16 @@ unsigned ComputeOutputRate(unsigned modulation_rate, unsigned requested) {
   return nearest;
 }
 
-TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
+TimingConfig ComputeTiming(const ConfigTavo& tavo, FlashMode flash_mode,
                            const std::array<std::uint16_t, 3>& controller_dacs) {
-  ConfigCfgTavo& cfg = tavo.Cfg();
-  ConfigCfgMeasure& measure = cfg.Measure();
-  ConfigCfgDarkPulse& dark = cfg.Darkpulse();
+  const ConfigCfgTavo& cfg = tavo.Cfg();
+  const ConfigCfgMeasure& measure = cfg.Measure();
+  const ConfigCfgDarkPulse& dark = cfg.Darkpulse();
   const LightCalibration calibration = LightCalibrationOf(tavo);
   const int control = cfg.Lightsource().Control().get();
   const bool in_percent = control == ConfigLightSourceModeTavo::Percent;
   // The level of a light by the two settings that it has.
-  const auto level = [&](ConfigurableFloat& percent, ConfigurableFloat& flux,
+  const auto level = [&](const ConfigurableFloat& percent, const ConfigurableFloat& flux,
                          const LightSourceCalibration& source) {
     return in_percent ? PercentToDac(percent.get()) : DacOf(flux.get(), source);
   };
@@ -172,9 +172,9 @@ TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
   timing.measure_farred = actinic.farred;
 
   if (flash_mode != FlashMode::kZero) {
-    ConfigCfgMultiPhaseFlash& multiphase = cfg.Multiphaseflash();
-    ConfigCfgInductionFlash& induction = cfg.Inductionflash();
-    ConfigCfgRectangularFlash& rect = cfg.Rectflash();
+    const ConfigCfgMultiPhaseFlash& multiphase = cfg.Multiphaseflash();
+    const ConfigCfgInductionFlash& induction = cfg.Inductionflash();
+    const ConfigCfgRectangularFlash& rect = cfg.Rectflash();
     timing.flash_red =
         flash_mode == FlashMode::kMultiPhase
             ? level(multiphase.DRedPercent(), multiphase.QRedSetpoint(), calibration.red)
@@ -184,7 +184,7 @@ TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
     timing.flash_blue = timing.measure_blue;
   }
   // From the flash's level at a ramp of 0 to the actinic one at 100.
-  ConfigCfgMultiPhaseFlash& multiphase = cfg.Multiphaseflash();
+  const ConfigCfgMultiPhaseFlash& multiphase = cfg.Multiphaseflash();
   const float above = 1 - multiphase.Ramp().get() / 100;
   const float actinic_percent = cfg.Lightsource().DRedPercent().get();
   timing.ramp_end_red =
