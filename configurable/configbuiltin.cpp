@@ -149,13 +149,13 @@ std::istream& ConfigurableReal<Number>::read_value(std::istream& in, std::ostrea
 }
 
 template <class Number>
-std::ostream& ConfigurableReal<Number>::print_value(std::ostream& out) {
+std::ostream& ConfigurableReal<Number>::print_value(std::ostream& out) const {
   WriteNumber(out, _value);
   return out;
 }
 
 template <class Number>
-std::ostream& ConfigurableReal<Number>::print_doctype(std::ostream& out) {
+std::ostream& ConfigurableReal<Number>::print_doctype(std::ostream& out) const {
   out << RealNames<Number>::kType << ":" << _default_value;
   if (_range_mode != Range::kNone) out << ";" << _min << "..." << _max;
   return out;
@@ -181,12 +181,12 @@ std::istream& ConfigurableInteger::read_value(std::istream& in, std::ostream& er
   return in;
 }
 
-std::ostream& ConfigurableInteger::print_value(std::ostream& out) {
+std::ostream& ConfigurableInteger::print_value(std::ostream& out) const {
   WriteNumber(out, _value);
   return out;
 }
 
-std::ostream& ConfigurableInteger::print_doctype(std::ostream& out) {
+std::ostream& ConfigurableInteger::print_doctype(std::ostream& out) const {
   out << "integer:" << _default_value;
   if (_min != std::numeric_limits<int>::min() || _max != std::numeric_limits<int>::max())
     out << ";" << _min << "..." << _max;
@@ -235,11 +235,14 @@ std::istream& ConfigurableBool::read_value(std::istream& in, std::ostream& err) 
   return in;
 }
 
-std::ostream& ConfigurableBool::print_value(std::ostream& out) {
-  return out << (_value ? "true" : "false");
+std::ostream& ConfigurableBool::print_value(std::ostream& out) const {
+  WriteText(out, _value ? "true" : "false");
+  return out;
 }
 
-std::ostream& ConfigurableBool::print_doctype(std::ostream& out) { return out << "true|false"; }
+std::ostream& ConfigurableBool::print_doctype(std::ostream& out) const {
+  return out << "true|false";
+}
 
 ConfigurableString::ConfigurableString(const std::string& item_name, const std::string& value)
     : Configurable(item_name), _value(value), _default_value(value) {}
@@ -255,9 +258,12 @@ std::istream& ConfigurableString::read_value(std::istream& in, std::ostream& err
   return in;
 }
 
-std::ostream& ConfigurableString::print_value(std::ostream& out) { return out << _value; }
+std::ostream& ConfigurableString::print_value(std::ostream& out) const {
+  WriteText(out, _value);
+  return out;
+}
 
-std::ostream& ConfigurableString::print_doctype(std::ostream& out) {
+std::ostream& ConfigurableString::print_doctype(std::ostream& out) const {
   out << "string";
   if (!_default_value.empty()) out << ":" << _default_value;
   return out;
@@ -296,9 +302,12 @@ std::istream& ConfigurableMultipleChoice::read_value(std::istream& in, std::ostr
   return in;
 }
 
-std::ostream& ConfigurableMultipleChoice::print_value(std::ostream& out) { return out << text(); }
+std::ostream& ConfigurableMultipleChoice::print_value(std::ostream& out) const {
+  WriteText(out, text());
+  return out;
+}
 
-std::ostream& ConfigurableMultipleChoice::print_doctype(std::ostream& out) {
+std::ostream& ConfigurableMultipleChoice::print_doctype(std::ostream& out) const {
   const char* separator = "";
   for (const std::string& choice : *_choices) {
     out << separator << choice;
@@ -326,12 +335,12 @@ std::istream& ConfigurableTimestampBase::read_value(std::istream& in, std::ostre
   return in;
 }
 
-std::ostream& ConfigurableTimestampBase::print_value(std::ostream& out) {
+std::ostream& ConfigurableTimestampBase::print_value(std::ostream& out) const {
   _form.print(out, _value);
   return out;
 }
 
-std::ostream& ConfigurableTimestampBase::print_doctype(std::ostream& out) {
+std::ostream& ConfigurableTimestampBase::print_doctype(std::ostream& out) const {
   return out << _form.doctype;
 }
 

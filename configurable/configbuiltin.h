@@ -22,8 +22,8 @@ class ConfigurableReal : public Configurable {
 
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+  std::ostream& print_value(std::ostream& out) const override;
+  std::ostream& print_doctype(std::ostream& out) const override;
 
  protected:
   enum class Range { kNone, kClamp, kClampAndCheck };
@@ -69,8 +69,8 @@ class ConfigurableInteger : public Configurable {
 
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+  std::ostream& print_value(std::ostream& out) const override;
+  std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
  private:
@@ -96,8 +96,8 @@ class ConfigurableBool : public Configurable {
 
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+  std::ostream& print_value(std::ostream& out) const override;
+  std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
  private:
@@ -115,8 +115,8 @@ class ConfigurableString : public Configurable {
 
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+  std::ostream& print_value(std::ostream& out) const override;
+  std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
  private:
@@ -133,8 +133,8 @@ class ConfigurableStringProxyReadOnly : public Configurable {
 
   void set_target(ConfigurableString* target) { _target = target; }
 
-  std::ostream& print_value(std::ostream& out) override { return _target->print_value(out); }
-  std::ostream& print_doctype(std::ostream& out) override { return out << "string"; }
+  std::ostream& print_value(std::ostream& out) const override { return _target->print_value(out); }
+  std::ostream& print_doctype(std::ostream& out) const override { return out << "string"; }
 
  private:
   ConfigurableString* _target;
@@ -156,8 +156,8 @@ class ConfigurableMultipleChoice : public Configurable {
 
   void reset() override { set(_default_index); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+  std::ostream& print_value(std::ostream& out) const override;
+  std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
  private:
@@ -174,8 +174,8 @@ class ConfigurableTimestampBase : public Configurable {
 
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+  std::ostream& print_value(std::ostream& out) const override;
+  std::ostream& print_doctype(std::ostream& out) const override;
 
  protected:
   struct Form {

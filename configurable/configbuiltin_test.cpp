@@ -30,8 +30,10 @@ std::vector<std::string> sizes = {"small", "large"};
 
 struct TestDoc : ConfigurableComposite {
   TestDoc() : ConfigurableComposite("TestDoc") {
-    add_all({&real, &real_double, &free_float, &strict, &integer, &natural, &flag, &text, &proxy,
-             &choice, &time_t_item, &stamp, &date, &month, &time, &minutes});
+    for (Configurable* item : std::initializer_list<Configurable*>{
+             &real, &real_double, &free_float, &strict, &integer, &natural, &flag, &text, &proxy,
+             &choice, &time_t_item, &stamp, &date, &month, &time, &minutes})
+      add(item);
     add_units(real, kUnit);
   }
   std::string Ask(const std::string& document) {
@@ -165,7 +167,7 @@ void LeafCases() {
 
   std::ostringstream json;
   JSONPrinterVisitor printer(json);
-  doc.accept(printer);
+  doc.accept_const(printer);
   ExpectEqual(json.str(),
               "\n\"FLOAT\":1.2,\n\"FREE\":1e+06,\n\"INTEGER\":5,\n\"NATURAL\":7,\n\"CHOICE\":small,"
               "\n\"TIMET\":0,");

@@ -3,6 +3,12 @@
 #include <utility>
 
 #include "configurable/configurable_attributes.h"
+#include "configurable/kept_document.h"
+#include "configurable/text_stream.h"
+#include "configurable/xml_parser.h"
+#include "configurable/xml_query_string_parser.h"
+#include "configurable/xml_text.h"
+#include "configurable/xml_writer.h"
 
 namespace {
 
@@ -16,6 +22,60 @@ int LayoutWord() {
 // answer could grow to a thousand times its request.
 constexpr std::size_t kAnswerLimit = std::size_t{16} << 20;
 
+// Puts the answer to `query` at `item` into the answer of the document.
+void Answer(XMLQueryStringParser::Token query, const Configurable& item, XMLWriter& writer,
+            bool document_level) {
+  switch (query) {
+    case XMLQueryStringParser::QUERY:
+      return document_level ? item.write_element(writer) : item.write_value(writer);
+    case XMLQueryStringParser::QUERY_CONTEXT:
+      return item.write_context(writer);
+    case XMLQueryStringParser::QUERY_CHANGES:
+      if (!document_level) return item.write_changes(writer);
+      if (item.has_changed()) item.write_changes_element(writer);
+      return;
+    case XMLQueryStringParser::QUERY_CHANGES_CONTEXT:
+      return item.write_changes_context(writer);
+    case XMLQueryStringParser::QUERY_DOCTYPE:
+      return document_level ? item.write_doctype_element(writer) : item.write_doctype(writer);
+    case XMLQueryStringParser::QUERY_DOCTYPE_CONTEXT:
+      return item.write_doctype_context(writer);
+    default:
+      return;
+  }
+}
+
+// Lets a visitor that changes nothing walk as any other does.
+class ConstVisit final : public ConfigurableVisitor {
+ public:
+  explicit ConstVisit(ConfigurableConstVisitor& visitor) : visitor(visitor) {}
+  bool begin_attributes(ConfigurableAttributes& set) override {
+    return visitor.begin_attributes(set);
+  }
+  void end_attributes(ConfigurableAttributes& set) override { visitor.end_attributes(set); }
+  void begin_composite(ConfigurableComposite& composite) override {
+    visitor.begin_composite(composite);
+  }
+  void end_composite(ConfigurableComposite& composite) override {
+    visitor.end_composite(composite);
+  }
+  void visit(Configurable& item) override { visitor.visit(item); }
+  void visit(ConfigurableMultipleChoice& item) override { visitor.visit(item); }
+  void visit(ConfigurableFloat& item) override { visitor.visit(item); }
+  void visit(ConfigurableDouble& item) override { visitor.visit(item); }
+  void visit(ConfigurableInteger& item) override { visitor.visit(item); }
+  void visit(ConfigurableBool& item) override { visitor.visit(item); }
+  void visit(ConfigurableString& item) override { visitor.visit(item); }
+  void visit(ConfigurableTimestamp& item) override { visitor.visit(item); }
+  void visit(ConfigurableTime& item) override { visitor.visit(item); }
+  void visit(ConfigurableTime_HourMinutes& item) override { visitor.visit(item); }
+  void visit(ConfigurableDate& item) override { visitor.visit(item); }
+  void visit(ConfigurableDate_YearMonth& item) override { visitor.visit(item); }
+
+ private:
+  ConfigurableConstVisitor& visitor;
+};
+
 }  // namespace
 
 void set_compact(std::ostream& stream, bool compact) {
@@ -28,12 +88,25 @@ bool is_compact(std::ostream& stream) { return (stream.iword(LayoutWord()) & 1L)
 Configurable::Error::Error(const std::string& item, std::string_view message)
     : std::runtime_error(("XML error in item \"" + item + "\": ").append(message)) {}
 
-Configurable::Configurable(std::string item_name) : _name(std::move(item_name)) {}
+Configurable::Configurable(std::string item_name)
+    : _name(std::move(item_name)),
+      _name_is_tag(!_name.empty() && xml_text::NameIn(_name).size() == _name.size()) {}
 
 Configurable::~Configurable() = default;
 
 void Configurable::set_flag(Flag flag, bool on) {
   _flags = on ? _flags | flag : _flags & ~std::uint32_t{flag};
+  if (on && flag == Changed) expect_marks();
+}
+
+void Configurable::copy_flags(const Configurable& other) {
+  _flags = other._flags;
+  if (has_changed()) expect_marks();
+}
+
+void Configurable::expect_marks() {
+  for (Configurable* node = this; node != nullptr && !node->_may_be_marked; node = node->_parent)
+    node->_may_be_marked = true;
 }
 
 ConfigurableListener* Configurable::set_listener(ConfigurableListener* listener) {
@@ -43,6 +116,7 @@ ConfigurableListener* Configurable::set_listener(ConfigurableListener* listener)
 void Configurable::adopt(Configurable& child) {
   child._parent = this;
   child.set_throw_errors(has_flag(ThrowErrors));
+  if (child._may_be_marked) expect_marks();
 }
 
 void Configurable::add_attribute(Configurable* attribute) {
@@ -63,8 +137,14 @@ void Configurable::accept_attributes(ConfigurableVisitor& visitor) {
   visitor.end_attributes(*_attributes);
 }
 
-ValueStreams& Configurable::streams() {
-  Configurable* root = this;
+void Configurable::accept_const(ConfigurableConstVisitor& visitor) const {
+  ConstVisit visit(visitor);
+  // The walk itself changes nothing, and the visitor sees const nodes alone.
+  const_cast<Configurable*>(this)->accept(visit);
+}
+
+ValueStreams& Configurable::streams() const {
+  const Configurable* root = this;
   while (root->_parent != nullptr) root = root->_parent;
   if (!root->_streams) root->_streams = std::make_unique<ValueStreams>();
   return *root->_streams;
@@ -73,7 +153,9 @@ ValueStreams& Configurable::streams() {
 // Changes.
 
 void Configurable::mark_changed() {
-  set_flag(Changed, true);
+  _flags |= Changed;
+  // At once, whatever a listener on the way throws.
+  expect_marks();
   ++_change_count;
   on_changed();
   if (_listener != nullptr) _listener->item_changed(ConfigurableEvent(*this));
@@ -85,8 +167,9 @@ void Configurable::set_changed(bool changed) {
     mark_changed();
     return;
   }
-  set_flag(Changed, false);
-  if (_attributes) _attributes->set_changed(false);
+  _flags &= ~std::uint32_t{Changed};
+  _may_be_marked = false;
+  if (_attributes && _attributes->may_be_marked()) _attributes->set_changed(false);
 }
 
 void Configurable::set_locked(bool locked) {
@@ -106,6 +189,11 @@ std::istream& Configurable::read_document(std::istream& in, std::ostream& out) {
   XMLWriter writer(out, !is_compact(out), &streams());
   if (!read_root(parser, writer)) in.setstate(std::ios_base::failbit);
   return in;
+}
+
+bool Configurable::read_document(KeptDocument& document, std::ostream& out) {
+  XMLWriter writer(out, !is_compact(out), &streams());
+  return read_root(document.Rewound(), writer);
 }
 
 bool Configurable::read_root(XMLParser& parser, XMLWriter& writer) {
@@ -227,30 +315,8 @@ bool Configurable::process_text(std::string_view text, XMLWriter& writer, bool d
           write_error("Answer too long", writer);
           return false;
         }
-        answer(token, writer, document_level);
+        Answer(token, *this, writer, document_level);
     }
-  }
-}
-
-void Configurable::answer(XMLQueryStringParser::Token query, XMLWriter& writer,
-                          bool document_level) {
-  switch (query) {
-    case XMLQueryStringParser::QUERY:
-      return document_level ? write_element(writer) : write_value(writer);
-    case XMLQueryStringParser::QUERY_CONTEXT:
-      return write_context(writer);
-    case XMLQueryStringParser::QUERY_CHANGES:
-      if (!document_level) return write_changes(writer);
-      if (has_changed()) write_changes_element(writer);
-      return;
-    case XMLQueryStringParser::QUERY_CHANGES_CONTEXT:
-      return write_changes_context(writer);
-    case XMLQueryStringParser::QUERY_DOCTYPE:
-      return document_level ? write_doctype_element(writer) : write_doctype(writer);
-    case XMLQueryStringParser::QUERY_DOCTYPE_CONTEXT:
-      return write_doctype_context(writer);
-    default:
-      return;
   }
 }
 
@@ -277,20 +343,20 @@ bool Configurable::assign(std::string_view text, Part part, XMLWriter& writer) {
   return !in->fail();
 }
 
-void Configurable::write_error(std::string_view message, XMLWriter& writer) {
+void Configurable::write_error(std::string_view message, XMLWriter& writer) const {
   if (has_flag(ThrowErrors)) throw Error(_name, message);
   writer.error(_name, message);
 }
 
 // Writing.
 
-void Configurable::write_value(XMLWriter& writer) {
+void Configurable::write_value(XMLWriter& writer) const {
   const Borrowed text(writer.Values().outputs);
   print_value(*text);
   writer.text(text->Text(), !has_flag(RawText));
 }
 
-void Configurable::write_doctype(XMLWriter& writer) {
+void Configurable::write_doctype(XMLWriter& writer) const {
   const Borrowed text(writer.Values().outputs);
   *text << '{';
   print_doctype(*text);
@@ -298,117 +364,119 @@ void Configurable::write_doctype(XMLWriter& writer) {
   writer.text(text->Text(), !has_flag(RawText));
 }
 
-void Configurable::write_changes(XMLWriter& writer) {
+void Configurable::write_changes(XMLWriter& writer) const {
   if (has_changed()) write_value(writer);
 }
 
-void Configurable::write_start(XMLWriter& writer) {
-  writer.start_element(_name);
+void Configurable::write_start(XMLWriter& writer) const {
+  writer.start_element(_name, _name_is_tag);
   on_write_begin();
   if (_listener != nullptr) _listener->item_write_begin(ConfigurableEvent(*this));
 }
 
-void Configurable::write_end(XMLWriter& writer) {
-  writer.end_element(_name);
+void Configurable::write_end(XMLWriter& writer) const {
+  writer.end_element(_name, _name_is_tag);
   on_write_end();
   if (_listener != nullptr) _listener->item_write_end(ConfigurableEvent(*this));
 }
 
-void Configurable::write_attributes(Writer part, XMLWriter& writer) {
+void Configurable::write_attributes(Writer part, XMLWriter& writer) const {
   if (_attributes) (_attributes.get()->*part)(writer);
 }
 
-void Configurable::write_element(XMLWriter& writer) {
+void Configurable::write_element(XMLWriter& writer) const {
   write_start(writer);
   write_attributes(&Configurable::write_value, writer);
   write_value(writer);
   write_end(writer);
 }
 
-void Configurable::write_changes_element(XMLWriter& writer) {
+void Configurable::write_changes_element(XMLWriter& writer) const {
   write_start(writer);
   write_attributes(&Configurable::write_value, writer);
   write_changes(writer);
   write_end(writer);
 }
 
-void Configurable::write_doctype_element(XMLWriter& writer) {
-  writer.start_element(_name);
+void Configurable::write_doctype_element(XMLWriter& writer) const {
+  writer.start_element(_name, _name_is_tag);
   write_attributes(&Configurable::write_doctype, writer);
   write_doctype(writer);
-  writer.end_element(_name);
+  writer.end_element(_name, _name_is_tag);
 }
 
-void Configurable::write_context(XMLWriter& writer) {
+void Configurable::write_context(XMLWriter& writer) const {
   write_in_context(&Configurable::write_value, &Configurable::write_value, writer);
 }
 
-void Configurable::write_changes_context(XMLWriter& writer) {
+void Configurable::write_changes_context(XMLWriter& writer) const {
   if (has_changed())
     write_in_context(&Configurable::write_value, &Configurable::write_changes, writer);
 }
 
-void Configurable::write_doctype_context(XMLWriter& writer) {
+void Configurable::write_doctype_context(XMLWriter& writer) const {
   write_in_context(&Configurable::write_doctype, &Configurable::write_doctype, writer);
 }
 
-void Configurable::write_in_context(Writer attributes_part, Writer own_part, XMLWriter& writer) {
+void Configurable::write_in_context(Writer attributes_part, Writer own_part,
+                                    XMLWriter& writer) const {
   write_path_start(writer);
   write_attributes(attributes_part, writer);
   (this->*own_part)(writer);
-  for (Configurable* node = this; node != nullptr; node = node->_parent) node->write_end(writer);
+  for (const Configurable* node = this; node != nullptr; node = node->_parent)
+    node->write_end(writer);
 }
 
-void Configurable::write_path_start(XMLWriter& writer) {
+void Configurable::write_path_start(XMLWriter& writer) const {
   if (_parent != nullptr) _parent->write_path_start(writer);
   write_start(writer);
 }
 
-std::ostream& Configurable::print_with(Writer write, std::ostream& out) {
+std::ostream& Configurable::print_with(Writer write, std::ostream& out) const {
   XMLWriter writer(out, !is_compact(out), &streams());
   (this->*write)(writer);
   return out;
 }
 
-std::ostream& Configurable::print_tree(std::ostream& out) {
+std::ostream& Configurable::print_tree(std::ostream& out) const {
   return print_with(&Configurable::write_context, out);
 }
 
-std::ostream& Configurable::print_element(std::ostream& out) {
+std::ostream& Configurable::print_element(std::ostream& out) const {
   return print_with(&Configurable::write_element, out);
 }
 
-std::ostream& Configurable::print_changes(std::ostream& out) {
+std::ostream& Configurable::print_changes(std::ostream& out) const {
   return print_with(&Configurable::write_changes_context, out);
 }
 
-std::ostream& Configurable::print_doctype_tree(std::ostream& out) {
+std::ostream& Configurable::print_doctype_tree(std::ostream& out) const {
   return print_with(&Configurable::write_doctype_context, out);
 }
 
-std::ostream& Configurable::print_query(std::ostream& out) {
+std::ostream& Configurable::print_query(std::ostream& out) const {
   return print_with(&Configurable::write_query, out);
 }
 
-void Configurable::write_query(XMLWriter& writer) {
+void Configurable::write_query(XMLWriter& writer) const {
   write_query_start(writer);
   writer.text("&query;", true);
-  for (Configurable* node = this; node != nullptr; node = node->_parent)
+  for (const Configurable* node = this; node != nullptr; node = node->_parent)
     writer.end_element(node->_name);
 }
 
-void Configurable::write_query_start(XMLWriter& writer) {
+void Configurable::write_query_start(XMLWriter& writer) const {
   if (_parent != nullptr) _parent->write_query_start(writer);
   writer.start_element(_name);
 }
 
-std::string Configurable::value_text() {
+std::string Configurable::value_text() const {
   TextOutput text;
   print_value(text);
   return text.Text();
 }
 
-std::string Configurable::doctype_text() {
+std::string Configurable::doctype_text() const {
   TextOutput text;
   print_doctype(text);
   return text.Text();

@@ -9,22 +9,24 @@
 #include <string_view>
 
 #include "configurable/configurable_visitor.h"
-#include "configurable/xml_parser.h"
-#include "configurable/xml_query_string_parser.h"
-#include "configurable/xml_writer.h"
 
 class Configurable;
 class ConfigurableAttributes;
+class KeptDocument;
+class XMLParser;
+class XMLWriter;
+struct ValueStreams;
 
-// What a listener is told about; valid only for the call.
+// What a listener is told about; valid only for the call. Whoever wants to write to the node holds
+// it by other means.
 class ConfigurableEvent {
  public:
-  explicit ConfigurableEvent(Configurable& concerned) : source(&concerned) {}
+  explicit ConfigurableEvent(const Configurable& concerned) : source(&concerned) {}
   virtual ~ConfigurableEvent() = default;
   ConfigurableEvent(const ConfigurableEvent&) = delete;
   ConfigurableEvent& operator=(const ConfigurableEvent&) = delete;
 
-  Configurable* source;
+  const Configurable* source;
 };
 
 // Hears what happens to one node. Calls come synchronously, in the middle of the request that
@@ -90,26 +92,30 @@ class Configurable {
   // Failure is the failbit of `in`, its text stands in `out`. What follows the root's end tag stays
   // in the stream.
   virtual std::istream& read_document(std::istream& in, std::ostream& out);
+  // The same for a document that is read again and again. False if the reading failed.
+  bool read_document(KeptDocument& document, std::ostream& out);
 
   // Back to the default.
   virtual void reset() {}
   // Takes a value from a text; a bad one is told on `err` and changes nothing.
   virtual std::istream& read_value(std::istream& in, std::ostream& /*err*/) { return in; }
-  virtual std::ostream& print_value(std::ostream& out) { return out; }
+  virtual std::ostream& print_value(std::ostream& out) const { return out; }
   // The same for the description of the type, without its braces.
   virtual std::istream& read_doctype(std::istream& in, std::ostream& /*err*/) { return in; }
-  virtual std::ostream& print_doctype(std::ostream& out) { return out; }
+  virtual std::ostream& print_doctype(std::ostream& out) const { return out; }
 
   virtual void accept(ConfigurableVisitor& visitor);
   virtual void accept_attributes(ConfigurableVisitor& visitor);
+  // As accept, for a visitor that changes nothing.
+  void accept_const(ConfigurableConstVisitor& visitor) const;
 
   // Hooks for derived classes, ahead of the listener's calls of the same kind.
   virtual void on_changed() {}
   virtual void on_read_begin(XMLParser& /*parser*/, XMLWriter& /*writer*/) {}
   virtual void on_read_end() {}
   virtual void on_read_text(std::string /*text*/, std::ostream& /*out*/) {}
-  virtual void on_write_begin() {}
-  virtual void on_write_end() {}
+  virtual void on_write_begin() const {}
+  virtual void on_write_end() const {}
 
   // True marks this node and climbs; false clears the mark here and in everything below.
   virtual void set_changed(bool changed);
@@ -130,13 +136,13 @@ class Configurable {
   virtual bool set_from_string(std::string_view text, XMLWriter& writer);
 
   // Steps of writing. "Context" is the node within the tags of its ancestors.
-  virtual void write_value(XMLWriter& writer);
+  virtual void write_value(XMLWriter& writer) const;
   virtual bool set_doctype_from_string(std::string_view text, XMLWriter& writer);
-  virtual void write_doctype(XMLWriter& writer);
-  virtual void write_changes(XMLWriter& writer);
-  virtual void write_context(XMLWriter& writer);
-  virtual void write_changes_context(XMLWriter& writer);
-  virtual void write_doctype_context(XMLWriter& writer);
+  virtual void write_doctype(XMLWriter& writer) const;
+  virtual void write_changes(XMLWriter& writer) const;
+  virtual void write_context(XMLWriter& writer) const;
+  virtual void write_changes_context(XMLWriter& writer) const;
+  virtual void write_doctype_context(XMLWriter& writer) const;
 
   const std::string& name() const { return _name; }
   // What the node is for, in a few words for people; empty for one that nobody describes. Clients
@@ -145,9 +151,11 @@ class Configurable {
   void set_meaning(const char* meaning) { _meaning = meaning; }
   Configurable* parent() const { return _parent; }
   bool has_changed() const { return has_flag(Changed); }
+  // Whether this or something below it may be marked; if not, there is no mark to clear.
+  bool may_be_marked() const { return _may_be_marked; }
   bool has_flag(Flag flag) const { return (_flags & flag) != 0; }
   void set_flag(Flag flag, bool on);
-  void copy_flags(const Configurable& other) { _flags = other._flags; }
+  void copy_flags(const Configurable& other);
   std::uint32_t change_count() const { return _change_count; }
   // Null until the first attribute is added.
   ConfigurableAttributes* attributes() const { return _attributes.get(); }
@@ -158,28 +166,28 @@ class Configurable {
   void add_attribute(Configurable* attribute);
   void mark_changed();
 
-  void write_error(std::string_view message, XMLWriter& writer);
-  void write_start(XMLWriter& writer);
-  void write_end(XMLWriter& writer);
-  void write_element(XMLWriter& writer);
-  void write_changes_element(XMLWriter& writer);
-  void write_doctype_element(XMLWriter& writer);
+  void write_error(std::string_view message, XMLWriter& writer) const;
+  void write_start(XMLWriter& writer) const;
+  void write_end(XMLWriter& writer) const;
+  void write_element(XMLWriter& writer) const;
+  void write_changes_element(XMLWriter& writer) const;
+  void write_doctype_element(XMLWriter& writer) const;
   // Acts on the text of an element, or of the document itself. False ends the element.
   bool process_text(std::string_view text, XMLWriter& writer, bool document_level);
 
   // The bare value and the bare type as texts.
-  std::string value_text();
-  std::string doctype_text();
+  std::string value_text() const;
+  std::string doctype_text() const;
 
   // The steps of writing on a stream, in its layout. The tree as a settings file holds it:
-  std::ostream& print_tree(std::ostream& out);
+  std::ostream& print_tree(std::ostream& out) const;
   // This node without its ancestors.
-  std::ostream& print_element(std::ostream& out);
+  std::ostream& print_element(std::ostream& out) const;
   // What has changed, in context; nothing if nothing has.
-  std::ostream& print_changes(std::ostream& out);
-  std::ostream& print_doctype_tree(std::ostream& out);
+  std::ostream& print_changes(std::ostream& out) const;
+  std::ostream& print_doctype_tree(std::ostream& out) const;
   // The request that asks for this node.
-  std::ostream& print_query(std::ostream& out);
+  std::ostream& print_query(std::ostream& out) const;
 
  protected:
   // For those who take a node in: composites and attribute sets.
@@ -187,27 +195,31 @@ class Configurable {
   void set_parent(Configurable* new_parent) { _parent = new_parent; }
 
  private:
-  using Writer = void (Configurable::*)(XMLWriter&);
+  using Writer = void (Configurable::*)(XMLWriter&) const;
   enum class Part { kValue, kDoctype };
 
   // Those that the root of this tree keeps.
-  ValueStreams& streams();
+  ValueStreams& streams() const;
   bool read_root(XMLParser& parser, XMLWriter& writer);
-  void answer(XMLQueryStringParser::Token query, XMLWriter& writer, bool document_level);
   bool assign(std::string_view text, Part part, XMLWriter& writer);
-  std::ostream& print_with(Writer write, std::ostream& out);
-  void write_in_context(Writer attributes_part, Writer own_part, XMLWriter& writer);
-  void write_path_start(XMLWriter& writer);
-  void write_attributes(Writer part, XMLWriter& writer);
-  void write_query(XMLWriter& writer);
-  void write_query_start(XMLWriter& writer);
+  std::ostream& print_with(Writer write, std::ostream& out) const;
+  void write_in_context(Writer attributes_part, Writer own_part, XMLWriter& writer) const;
+  void write_path_start(XMLWriter& writer) const;
+  void write_attributes(Writer part, XMLWriter& writer) const;
+  void write_query(XMLWriter& writer) const;
+  void write_query_start(XMLWriter& writer) const;
+
+  // For whoever marks this without a climb: the nodes above know of it too.
+  void expect_marks();
 
   std::string _name;
+  bool _name_is_tag;  // all of it can stand in a tag
+  bool _may_be_marked = true;
   const char* _meaning = "";
   Configurable* _parent = nullptr;
   std::uint32_t _flags = Changed | Active;
   std::uint32_t _change_count = 0;
   std::unique_ptr<ConfigurableAttributes> _attributes;
   ConfigurableListener* _listener = nullptr;
-  std::unique_ptr<ValueStreams> _streams;  // of a root
+  mutable std::unique_ptr<ValueStreams> _streams;  // of a root
 };

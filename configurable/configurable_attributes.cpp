@@ -1,5 +1,7 @@
 #include "configurable/configurable_attributes.h"
 
+#include "configurable/xml_writer.h"
+
 ConfigurableAttributes::ConfigurableAttributes(Configurable& item) : Configurable("attr") {
   set_parent(&item);
   set_flag(ThrowErrors, item.has_flag(ThrowErrors));
@@ -42,7 +44,8 @@ void ConfigurableAttributes::clear_attributes() {
 void ConfigurableAttributes::set_changed(bool changed) {
   Configurable::set_changed(changed);
   if (changed) return;
-  for (Configurable* attribute : _attribute_list) attribute->set_changed(false);
+  for (Configurable* attribute : _attribute_list)
+    if (attribute->may_be_marked()) attribute->set_changed(false);
 }
 
 void ConfigurableAttributes::set_locked(bool locked) {
@@ -68,9 +71,9 @@ bool ConfigurableAttributes::set_doctype_from_string(std::string_view text, XMLW
   return target == nullptr || target->set_doctype_from_string(text, writer);
 }
 
-void ConfigurableAttributes::write_value(XMLWriter& writer) {
+void ConfigurableAttributes::write_value(XMLWriter& writer) const {
   if (_value_mode) {
-    Configurable* target = find(_current_name);
+    const Configurable* target = find(_current_name);
     if (target == nullptr) return;
     const std::string value = target->value_text();
     if (!target->has_flag(Active))
@@ -79,16 +82,16 @@ void ConfigurableAttributes::write_value(XMLWriter& writer) {
       writer.text(value.empty() ? "&enabled;" : value, !target->has_flag(RawText));
     return;
   }
-  for (Configurable* attribute : _attribute_list)
+  for (const Configurable* attribute : _attribute_list)
     if (attribute->has_flag(Active)) write_pair(attribute->name(), attribute->value_text(), writer);
 }
 
-void ConfigurableAttributes::write_doctype(XMLWriter& writer) {
+void ConfigurableAttributes::write_doctype(XMLWriter& writer) const {
   if (_value_mode) {
-    if (Configurable* target = find(_current_name)) target->write_doctype(writer);
+    if (const Configurable* target = find(_current_name)) target->write_doctype(writer);
     return;
   }
-  for (Configurable* attribute : _attribute_list) {
+  for (const Configurable* attribute : _attribute_list) {
     const std::string doctype = attribute->doctype_text();
     write_pair(attribute->name(), doctype.empty() ? "" : "{" + doctype + "}", writer);
   }
@@ -102,12 +105,14 @@ void ConfigurableAttributes::write_pair(const std::string& word, std::string_vie
     writer.attribute(word, value);
 }
 
-void ConfigurableAttributes::write_context(XMLWriter& writer) { parent()->write_context(writer); }
+void ConfigurableAttributes::write_context(XMLWriter& writer) const {
+  parent()->write_context(writer);
+}
 
-void ConfigurableAttributes::write_changes_context(XMLWriter& writer) {
+void ConfigurableAttributes::write_changes_context(XMLWriter& writer) const {
   parent()->write_changes_context(writer);
 }
 
-void ConfigurableAttributes::write_doctype_context(XMLWriter& writer) {
+void ConfigurableAttributes::write_doctype_context(XMLWriter& writer) const {
   parent()->write_doctype_context(writer);
 }

@@ -32,11 +32,11 @@ class ConfigurableAttributes : public Configurable {
 
   bool set_from_string(std::string_view text, XMLWriter& writer) override;
   bool set_doctype_from_string(std::string_view text, XMLWriter& writer) override;
-  void write_value(XMLWriter& writer) override;
-  void write_doctype(XMLWriter& writer) override;
-  void write_context(XMLWriter& writer) override;
-  void write_changes_context(XMLWriter& writer) override;
-  void write_doctype_context(XMLWriter& writer) override;
+  void write_value(XMLWriter& writer) const override;
+  void write_doctype(XMLWriter& writer) const override;
+  void write_context(XMLWriter& writer) const override;
+  void write_changes_context(XMLWriter& writer) const override;
+  void write_doctype_context(XMLWriter& writer) const override;
 
  private:
   static void write_pair(const std::string& word, std::string_view value, XMLWriter& writer);

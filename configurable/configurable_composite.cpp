@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "configurable/xml_parser.h"
+
 namespace {
 
 // Most names differ at once; a call to compare them costs more than all of this.
@@ -19,10 +21,6 @@ void ConfigurableComposite::add(Configurable* child) {
   adopt(*child);
 }
 
-void ConfigurableComposite::add_all(std::initializer_list<Configurable*> members) {
-  for (Configurable* member : members) add(member);
-}
-
 Configurable* ConfigurableComposite::find(std::string_view child_name) const {
   for (Configurable* child : child_list)
     if (SameName(child->name(), child_name)) return child;
@@ -32,7 +30,8 @@ Configurable* ConfigurableComposite::find(std::string_view child_name) const {
 void ConfigurableComposite::set_changed(bool changed) {
   Configurable::set_changed(changed);
   if (changed) return;
-  for (Configurable* child : child_list) child->set_changed(false);
+  for (Configurable* child : child_list)
+    if (child->may_be_marked()) child->set_changed(false);
 }
 
 void ConfigurableComposite::set_locked(bool locked) {
@@ -61,8 +60,11 @@ void ConfigurableComposite::accept(ConfigurableVisitor& visitor) {
 
 bool ConfigurableComposite::read_child_element(std::string_view tag, XMLParser& parser,
                                                XMLWriter& writer) {
-  const auto first = std::find_if(child_list.begin(), child_list.end(),
-                                  [tag](auto* child) { return SameName(child->name(), tag); });
+  const auto has_name = [tag](const Configurable* child) { return SameName(child->name(), tag); };
+  const std::size_t likely = parser.LikelyPlace();
+  const auto first = !names_repeat && likely < child_list.size() && has_name(child_list[likely])
+                         ? child_list.begin() + static_cast<std::ptrdiff_t>(likely)
+                         : std::find_if(child_list.begin(), child_list.end(), has_name);
   parser.SavePosition();
   if (first == child_list.end()) {
     parser.SkipElement();
@@ -75,6 +77,7 @@ bool ConfigurableComposite::read_child_element(std::string_view tag, XMLParser& 
     if (!SameName(child->name(), name)) continue;
     if (child->has_flag(Active)) {
       parser.RestorePosition();
+      parser.SetLikelyPlace(0);
       // What fails in a child goes no higher: its element is passed, and the next one is read.
       if (!child->read_element(parser, writer)) parser.SkipElement();
     } else {
@@ -82,20 +85,21 @@ bool ConfigurableComposite::read_child_element(std::string_view tag, XMLParser& 
     }
     if (!names_repeat) break;
   }
+  parser.SetLikelyPlace(static_cast<std::size_t>(first - child_list.begin()) + 1);
   return true;
 }
 
-void ConfigurableComposite::write_value(XMLWriter& writer) {
+void ConfigurableComposite::write_value(XMLWriter& writer) const {
   for (Configurable* child : child_list)
     if (child->has_flag(Active)) child->write_element(writer);
 }
 
-void ConfigurableComposite::write_doctype(XMLWriter& writer) {
+void ConfigurableComposite::write_doctype(XMLWriter& writer) const {
   for (Configurable* child : child_list)
     if (child->has_flag(Active)) child->write_doctype_element(writer);
 }
 
-void ConfigurableComposite::write_changes(XMLWriter& writer) {
+void ConfigurableComposite::write_changes(XMLWriter& writer) const {
   for (Configurable* child : child_list)
     if (child->has_flag(Active) && child->has_changed()) child->write_changes_element(writer);
 }

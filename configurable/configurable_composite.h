@@ -1,6 +1,5 @@
 #pragma once
 
-#include <initializer_list>
 #include <string_view>
 #include <vector>
 
@@ -28,14 +27,11 @@ class ConfigurableComposite : public Configurable {
   void reset() override;
   void accept(ConfigurableVisitor& visitor) override;
   bool read_child_element(std::string_view tag, XMLParser& parser, XMLWriter& writer) override;
-  void write_value(XMLWriter& writer) override;
-  void write_doctype(XMLWriter& writer) override;
-  void write_changes(XMLWriter& writer) override;
+  void write_value(XMLWriter& writer) const override;
+  void write_doctype(XMLWriter& writer) const override;
+  void write_changes(XMLWriter& writer) const override;
 
  protected:
-  // Registers members in one go, in this order.
-  void add_all(std::initializer_list<Configurable*> members);
-
   std::vector<Configurable*> child_list;
 
  private:

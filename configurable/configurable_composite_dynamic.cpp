@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "configurable/xml_parser.h"
+#include "configurable/xml_writer.h"
+
 ConfigurableCompositeDynamicBase::~ConfigurableCompositeDynamicBase() {
   for (; !child_list.empty(); child_list.pop_back()) delete child_list.back();
 }
@@ -92,4 +95,6 @@ bool ConfigurableCompositeDynamicBase::read_child_element(std::string_view tag, 
   return true;
 }
 
-void ConfigurableCompositeDynamicBase::write_changes(XMLWriter& writer) { write_value(writer); }
+void ConfigurableCompositeDynamicBase::write_changes(XMLWriter& writer) const {
+  write_value(writer);
+}

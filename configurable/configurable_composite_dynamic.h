@@ -37,7 +37,7 @@ class ConfigurableCompositeDynamicBase : public ConfigurableComposite {
   void reset() override;
   bool read_element(XMLParser& parser, XMLWriter& writer) override;
   bool read_child_element(std::string_view tag, XMLParser& parser, XMLWriter& writer) override;
-  void write_changes(XMLWriter& writer) override;
+  void write_changes(XMLWriter& writer) const override;
 
  protected:
   bool unique = false;

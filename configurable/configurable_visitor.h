@@ -1,5 +1,7 @@
 #pragma once
 
+#include <type_traits>
+
 class Configurable;
 class ConfigurableAttributes;
 class ConfigurableBool;
@@ -17,24 +19,33 @@ class ConfigurableTimestamp;
 
 // Walks a tree by Configurable::accept, hidden nodes included. A kind of node without a call of its
 // own comes as visit(Configurable&).
-class ConfigurableVisitor {
+template <bool kConst>
+class BasicConfigurableVisitor {
  public:
-  virtual ~ConfigurableVisitor() = default;
-  virtual void visit(Configurable& /*item*/) {}
+  template <class Node>
+  using Seen = std::conditional_t<kConst, const Node&, Node&>;
+
+  virtual ~BasicConfigurableVisitor() = default;
+  virtual void visit(Seen<Configurable> /*item*/) {}
   // False skips the attributes of this set; end_attributes is called all the same.
-  virtual bool begin_attributes(ConfigurableAttributes& /*set*/) { return false; }
-  virtual void end_attributes(ConfigurableAttributes& /*set*/) {}
-  virtual void begin_composite(ConfigurableComposite& /*composite*/) {}
-  virtual void end_composite(ConfigurableComposite& /*composite*/) {}
-  virtual void visit(ConfigurableMultipleChoice& /*item*/) {}
-  virtual void visit(ConfigurableFloat& /*item*/) {}
-  virtual void visit(ConfigurableDouble& /*item*/) {}
-  virtual void visit(ConfigurableInteger& /*item*/) {}
-  virtual void visit(ConfigurableBool& /*item*/) {}
-  virtual void visit(ConfigurableString& /*item*/) {}
-  virtual void visit(ConfigurableTimestamp& /*item*/) {}
-  virtual void visit(ConfigurableTime& /*item*/) {}
-  virtual void visit(ConfigurableTime_HourMinutes& /*item*/) {}
-  virtual void visit(ConfigurableDate& /*item*/) {}
-  virtual void visit(ConfigurableDate_YearMonth& /*item*/) {}
+  virtual bool begin_attributes(Seen<ConfigurableAttributes> /*set*/) { return false; }
+  virtual void end_attributes(Seen<ConfigurableAttributes> /*set*/) {}
+  virtual void begin_composite(Seen<ConfigurableComposite> /*composite*/) {}
+  virtual void end_composite(Seen<ConfigurableComposite> /*composite*/) {}
+  virtual void visit(Seen<ConfigurableMultipleChoice> /*item*/) {}
+  virtual void visit(Seen<ConfigurableFloat> /*item*/) {}
+  virtual void visit(Seen<ConfigurableDouble> /*item*/) {}
+  virtual void visit(Seen<ConfigurableInteger> /*item*/) {}
+  virtual void visit(Seen<ConfigurableBool> /*item*/) {}
+  virtual void visit(Seen<ConfigurableString> /*item*/) {}
+  virtual void visit(Seen<ConfigurableTimestamp> /*item*/) {}
+  virtual void visit(Seen<ConfigurableTime> /*item*/) {}
+  virtual void visit(Seen<ConfigurableTime_HourMinutes> /*item*/) {}
+  virtual void visit(Seen<ConfigurableDate> /*item*/) {}
+  virtual void visit(Seen<ConfigurableDate_YearMonth> /*item*/) {}
 };
+
+// May change what it visits.
+using ConfigurableVisitor = BasicConfigurableVisitor<false>;
+// Sees const nodes, in the walk of Configurable::accept_const.
+using ConfigurableConstVisitor = BasicConfigurableVisitor<true>;

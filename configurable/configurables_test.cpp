@@ -1,10 +1,12 @@
 // The tree's language, on a small tree of all kinds of nodes.
 
 #include <cmath>
+#include <initializer_list>
 #include <iomanip>
 #include <memory>
 #include <ostream>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,6 +15,7 @@
 #include "configurable/configurable_attributes.h"
 #include "configurable/configurable_composite.h"
 #include "configurable/configurable_composite_dynamic.h"
+#include "configurable/kept_document.h"
 
 void TestConfigurables(std::ostream& out);
 
@@ -34,7 +37,7 @@ struct PlainFloat : ConfigurableFloat {
       err << "unable to read float";
     return in;
   }
-  std::ostream& print_doctype(std::ostream& out) override { return out << "float"; }
+  std::ostream& print_doctype(std::ostream& out) const override { return out << "float"; }
 };
 
 struct FloatList : ConfigurableCompositeDynamic<PlainFloat> {
@@ -50,8 +53,10 @@ struct FloatList : ConfigurableCompositeDynamic<PlainFloat> {
 };
 
 struct Branch : ConfigurableComposite {
-  using ConfigurableComposite::add_all;
   using ConfigurableComposite::ConfigurableComposite;
+  void add_all(std::initializer_list<Configurable*> members) {
+    for (Configurable* member : members) add(member);
+  }
 };
 
 std::vector<std::string> lunches = {"apple",  "banana", "orange",
@@ -108,12 +113,12 @@ struct Careless : Configurable {
     print_value(err);
     return in;
   }
-  std::ostream& print_value(std::ostream& out) override {
+  std::ostream& print_value(std::ostream& out) const override {
     out << std::hex << std::showpos << std::fixed << std::setprecision(1) << std::setfill('*');
     out.width(4);
     return out;
   }
-  std::ostream& print_doctype(std::ostream& out) override { return print_value(out); }
+  std::ostream& print_doctype(std::ostream& out) const override { return print_value(out); }
   int number = 0;
 };
 
@@ -306,7 +311,7 @@ void ChangeCases() {
     }
     void item_text(const ConfigurableEvent&, std::string text) override { heard += text + ";"; }
     int changes = 0;
-    Configurable* source = nullptr;
+    const Configurable* source = nullptr;
     std::string heard;
   } counter;
   tree.set_changed(false);
@@ -356,6 +361,45 @@ void ChangeCases() {
   copy.set_changed(false);
   copy.reset();
   ExpectTrue(copy.size() == 0 && copy.has_changed(), "an emptied list");
+
+  // Whatever way a mark has come, a clear of the root takes it.
+  struct Thrower : ConfigurableListener {
+    void item_changed(const ConfigurableEvent&) override { throw std::runtime_error("thrown"); }
+  } thrower;
+  tree.set_changed(false);
+  tree.e.set_listener(&thrower);
+  ExpectThrows<std::runtime_error>([&] { tree.g1.mark_changed(); }, "thrown");
+  tree.dyn.children()[0]->set_flag(Configurable::Changed, true);
+  copy.set_changed(true);
+  tree.dog.copy_flags(copy);
+  tree.set_changed(false);
+  for (const Configurable* item :
+       std::initializer_list<const Configurable*>{&tree.g1, tree.dyn.children()[0], &tree.dog})
+    ExpectTrue(!item->has_changed(), item->name());
+}
+
+// A document that is kept answers as a fresh one does, whatever it holds.
+void KeptCases() {
+  for (const std::string text :
+       {"<L><b>&query_item;</b><c>7&query_item;</c> &query_changes_item;</L>",
+        "<L><a>1<</a><b>&query_item;</b></L> rest", "<L><e><g/></e><d>&query;</d ></L>",
+        "<M>&query;</M>", "&query_changes;", "<L><dog pitch='5' &query;/></L"}) {
+    Tree fresh;
+    Tree tree;
+    KeptDocument kept(text);
+    for (int i = 0; i < 4; ++i) {
+      for (Tree* each : {&fresh, &tree}) {
+        each->set_changed(false);
+        each->b.set(static_cast<float>(i));
+      }
+      bool failed = false;
+      const std::string expected = fresh.Ask(text, &failed);
+      std::ostringstream out;
+      set_compact(out, true);
+      ExpectTrue(tree.read_document(kept, out) != failed, text);
+      ExpectEqual(out.str(), expected, text);
+    }
+  }
 }
 
 }  // namespace
@@ -365,4 +409,5 @@ void TestConfigurables(std::ostream&) {
   FormatCases();
   FailureCases();
   ChangeCases();
+  KeptCases();
 }

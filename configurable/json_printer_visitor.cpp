@@ -4,11 +4,11 @@
 
 #include "configurable/configbuiltin.h"
 
-void JSONPrinterVisitor::visit(ConfigurableMultipleChoice& item) { print_member(item); }
-void JSONPrinterVisitor::visit(ConfigurableFloat& item) { print_member(item); }
-void JSONPrinterVisitor::visit(ConfigurableInteger& item) { print_member(item); }
+void JSONPrinterVisitor::visit(const ConfigurableMultipleChoice& item) { print_member(item); }
+void JSONPrinterVisitor::visit(const ConfigurableFloat& item) { print_member(item); }
+void JSONPrinterVisitor::visit(const ConfigurableInteger& item) { print_member(item); }
 
-void JSONPrinterVisitor::print_member(Configurable& item) {
+void JSONPrinterVisitor::print_member(const Configurable& item) {
   stream << "\n\"";
   for (const char letter : item.name())
     stream.put(static_cast<char>(std::toupper(static_cast<unsigned char>(letter))));

@@ -9,18 +9,18 @@
 // each on a new line with its name in upper case and a comma behind it. The caller writes the
 // braces and the member behind the last comma. Readers of event records know choices as bare words,
 // and nan as nan.
-class JSONPrinterVisitor : public ConfigurableVisitor {
+class JSONPrinterVisitor : public ConfigurableConstVisitor {
  public:
   // `out` must outlive this.
   explicit JSONPrinterVisitor(std::ostream& out) : stream(out) {}
 
-  using ConfigurableVisitor::visit;
-  void visit(ConfigurableMultipleChoice& item) override;
-  void visit(ConfigurableFloat& item) override;
-  void visit(ConfigurableInteger& item) override;
+  using ConfigurableConstVisitor::visit;
+  void visit(const ConfigurableMultipleChoice& item) override;
+  void visit(const ConfigurableFloat& item) override;
+  void visit(const ConfigurableInteger& item) override;
 
  private:
-  void print_member(Configurable& item);
+  void print_member(const Configurable& item);
 
   std::ostream& stream;
 };

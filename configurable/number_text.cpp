@@ -95,6 +95,13 @@ void WriteNumber(std::ostream& out, int value) {
   out.rdbuf()->sputn(text.data(), end - text.data());
 }
 
+void WriteText(std::ostream& out, std::string_view text) {
+  if (!DefaultFormat(out))
+    out << text;
+  else
+    out.rdbuf()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
 void ReadNumber(std::istream& in, float& value) { Read(in, value); }
 void ReadNumber(std::istream& in, double& value) { Read(in, value); }
 void ReadNumber(std::istream& in, int& value) { Read(in, value); }

@@ -12,8 +12,8 @@ void Renew(std::ios& stream) {
   stream.flags(std::ios::skipws | std::ios::dec);
   stream.precision(6);
   stream.width(0);
-  stream.fill(' ');
-  stream.clear();
+  if (stream.fill() != ' ') stream.fill(' ');
+  if (stream.rdstate() != std::ios::goodbit) stream.clear();
   ClearTimestampFormat(stream);
 }
 
@@ -48,6 +48,11 @@ TextInput::Buffer::pos_type TextInput::Buffer::seekpos(pos_type position, std::i
 void TextOutput::Open() {
   buffer.text.clear();
   Renew(*this);
+}
+
+void TextOutput::Close() {
+  constexpr std::size_t kKept = 4096;
+  if (buffer.text.capacity() > kKept) buffer.text = std::string();
 }
 
 TextOutput::Buffer::int_type TextOutput::Buffer::overflow(int_type byte) {

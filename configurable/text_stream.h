@@ -23,6 +23,7 @@ class TextInput final : public std::istream {
 
   TextInput() : std::istream(nullptr) { rdbuf(&buffer); }
   void Open(std::string_view text);
+  void Close() { buffer.Open({}); }
   // What is not read yet. The state of the stream does not follow Skip.
   std::string_view Rest() const { return buffer.Rest(); }
   void Skip(std::size_t bytes) { buffer.Skip(bytes); }
@@ -47,7 +48,9 @@ class TextOutput : public std::ostream {
  public:
   TextOutput() : std::ostream(nullptr) { rdbuf(&buffer); }
   void Open();
-  // Valid until the next Open.
+  // Gives back what a long text took.
+  void Close();
+  // Valid until the next Open or Close.
   const std::string& Text() const { return buffer.text; }
 
  private:
@@ -84,7 +87,10 @@ class Borrowed {
     stream = stack.streams[stack.borrowed++].get();
     stream->Open(arguments...);
   }
-  ~Borrowed() { --stack.borrowed; }
+  ~Borrowed() {
+    stream->Close();
+    --stack.borrowed;
+  }
   Borrowed(const Borrowed&) = delete;
   Borrowed& operator=(const Borrowed&) = delete;
 

@@ -35,8 +35,10 @@ void SkipDeclaration(CharSource& source) {
 }  // namespace
 
 XMLParser::XMLParser(std::istream& stream) : in(stream), source(stream) {
-  tokens.reserve(512);
-  texts.reserve(4096);
+  // What is at hand tells how much is to come, within reason.
+  const std::size_t expected = std::clamp<std::size_t>(source.Available(), 128, 16384);
+  tokens.reserve(expected / 8);
+  texts.reserve(expected);
   tokens.push_back({START_DOC, 0, 0, 0});
 }
 
@@ -48,7 +50,10 @@ XMLParser::Token XMLParser::NextToken() {
   }
   reading = {START_DOC, static_cast<std::uint32_t>(texts.size()), 0, 0};
   reading.kind = in.fail() ? EndOrError() : ReadToken();
-  if (reading.kind == ERROR) in.setstate(std::ios_base::failbit);
+  if (reading.kind == ERROR) {
+    had_error = true;
+    in.setstate(std::ios_base::failbit);
+  }
   tokens.push_back(reading);
   return tokens[++current].kind;
 }
@@ -56,6 +61,11 @@ XMLParser::Token XMLParser::NextToken() {
 bool XMLParser::EndString() {
   reading.string_length = static_cast<std::uint32_t>(texts.size()) - reading.start;
   return reading.string_length > 0;
+}
+
+bool XMLParser::Rewind() {
+  current = mark = 0;
+  return !had_error;
 }
 
 void XMLParser::ClearError() {

@@ -49,6 +49,12 @@ class XMLParser {
   // Restoring goes back to the token of the last SavePosition.
   void SavePosition() { mark = current; }
   void RestorePosition() { current = mark; }
+  // Back to the start of the document, without reading it again. False if there was an error in it,
+  // which those who go on after it do not meet again.
+  bool Rewind();
+  // Where among its siblings the next element probably is: documents mostly hold them in order.
+  std::size_t LikelyPlace() const { return likely_place; }
+  void SetLikelyPlace(std::size_t place) { likely_place = place; }
   // Takes an error away, from the stream too, so that reading goes on behind it.
   void ClearError();
   // Passes the rest of the element that is open. Returns the kind at which it stopped.
@@ -83,12 +89,14 @@ class XMLParser {
   std::string texts;
   std::size_t current = 0;
   std::size_t mark = 0;
+  std::size_t likely_place = 0;
   TokenInfo reading = {};  // the token that is being read
   // The name of the start tag that was read last, in `texts`.
   struct {
     std::uint32_t start = 0;
     std::uint32_t length = 0;
   } tag_name;
+  bool had_error = false;
   bool in_tag = false;  // between the name of a start tag and its '>'
 };
 

@@ -55,6 +55,8 @@ class CharSource {
   CharSource(const CharSource&) = delete;
   CharSource& operator=(const CharSource&) = delete;
 
+  // Characters that stand in the buffer's memory.
+  std::size_t Available() const { return static_cast<std::size_t>(end - next); }
   // The next character, which stays; kEnd at the end, which the stream's eofbit then says.
   int Peek() { return next != end ? static_cast<unsigned char>(*next) : Refill(); }
   // The same, and passes it.
@@ -82,8 +84,7 @@ class CharSource {
   }
   // Takes `name` and `last` behind it, if they come next and stand whole in the buffer's memory.
   bool TakeBoth(std::string_view name, char last) {
-    const auto available = static_cast<std::size_t>(end - next);
-    if (name.empty() || available <= name.size() || next[name.size()] != last ||
+    if (name.empty() || Available() <= name.size() || next[name.size()] != last ||
         std::memcmp(next, name.data(), name.size()) != 0)
       return false;
     next += name.size() + 1;
@@ -95,7 +96,7 @@ class CharSource {
     while (Peek() != kEnd) {
       const char* from = next;
       while (next != end && goes_on(*next)) ++next;
-      text.append(from, next);
+      text.append(from, static_cast<std::size_t>(next - from));
       if (next != end) return;
     }
   }

@@ -9,17 +9,17 @@ XMLWriter::XMLWriter(std::ostream& out, bool indented, ValueStreams* kept)
 
 XMLWriter::~XMLWriter() { flush(); }
 
-void XMLWriter::start_element(std::string_view name) {
+void XMLWriter::start_element(std::string_view name, bool known) {
   close_tag();
   if (name.empty()) return;
   if (indent) indent_line();
   put('<');
-  put_name(name);
+  put(known ? name : xml_text::NameIn(name));
   ++depth;
   tag_open = need_space = end_inline = true;
 }
 
-void XMLWriter::end_element(std::string_view name) {
+void XMLWriter::end_element(std::string_view name, bool known) {
   depth = std::max(depth - 1, 0);
   if (tag_open) {
     put("/>");
@@ -28,8 +28,9 @@ void XMLWriter::end_element(std::string_view name) {
   }
   if (!name.empty()) {
     if (!end_inline && indent) indent_line();
-    put("</");
-    put_name(name);
+    put('<');
+    put('/');
+    put(known ? name : xml_text::NameIn(name));
     put('>');
     need_space = false;
   }
@@ -39,7 +40,7 @@ void XMLWriter::end_element(std::string_view name) {
 void XMLWriter::attribute(std::string_view name) {
   if (name.empty()) return;
   if (need_space) put(' ');
-  put_name(name);
+  put(xml_text::NameIn(name));
   need_space = true;
 }
 
@@ -96,29 +97,16 @@ void XMLWriter::indent_line() {
   for (int i = 0; i < depth; ++i) put('\t');
 }
 
-void XMLWriter::put(std::string_view piece) {
-  if (piece.size() > buffer.size() - used) {
-    flush();
-    if (piece.size() > buffer.size()) {
-      stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
-      flushed += piece.size();
-      return;
-    }
-  }
-  // An empty piece may have no memory at all.
-  used += piece.copy(buffer.data() + used, piece.size());
-}
-
-void XMLWriter::put(char byte) {
-  if (used == buffer.size()) flush();
-  buffer[used++] = byte;
+void XMLWriter::put_beyond(std::string_view piece) {
+  flush();
+  if (piece.size() <= buffer.size()) return put(piece);
+  stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+  flushed += piece.size();
 }
 
 void XMLWriter::put_escaped(std::string_view value) {
   xml_text::Escape(value, [this](std::string_view piece) { put(piece); });
 }
-
-void XMLWriter::put_name(std::string_view name) { put(xml_text::NameIn(name)); }
 
 void XMLWriter::flush() {
   if (used == 0) return;

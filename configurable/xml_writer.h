@@ -20,10 +20,11 @@ class XMLWriter {
   XMLWriter(const XMLWriter&) = delete;
   XMLWriter& operator=(const XMLWriter&) = delete;
 
-  // An empty name only closes the tag before.
-  void start_element(std::string_view name);
+  // An empty name only closes the tag before. Of others the part that is a name is written; one
+  // that is known to be a name as a whole, `known`, is not looked through.
+  void start_element(std::string_view name, bool known = false);
   // An element that is still open closes itself, whatever the name.
-  void end_element(std::string_view name);
+  void end_element(std::string_view name, bool known = false);
   void attribute(std::string_view name);
   void attribute(std::string_view name, std::string_view value);
   // Without `escape`, `value` goes out as it is.
@@ -43,10 +44,19 @@ class XMLWriter {
   unsigned Errors() const { return errors; }
 
  private:
-  void put(std::string_view piece);
-  void put(char byte);
+  void put(std::string_view piece) {
+    // An empty piece may have no memory at all.
+    if (piece.size() <= buffer.size() - used)
+      used += piece.copy(buffer.data() + used, piece.size());
+    else
+      put_beyond(piece);
+  }
+  void put(char byte) {
+    if (used == buffer.size()) flush();
+    buffer[used++] = byte;
+  }
+  void put_beyond(std::string_view piece);
   void put_escaped(std::string_view value);
-  void put_name(std::string_view name);
   void close_tag();
   void indent_line();
   void flush();

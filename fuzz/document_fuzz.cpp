@@ -12,16 +12,16 @@
 namespace {
 
 // A changed node below one that does not know of it would never be published.
-class MarksClimb : public ConfigurableVisitor {
+class MarksClimb : public ConfigurableConstVisitor {
  public:
-  using ConfigurableVisitor::visit;
-  void begin_composite(ConfigurableComposite& composite) override {
+  using ConfigurableConstVisitor::visit;
+  void begin_composite(const ConfigurableComposite& composite) override {
     for (const Configurable* child : composite.children())
       if (child->has_changed() && !composite.has_changed()) std::abort();
   }
 };
 
-std::string Print(DocTavo& doc, std::ostream& (Configurable::*print)(std::ostream&)) {
+std::string Print(const DocTavo& doc, std::ostream& (Configurable::*print)(std::ostream&) const) {
   std::ostringstream out;
   (doc.*print)(out);
   return out.str();
@@ -44,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
   }
   MarksClimb marks;
-  doc.accept(marks);
+  doc.accept_const(marks);
   // What an answer may grow to, beside the errors, which are as long as their causes.
   if (answer.str().size() > (std::size_t{17} << 20) + 200 * size) std::abort();
   for (const auto print :

@@ -3,20 +3,23 @@
 #include <string>
 
 #include "configurable/child.h"
+#include "configurable/choice.h"
 #include "liborrel/units.h"
 
-// How the clock follows the other units of the system. The enumerators are the indexes.
-class ConfigCfgClockPTP : public ConfigurableMultipleChoice {
+// How the clock follows the other units of the system.
+class ConfigCfgClockPTP : public ConfigurableChoice<ConfigCfgClockPTP> {
  public:
   enum Choice { Auto, SlaveOnly, Preferred };
-  ConfigCfgClockPTP(const std::string& item_name, int default_index);
+  static constexpr const char* kChoices[] = {"auto", "slaveonly", "preferred"};
+  using ConfigurableChoice::ConfigurableChoice;
 };
 
 // The time zone. Its list of choices is that of the system: whoever writes its doctype, names with
 // '|' between them, replaces the list for all items of this kind and keeps the index.
-class ConfigTimezone : public ConfigurableMultipleChoice {
+class ConfigTimezone : public ConfigurableChoice<ConfigTimezone> {
  public:
-  ConfigTimezone(const std::string& item_name, int default_index);
+  static constexpr const char* kChoices[] = {"UTC"};
+  using ConfigurableChoice::ConfigurableChoice;
   std::istream& read_doctype(std::istream& in, std::ostream& err) override;
 };
 

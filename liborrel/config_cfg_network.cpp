@@ -4,14 +4,8 @@
 #include <cstddef>
 #include <iterator>
 #include <string_view>
-#include <vector>
 
 namespace {
-
-std::vector<std::string>* AutoManual() {
-  static std::vector<std::string> choices = {"auto", "manual"};
-  return &choices;
-}
 
 bool IsAlphanumeric(char byte) {
   return (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') ||
@@ -61,9 +55,13 @@ std::istream& ConfigIPAddress::read_value(std::istream& in, std::ostream& err) {
   return in;
 }
 
-std::ostream& ConfigIPAddress::print_value(std::ostream& out) { return out << _value.ToString(); }
+std::ostream& ConfigIPAddress::print_value(std::ostream& out) const {
+  return out << _value.ToString();
+}
 
-std::ostream& ConfigIPAddress::print_doctype(std::ostream& out) { return out << "int.int.int.int"; }
+std::ostream& ConfigIPAddress::print_doctype(std::ostream& out) const {
+  return out << "int.int.int.int";
+}
 
 std::istream& ConfigHostName::read_value(std::istream& in, std::ostream& err) {
   const std::string text(std::istreambuf_iterator<char>(in), {});
@@ -74,6 +72,3 @@ std::istream& ConfigHostName::read_value(std::istream& in, std::ostream& err) {
            "64)";
   return in;
 }
-
-ConfigAutoManual::ConfigAutoManual(const std::string& item_name, int default_index)
-    : ConfigurableMultipleChoice(item_name, AutoManual(), default_index) {}

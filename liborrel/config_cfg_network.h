@@ -4,6 +4,7 @@
 
 #include "common/socket_address.h"
 #include "configurable/child.h"
+#include "configurable/choice.h"
 #include "liborrel/units.h"
 
 // An IPv4 address as a setting. A text that is none throws SocketError out of the reading.
@@ -16,8 +17,8 @@ class ConfigIPAddress : public Configurable {
 
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) override;
-  std::ostream& print_doctype(std::ostream& out) override;
+  std::ostream& print_value(std::ostream& out) const override;
+  std::ostream& print_doctype(std::ostream& out) const override;
 
  private:
   SocketAddress _value;
@@ -33,11 +34,12 @@ class ConfigHostName : public ConfigurableString {
   std::istream& read_value(std::istream& in, std::ostream& err) override;
 };
 
-// Whether addresses come by themselves. The enumerators are the indexes.
-class ConfigAutoManual : public ConfigurableMultipleChoice {
+// Whether addresses come by themselves.
+class ConfigAutoManual : public ConfigurableChoice<ConfigAutoManual> {
  public:
   enum Choice { Auto, Manual };
-  ConfigAutoManual(const std::string& item_name, int default_index);
+  static constexpr const char* kChoices[] = {"auto", "manual"};
+  using ConfigurableChoice::ConfigurableChoice;
 };
 
 // Host name and addresses of the unit, as settings; somebody else carries changes through.

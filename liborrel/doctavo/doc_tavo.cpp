@@ -33,7 +33,7 @@ void DocTavo::notify_if_changed() {
   if (has_changed()) notify();
 }
 
-std::ostream& DocTavo::print_ack(std::ostream& out) { return Conf().Ack().print_tree(out); }
+std::ostream& DocTavo::print_ack(std::ostream& out) const { return Conf().Ack().print_tree(out); }
 
 std::ostream& DocTavo::report_error(std::ostream& out, const std::string& text) {
   Conf().Error().set(text);

@@ -30,7 +30,7 @@ class DocTavo : public ConfigurableComposite {
   void notify_if_changed();
 
   // The acknowledgement that ends the answer to a request.
-  std::ostream& print_ack(std::ostream& out);
+  std::ostream& print_ack(std::ostream& out) const;
   // Keeps `text` as the last error and prints it.
   std::ostream& report_error(std::ostream& out, const std::string& text);
 

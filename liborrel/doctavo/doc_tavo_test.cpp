@@ -121,7 +121,7 @@ void DocumentCases() {
   std::ostringstream json;
   JSONPrinterVisitor printer(json);
   DocTavo fresh;
-  fresh.Conf().Cfg().Rectflash().accept(printer);
+  fresh.Conf().Cfg().Rectflash().accept_const(printer);
   ExpectEqual(json.str(),
               "\n\"OUTRATE\":1,\n\"MARGIN\":0,\n\"DURATION\":0,\n\"Q_RED_SETPOINT\":0,"
               "\n\"D_RED_PERCENT\":0,");
@@ -245,7 +245,10 @@ void TestDocTavo(std::ostream&) {
 // The shared settings in the form in which a sibling document holds them.
 void TestDocKesh(std::ostream&) {
   struct Document : ConfigurableComposite {
-    Document() : ConfigurableComposite("kesh") { add_all({&clock, &network}); }
+    Document() : ConfigurableComposite("kesh") {
+      add(&clock);
+      add(&network);
+    }
     ConfigCfgClock clock{false};
     ConfigCfgNetwork network;
   } doc;

@@ -10,26 +10,6 @@ using Choices = std::vector<std::string>;
 constexpr std::array<std::uint32_t, 17> kModulationRates = {
     1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10000, 20000, 50000, 125000, 250000};
 
-Choices* FanModes() {
-  static Choices choices = {"off", "auto", "percent"};
-  return &choices;
-}
-
-Choices* LightSourceModes() {
-  static Choices choices = {"off", "percent", "setpoint", "test"};
-  return &choices;
-}
-
-Choices* ControlModes() {
-  static Choices choices = {"off", "percent", "setpoint"};
-  return &choices;
-}
-
-Choices* RawCaptureStarts() {
-  static Choices choices = {"now", "measure", "flash", "dark"};
-  return &choices;
-}
-
 Choices* ModulationRates() {
   static Choices choices = [] {
     Choices texts;
@@ -40,19 +20,6 @@ Choices* ModulationRates() {
 }
 
 }  // namespace
-
-ConfigFanMode::ConfigFanMode(const std::string& item_name, int default_index)
-    : ConfigurableMultipleChoice(item_name, FanModes(), default_index) {}
-
-ConfigLightSourceModeTavo::ConfigLightSourceModeTavo(const std::string& item_name,
-                                                     int default_index)
-    : ConfigurableMultipleChoice(item_name, LightSourceModes(), default_index) {}
-
-ConfigControlMode::ConfigControlMode(const std::string& item_name, int default_index)
-    : ConfigurableMultipleChoice(item_name, ControlModes(), default_index) {}
-
-ConfigRawCaptureStart::ConfigRawCaptureStart(const std::string& item_name, int default_index)
-    : ConfigurableMultipleChoice(item_name, RawCaptureStarts(), default_index) {}
 
 ConfigModRate::ConfigModRate(const std::string& item_name, int default_index)
     : ConfigurableMultipleChoice(item_name, ModulationRates(), default_index) {}

@@ -3,32 +3,36 @@
 #include <cstdint>
 #include <string>
 
-#include "configurable/configbuiltin.h"
+#include "configurable/choice.h"
 
-// The lists of choices of this head. The enumerators are the indexes.
+// The lists of choices of this head.
 
-class ConfigFanMode : public ConfigurableMultipleChoice {
+class ConfigFanMode : public ConfigurableChoice<ConfigFanMode> {
  public:
   enum Choice { Off, Auto, Percent };
-  ConfigFanMode(const std::string& item_name, int default_index);
+  static constexpr const char* kChoices[] = {"off", "auto", "percent"};
+  using ConfigurableChoice::ConfigurableChoice;
 };
 
-class ConfigLightSourceModeTavo : public ConfigurableMultipleChoice {
+class ConfigLightSourceModeTavo : public ConfigurableChoice<ConfigLightSourceModeTavo> {
  public:
   enum Choice { Off, Percent, Setpoint, Test };
-  ConfigLightSourceModeTavo(const std::string& item_name, int default_index);
+  static constexpr const char* kChoices[] = {"off", "percent", "setpoint", "test"};
+  using ConfigurableChoice::ConfigurableChoice;
 };
 
-class ConfigControlMode : public ConfigurableMultipleChoice {
+class ConfigControlMode : public ConfigurableChoice<ConfigControlMode> {
  public:
   enum Choice { Off, Percent, Setpoint };
-  ConfigControlMode(const std::string& item_name, int default_index);
+  static constexpr const char* kChoices[] = {"off", "percent", "setpoint"};
+  using ConfigurableChoice::ConfigurableChoice;
 };
 
-class ConfigRawCaptureStart : public ConfigurableMultipleChoice {
+class ConfigRawCaptureStart : public ConfigurableChoice<ConfigRawCaptureStart> {
  public:
   enum Choice { Now, Measure, Flash, Dark };
-  ConfigRawCaptureStart(const std::string& item_name, int default_index);
+  static constexpr const char* kChoices[] = {"now", "measure", "flash", "dark"};
+  using ConfigurableChoice::ConfigurableChoice;
 };
 
 // A modulation rate that the processor can make. The texts are the rates in Hz.

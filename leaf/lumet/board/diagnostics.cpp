@@ -34,7 +34,7 @@ int FanStepper::NextStep(int step, float max_temperature) {
 }
 
 void FanStepper::Step(float max_temperature) {
-  ConfigCfgTavo& cfg = doc.Conf().Cfg();
+  const ConfigCfgTavo& cfg = doc.Conf().Cfg();
   const auto frequency = static_cast<std::uint16_t>(cfg.FanFreq().get());
   switch (cfg.FanMode().get()) {
     case ConfigFanMode::Percent:

@@ -23,7 +23,7 @@ constexpr bool IsTooHot(float max_temperature) { return IsAtLeast(max_temperatur
 class FanStepper {
  public:
   // Both must outlive this.
-  FanStepper(DSPDevice& device, DocTavo& document) : dsp(device), doc(document) {}
+  FanStepper(DSPDevice& device, const DocTavo& document) : dsp(device), doc(document) {}
 
   // Once a second or so, with the highest temperature in °C.
   void Step(float max_temperature);
@@ -34,6 +34,6 @@ class FanStepper {
 
  private:
   DSPDevice& dsp;
-  DocTavo& doc;
+  const DocTavo& doc;
   int step = 0;
 };

@@ -4,7 +4,8 @@
 #include "common/network_interface.h"
 #include "common/str_util.h"
 
-void Announce(ConfigTavo& tavo, const std::string& interface, int port, BonjourClient& bonjour) {
+void Announce(const ConfigTavo& tavo, const std::string& interface, int port,
+              BonjourClient& bonjour) {
   const TxtMap txt = {
       {"company", "Nemra Sciences"},
       {"dsp", tavo.Dsp().get()},

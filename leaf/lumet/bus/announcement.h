@@ -11,7 +11,8 @@
 // Renews the record from nothing, with the versions and the serial number that `tavo` holds now,
 // and browses for console units. Clients are served on `port`; `interface` gives the hardware
 // address.
-void Announce(ConfigTavo& tavo, const std::string& interface, int port, BonjourClient& bonjour);
+void Announce(const ConfigTavo& tavo, const std::string& interface, int port,
+              BonjourClient& bonjour);
 
 // Where the broker of a console unit is, "fe80::1%eth0", if the service found is the unit to which
 // the head with `serial_number` is attached.

@@ -26,7 +26,7 @@ void Attempt(Act act) {
 
 }  // namespace
 
-MessageBus::MessageBus(int broker_port, MQTTClient::Listener* listener, DocTavo& document)
+MessageBus::MessageBus(int broker_port, MQTTClient::Listener* listener, const DocTavo& document)
     : doc(document),
       mqtt(listener, "Lumet-" + GetHostName(), true),
       mqttWatcher(mqtt, kFirstBroker, broker_port) {

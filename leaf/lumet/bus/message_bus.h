@@ -21,7 +21,7 @@ class MessageBus {
 
   // Tries the broker on this machine from one second on. All must outlive this; `listener` hands
   // what it hears to the operations below.
-  MessageBus(int broker_port, MQTTClient::Listener* listener, DocTavo& document);
+  MessageBus(int broker_port, MQTTClient::Listener* listener, const DocTavo& document);
 
   // `topic` is subscribed to at each connect, in the order of these calls. Without a '/' in it
   // nothing happens.
@@ -50,7 +50,7 @@ class MessageBus {
   void Publish(const std::string& topic, const std::string& payload, bool retain);
   std::string IdentityObject() const;
 
-  DocTavo& doc;
+  const DocTavo& doc;
   MQTTClient mqtt;
   MQTTConnectionWatcher mqttWatcher;
   std::string topicRoot;  // empty until the first connect

@@ -10,6 +10,7 @@
 #include "common/host_name.h"
 #include "common/network_interface.h"
 #include "common/str_util.h"
+#include "configurable/kept_document.h"
 #include "leaf/lumet/console/rows.h"
 
 namespace {
@@ -24,6 +25,12 @@ void Assign(std::uint32_t& flags, LumetSocketContext::Output output, bool on) {
 
 bool Contains(std::string_view word, std::string_view part) {
   return word.find(part) != std::string_view::npos;
+}
+
+// By what is shown, since the zone may change within a second.
+bool SameSecond(const struct tm& a, const struct tm& b) {
+  return a.tm_sec == b.tm_sec && a.tm_min == b.tm_min && a.tm_hour == b.tm_hour &&
+         a.tm_mday == b.tm_mday && a.tm_mon == b.tm_mon && a.tm_year == b.tm_year;
 }
 
 bool ContainsInAnyCase(std::string_view word, std::string_view part) {
@@ -86,21 +93,21 @@ void Console::Dispatch(SocketClient* client, const std::string& text) {
   if (text[0] != '<' && text[0] != '&')
     HandleRequestText(client, text);
   else if (Contains(text, "&query_changes"))
-    standingQueries.emplace_back(client, text);
+    standingQueries.emplace_back(client, std::make_shared<KeptDocument>(text));
   else
     HandleRequestXML(client, text);
 }
 
 template <class Answer>
 std::string Console::Reply(Answer answer) {
-  std::ostringstream reply;
-  set_compact(reply, true);
+  const Borrowed reply(streams.outputs);
+  set_compact(*reply, true);
   try {
-    answer(reply);
+    answer(*reply);
   } catch (const std::exception& error) {
-    doc.report_error(reply, error.what()) << "\n";
+    doc.report_error(*reply, error.what()) << "\n";
   }
-  return reply.str();
+  return reply->Text();
 }
 
 void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
@@ -112,8 +119,8 @@ void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
       RefreshDynamicFields();
       LoadOutputs(context);
       lock.emplace(doc, HasConsole() && client != consoleClient);
-      std::istringstream in(text);
-      doc.request(in, out);
+      const Borrowed in(streams.inputs, std::string_view(text));
+      doc.request(*in, out);
       out << "\n";
       doc.print_ack(out) << "\n";
       StoreOutputs(context, out);
@@ -135,11 +142,16 @@ void Console::RefreshDynamicFields() {
   const std::time_t now = std::time(nullptr);
   struct tm local = {};
   localtime_r(&now, &local);
-  std::array<char, 16> text = {};
-  std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
-  clock.Time().set(text.data());
-  std::strftime(text.data(), text.size(), "%Y-%m-%d", &local);
-  clock.Date().set(text.data());
+  if (clock_text.empty() || !SameSecond(local, shown_second)) {
+    std::array<char, 16> text = {};
+    std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
+    clock_text = text.data();
+    std::strftime(text.data(), text.size(), "%Y-%m-%d", &local);
+    date_text = text.data();
+    shown_second = local;
+  }
+  clock.Time().set(clock_text);
+  clock.Date().set(date_text);
   clock.TimeT().set(static_cast<int>(now));
   // A refresh alone never counts as a change.
   Configurable& refreshed = clock_was_changed ? static_cast<Configurable&>(clock)
@@ -187,22 +199,19 @@ void Console::CheckForChanges() {
     clients.SendToAll("DATAEVENT\tCONFIGCHANGED\n", BacklogLimit::kReply);
   // By place: a query whose client fails meanwhile takes itself off.
   for (std::size_t i = 0; i < standingQueries.size(); ++i) {
-    const auto [client, text] = standingQueries[i];
-    if (client->IsOpen()) RunStandingQuery(client, text);
+    const auto [client, query] = standingQueries[i];
+    if (client->IsOpen()) RunStandingQuery(client, *query);
   }
   publish_document();
   doc.set_changed(false);
 }
 
-void Console::RunStandingQuery(SocketClient* client, const std::string& text) {
-  if (debug) std::cout << "XML Listener Request: " << text;
+void Console::RunStandingQuery(SocketClient* client, KeptDocument& query) {
+  if (debug) std::cout << "XML Listener Request: " << query.Text();
   // The switches of one client are no news to another.
   ConfigOutputTavo& output = doc.Conf().Output();
   for (Configurable* leaf : output.children()) leaf->set_changed(false);
-  std::string reply = Reply([&](std::ostream& out) {
-    std::istringstream in(text);
-    doc.read_document(in, out);
-  });
+  std::string reply = Reply([&](std::ostream& out) { doc.read_document(query, out); });
   if (reply.empty()) return;
   reply += "\n";
   if (debug) std::cout << "XML Listener Response: " << reply;

@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,9 +10,12 @@
 #include <vector>
 
 #include "common/socket_server.h"
+#include "configurable/text_stream.h"
 #include "leaf/lumet/console/console_delivery.h"
 #include "leaf/lumet/console/register_console.h"
 #include "liborrel/doctavo/doc_tavo.h"
+
+class KeptDocument;
 
 // The application's side of the console service: what clients send, line by line, and what they
 // hear of it. A line that begins with '<' or '&' is a document for the settings tree; every other
@@ -54,7 +58,7 @@ class Console {
   // What document request it answers, its reply: errors that are thrown become its `error` element.
   template <class Answer>
   std::string Reply(Answer answer);
-  void RunStandingQuery(SocketClient* client, const std::string& text);
+  void RunStandingQuery(SocketClient* client, KeptDocument& query);
   void LoadOutputs(const LumetSocketContext& context);
   void StoreOutputs(LumetSocketContext& context, std::ostream& reply);
   void TakeConsole(SocketClient* client, const std::string& text, std::size_t word_end);
@@ -68,6 +72,12 @@ class Console {
   const std::function<void()> publish_document;
   SocketClient* consoleClient = nullptr;
   std::string consoleName;
-  std::vector<std::pair<SocketClient*, std::string>> standingQueries;
+  // Shared, since a query whose client fails takes itself off while it runs.
+  std::vector<std::pair<SocketClient*, std::shared_ptr<KeptDocument>>> standingQueries;
+  ValueStreams streams;  // for requests and replies
+  // The second that `clock_text` and `date_text` show.
+  struct tm shown_second = {};
+  std::string clock_text;
+  std::string date_text;
   std::time_t last_address_time = 0;  // when `ipaddress` was read
 };

@@ -57,17 +57,17 @@ void WriteMoment(std::ostream& out, double seconds) {
   WriteNumber(out, "TIMESTAMP", seconds, 11);
 }
 
-void WriteSettings(std::ostream& out, ConfigCfgTavo& cfg, EventAnalysis::Kind kind,
+void WriteSettings(std::ostream& out, const ConfigCfgTavo& cfg, EventAnalysis::Kind kind,
                    FlashMode flash_mode) {
   JSONPrinterVisitor printer(out);
   if (kind == EventAnalysis::kMultiPhase)
-    cfg.Multiphaseflash().accept(printer);
+    cfg.Multiphaseflash().accept_const(printer);
   else if (kind == EventAnalysis::kDark)
-    cfg.Darkpulse().accept(printer);
+    cfg.Darkpulse().accept_const(printer);
   else if (kind == EventAnalysis::kFlash && flash_mode == FlashMode::kInduction)
-    cfg.Inductionflash().accept(printer);
+    cfg.Inductionflash().accept_const(printer);
   else if (kind == EventAnalysis::kFlash && flash_mode != FlashMode::kZero)
-    cfg.Rectflash().accept(printer);
+    cfg.Rectflash().accept_const(printer);
 }
 
 void WriteResults(std::ostream& out, const EventAnalysis& result,
@@ -130,7 +130,7 @@ void EventRecorder::WriteArray(std::ostream& out, const char* name, Value value)
   out.write(piece.data(), to - piece.data());
 }
 
-EventAnalysis::Kind EventRecorder::WriteEvent(std::ostream& out, ConfigTavo& tavo,
+EventAnalysis::Kind EventRecorder::WriteEvent(std::ostream& out, const ConfigTavo& tavo,
                                               const Context& context) const {
   const double t0 = event_buffer.front().time;
   const EventAnalysis result = AnalyseEvent(event_buffer);

@@ -28,7 +28,8 @@ class EventRecorder {
   // Writes the record of what was gathered, with the settings of `tavo` that made it. Needs one
   // sample at least. Each member stands on a line of its own; results come in single precision,
   // numbers with six significant digits.
-  EventAnalysis::Kind WriteEvent(std::ostream& out, ConfigTavo& tavo, const Context& context) const;
+  EventAnalysis::Kind WriteEvent(std::ostream& out, const ConfigTavo& tavo,
+                                 const Context& context) const;
   // Bytes that the text of the record will take at most.
   std::size_t RecordRoom() const;
 

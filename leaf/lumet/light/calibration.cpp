@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-LightCalibration LightCalibrationOf(ConfigTavo& tavo) {
-  ConfigFactoryCalibrationTavo& values = tavo.Factory().Calibration();
+LightCalibration LightCalibrationOf(const ConfigTavo& tavo) {
+  const ConfigFactoryCalibrationTavo& values = tavo.Factory().Calibration();
   LightCalibration calibration;
   calibration.red = {values.FRed().get(), values.URed().get(), values.DacRedZero().get()};
   calibration.blue = {values.FBlue().get(), values.UBlue().get(), values.DacBlueZero().get()};
@@ -14,10 +14,10 @@ LightCalibration LightCalibrationOf(ConfigTavo& tavo) {
   return calibration;
 }
 
-BiasConfig BiasConfigOf(ConfigTavo& tavo) {
+BiasConfig BiasConfigOf(const ConfigTavo& tavo) {
   const LightCalibration light = LightCalibrationOf(tavo);
-  ConfigFactoryBiasTavo& values = tavo.Factory().Bias();
-  const auto counts = [](ConfigurableInteger& item) {
+  const ConfigFactoryBiasTavo& values = tavo.Factory().Bias();
+  const auto counts = [](const ConfigurableInteger& item) {
     return static_cast<std::uint16_t>(item.get());
   };
   BiasConfig bias;

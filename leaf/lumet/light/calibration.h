@@ -6,5 +6,5 @@
 
 // The calibration of the head in the forms in which it is used: for the light quantities of a
 // sample, and for the processor.
-LightCalibration LightCalibrationOf(ConfigTavo& tavo);
-BiasConfig BiasConfigOf(ConfigTavo& tavo);
+LightCalibration LightCalibrationOf(const ConfigTavo& tavo);
+BiasConfig BiasConfigOf(const ConfigTavo& tavo);

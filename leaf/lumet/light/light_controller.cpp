@@ -11,7 +11,7 @@ namespace {
 
 const std::string kListenerName = "LumetLightController";
 
-std::array<LightSourceCalibration, 3> Sources(DocTavo& doc) {
+std::array<LightSourceCalibration, 3> Sources(const DocTavo& doc) {
   const LightCalibration calibration = LightCalibrationOf(doc.Conf());
   return {calibration.red, calibration.blue, calibration.farred};
 }
@@ -29,7 +29,7 @@ LumetLightController::LumetLightController(DocTavo& doc, bool verbose)
 LumetLightController::~LumetLightController() { _doc.remove_listener(kListenerName); }
 
 void LumetLightController::item_changed(const ConfigurableEvent&) {
-  ConfigTavo& tavo = _doc.Conf();
+  const ConfigTavo& tavo = _doc.Conf();
   const bool calibration_changed = tavo.Factory().has_changed();
   const bool light_changed = tavo.Cfg().Lightsource().has_changed();
   if (calibration_changed) LoadZeros();
@@ -45,7 +45,7 @@ void LumetLightController::LoadZeros() {
 
 void LumetLightController::ComputeMix() {
   _mix = {};
-  ConfigLightSourceTavo& light = _doc.Conf().Cfg().Lightsource();
+  const ConfigLightSourceTavo& light = _doc.Conf().Cfg().Lightsource();
   std::array<float, 3> fraction = {light.RedMix().get(), light.BlueMix().get(),
                                    light.FarredMix().get()};
   const float total = (fraction[0] + fraction[1]) + fraction[2];
@@ -72,7 +72,7 @@ void LumetLightController::ComputeMix() {
 
 void LumetLightController::LoadSettings() {
   constexpr std::uint32_t kFewestSamples = 4;
-  ConfigCfgTavo& cfg = _doc.Conf().Cfg();
+  const ConfigCfgTavo& cfg = _doc.Conf().Cfg();
   _setpoint = cfg.Lightsource().QSetpoint().get();
   _outrate = static_cast<std::uint32_t>(cfg.Measure().Outrate().get());
   // There are two updates a second, if there are enough samples.

@@ -16,7 +16,7 @@ std::uint16_t DacOf(float q, const LightSourceCalibration& source) {
 // Settings are 32 bits wide, and some of them without a limit.
 std::uint16_t Field(int setting) { return static_cast<std::uint16_t>(setting); }
 
-unsigned Setting(ConfigurableInteger& item) { return static_cast<unsigned>(item.get()); }
+unsigned Setting(const ConfigurableInteger& item) { return static_cast<unsigned>(item.get()); }
 
 // The actinic light of the steady state, and the measuring light's rate that goes with it.
 struct Actinic {
@@ -27,7 +27,7 @@ struct Actinic {
   unsigned measure_modrate;
 };
 
-Actinic PercentActinic(ConfigLightSourceTavo& light, unsigned dark_modrate,
+Actinic PercentActinic(const ConfigLightSourceTavo& light, unsigned dark_modrate,
                        unsigned light_modrate) {
   Actinic actinic = {.measure_modrate = light_modrate};
   actinic.red = PercentToDac(light.DRedPercent().get());
@@ -39,7 +39,7 @@ Actinic PercentActinic(ConfigLightSourceTavo& light, unsigned dark_modrate,
 }
 
 // With a wanted flux, of which the measuring light makes a part.
-Actinic FluxActinic(ConfigLightSourceTavo& light, const LightCalibration& calibration,
+Actinic FluxActinic(const ConfigLightSourceTavo& light, const LightCalibration& calibration,
                     std::uint16_t measure_modred, unsigned dark_modrate, unsigned light_modrate,
                     const std::array<std::uint16_t, 3>& controller_dacs) {
   Actinic actinic = {.measure_modrate = light_modrate};
@@ -71,7 +71,7 @@ Actinic FluxActinic(ConfigLightSourceTavo& light, const LightCalibration& calibr
   return actinic;
 }
 
-std::uint16_t MeasureModred(ConfigCfgMeasure& measure, const LightSourceCalibration& modred) {
+std::uint16_t MeasureModred(const ConfigCfgMeasure& measure, const LightSourceCalibration& modred) {
   switch (measure.Control().get()) {
     case ConfigControlMode::Percent:
       return PercentToDac(measure.DModredPercent().get());
@@ -92,9 +92,9 @@ void SetFlashRates(TimingConfig& timing, unsigned modrate, unsigned outrate, int
   timing.flash_margin_after = margin_after;
 }
 
-void SetFlashTiming(TimingConfig& timing, ConfigCfgTavo& cfg, FlashMode flash_mode) {
+void SetFlashTiming(TimingConfig& timing, const ConfigCfgTavo& cfg, FlashMode flash_mode) {
   const unsigned modrate = cfg.Measure().FlashModrate().Hz();
-  const auto set = [&](ConfigurableInteger& outrate, ConfigurableInteger& margin) {
+  const auto set = [&](const ConfigurableInteger& outrate, const ConfigurableInteger& margin) {
     const unsigned rate = ComputeOutputRate(modrate, Setting(outrate));
     const unsigned around = Setting(margin) * kMicrosecondsPerSecond / rate;
     // Protocol: a multiphase flash bears the duration of the rectangular one, and has no use for
@@ -109,12 +109,77 @@ void SetFlashTiming(TimingConfig& timing, ConfigCfgTavo& cfg, FlashMode flash_mo
     case FlashMode::kZero:
       return SetFlashRates(timing, kFullModrate, 100, 50, 0, 0);
     case FlashMode::kInduction: {
-      ConfigCfgInductionFlash& flash = cfg.Inductionflash();
+      const ConfigCfgInductionFlash& flash = cfg.Inductionflash();
       const unsigned before = Setting(flash.Margin()) * kMicrosecondsPerSecond / kFullModrate;
       return SetFlashRates(timing, kFullModrate, kFullModrate, flash.Duration().get(), before,
                            before * 10'000);
     }
   }
+}
+
+// What the lights of flashes and dark pulses come to: each has a setting in percent and one for its
+// flux, and the way in which actinic light is set decides which of them counts.
+class Levels {
+ public:
+  Levels(const ConfigTavo& tavo, const LightCalibration& calibration)
+      : calibration(calibration),
+        in_percent(tavo.Cfg().Lightsource().Control().get() == ConfigLightSourceModeTavo::Percent) {
+  }
+
+  bool InPercent() const { return in_percent; }
+  std::uint16_t Red(float percent, float flux) const { return Of(percent, flux, calibration.red); }
+  std::uint16_t FarRed(float percent, float flux) const {
+    return Of(percent, flux, calibration.farred);
+  }
+
+ private:
+  std::uint16_t Of(float percent, float flux, const LightSourceCalibration& source) const {
+    return in_percent ? PercentToDac(percent) : DacOf(flux, source);
+  }
+
+  const LightCalibration& calibration;
+  bool in_percent;
+};
+
+template <class Flash>
+std::uint16_t FlashRed(const Levels& levels, const Flash& flash) {
+  return levels.Red(flash.DRedPercent().get(), flash.QRedSetpoint().get());
+}
+
+void SetFlashLight(TimingConfig& timing, const ConfigCfgTavo& cfg, FlashMode flash_mode,
+                   const Levels& levels, float actinic_red_q) {
+  const ConfigCfgMultiPhaseFlash& multiphase = cfg.Multiphaseflash();
+  if (flash_mode != FlashMode::kZero) {
+    timing.flash_red = flash_mode == FlashMode::kMultiPhase ? FlashRed(levels, multiphase)
+                       : flash_mode == FlashMode::kInduction
+                           ? FlashRed(levels, cfg.Inductionflash())
+                           : FlashRed(levels, cfg.Rectflash());
+    timing.flash_blue = timing.measure_blue;
+  }
+  // The ramp ends at the flash's level if it is 0, and at the actinic one if it is 100.
+  const float above = 1 - multiphase.Ramp().get() / 100;
+  const float percent = cfg.Lightsource().DRedPercent().get();
+  timing.ramp_end_red =
+      levels.Red((multiphase.DRedPercent().get() - percent) * above + percent,
+                 (multiphase.QRedSetpoint().get() - actinic_red_q) * above + actinic_red_q);
+  timing.phase1_duration = Field(multiphase.Phase1Duration().get());
+  timing.phase2_duration = Field(multiphase.Phase2Duration().get());
+  timing.phase3_duration = Field(multiphase.Phase3Duration().get());
+}
+
+void SetDarkPulse(TimingConfig& timing, const ConfigCfgDarkPulse& dark, const Levels& levels) {
+  timing.dark_outrate = ComputeOutputRate(timing.dark_modrate, Setting(dark.Outrate()));
+  timing.dark_margin_before = Setting(dark.Margin()) * kMicrosecondsPerSecond / timing.dark_outrate;
+  timing.dark_margin_after = timing.dark_margin_before;
+  timing.dark_duration = Field(dark.Duration().get());
+  timing.dark_before = Field(dark.Before().get());
+  timing.dark_after = timing.dark_duration == 0
+                          ? std::uint16_t{0}
+                          : Field(std::min(dark.After().get(), timing.dark_duration - 1));
+  timing.dark_red = timing.measure_red;
+  timing.dark_blue = timing.measure_blue;
+  timing.dark_modred = timing.measure_modred;
+  timing.dark_farred = levels.FarRed(dark.DFarredPercent().get(), dark.QFarredSetpoint().get());
 }
 
 }  // namespace
@@ -139,19 +204,12 @@ unsigned ComputeOutputRate(unsigned modulation_rate, unsigned requested) {
   return nearest;
 }
 
-TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
+TimingConfig ComputeTiming(const ConfigTavo& tavo, FlashMode flash_mode,
                            const std::array<std::uint16_t, 3>& controller_dacs) {
-  ConfigCfgTavo& cfg = tavo.Cfg();
-  ConfigCfgMeasure& measure = cfg.Measure();
-  ConfigCfgDarkPulse& dark = cfg.Darkpulse();
+  const ConfigCfgTavo& cfg = tavo.Cfg();
+  const ConfigCfgMeasure& measure = cfg.Measure();
   const LightCalibration calibration = LightCalibrationOf(tavo);
-  const int control = cfg.Lightsource().Control().get();
-  const bool in_percent = control == ConfigLightSourceModeTavo::Percent;
-  // Each light has two settings for its level.
-  const auto level = [&](ConfigurableFloat& percent, ConfigurableFloat& flux,
-                         const LightSourceCalibration& source) {
-    return in_percent ? PercentToDac(percent.get()) : DacOf(flux.get(), source);
-  };
+  const Levels levels(tavo, calibration);
 
   TimingConfig timing;
   timing.measure_modred = MeasureModred(measure, calibration.modred);
@@ -162,8 +220,10 @@ TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
   timing.dark_modrate = measure.DarkModrate().Hz();
   const unsigned light_modrate = measure.LightModrate().Hz();
   const Actinic actinic = [&]() -> Actinic {
-    if (control == ConfigLightSourceModeTavo::Off) return {.measure_modrate = timing.dark_modrate};
-    if (in_percent) return PercentActinic(cfg.Lightsource(), timing.dark_modrate, light_modrate);
+    if (cfg.Lightsource().Control().get() == ConfigLightSourceModeTavo::Off)
+      return {.measure_modrate = timing.dark_modrate};
+    if (levels.InPercent())
+      return PercentActinic(cfg.Lightsource(), timing.dark_modrate, light_modrate);
     return FluxActinic(cfg.Lightsource(), calibration, timing.measure_modred, timing.dark_modrate,
                        light_modrate, controller_dacs);
   }();
@@ -172,44 +232,9 @@ TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
   timing.measure_blue = actinic.blue;
   timing.measure_farred = actinic.farred;
 
-  if (flash_mode != FlashMode::kZero) {
-    ConfigCfgMultiPhaseFlash& multiphase = cfg.Multiphaseflash();
-    ConfigCfgInductionFlash& induction = cfg.Inductionflash();
-    ConfigCfgRectangularFlash& rect = cfg.Rectflash();
-    timing.flash_red =
-        flash_mode == FlashMode::kMultiPhase
-            ? level(multiphase.DRedPercent(), multiphase.QRedSetpoint(), calibration.red)
-        : flash_mode == FlashMode::kInduction
-            ? level(induction.DRedPercent(), induction.QRedSetpoint(), calibration.red)
-            : level(rect.DRedPercent(), rect.QRedSetpoint(), calibration.red);
-    timing.flash_blue = timing.measure_blue;
-  }
-  // From the flash's level at a ramp of 0 to the actinic one at 100.
-  ConfigCfgMultiPhaseFlash& multiphase = cfg.Multiphaseflash();
-  const float above = 1 - multiphase.Ramp().get() / 100;
-  const float actinic_percent = cfg.Lightsource().DRedPercent().get();
-  timing.ramp_end_red =
-      in_percent ? PercentToDac((multiphase.DRedPercent().get() - actinic_percent) * above +
-                                actinic_percent)
-                 : DacOf((multiphase.QRedSetpoint().get() - actinic.red_q) * above + actinic.red_q,
-                         calibration.red);
-  timing.phase1_duration = Field(multiphase.Phase1Duration().get());
-  timing.phase2_duration = Field(multiphase.Phase2Duration().get());
-  timing.phase3_duration = Field(multiphase.Phase3Duration().get());
+  SetFlashLight(timing, cfg, flash_mode, levels, actinic.red_q);
   SetFlashTiming(timing, cfg, flash_mode);
-
-  timing.dark_outrate = ComputeOutputRate(timing.dark_modrate, Setting(dark.Outrate()));
-  timing.dark_margin_before = Setting(dark.Margin()) * kMicrosecondsPerSecond / timing.dark_outrate;
-  timing.dark_margin_after = timing.dark_margin_before;
-  timing.dark_duration = Field(dark.Duration().get());
-  timing.dark_before = Field(dark.Before().get());
-  timing.dark_after = timing.dark_duration == 0
-                          ? std::uint16_t{0}
-                          : Field(std::min(dark.After().get(), timing.dark_duration - 1));
-  timing.dark_red = timing.measure_red;
-  timing.dark_blue = timing.measure_blue;
-  timing.dark_modred = timing.measure_modred;
-  timing.dark_farred = level(dark.DFarredPercent(), dark.QFarredSetpoint(), calibration.farred);
+  SetDarkPulse(timing, cfg.Darkpulse(), levels);
 
   timing.measure_outrate = ComputeOutputRate(timing.measure_modrate, Setting(measure.Outrate()));
   timing.measure_batch = BatchSize(timing.measure_outrate);

@@ -13,7 +13,7 @@
 // What the processor is to do by the settings in `tavo`: in the steady measuring state, in a flash
 // of this mode, and in a dark pulse. `controller_dacs` are the levels of red, blue and far red that
 // the light controller wants; they count where it is in charge.
-TimingConfig ComputeTiming(ConfigTavo& tavo, FlashMode flash_mode,
+TimingConfig ComputeTiming(const ConfigTavo& tavo, FlashMode flash_mode,
                            const std::array<std::uint16_t, 3>& controller_dacs);
 
 // The output rate that the processor can really produce near the one `requested`, both in Hz: a
