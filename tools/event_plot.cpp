@@ -11,7 +11,8 @@
 #include <functional>
 #include <limits>
 #include <sstream>
-#include <stdexcept>
+
+#include "leaf/lumet/link/sample.h"
 
 #include "common/errno_error.h"
 
@@ -47,16 +48,16 @@ Range RangeOf(const std::vector<double>& values) {
 
 const char* ShadeOf(int code) {
   switch (code) {
-    case 3:
-    case 4:
-    case 6:
+    case kFlash:
+    case kPhase1:
+    case kPhase3:
       return "#ffe3e0";
-    case 5:
+    case kPhase2:
       return "#fff3d6";
-    case 12:
-    case 14:
+    case kDarkBeforeFarRed:
+    case kDarkAfterFarRed:
       return "#e4e4ee";
-    case 13:
+    case kDarkFarRed:
       return "#f1dcec";
     default:
       return "#f7f7f7";
@@ -99,8 +100,7 @@ std::string Escaped(const std::string& text) {
 // One frame with its axes. Data coordinates go in.
 class Panel {
  public:
-  Panel(std::ostream& stream, double at_top, Range x_values, Range y_values)
-      : out(stream), top(at_top), x(x_values), y(y_values) {}
+  Panel(std::ostream& out, double top, Range x, Range y) : out(out), top(top), x(x), y(y) {}
 
   double X(double value) const {
     return kMargin + (value - x.low) / (x.high - x.low) * kPanelWidth;
@@ -178,7 +178,7 @@ struct Ramp {
 Ramp RampOf(const EventRecord& event) {
   Ramp ramp;
   for (std::size_t i = 0; i < event.curve.code.size(); ++i) {
-    if (event.curve.code[i] != 5) continue;
+    if (event.curve.code[i] != kPhase2) continue;
     ramp.x.push_back(kReciprocal / event.curve.pfd[i]);
     ramp.f.push_back(event.curve.fluorescence[i]);
   }
