@@ -44,9 +44,15 @@ void MessageBus::Handle(const std::string& topic, Handler handler) {
 void MessageBus::Connected() {
   std::cout << "MQTT Connected\n";
   mqttWatcher.SetTimeout(-1);
+  dropped = 0;
+  dropped_what_lasts = false;
   Publish("nemra/ROLES/request/tavo", GetHostName(), true);
   for (const std::string& topic : topics) Attempt([&] { mqtt.Subscribe(topic, 0); });
   topicRoot = "nemra/tavo/";
+  PublishWhatLasts();
+}
+
+void MessageBus::PublishWhatLasts() {
   PublishDocument();
   PublishRelative(kConnectedTopic, IdentityObject(), true);
 }
@@ -63,7 +69,24 @@ void MessageBus::Dispatch(const std::string& topic, const std::string& payload) 
   if (found != topicHandlers.end()) found->second(found->first, topic.substr(slash + 1), payload);
 }
 
+void MessageBus::Published() {
+  if (dropped == 0 || mqtt.IsAnythingWaiting()) return;
+  std::cout << "MQTT broker takes what is published again, " << std::exchange(dropped, 0)
+            << " publications were dropped\n";
+  if (std::exchange(dropped_what_lasts, false)) PublishWhatLasts();
+}
+
+bool MessageBus::HasRoomFor(const std::string& payload) const {
+  return !mqtt.IsAnythingWaiting() || mqtt.WaitingBytes() + payload.size() <= kMostWaiting;
+}
+
 void MessageBus::Publish(const std::string& topic, const std::string& payload, bool retain) {
+  if (IsConnected() && !HasRoomFor(payload)) {
+    if (dropped++ == 0)
+      std::cout << "MQTT broker does not take what is published, dropping what finds no room\n";
+    dropped_what_lasts |= retain;
+    return;
+  }
   Attempt([&] { mqtt.Publish(topic, payload, 0, retain); });
 }
 
@@ -85,7 +108,7 @@ void MessageBus::PublishDocument() {
 }
 
 std::string MessageBus::IdentityObject() const {
-  // Names and serial number stand as they are; readers know them so.
+  // Protocol: names and serial number stand as they are, without escapes.
   return std::string(R"({"MODEL":"TAVO","VERSION":")")
       .append(doc.Conf().Ver().get())
       .append(R"(","NAME":")")

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <unordered_map>
@@ -13,8 +14,15 @@
 // What the head says on the message bus that it shares with its console unit and its sibling heads,
 // and how it comes to a broker. What is said while there is no connection is lost; everything that
 // lasts is said again at every connect.
+//
+// What a slow broker has not taken yet waits in memory, up to kMostWaiting; the one publication
+// that is on its way does not count, so that there is room for an event of any length. What finds
+// no room is dropped, with a line on standard output for the first and one with their number when
+// there is room again. What lasts is said again then.
 class MessageBus {
  public:
+  static constexpr std::size_t kMostWaiting = std::size_t{16} << 20;  // bytes
+
   // Takes a message by the topic up to its last '/', what stands behind it, and the payload.
   using Handler = std::function<void(const std::string& prefix, const std::string& leaf,
                                      const std::string& payload)>;
@@ -27,10 +35,12 @@ class MessageBus {
   // nothing happens.
   void Handle(const std::string& topic, Handler handler);
 
-  // What to do when the broker has answered, is lost, or sends a message. Of a message's topic, its
-  // last element takes no part in finding the handler; messages that nobody handles are ignored.
+  // What to do when the broker has answered, is lost, has taken a publication, or sends a message.
+  // Of a message's topic, its last element takes no part in finding the handler; messages that
+  // nobody handles are ignored.
   void Connected();
   void Lost();
+  void Published();
   void Dispatch(const std::string& topic, const std::string& payload) const;
 
   // Whether anything that is published now goes anywhere.
@@ -48,6 +58,9 @@ class MessageBus {
 
  private:
   void Publish(const std::string& topic, const std::string& payload, bool retain);
+  bool HasRoomFor(const std::string& payload) const;
+  // All that lasts of the head itself.
+  void PublishWhatLasts();
   std::string IdentityObject() const;
 
   DocTavo& doc;
@@ -56,6 +69,10 @@ class MessageBus {
   std::string topicRoot;  // empty until the first connect
   std::vector<std::string> topics;
   std::unordered_map<std::string, Handler> topicHandlers;  // by topic up to the last '/'
+  // What was dropped since there was no room: how many publications, and whether one of them would
+  // have lasted.
+  std::size_t dropped = 0;
+  bool dropped_what_lasts = false;
   // Where the broker was found; both empty while it is the one to begin with.
   std::string brokerAddress;
   std::string brokerServiceName;
