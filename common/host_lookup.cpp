@@ -5,7 +5,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <csignal>
 #include <mutex>
@@ -60,17 +59,17 @@ struct HostLookup::Answer {
 HostLookup::HostLookup() : PollItem(0, true) {}
 HostLookup::~HostLookup() = default;
 
-void HostLookup::Start(const std::string& host, std::function<void(const Addresses&)> on_found) {
+void HostLookup::Start(const std::string& host, std::function<void(const Addresses&)> found) {
   Cancel();
   if (const Addresses numeric = LookUp(host, AI_NUMERICHOST); !numeric.empty()) {
-    on_found(numeric);
+    found(numeric);
     return;
   }
   std::array<int, 2> ends = {};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) throw ErrnoError("HostLookup: pipe");
   done.Attach(ends[0]);
   answer = std::make_shared<Answer>();
-  found = std::move(on_found);
+  this->found = std::move(found);
   SetEvents(POLLIN);
   const NoSignals inherited;
   try {

@@ -13,8 +13,8 @@ constexpr const char* kDeactivateTopic = "nemra/ROLES/deactivate/tavo";
 constexpr int kFirstAttemptMs = 1000;
 constexpr int kGoodbyeMs = 1000;
 
-// Does what the library may refuse, when a connection breaks for one. That costs what was to be
-// said, and nothing else: samples go on, and the disconnect is told in its turn.
+// Does what the library may refuse, for instance when a connection breaks. The message is lost
+// then, and nothing else: samples go on, and the disconnect is reported in its turn.
 template <class Act>
 void Attempt(Act act) {
   try {
@@ -26,8 +26,8 @@ void Attempt(Act act) {
 
 }  // namespace
 
-MessageBus::MessageBus(int broker_port, MQTTClient::Listener* listener, DocTavo& document)
-    : doc(document),
+MessageBus::MessageBus(int broker_port, MQTTClient::Listener* listener, DocTavo& doc)
+    : doc(doc),
       mqtt(listener, "Lumet-" + GetHostName(), true),
       mqttWatcher(mqtt, kFirstBroker, broker_port) {
   mqtt.SetWill(kDeactivateTopic, GetHostName(), 0, false);
@@ -65,6 +65,7 @@ void MessageBus::Lost() {
 void MessageBus::Dispatch(const std::string& topic, const std::string& payload) const {
   const std::size_t slash = topic.rfind('/');
   if (slash == std::string::npos) return;
+  // Protocol: the last element of the topic takes no part; only the subscription keeps others out.
   const auto found = topicHandlers.find(topic.substr(0, slash));
   if (found != topicHandlers.end()) found->second(found->first, topic.substr(slash + 1), payload);
 }

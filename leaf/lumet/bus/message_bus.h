@@ -23,13 +23,13 @@ class MessageBus {
  public:
   static constexpr std::size_t kMostWaiting = std::size_t{16} << 20;  // bytes
 
-  // Takes a message by the topic up to its last '/', what stands behind it, and the payload.
+  // Takes a message: its topic up to the last '/', the rest of the topic, and the payload.
   using Handler = std::function<void(const std::string& prefix, const std::string& leaf,
                                      const std::string& payload)>;
 
-  // Tries the broker on this machine from one second on. All must outlive this; `listener` hands
-  // what it hears to the operations below.
-  MessageBus(int broker_port, MQTTClient::Listener* listener, DocTavo& document);
+  // Tries the broker on this machine, for the first time after one second. All must outlive this;
+  // `listener` hands what it hears to the operations below.
+  MessageBus(int broker_port, MQTTClient::Listener* listener, DocTavo& doc);
 
   // `topic` is subscribed to at each connect, in the order of these calls. Without a '/' in it
   // nothing happens.
@@ -49,7 +49,7 @@ class MessageBus {
   void PublishRelative(const std::string& name, const std::string& payload, bool retain);
   // The whole document, and what has changed of it.
   void PublishDocument();
-  // Takes what lasts back, and waits until that has left, for a moment at most.
+  // Takes back what lasts, and waits until that has left, for a second at most.
   void SayGoodbye();
 
   // Moves to the broker at `address` that was found with the console unit `service_name`, at once,
