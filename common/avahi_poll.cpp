@@ -17,10 +17,10 @@ unsigned short MaskOf(AvahiWatchEvent events) {
 
 }  // namespace
 
-// Both are Avahi's names; what they are is for the owner of the loop to say.
+// Avahi names both types and leaves it to the owner of the loop to define them.
 struct AvahiWatch : public PollItem {
-  AvahiWatch(int descriptor, AvahiWatchEvent wanted, AvahiWatchCallback on_event, void* user_data)
-      : PollItem(MaskOf(wanted), true), fd(descriptor), callback(on_event), data(user_data) {}
+  AvahiWatch(int fd, AvahiWatchEvent events, AvahiWatchCallback callback, void* data)
+      : PollItem(MaskOf(events), true), fd(fd), callback(callback), data(data) {}
   // The callback may free this, in the middle of its events.
   void Free() {
     if (!in_events) {
@@ -55,15 +55,15 @@ struct AvahiWatch : public PollItem {
   AvahiWatchCallback callback;
   void* data;
   bool in_events = false;
-  bool freed = false;  // to be deleted behind its events
+  bool freed = false;  // to be deleted after its events
 };
 
 struct AvahiTimeout : public PollTimer {
-  AvahiTimeout(AvahiTimeoutCallback on_expiry, void* user_data)
-      : PollTimer(-1, true), callback(on_expiry), data(user_data) {}
+  AvahiTimeout(AvahiTimeoutCallback callback, void* data)
+      : PollTimer(-1, true), callback(callback), data(data) {}
 
-  // Avahi tells the time of day; null disarms. Its own function reads it, since the library's idea
-  // of a timeval need not be ours where time_t has grown.
+  // Avahi gives the time of day; null disarms. Avahi's own function reads it, since the library may
+  // have been built with a smaller time_t than this program.
   void SetMoment(const struct timeval* when) {
     constexpr AvahiUsec kUsecPerMs = 1000;
     SetTimeout(when == nullptr

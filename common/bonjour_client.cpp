@@ -63,10 +63,10 @@ TxtMap MapOf(const AvahiStringList* texts) {
 // All that belongs to one conversation with the daemon.
 class BonjourClient::Core {
  public:
-  explicit Core(BonjourClientListener& events) : listener(events) {
+  explicit Core(BonjourClientListener& listener) : listener(listener) {
     client.reset(avahi_client_new(
         AvahiPollOfLoop(), static_cast<AvahiClientFlags>(0),
-        // Renewing everything at the next Restart is the answer to each change of its state.
+        // The next Restart renews everything, so a change of state needs no answer.
         [](AvahiClient*, AvahiClientState, void*) {}, nullptr, nullptr));
     if (!client) listener.GotError("Unable to create Avahi client\n");
   }
@@ -103,7 +103,7 @@ class BonjourClient::Core {
   }
 
   BonjourClientListener& listener;
-  // What stands below goes first.
+  // Members are destroyed from the last to the first, so these go before the client.
   Client client;
   EntryGroup group;
   std::list<Browser> browsers;
@@ -117,7 +117,7 @@ void BonjourClient::Core::Publish(const std::string& name, const std::string& ty
     group.reset(avahi_entry_group_new(
         client.get(), [](AvahiEntryGroup*, AvahiEntryGroupState, void*) {}, nullptr));
   if (!group) return;
-  // Each text goes to the front.
+  // The library adds each text at the front.
   StringList texts;
   for (auto pair = txt.rbegin(); pair != txt.rend(); ++pair) {
     const std::string text = pair->first + "=" + pair->second;
@@ -178,7 +178,7 @@ void BonjourClient::Core::Resolved(AvahiServiceResolver* resolver, AvahiIfIndex 
   core.resolvers.remove_if([&](const Resolver& owner) { return owner.get() == resolver; });
 }
 
-BonjourClient::BonjourClient(BonjourClientListener& events) : listener(events) {}
+BonjourClient::BonjourClient(BonjourClientListener& listener) : listener(listener) {}
 BonjourClient::~BonjourClient() = default;
 
 void BonjourClient::Restart() {

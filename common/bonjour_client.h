@@ -29,18 +29,18 @@ class BonjourClientListener {
 // next Restart finds one.
 class BonjourClient {
  public:
-  // `events` must outlive this. Talks to no daemon before the first Restart.
-  explicit BonjourClient(BonjourClientListener& events);
+  // `listener` must outlive this. Talks to no daemon before the first Restart.
+  explicit BonjourClient(BonjourClientListener& listener);
   ~BonjourClient();
   BonjourClient(const BonjourClient&) = delete;
   BonjourClient& operator=(const BonjourClient&) = delete;
 
-  // Gives up all that was published and browsed for, and talks to the daemon from anew.
+  // Gives up all that was published and browsed for, and connects to the daemon again.
   void Restart();
   // Announces a service of this machine, on all its interfaces.
   void Publish(const std::string& name, const std::string& type, const std::string& domain,
                int port, const TxtMap& txt);
-  // Tells of each service of this type from now on.
+  // Tells the listener of each service of this type from now on.
   void Browse(const std::string& type);
 
  private:

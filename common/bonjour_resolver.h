@@ -7,8 +7,7 @@
 
 #include "common/bonjour_client.h"
 
-// Remembers the services that a BonjourClient tells of, by their names, for as long as they are
-// there.
+// Remembers the services that a BonjourClient finds, by their names, until they are removed.
 class BonjourResolver : public BonjourClientListener {
  public:
   struct HostInfo {
@@ -17,11 +16,11 @@ class BonjourResolver : public BonjourClientListener {
     std::string domain;
     std::string host_name;
     int port = 0;
-    std::vector<SocketAddress> addresses;  // in the order of their finding, each once
+    std::vector<SocketAddress> addresses;  // in the order in which they were found, each once
     TxtMap txt;
   };
 
-  // Null for a name that is not there. What was found later of the service shows in it too.
+  // Null for an unknown name. What is found of the service later shows in the result too.
   std::shared_ptr<const HostInfo> Find(const std::string& name) const;
 
   void ServiceFound(const std::string& name, const std::string& type, const std::string& domain,

@@ -1,11 +1,18 @@
 #include "common/mqtt_client.h"
 
+#include <linux/close_range.h>
 #include <mosquitto.h>
 #include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstring>
+#include <iostream>
 #include <utility>
 
 namespace {
@@ -23,6 +30,56 @@ void Check(int code, const std::string& words) {
   if (code != MOSQ_ERR_SUCCESS) throw MQTTClient::Error(words, code);
 }
 
+// The kinds of packets that a broker sends to a client at QoS 0.
+enum PacketKind : std::uint8_t {
+  kConnAck = 2,
+  kPublish = 3,
+  kSubAck = 9,
+  kUnsubAck = 11,
+  kPingResp = 13,
+};
+
+// The beginning of a packet: kind and flags in the first byte, then the length of the rest, seven
+// bits a byte, the lowest first, for as long as the highest bit is set.
+struct PacketHeader {
+  static constexpr std::size_t kLongest = 5;
+
+  unsigned kind = 0;
+  unsigned qos = 0;        // of a publication
+  std::size_t length = 0;  // of the whole packet; 0 while `bytes` does not tell it
+  bool malformed = false;
+
+  PacketHeader(const std::uint8_t* bytes, std::size_t count)
+      : kind(bytes[0] >> 4U), qos(bytes[0] >> 1U & 3U) {
+    std::size_t rest = 0;
+    for (std::size_t i = 1; i < count; ++i) {
+      rest |= std::size_t{bytes[i] & 0x7FU} << 7 * (i - 1);
+      if ((bytes[i] & 0x80U) == 0) {
+        length = 1 + i + rest;
+        return;
+      }
+    }
+    malformed = count == kLongest;
+  }
+
+  // Whether a broker may send it now. What it must not send includes all that the library would
+  // answer, for as long as the answers find memory.
+  bool IsExpected(bool greeted) const {
+    switch (kind) {
+      case kConnAck:
+        return !greeted;
+      case kPublish:
+        return qos == 0;
+      case kSubAck:
+      case kUnsubAck:
+      case kPingResp:
+        return true;
+      default:
+        return false;
+    }
+  }
+};
+
 }  // namespace
 
 // What the library calls, with the client as its user data.
@@ -33,11 +90,18 @@ struct MQTTClient::Callbacks {
     Self(object).Tell([&](Listener& heard_by) { heard_by.OnConnect(result); });
   }
   static void Disconnected(struct mosquitto*, void* object, int result) {
+    // What there never was is not lost either.
+    if (!Self(object).connected) return;
     Self(object).connected = false;
     Self(object).Tell([&](Listener& heard_by) { heard_by.OnDisconnect(result); });
   }
   static void Published(struct mosquitto*, void* object, int message_id) {
-    Self(object).Tell([&](Listener& heard_by) { heard_by.OnPublish(message_id); });
+    MQTTClient& self = Self(object);
+    if (!self.waiting.empty()) {
+      self.waiting_bytes -= self.waiting.front();
+      self.waiting.pop_front();
+    }
+    self.Tell([&](Listener& heard_by) { heard_by.OnPublish(message_id); });
   }
   static void Message(struct mosquitto*, void* object, const struct mosquitto_message* message) {
     Self(object).Tell([&](Listener& heard_by) {
@@ -58,19 +122,19 @@ struct MQTTClient::Callbacks {
   }
 };
 
-MQTTClient::Error::Error(const std::string& words, int code)
+MQTTClient::Error::Error(const std::string& words, int code, int errnum)
     : std::runtime_error(
           words + ": MQTTClient: " +
-          (code == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(code))) {}
+          (code == MOSQ_ERR_ERRNO ? std::strerror(errnum) : mosquitto_strerror(code))) {}
 
 void MQTTClient::HandleDeleter::operator()(struct mosquitto* handle) const {
   mosquitto_destroy(handle);
 }
 
-MQTTClient::MQTTClient(Listener* its_listener, const std::string& client_id, bool clean_session)
+MQTTClient::MQTTClient(Listener* listener, const std::string& client_id, bool clean_session)
     : PollItem(0, true),
       PollTimer(-1, true),
-      listener(its_listener),
+      listener(listener),
       client(mosquitto_new(client_id.empty() ? nullptr : client_id.c_str(), clean_session, this)) {
   if (!client) throw Error("Unable to create client", MOSQ_ERR_ERRNO);
   mosquitto_connect_callback_set(client.get(), Callbacks::Connected);
@@ -111,20 +175,64 @@ void MQTTClient::Run(const std::string& words, Calls calls) {
   UpdateEvents();
   if (const std::exception_ptr thrown = std::exchange(caught, outer))
     std::rethrow_exception(thrown);
-  errno = errnum;
-  if (code != MOSQ_ERR_SUCCESS) throw Error(words, code);
+  if (code != MOSQ_ERR_SUCCESS) throw Error(words, code, errnum);
 }
 
-void MQTTClient::Connect(const std::string& host, int port, int keepalive_seconds) {
+void MQTTClient::Connect(const std::string& address, int port, int keepalive_seconds,
+                         std::function<void(const Error&)> failed) {
+  GiveUpConnecting();
   Run("Unable to connect", [&] {
     if (connected) return int{MOSQ_ERR_SUCCESS};
-    const int code = mosquitto_connect(client.get(), host.c_str(), port, keepalive_seconds);
-    connected = code == MOSQ_ERR_SUCCESS;
+    waiting.clear();
+    waiting_bytes = 0;
+    greeted = false;
+    awaited = 1;
+    const int code =
+        mosquitto_connect_async(client.get(), address.c_str(), port, keepalive_seconds);
+    const int errnum = errno;
+    // The library leaves its descriptors to every program that is started, also those that it
+    // shows to nobody. All others are closed there anyway.
+    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+    if (code == MOSQ_ERR_SUCCESS) connect_failed = std::move(failed);
+    errno = errnum;
     return code;
   });
 }
 
+bool MQTTClient::GiveUpConnecting() {
+  if (!connect_failed) return false;
+  connect_failed = nullptr;
+  Run("", [&] {
+    CutOff();
+    return int{MOSQ_ERR_SUCCESS};
+  });
+  return true;
+}
+
+void MQTTClient::FinishConnecting() {
+  int errnum = 0;
+  socklen_t length = sizeof errnum;
+  if (getsockopt(GetFD(), SOL_SOCKET, SO_ERROR, &errnum, &length) != 0) errnum = errno;
+  if (errnum == 0) {
+    connect_failed = nullptr;
+    connected = true;
+    return;
+  }
+  const auto failed = connect_failed;
+  GiveUpConnecting();
+  failed(Error("Unable to connect", MOSQ_ERR_ERRNO, errnum));
+}
+
+// The library has no call that closes its socket and nothing else. One that can't be written to any
+// more it closes at its next attempt.
+void MQTTClient::CutOff() {
+  shutdown(GetFD(), SHUT_RDWR);
+  mosquitto_disconnect(client.get());
+  mosquitto_loop_write(client.get(), 1);
+}
+
 void MQTTClient::Disconnect() {
+  GiveUpConnecting();
   Run("Unable to disconnect", [&] {
     if (!connected) return int{MOSQ_ERR_SUCCESS};
     const int code = mosquitto_disconnect(client.get());
@@ -137,9 +245,20 @@ int MQTTClient::Publish(const std::string& topic, int length, const void* payloa
                         bool retain) {
   int message_id = 0;
   Run("Unable to publish topic " + topic, [&] {
-    return connected ? mosquitto_publish(client.get(), &message_id, topic.c_str(), length, payload,
-                                         qos, retain)
-                     : MOSQ_ERR_SUCCESS;
+    if (!connected) return int{MOSQ_ERR_SUCCESS};
+    if (qos > 0) all_at_qos_0 = false;
+    // Ahead of the call, in which it may be sent.
+    const auto bytes = static_cast<std::size_t>(std::max(length, 0));
+    waiting.push_back(bytes);
+    waiting_bytes += bytes;
+    const int code =
+        mosquitto_publish(client.get(), &message_id, topic.c_str(), length, payload, qos, retain);
+    const bool refused = code != MOSQ_ERR_SUCCESS && message_id == 0;
+    if (refused && !waiting.empty()) {
+      waiting.pop_back();
+      waiting_bytes -= bytes;
+    }
+    return code;
   });
   return message_id;
 }
@@ -152,6 +271,7 @@ int MQTTClient::Publish(const std::string& topic, const std::string& payload, in
 int MQTTClient::Subscribe(const std::string& topic, int qos) {
   int message_id = 0;
   Run("Unable to subscribe to " + topic, [&] {
+    if (connected && qos > 0) all_at_qos_0 = false;
     return connected ? mosquitto_subscribe(client.get(), &message_id, topic.c_str(), qos)
                      : MOSQ_ERR_SUCCESS;
   });
@@ -165,6 +285,10 @@ int MQTTClient::Unsubscribe(const std::string& topic) {
                      : MOSQ_ERR_SUCCESS;
   });
   return message_id;
+}
+
+std::size_t MQTTClient::WaitingBytes() const {
+  return waiting.empty() ? 0 : waiting_bytes - waiting.front();
 }
 
 bool MQTTClient::WantsWrite() const { return mosquitto_want_write(client.get()); }
@@ -192,6 +316,10 @@ void MQTTClient::Drain(int timeout_ms) {
 int MQTTClient::GetFD() { return mosquitto_socket(client.get()); }
 
 void MQTTClient::HandleEvents(int revents) {
+  if (connect_failed) {
+    FinishConnecting();
+    if (!connected) return;
+  }
   Run("", [&] {
     PollItem::HandleEvents(revents);
     if (connected) Tick();
@@ -200,7 +328,44 @@ void MQTTClient::HandleEvents(int revents) {
 }
 
 void MQTTClient::HandleRead() {
-  if (connected) mosquitto_loop_read(client.get(), 1);
+  if (connected && NextPacketIsReady()) mosquitto_loop_read(client.get(), 1);
+}
+
+bool MQTTClient::NextPacketIsReady() {
+  if (!all_at_qos_0) return true;
+  std::array<std::uint8_t, PacketHeader::kLongest> bytes = {};
+  const ssize_t peeked = recv(GetFD(), bytes.data(), bytes.size(), MSG_PEEK | MSG_DONTWAIT);
+  if (peeked < 0 && (errno == EAGAIN || errno == EINTR)) return false;
+  int available = 0;
+  // An end or an error is for the library to find out. So is an end in the middle of a packet, the
+  // one reason why a socket is ready that has less than was awaited.
+  if (peeked <= 0 || ioctl(GetFD(), FIONREAD, &available) != 0 || available < awaited) return true;
+  const PacketHeader packet(bytes.data(), static_cast<std::size_t>(peeked));
+  if (packet.malformed) return true;
+  const std::size_t needed =
+      packet.length != 0 ? packet.length : static_cast<std::size_t>(peeked) + 1;
+  const bool is_whole = static_cast<std::size_t>(available) >= needed;
+  std::string refusal;
+  if (packet.length > kLongestPacket || !AwaitBytes(is_whole ? 1 : needed))
+    refusal = std::to_string(packet.length) + " bytes at once";
+  else if (!packet.IsExpected(greeted))
+    refusal = "what nobody has asked for";
+  if (!refusal.empty()) {
+    std::cout << "MQTT broker sends " << refusal << ", closing the connection\n";
+    CutOff();
+    return false;
+  }
+  if (is_whole) greeted = true;
+  return is_whole;
+}
+
+bool MQTTClient::AwaitBytes(std::size_t bytes) {
+  const int wanted = static_cast<int>(bytes);
+  if (wanted == awaited) return true;
+  socklen_t length = sizeof awaited;
+  setsockopt(GetFD(), SOL_SOCKET, SO_RCVLOWAT, &wanted, sizeof wanted);
+  getsockopt(GetFD(), SOL_SOCKET, SO_RCVLOWAT, &awaited, &length);
+  return awaited == wanted;
 }
 
 void MQTTClient::HandleWrite() {
@@ -221,7 +386,7 @@ void MQTTClient::Tick() {
 
 void MQTTClient::UpdateEvents() {
   if (!connected) {
-    SetEvents(0);
+    SetEvents(connect_failed ? POLLOUT : 0);
     SetTimeout(-1);
     return;
   }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cerrno>
+#include <cstddef>
+#include <deque>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -16,6 +19,17 @@ struct mosquitto_message;
 //
 // What the state does not allow is ignored: a publication without a connection is dropped. What the
 // library refuses throws Error. A lost connection shows in OnDisconnect alone.
+//
+// No operation but Drain waits for the broker, whatever that does:
+// - The library's own non-blocking connect makes the one connection of an attempt. The library has
+//   nothing that tells how this ends (it would write to the socket, and take a failure for a lost
+//   connection), so the socket itself is asked, on the loop, before the library touches it again.
+//   Names are not for this class, since the library would wait for their look-up; see HostLookup.
+// - The library makes room for a whole message as soon as one is announced, and answers every
+//   packet that asks for it. So it is let at a packet only when that is there as a whole, and is of
+//   a length and a kind that a broker may send. Otherwise the connection is closed, with a line on
+//   standard output. This holds for as long as everything goes at QoS 0; beyond that the library
+//   reads several packets at a time.
 class MQTTClient : public PollItem, public PollTimer {
  public:
   // Hears what the library tells, from inside its calls; the integers are the library's. What it
@@ -37,19 +51,24 @@ class MQTTClient : public PollItem, public PollTimer {
     ~Listener() = default;
   };
 
-  // `words`, ": MQTTClient: " and the library's text for `code`, or errno's for MOSQ_ERR_ERRNO.
+  // `words`, ": MQTTClient: " and the library's text for `code`, or for MOSQ_ERR_ERRNO the system's
+  // for `errnum`, which is the errno of this moment if none is given.
   class Error : public std::runtime_error {
    public:
-    Error(const std::string& words, int code);
+    Error(const std::string& words, int code, int errnum = errno);
   };
 
-  // `its_listener` may be null, and must outlive this otherwise. An empty `client_id` lets the
-  // broker choose one.
-  MQTTClient(Listener* its_listener, const std::string& client_id, bool clean_session);
+  // The longest packet that is taken from a broker, in bytes. The socket holds it until it is
+  // whole.
+  static constexpr std::size_t kLongestPacket = std::size_t{256} << 10;
+
+  // `listener` may be null, and must outlive this otherwise. An empty `client_id` lets the broker
+  // choose one.
+  MQTTClient(Listener* listener, const std::string& client_id, bool clean_session);
   // Says goodbye to the broker; the listener hears nothing of it.
   ~MQTTClient() override;
 
-  // From a successful Connect until the end of the connection, whether or not the broker has
+  // From the moment that there is a connection until its end, whether or not the broker has
   // answered yet.
   bool IsConnected() const { return connected; }
 
@@ -57,8 +76,13 @@ class MQTTClient : public PollItem, public PollTimer {
   void SetWill(const std::string& topic, const std::string& payload, int qos, bool retain);
   void ClearWill();
 
-  // Resolves and connects before it returns, however long that takes.
-  void Connect(const std::string& host, int port, int keepalive_seconds);
+  // Begins to connect to `address`, which is in numbers, as "fe80::1%eth0". What fails at once
+  // throws; what fails later is told to `failed`, on the loop, and nobody else hears of it. An
+  // attempt that was under way is given up.
+  void Connect(const std::string& address, int port, int keepalive_seconds,
+               std::function<void(const Error&)> failed);
+  // Ends an attempt without a word to anybody. False if none was under way.
+  bool GiveUpConnecting();
   void Disconnect();
 
   // Each returns the message id, 0 if nothing was sent.
@@ -66,6 +90,11 @@ class MQTTClient : public PollItem, public PollTimer {
   int Publish(const std::string& topic, const std::string& payload, int qos, bool retain);
   int Subscribe(const std::string& topic, int qos);
   int Unsubscribe(const std::string& topic);
+
+  // The bytes of all publications that the connection has not taken yet, but for the first of them,
+  // which is on its way; and whether there is any.
+  std::size_t WaitingBytes() const;
+  bool IsAnythingWaiting() const { return !waiting.empty(); }
 
   // Writes what is waiting, as far as the socket takes it.
   void Flush();
@@ -85,6 +114,15 @@ class MQTTClient : public PollItem, public PollTimer {
     void operator()(struct mosquitto* handle) const;
   };
 
+  // Where an attempt has led to.
+  void FinishConnecting();
+  // Looks at the next packet in the socket. True if the library may read it now; otherwise more of
+  // it must come, or the connection is over.
+  bool NextPacketIsReady();
+  // Has the loop wait until `bytes` are in the socket. False if it can't hold so many.
+  bool AwaitBytes(std::size_t bytes);
+  // Closes the connection now, whatever waits.
+  void CutOff();
   void Tick();
   void UpdateEvents();
   bool WantsWrite() const;
@@ -98,5 +136,11 @@ class MQTTClient : public PollItem, public PollTimer {
   Listener* listener;
   std::unique_ptr<struct mosquitto, HandleDeleter> client;
   bool connected = false;
-  std::exception_ptr caught;  // of the operation that is under way
+  std::function<void(const Error&)> connect_failed;  // set while an attempt is under way
+  bool all_at_qos_0 = true;
+  bool greeted = false;             // the broker has answered
+  int awaited = 1;                  // bytes of the next packet that the socket waits for
+  std::deque<std::size_t> waiting;  // lengths of publications, in the order of their sending
+  std::size_t waiting_bytes = 0;    // their sum
+  std::exception_ptr caught;        // of the operation that is under way
 };

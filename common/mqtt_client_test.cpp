@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "common/host_lookup.h"
 #include "common/socket.h"
 #include "common/test_registry.h"
 
@@ -15,6 +16,19 @@ namespace {
 using self_test::ExpectEqual;
 using self_test::ExpectThrows;
 using self_test::ExpectTrue;
+
+// What comes of an attempt to connect, at once or later.
+std::string OutcomeOf(MQTTClient& client, int port) {
+  std::string outcome;
+  const auto failed = [&](const MQTTClient::Error& error) { outcome = error.what(); };
+  try {
+    client.Connect("::1", port, 60, failed);
+  } catch (const MQTTClient::Error& error) {
+    failed(error);
+  }
+  while (outcome.empty() && !client.IsConnected()) PollProcessor::Instance()->Process(1000);
+  return outcome;
+}
 
 void UnconnectedCases() {
   MQTTClient client(nullptr, "test", true);
@@ -27,8 +41,9 @@ void UnconnectedCases() {
   ExpectThrows<MQTTClient::Error>(
       [&] { client.SetWill("a/#", "", 0, false); },
       "Unable to set will a/#: MQTTClient: Invalid function arguments provided.");
-  ExpectThrows<MQTTClient::Error>([&] { client.Connect("::1", 1, 60); },
-                                  "Unable to connect: MQTTClient: Connection refused");
+  ExpectThrows<MQTTClient::Error>([&] { client.Connect("", 1, 60, {}); },
+                                  "Unable to connect: MQTTClient: Lookup error.");
+  ExpectEqual(OutcomeOf(client, 1), "Unable to connect: MQTTClient: Connection refused");
   ExpectTrue(!client.IsConnected() && client.GetEvents() == 0 && !client.IsArmed(),
              "after a failed connect");
 }
@@ -50,7 +65,7 @@ void ThrowingListenerCases() {
   MQTTClient client(&thrower, "test", true);
   SocketAddress address(AF_INET6);
   broker.GetSockName(address);
-  client.Connect("::1", address.GetPort(), 60);
+  ExpectEqual(OutcomeOf(client, address.GetPort()), "");
   const Socket connection(broker, nullptr);
 
   thrower.active = "OnLog";
@@ -78,9 +93,89 @@ void ThrowingListenerCases() {
   client.Flush();
 }
 
+// A broker in this process, which says what it is told to, a byte at a time.
+void PacketCases() {
+  Socket broker(AF_INET6, SOCK_STREAM, 0);
+  broker.Bind(SocketAddress("::1"));
+  broker.Listen(1);
+  SocketAddress address(AF_INET6);
+  broker.GetSockName(address);
+  struct Hearer : MQTTClient::Listener {
+    void OnConnect(int) override { log += "connect "; }
+    void OnDisconnect(int) override { log += "disconnect "; }
+    void OnMessage(int, const std::string& topic, const void*, int length, int, bool) override {
+      log += topic + std::to_string(length) + " ";
+    }
+    std::string log;
+  };
+  const std::string greeting("\x20\x02\0\0", 4);
+  const std::string longest =
+      std::string("\x30\xFC\xFF\x0F\0\x01t", 7) + std::string(MQTTClient::kLongestPacket - 7, 'x');
+  const struct {
+    std::string said;
+    std::string heard;
+  } cases[] = {
+      {std::string("\x30\x04\0\x01t!\xD0\0\x31\x03\0\x01u", 13), "t1 u0 disconnect "},
+      {longest.substr(0, 5) + "x", "disconnect "},                  // and it closes in the middle
+      {greeting, "disconnect "},                                    // which comes once
+      {std::string("\x32\x05\0\x01t\0\x01", 7), "disconnect "},     // at QoS 1
+      {std::string("\x62\x02\0\x01", 4), "disconnect "},            // wants an answer
+      {std::string("\x30\xFF\xFF\xFF\xFF\x01", 6), "disconnect "},  // no length at all
+      {std::string("\x30\xFD\xFF\x0F\0\x01t", 7), "disconnect "},   // too long by one
+  };
+  const auto turn = [] { PollProcessor::Instance()->Process(1); };
+  for (const auto& [said, heard] : cases) {
+    Hearer hearer;
+    MQTTClient client(&hearer, "test", true);
+    ExpectEqual(OutcomeOf(client, address.GetPort()), "");
+    Socket connection(broker, nullptr);
+    for (const char byte : greeting + said) {
+      send(connection.GetFD(), &byte, 1, MSG_NOSIGNAL);
+      turn();
+    }
+    connection.Close();
+    while (client.IsConnected()) turn();
+    ExpectEqual(hearer.log, "connect " + heard);
+    ExpectEqual(client.GetFD(), -1);
+  }
+
+  // The longest there may be, which the socket holds as a whole.
+  Hearer hearer;
+  MQTTClient client(&hearer, "test", true);
+  ExpectEqual(OutcomeOf(client, address.GetPort()), "");
+  Socket connection(broker, nullptr);
+  connection.Write(greeting);
+  for (std::size_t sent = 0; sent < longest.size(); turn()) {
+    const ssize_t count = send(connection.GetFD(), longest.data() + sent, longest.size() - sent,
+                               MSG_DONTWAIT | MSG_NOSIGNAL);
+    sent += static_cast<std::size_t>(count < 0 ? 0 : count);
+  }
+  while (hearer.log.find("t2") == std::string::npos) turn();
+  ExpectEqual(hearer.log, "connect t" + std::to_string(MQTTClient::kLongestPacket - 7) + " ");
+}
+
+void HostLookupCases() {
+  HostLookup lookup;
+  HostLookup::Addresses addresses;
+  const auto found = [&](const HostLookup::Addresses& all) { addresses = all; };
+  for (const char* address : {"::1", "127.0.0.1", "fe80::1%lo"}) {
+    lookup.Start(address, found);
+    ExpectEqual(addresses.at(0), address);
+  }
+  lookup.Start("localhost", found);
+  ExpectTrue(lookup.IsRunning(), "names take time");
+  while (lookup.IsRunning()) PollProcessor::Instance()->Process(1000);
+  ExpectTrue(addresses.at(0) == "::1" || addresses.at(0) == "127.0.0.1", addresses.at(0).c_str());
+  lookup.Start("no such host", found);
+  while (lookup.IsRunning()) PollProcessor::Instance()->Process(1000);
+  ExpectTrue(addresses.empty(), "a name that is none");
+}
+
 }  // namespace
 
 void MQTTClientCases() {
   UnconnectedCases();
   ThrowingListenerCases();
+  PacketCases();
+  HostLookupCases();
 }

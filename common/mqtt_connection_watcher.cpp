@@ -1,77 +1,61 @@
 #include "common/mqtt_connection_watcher.h"
 
 #include <mosquitto.h>
-#include <poll.h>
 
 #include <cerrno>
 #include <iostream>
 #include <utility>
 
+#include "common/errno_error.h"
+
 namespace {
 
 constexpr int kRetryMs = 5000;
 constexpr int kKeepaliveSeconds = 60;
+constexpr const char* kWords = "Unable to connect";
 
 }  // namespace
 
-MQTTConnectionWatcher::MQTTConnectionWatcher(MQTTClient& mqtt, std::string broker, int broker_port)
-    : PollTimer(-1, true),
-      PollItem(0, true),
-      client(mqtt),
-      host(std::move(broker)),
-      port(broker_port) {}
+MQTTConnectionWatcher::MQTTConnectionWatcher(MQTTClient& client, std::string host, int port)
+    : PollTimer(-1, true), client(client), host(std::move(host)), port(port) {}
 
 void MQTTConnectionWatcher::SetHost(const std::string& broker) {
   host = broker;
-  StopProbe();
+  attempts = 0;
+  lookup.Cancel();
+  client.GiveUpConnecting();
 }
 
 void MQTTConnectionWatcher::Expired() {
-  if (!client.IsConnected()) {
-    if (probe.IsOpen()) Report(ETIMEDOUT);
-    StartProbe();
+  if (lookup.IsRunning()) {
+    // One name service that hangs is enough to wait for.
+    Report(MQTTClient::Error(kWords, MOSQ_ERR_EAI));
+  } else if (!client.IsConnected()) {
+    if (client.GiveUpConnecting()) Report(MQTTClient::Error(kWords, MOSQ_ERR_ERRNO, ETIMEDOUT));
+    StartAttempt();
   }
   Extend(kRetryMs);
 }
 
-void MQTTConnectionWatcher::StartProbe() {
-  StopProbe();
+void MQTTConnectionWatcher::StartAttempt() {
   try {
-    SocketAddress address(host, AF_UNSPEC);
-    address.SetPort(port);
-    probe.Create(address.Family(), SOCK_STREAM, 0);
-    probe.SetNonBlocking();
-    probe.Connect(address);
-    SetEvents(POLLOUT);
-  } catch (const SocketError&) {
-    Report(MQTTClient::Error("Unable to connect", MOSQ_ERR_EAI));
+    lookup.Start(host, [this](const HostLookup::Addresses& addresses) { Connect(addresses); });
   } catch (const ErrnoError& error) {
-    StopProbe();
-    Report(error.ErrorNumber());
+    Report(MQTTClient::Error(kWords, MOSQ_ERR_ERRNO, error.ErrorNumber()));
   }
 }
 
-void MQTTConnectionWatcher::StopProbe() {
-  SetEvents(0);
-  probe.Close();
-}
-
-void MQTTConnectionWatcher::HandleEvents(int) {
+void MQTTConnectionWatcher::Connect(const HostLookup::Addresses& addresses) {
+  if (addresses.empty()) {
+    Report(MQTTClient::Error(kWords, MOSQ_ERR_EAI));
+    return;
+  }
   try {
-    probe.CheckConnected();
-    StopProbe();
-    client.Connect(host, port, kKeepaliveSeconds);
-  } catch (const ErrnoError& error) {
-    StopProbe();
-    Report(error.ErrorNumber());
+    client.Connect(addresses[attempts++ % addresses.size()], port, kKeepaliveSeconds,
+                   [this](const MQTTClient::Error& error) { Report(error); });
   } catch (const MQTTClient::Error& error) {
     Report(error);
   }
-}
-
-void MQTTConnectionWatcher::Report(int errnum) const {
-  errno = errnum;
-  Report(MQTTClient::Error("Unable to connect", MOSQ_ERR_ERRNO));
 }
 
 void MQTTConnectionWatcher::Report(const MQTTClient::Error& error) const {

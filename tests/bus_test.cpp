@@ -3,13 +3,18 @@
 #include "client/bus.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
+#include <algorithm>
+#include <array>
+#include <csignal>
 #include <random>
 #include <string>
 
 #include "bench/broker.h"
 #include "bench/head.h"
 #include "client/console.h"
+#include "common/socket.h"
 
 namespace {
 
@@ -97,6 +102,15 @@ TEST(Bus, ComesBackWithTheBroker) {
   const FreePort port;
   auto broker = std::make_unique<Broker>(directory.Path(), port);
   BusHead bench(port, Head::PlayedBy::kSimulator);
+  // One that stands still for a while costs no row and no connection.
+  ConsoleClient client(bench.head.Port());
+  kill(broker->Process().Pid(), SIGSTOP);
+  int rows = 0;
+  EXPECT_LT(LongestGap(client, [&](auto&) { return ++rows == 300; }), kLongestGap);
+  kill(broker->Process().Pid(), SIGCONT);
+  BusClient({.port = port}).WaitFor(bus_topic::kData);
+  EXPECT_FALSE(bench.head.HasLogged("MQTT Disconnected"));
+
   broker->Process().Stop(SIGKILL);
   std::size_t from = bench.head.WaitForLog("MQTT Disconnected\n").size();
   const std::string failure =
@@ -117,33 +131,131 @@ TEST(Bus, ComesBackWithTheBroker) {
   EXPECT_EQ(message.topic, "nemra/ROLES/deactivate/tavo");
 }
 
-// Somebody takes its connections and says nothing.
-TEST(Bus, SamplesDoNotWaitForABrokerThatIsSilent) {
+// What listens where the broker should be, and is none.
+class Stranger {
+ public:
+  Stranger() {
+    SocketAddress address("::1");
+    listener.Create(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    listener.Bind(address);
+    listener.Listen(0);
+    listener.GetSockName(address);
+    port = address.GetPort();
+  }
+  int Port() const { return port; }
+
+  bool HasNext() const {
+    struct pollfd waiting = {listener.GetFD(), POLLIN, 0};
+    return poll(&waiting, 1, 0) == 1;
+  }
+  // The next connection that greets a broker.
+  Socket Accept() const {
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    while (true) {
+      WaitReadable(listener.GetFD(), deadline, "a connection");
+      Socket connection(listener, nullptr);
+      WaitReadable(connection.GetFD(), deadline, "a greeting");
+      std::string greeting;
+      connection.ReadString(greeting);
+      if (greeting.find("MQTT") != std::string::npos) return connection;
+    }
+  }
+  // The same, and answers it.
+  Socket Welcome() const {
+    Socket connection = Accept();
+    connection.Write(std::string("\x20\x02\0\0", 4));
+    return connection;
+  }
+
+ private:
+  Socket listener;
+  int port = 0;
+};
+
+TEST(Bus, SamplesDoNotWaitForWhateverTheBrokerIs) {
+  const Stranger stranger;
+  // They fill its queue, and the head does not inherit them.
   SocketAddress address("::1");
-  Socket listener(AF_INET6, SOCK_STREAM, 0);
-  listener.Bind(address);
-  listener.Listen(8);
-  listener.GetSockName(address);
+  address.SetPort(stranger.Port());
+  std::array<Socket, 3> others;
+  for (Socket& other : others) {
+    other.Create(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    other.SetNonBlocking();
+    other.Connect(address);
+  }
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kSimulator,
-            {.bench = {"--broker-port", std::to_string(address.GetPort()), "--rate", "200"}});
+            {.bench = {"--broker-port", std::to_string(stranger.Port()), "--rate", "200"}});
   ConsoleClient client(head.Port());
-  const auto accept_next = [&] {
-    WaitReadable(listener.GetFD(), std::chrono::steady_clock::now() + kDeadline, "a connection");
-    return Socket(listener, nullptr);
+  std::size_t from = 0;
+  // The rows come until the head has said this, and for a while longer.
+  const auto expect_rows = [&](const std::string& line) {
+    const auto end = std::chrono::steady_clock::now() + kDeadline;
+    int rows_after = 0;
+    const auto gap = LongestGap(client, [&](auto&) {
+      if (std::chrono::steady_clock::now() > end) throw std::runtime_error("it never says " + line);
+      head.HasLogged(line);
+      return head.WaitForLog("").find(line, from) != std::string::npos && ++rows_after == 100;
+    });
+    EXPECT_LT(gap, kLongestGap) << line;
+    from = head.WaitForLog(line, from).size();
   };
+  expect_rows(
+      "Unable to connect to MQTT broker ::1: Unable to connect: "
+      "MQTTClient: Connection timed out\n");
+  for (Socket& other : others) other.Close();
+
   {
-    accept_next();  // is anybody there?
-    Socket connection = accept_next();
-    std::string greeting;
-    connection.ReadString(greeting);
-    EXPECT_NE(greeting.find("MQTT"), std::string::npos);
+    Socket connection = stranger.Accept();
+    std::mt19937 random(1);
+    std::string garbage(1 << 16, '\0');
+    for (char& letter : garbage) letter = static_cast<char>(random());
+    connection.Write(garbage);
+    expect_rows("MQTT Disconnected\n");
+  }
+  {
+    // Silent; and the only connection that is made.
+    const Socket connection = stranger.Accept();
     int rows = 0;
     EXPECT_LT(LongestGap(client, [&](auto&) { return ++rows == 400; }), kLongestGap);
-    EXPECT_EQ(head.WaitForLog("").find("MQTT"), std::string::npos);
+    EXPECT_FALSE(stranger.HasNext());
   }
-  head.WaitForLog("MQTT Disconnected\n");
-  accept_next();
+  expect_rows("MQTT Disconnected\n");
+  {
+    Socket connection = stranger.Welcome();
+    connection.Write("\x30\x80\x80\x80\x32");  // to be followed by 100 MiB
+    expect_rows("MQTT broker sends 104857605 bytes at once, closing the connection\n");
+  }
+
+  // One that reads next to nothing, while more is published than may wait.
+  Socket connection = stranger.Welcome();
+  expect_rows("MQTT Connected\n");
+  GapMeter gap;
+  int changes = 0;
+  while (!head.HasLogged("MQTT broker does not take what is published, ")) {
+    std::string byte(1, '\0');
+    EXPECT_EQ(connection.Recv(byte.data(), 1, 0), 1);
+    // Of a setting that is not saved.
+    for (int i = 0; i < 100; ++i)
+      client.Ask("<nemra><tavo><cfg><rawdatacapture><size>" + std::to_string(++changes) +
+                 "</size></rawdatacapture></cfg></tavo></nemra>");
+    for (int answers = 0; answers < 100;) {
+      const ConsoleMessage message = client.Next();
+      gap.Saw(message);
+      if (std::holds_alternative<NumberedAnswer>(message)) ++answers;
+    }
+  }
+  EXPECT_LT(gap.Longest(), kLongestGap);
+  EXPECT_LT(head.Status("VmHWM"), 64 << 10);
+  // It hears all that lasts when it reads on.
+  const std::string latest = "<size>" + std::to_string(changes) + "</size>";
+  std::string heard;
+  for (std::string chunk; heard.find(latest) == std::string::npos;) {
+    heard.erase(0, heard.size() - std::min(heard.size(), latest.size()));
+    connection.ReadString(chunk);
+    heard += chunk;
+  }
+  head.WaitForLog("MQTT broker takes what is published again, ");
   EXPECT_EQ(head.Stop(), 0);
 }
 

@@ -12,9 +12,8 @@
 #include <limits>
 #include <sstream>
 
-#include "leaf/lumet/link/sample.h"
-
 #include "common/errno_error.h"
+#include "leaf/lumet/link/sample.h"
 
 namespace {
 

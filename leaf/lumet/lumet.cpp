@@ -393,6 +393,7 @@ void Lumet::ServiceFound(const std::string& name, const std::string&, const std:
 
 void Lumet::OnConnect(int) { bus.Connected(); }
 void Lumet::OnDisconnect(int) { bus.Lost(); }
+void Lumet::OnPublish(int) { bus.Published(); }
 
 void Lumet::OnMessage(int, const std::string& topic, const void* payload, int length, int, bool) {
   const auto* bytes = static_cast<const char*>(payload);

@@ -91,6 +91,7 @@ class Lumet : public DSPDevice::Listener,
   // What the message bus says.
   void OnConnect(int result) override;
   void OnDisconnect(int result) override;
+  void OnPublish(int message_id) override;
   void OnMessage(int message_id, const std::string& topic, const void* payload, int length, int qos,
                  bool retain) override;
 

@@ -13,8 +13,8 @@ constexpr const char* kDeactivateTopic = "nemra/ROLES/deactivate/tavo";
 constexpr int kFirstAttemptMs = 1000;
 constexpr int kGoodbyeMs = 1000;
 
-// Does what the library may refuse, when a connection breaks for one. That costs what was to be
-// said, and nothing else: samples go on, and the disconnect is told in its turn.
+// Does what the library may refuse, for instance when a connection breaks. The message is lost
+// then, and nothing else: samples go on, and the disconnect is reported in its turn.
 template <class Act>
 void Attempt(Act act) {
   try {
@@ -26,8 +26,8 @@ void Attempt(Act act) {
 
 }  // namespace
 
-MessageBus::MessageBus(int broker_port, MQTTClient::Listener* listener, const DocTavo& document)
-    : doc(document),
+MessageBus::MessageBus(int broker_port, MQTTClient::Listener* listener, const DocTavo& doc)
+    : doc(doc),
       mqtt(listener, "Lumet-" + GetHostName(), true),
       mqttWatcher(mqtt, kFirstBroker, broker_port) {
   mqtt.SetWill(kDeactivateTopic, GetHostName(), 0, false);
@@ -44,9 +44,15 @@ void MessageBus::Handle(const std::string& topic, Handler handler) {
 void MessageBus::Connected() {
   std::cout << "MQTT Connected\n";
   mqttWatcher.SetTimeout(-1);
+  dropped = 0;
+  dropped_what_lasts = false;
   Publish("nemra/ROLES/request/tavo", GetHostName(), true);
   for (const std::string& topic : topics) Attempt([&] { mqtt.Subscribe(topic, 0); });
   topicRoot = "nemra/tavo/";
+  PublishWhatLasts();
+}
+
+void MessageBus::PublishWhatLasts() {
   PublishDocument();
   PublishRelative(kConnectedTopic, IdentityObject(), true);
 }
@@ -59,11 +65,29 @@ void MessageBus::Lost() {
 void MessageBus::Dispatch(const std::string& topic, const std::string& payload) const {
   const std::size_t slash = topic.rfind('/');
   if (slash == std::string::npos) return;
+  // Protocol: the last element of the topic takes no part; only the subscription keeps others out.
   const auto found = topicHandlers.find(topic.substr(0, slash));
   if (found != topicHandlers.end()) found->second(found->first, topic.substr(slash + 1), payload);
 }
 
+void MessageBus::Published() {
+  if (dropped == 0 || mqtt.IsAnythingWaiting()) return;
+  std::cout << "MQTT broker takes what is published again, " << std::exchange(dropped, 0)
+            << " publications were dropped\n";
+  if (std::exchange(dropped_what_lasts, false)) PublishWhatLasts();
+}
+
+bool MessageBus::HasRoomFor(const std::string& payload) const {
+  return !mqtt.IsAnythingWaiting() || mqtt.WaitingBytes() + payload.size() <= kMostWaiting;
+}
+
 void MessageBus::Publish(const std::string& topic, const std::string& payload, bool retain) {
+  if (IsConnected() && !HasRoomFor(payload)) {
+    if (dropped++ == 0)
+      std::cout << "MQTT broker does not take what is published, dropping what finds no room\n";
+    dropped_what_lasts |= retain;
+    return;
+  }
   Attempt([&] { mqtt.Publish(topic, payload, 0, retain); });
 }
 
@@ -85,7 +109,7 @@ void MessageBus::PublishDocument() {
 }
 
 std::string MessageBus::IdentityObject() const {
-  // Names and serial number stand as they are; readers know them so.
+  // Protocol: names and serial number stand as they are, without escapes.
   return std::string(R"({"MODEL":"TAVO","VERSION":")")
       .append(doc.Conf().Ver().get())
       .append(R"(","NAME":")")

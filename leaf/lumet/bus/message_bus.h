@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <unordered_map>
@@ -13,24 +14,33 @@
 // What the head says on the message bus that it shares with its console unit and its sibling heads,
 // and how it comes to a broker. What is said while there is no connection is lost; everything that
 // lasts is said again at every connect.
+//
+// What a slow broker has not taken yet waits in memory, up to kMostWaiting; the one publication
+// that is on its way does not count, so that there is room for an event of any length. What finds
+// no room is dropped, with a line on standard output for the first and one with their number when
+// there is room again. What lasts is said again then.
 class MessageBus {
  public:
-  // Takes a message by the topic up to its last '/', what stands behind it, and the payload.
+  static constexpr std::size_t kMostWaiting = std::size_t{16} << 20;  // bytes
+
+  // Takes a message: its topic up to the last '/', the rest of the topic, and the payload.
   using Handler = std::function<void(const std::string& prefix, const std::string& leaf,
                                      const std::string& payload)>;
 
-  // Tries the broker on this machine from one second on. All must outlive this; `listener` hands
-  // what it hears to the operations below.
-  MessageBus(int broker_port, MQTTClient::Listener* listener, const DocTavo& document);
+  // Tries the broker on this machine, for the first time after one second. All must outlive this;
+  // `listener` hands what it hears to the operations below.
+  MessageBus(int broker_port, MQTTClient::Listener* listener, const DocTavo& doc);
 
   // `topic` is subscribed to at each connect, in the order of these calls. Without a '/' in it
   // nothing happens.
   void Handle(const std::string& topic, Handler handler);
 
-  // What to do when the broker has answered, is lost, or sends a message. Of a message's topic, its
-  // last element takes no part in finding the handler; messages that nobody handles are ignored.
+  // What to do when the broker has answered, is lost, has taken a publication, or sends a message.
+  // Of a message's topic, its last element takes no part in finding the handler; messages that
+  // nobody handles are ignored.
   void Connected();
   void Lost();
+  void Published();
   void Dispatch(const std::string& topic, const std::string& payload) const;
 
   // Whether anything that is published now goes anywhere.
@@ -39,7 +49,7 @@ class MessageBus {
   void PublishRelative(const std::string& name, const std::string& payload, bool retain);
   // The whole document, and what has changed of it.
   void PublishDocument();
-  // Takes what lasts back, and waits until that has left, for a moment at most.
+  // Takes back what lasts, and waits until that has left, for a second at most.
   void SayGoodbye();
 
   // Moves to the broker at `address` that was found with the console unit `service_name`, at once,
@@ -48,6 +58,9 @@ class MessageBus {
 
  private:
   void Publish(const std::string& topic, const std::string& payload, bool retain);
+  bool HasRoomFor(const std::string& payload) const;
+  // All that lasts of the head itself.
+  void PublishWhatLasts();
   std::string IdentityObject() const;
 
   const DocTavo& doc;
@@ -56,6 +69,10 @@ class MessageBus {
   std::string topicRoot;  // empty until the first connect
   std::vector<std::string> topics;
   std::unordered_map<std::string, Handler> topicHandlers;  // by topic up to the last '/'
+  // What was dropped since there was no room: how many publications, and whether one of them would
+  // have lasted.
+  std::size_t dropped = 0;
+  bool dropped_what_lasts = false;
   // Where the broker was found; both empty while it is the one to begin with.
   std::string brokerAddress;
   std::string brokerServiceName;
