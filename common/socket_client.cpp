@@ -12,7 +12,7 @@ void WatchPeer(Socket& socket) { socket.SetKeepAlive(60, 10, 6); }
 
 // A peer that has shut down its sending side may be gone altogether. While its system remembers the
 // connection, a minute at most, that answers in its stead; then it is noticed at the next question.
-void WatchSilentPeer(Socket& socket) { socket.SetKeepAlive(2, 10, 5); }
+void WatchSilentPeer(Socket& socket) { socket.SetKeepAlive(1, 10, 5); }
 
 }  // namespace
 

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -15,6 +14,7 @@
 #include <stdexcept>
 
 #include "common/errno_error.h"
+#include "common/log_output.h"
 #include "common/print_exception.h"
 #include "common/signals.h"
 #include "leaf/lumet/lumet.h"
@@ -157,8 +157,7 @@ void write_text_file(const std::string& path, const std::string& text) {
 }
 
 int RunLumet(const Instrument& instrument, const Machine& machine, int argc, char** argv) {
-  // Whoever reads the log, through a pipe too, sees each line when it is said.
-  setvbuf(stdout, nullptr, _IOLBF, 0);
+  const LogOutput log_output;
   bool reboot = false;
   bool poweroff = false;
   int exit_status = -1;
