@@ -3,8 +3,6 @@
 #include <iostream>
 #include <utility>
 
-#include "common/socket_server.h"
-
 namespace {
 
 // A network that is away for two minutes costs nobody the connection.
@@ -16,14 +14,14 @@ void WatchSilentPeer(Socket& socket) { socket.SetKeepAlive(1, 10, 5); }
 
 }  // namespace
 
-SocketClient::SocketClient(SocketServer& owner, const Socket& listening)
+SocketClient::SocketClient(SocketClientOwner& owner, const Socket& listening)
     : PollItem(POLLIN, false), server(owner), socket(listening, nullptr) {
   socket.SetNonBlocking();
   WatchPeer(socket);
   Add();
 }
 
-SocketClient::SocketClient(SocketServer& owner, const SocketAddress& address, unsigned seconds)
+SocketClient::SocketClient(SocketClientOwner& owner, const SocketAddress& address, unsigned seconds)
     : PollItem(POLLIN, false),
       server(owner),
       socket(address.Family(), SOCK_STREAM, 0),
@@ -69,7 +67,7 @@ void SocketClient::Close() {
   if (IsOpen()) {
     Tell([this](SocketServerListener& listener) { listener.ClientDisconnected(this); });
     socket.Close();
-    server.DescriptorFreed();
+    server.ClientClosed();
     // The object may live long after this; its backlog need not.
     pending = std::string();
     inFlight = std::string();
@@ -174,7 +172,7 @@ void SocketClient::TellRequest(const std::string& text) {
 
 void SocketClientParseData::GotData(const std::string& text) {
   parser.Add(text);
-  // What stands behind a message that closed the client was sent to nobody.
+  // What follows a message that closed the client was sent to nobody.
   while (IsOpen() && parser.Next(message)) TellRequest(message);
   if (IsOpen() && parser.Pending() > MessageLimit()) {
     std::cout << "SocketClient: closing a client whose message has no end\n";

@@ -131,7 +131,7 @@ void CloseCases() {
   service.Say("one\n");
   ExpectEqual(listener.Taken(), "connected active 'one\n' disconnected ");
 
-  // Closing behind the queue: the peer reads everything, and has the last word.
+  // Closing after the queue: the peer reads everything, and has the last word.
   service.Connect();
   listener.client->Send("farewell");
   listener.client->CloseAfterSend();
@@ -267,7 +267,7 @@ void SendCases() {
   service.server.SetKeepAlive("", 20);
   service.Heard();
   usleep(30'000);
-  ExpectEqual(service.Heard(), "", "behind the end of keep-alive");
+  ExpectEqual(service.Heard(), "", "after the end of keep-alive");
 
   // A connection that the server opens, to itself here.
   service.listener.Taken();

@@ -26,8 +26,8 @@ class StreamFileBase {
   explicit StreamFileBase(int descriptor);
   // Duplicates the other's descriptor; streams and buffer are not copied.
   StreamFileBase(const StreamFileBase& other);
-  // Closes, then duplicates. Descriptor 0 is not duplicated and leaves this closed; kept, since
-  // callers have come to know it.
+  // Closes, then duplicates.
+  // Protocol: descriptor 0 is not duplicated and leaves this closed.
   StreamFileBase& operator=(const StreamFileBase& other);
   // Closes. A failing close ends the process here.
   virtual ~StreamFileBase();

@@ -16,6 +16,7 @@
 #include "common/errno_error.h"
 #include "common/log_output.h"
 #include "common/print_exception.h"
+#include "common/run_command.h"
 #include "common/signals.h"
 #include "leaf/lumet/lumet.h"
 #include "leaf/lumet/self_tests.h"
@@ -74,6 +75,7 @@ int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
   if (real_time) set_real_time_priority();
 
   Lumet lumet(instrument, machine, debug, reboot, poweroff);
+  KeepDescriptorsFromChildren();
   const EffectiveUserKeeper keeper(machine);
   drop_privileges();
   lumet.run();
