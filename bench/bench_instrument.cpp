@@ -31,7 +31,7 @@ void MakeOwnDirectory(const std::string& path) {
   if (!S_ISDIR(status.st_mode)) refuse("it is a link or a file");
   if (status.st_uid != geteuid())
     refuse("it belongs to user " + std::to_string(status.st_uid) + " and not to you");
-  if ((status.st_mode & 077) != 0) refuse("others have rights in it, so run chmod 700 on it");
+  if ((status.st_mode & 077) != 0) refuse("its mode gives rights to others");
 }
 
 // Without the slashes at the end, by which a link would be followed.

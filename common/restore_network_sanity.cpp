@@ -166,6 +166,6 @@ void RestoreNetworkSanity::DeleteRoute() {
   message.msg_iovlen = 1;
   machine.delete_route(socket, message);
   zeroRouteMetric = 0;
-  // Not on the way of an exception: a send that fails leaves the raised rights, as it always has.
+  // Protocol: a send that fails leaves the raised rights.
   machine.set_effective_user(before);
 }

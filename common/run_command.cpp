@@ -12,18 +12,6 @@
 
 namespace {
 
-// What libraries have opened, and whoever started this process has left open, is not ours to open
-// in another way.
-void KeepDescriptorsFromChildren() {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  for (fs::directory_iterator entry("/proc/self/fd", error); entry != fs::directory_iterator();
-       entry.increment(error)) {
-    const int fd = std::atoi(entry->path().filename().c_str());
-    if (fd > STDERR_FILENO) fcntl(fd, F_SETFD, FD_CLOEXEC);
-  }
-}
-
 void DoNothing(int) {}
 
 // Another program inherits what is ignored, and not what is caught: for the length of a scope each
@@ -57,6 +45,16 @@ class PlainSignals {
 };
 
 }  // namespace
+
+void KeepDescriptorsFromChildren() {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  for (fs::directory_iterator entry("/proc/self/fd", error); entry != fs::directory_iterator();
+       entry.increment(error)) {
+    const int fd = std::atoi(entry->path().filename().c_str());
+    if (fd > STDERR_FILENO) fcntl(fd, F_SETFD, FD_CLOEXEC);
+  }
+}
 
 int RunCommand(const std::string& command) {
   KeepDescriptorsFromChildren();

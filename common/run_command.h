@@ -6,3 +6,7 @@
 // output and error, and no other descriptor of this process; its signals have their default actions
 // and none is blocked.
 int RunCommand(const std::string& command);
+
+// Marks every descriptor that is open now, but for the three, to be closed in programs that this
+// process starts: what libraries have opened, and whoever started this process has left open.
+void KeepDescriptorsFromChildren();

@@ -46,7 +46,7 @@ class SocketAddress {
   // AF_INET6 alone has one; the others ignore a set and read as 0.
   void SetScopeId(unsigned id);
   unsigned GetScopeId() const;
-  // Of fe80::/10 only addresses that begin with fe80 count; clients rely on that.
+  // Protocol: of fe80::/10 only addresses that begin with fe80 count.
   bool IsLinkLocal() const;
   // Without the port.
   std::string ToString() const;

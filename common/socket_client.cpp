@@ -4,8 +4,6 @@
 #include <iostream>
 #include <utility>
 
-#include "common/socket_server.h"
-
 namespace {
 
 // A network that is away for two minutes costs nobody the connection.
@@ -13,11 +11,11 @@ void WatchPeer(Socket& socket) { socket.SetKeepAlive(60, 10, 6); }
 
 // A peer that has shut down its sending side may be gone altogether. While its system remembers the
 // connection, a minute at most, that answers in its stead; then it is noticed at the next question.
-void WatchSilentPeer(Socket& socket) { socket.SetKeepAlive(2, 10, 5); }
+void WatchSilentPeer(Socket& socket) { socket.SetKeepAlive(1, 10, 5); }
 
 }  // namespace
 
-SocketClient::SocketClient(SocketServer& owner, const Socket& listening)
+SocketClient::SocketClient(SocketClientOwner& owner, const Socket& listening)
     : PollItem(POLLIN, false), server(owner), socket(listening, nullptr) {
   socket.SetNonBlocking();
   WatchPeer(socket);
@@ -25,7 +23,7 @@ SocketClient::SocketClient(SocketServer& owner, const Socket& listening)
   Add();
 }
 
-SocketClient::SocketClient(SocketServer& owner, const SocketAddress& address, unsigned seconds)
+SocketClient::SocketClient(SocketClientOwner& owner, const SocketAddress& address, unsigned seconds)
     : PollItem(POLLIN, false),
       server(owner),
       socket(address.Family(), SOCK_STREAM, 0),
@@ -74,7 +72,7 @@ void SocketClient::Close() {
   if (IsOpen()) {
     Tell([this](SocketServerListener& listener) { listener.ClientDisconnected(this); });
     socket.Close();
-    server.DescriptorFreed();
+    server.ClientClosed();
     // The object may live long after this; its backlog need not.
     pending = std::string();
     inFlight = std::string();
@@ -231,7 +229,7 @@ void SocketClient::TellRequest(const std::string& text) {
 
 void SocketClientParseData::GotData(const std::string& text) {
   parser.Add(text);
-  // What stands behind a message that closed the client was sent to nobody.
+  // What follows a message that closed the client was sent to nobody.
   while (IsOpen() && parser.Next(message)) TellRequest(message);
   constexpr std::size_t kMostKeptRoom = 1024;
   if (message.capacity() > kMostKeptRoom) message = std::string();

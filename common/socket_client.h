@@ -11,8 +11,7 @@
 #include "common/poll_processor.h"
 #include "common/socket.h"
 #include "common/socket_address.h"
-
-class SocketServer;
+#include "common/socket_server_listener.h"
 
 // What an application hangs on a client, by deriving from it.
 class SocketClientContext {
@@ -37,15 +36,15 @@ class SocketClientContext {
 class SocketClient : public PollItem {
  public:
   // Accepts from `listening`. Throws as the accepting constructor of Socket does.
-  SocketClient(SocketServer& owner, const Socket& listening);
+  SocketClient(SocketClientOwner& owner, const Socket& listening);
   // Connects to `address` within `seconds`. Throws as Socket::Connect does.
-  SocketClient(SocketServer& owner, const SocketAddress& address, unsigned seconds);
+  SocketClient(SocketClientOwner& owner, const SocketAddress& address, unsigned seconds);
 
   bool IsOpen() const { return socket.IsOpen(); }
   // Queues `text`, however much is queued already. Ignored when the client is closed, or its
   // output is or is about to be.
   void Send(std::string_view text);
-  // Sends a file behind what is queued. Throws ErrnoError when it can't be opened; ignored as Send
+  // Sends a file after what is queued. Throws ErrnoError when it can't be opened; ignored as Send
   // is.
   void SendFile(const std::string& path);
   // Shuts the output down once the queue has drained, and closes if the peer has done the same.
@@ -75,9 +74,11 @@ class SocketClient : public PollItem {
   virtual void GotEndOfInput() {}
   void TellRequest(const std::string& text);
   std::size_t MessageLimit() const;
-  // Calls `call` with every listener of the server; defined in socket_server.h.
+  // Calls `call` with every listener of the server.
   template <class Call>
-  void Tell(Call call);
+  void Tell(Call call) {
+    server.Tell(call);
+  }
 
  private:
   friend class SocketServer;
@@ -109,9 +110,9 @@ class SocketClient : public PollItem {
   void FinishWriting();
   void CloseOn(const char* event);
 
-  SocketServer& server;
+  SocketClientOwner& server;
   Socket socket;
-  std::string pending;      // accepted for sending, behind inFlight
+  std::string pending;      // accepted for sending, after inFlight
   std::string inFlight;     // being written
   std::size_t written = 0;  // bytes of inFlight that are gone
   unsigned state = 0;
@@ -128,7 +129,7 @@ class SocketClient : public PollItem {
 class SocketClientParseData : public SocketClient {
  public:
   template <class... Connection>
-  SocketClientParseData(const std::string& delimiter, SocketServer& owner,
+  SocketClientParseData(const std::string& delimiter, SocketClientOwner& owner,
                         const Connection&... connection)
       : SocketClient(owner, connection...), parser(delimiter) {}
 

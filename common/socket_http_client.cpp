@@ -2,6 +2,9 @@
 
 #include "common/socket_server.h"
 
+SocketServer::SocketServer(HTTPParser::Kind kind, int address_family)
+    : SocketServer(MakerOf<SocketHTTPClient>(kind), address_family) {}
+
 void SocketHTTPClient::GotData(const std::string& text) {
   TellRequest(text);
   parser.Parse(text);

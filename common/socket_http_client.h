@@ -10,7 +10,7 @@
 class SocketHTTPClient : public SocketClient, public HTTPParser::Listener {
  public:
   template <class... Connection>
-  SocketHTTPClient(HTTPParser::Kind kind, SocketServer& owner, const Connection&... connection)
+  SocketHTTPClient(HTTPParser::Kind kind, SocketClientOwner& owner, const Connection&... connection)
       : SocketClient(owner, connection...), parser(*this, kind) {}
 
   void GotHTTPRequest(const std::string& url, const HTTPParser::Headers& headers,

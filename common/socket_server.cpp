@@ -12,8 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include "common/socket_http_client.h"
-
 namespace {
 
 // What clients leave free for files that are saved, the bus and the discovery of services.
@@ -48,19 +46,22 @@ bool ConcernsOneConnection(int errnum) {
 
 }  // namespace
 
-SocketServer::SocketServer(const std::string& message_delimiter, int address_family)
+SocketServer::SocketServer(ClientMaker client_maker, int address_family)
     : PollItem(POLLIN, false),
       PollTimer(-1, true),
-      delimiter(message_delimiter),
+      make_client(std::move(client_maker)),
       socket(address_family, SOCK_STREAM, 0),
       family(address_family) {
   PollItem::Add();
 }
 
-SocketServer::SocketServer(HTTPParser::Kind kind, int address_family)
-    : SocketServer("", address_family) {
-  http_kind = kind;
+SocketServer::ClientMaker SocketServer::MakerFor(const std::string& message_delimiter) {
+  if (message_delimiter.empty()) return MakerOf<SocketClient>();
+  return MakerOf<SocketClientParseData>(message_delimiter);
 }
+
+SocketServer::SocketServer(const std::string& message_delimiter, int address_family)
+    : SocketServer(MakerFor(message_delimiter), address_family) {}
 
 SocketServer::SocketServer(int address_family) : SocketServer("", address_family) {}
 
@@ -84,10 +85,6 @@ void SocketServer::Listen(const SocketAddress& address) {
   port = bound.GetPort();
 }
 
-void SocketServer::AddListener(SocketServerListener* listener) { listeners.push_back(listener); }
-
-void SocketServer::RemoveListener(SocketServerListener* listener) { listeners.remove(listener); }
-
 void SocketServer::SetKeepAlive(const std::string& text, int period_ms) {
   const bool on = !text.empty() && period_ms > 0;
   keep_alive_text = on ? text : "";
@@ -96,7 +93,7 @@ void SocketServer::SetKeepAlive(const std::string& text, int period_ms) {
 }
 
 SocketClient* SocketServer::Connect(const SocketAddress& address, unsigned seconds) {
-  return Adopt(MakeClient(address, seconds));
+  return Adopt(make_client.connect(*this, address, seconds));
 }
 
 void SocketServer::Drain(std::chrono::steady_clock::time_point deadline) {
@@ -159,7 +156,7 @@ void SocketServer::HandleRead() {
 // Null if there is none after all.
 std::unique_ptr<SocketClient> SocketServer::Accept() {
   try {
-    return MakeClient(socket);
+    return make_client.accept(*this, socket);
   } catch (const ErrnoError& error) {
     if (IsShortage(error.ErrorNumber()))
       PauseAccepting(error.ErrorNumber());
@@ -193,13 +190,6 @@ void SocketServer::Expired() {
     client->TickWasSilent();
   }
   Extend(keep_alive_period_ms);
-}
-
-template <class... Connection>
-std::unique_ptr<SocketClient> SocketServer::MakeClient(const Connection&... connection) {
-  if (http_kind) return std::make_unique<SocketHTTPClient>(*http_kind, *this, connection...);
-  if (delimiter.empty()) return std::make_unique<SocketClient>(*this, connection...);
-  return std::make_unique<SocketClientParseData>(delimiter, *this, connection...);
 }
 
 SocketClient* SocketServer::Adopt(std::unique_ptr<SocketClient> client) {

@@ -2,7 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
-#include <limits>
+#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
@@ -15,42 +15,15 @@
 #include "common/socket.h"
 #include "common/socket_address.h"
 #include "common/socket_client.h"
-
-// What a SocketServer tells an application. All calls come from inside events of the loop; a
-// listener may send on the client and may close it.
-class SocketServerListener {
- public:
-  virtual ~SocketServerListener() = default;
-  // Inside the accept, before anything was read.
-  virtual void ClientConnected(SocketClient* /*client*/) {}
-  // The first read or write event of this client.
-  virtual void ClientActive(SocketClient* /*client*/) {}
-  // One message, with its delimiter; without a delimiter, one chunk of bytes.
-  virtual void GotRequest(SocketClient* /*client*/, const std::string& /*text*/) {}
-  // Whether what is queued for this client may be written now. If not, it is asked again in the
-  // next turn of the loop.
-  virtual bool ClientMayWrite(SocketClient* /*client*/) { return true; }
-  // The peer shut down its sending side.
-  virtual void ClientInputEnded(SocketClient* /*client*/) {}
-  // This side has shut down its sending side.
-  virtual void ClientOutputEnded(SocketClient* /*client*/) {}
-  // The client is about to close.
-  virtual void ClientDisconnected(SocketClient* /*client*/) {}
-  // A whole HTTP message, on a server in HTTP mode.
-  virtual void GotHTTPRequest(SocketClient* /*client*/, const std::string& /*url*/,
-                              const HTTPParser::Headers& /*headers*/, const std::string& /*body*/) {
-  }
-  virtual void GotHTTPResponse(SocketClient* /*client*/, const HTTPParser::Headers& /*headers*/,
-                               const std::string& /*body*/) {}
-};
+#include "common/socket_server_listener.h"
 
 // Puts a listening stream socket on the loop and owns the clients that it accepts. Listeners are
 // not owned; add them before Listen, so that no client appears unseen.
-class SocketServer : public PollItem, public PollTimer, public PollFlushHandler {
+class SocketServer : public PollItem, public PollTimer, public SocketClientOwner {
  public:
   // An empty delimiter means no splitting. Throws ErrnoError without a socket of that family.
   SocketServer(const std::string& message_delimiter, int address_family);
-  // In HTTP mode.
+  // In HTTP mode; SocketHTTPClient's file defines it.
   SocketServer(HTTPParser::Kind kind, int address_family);
   explicit SocketServer(int address_family);
   // Closes each client, which listeners hear.
@@ -62,15 +35,6 @@ class SocketServer : public PollItem, public PollTimer, public PollFlushHandler 
   void Listen(const SocketAddress& address);
   // The port listened on; -1 before Listen.
   int GetPort() const { return port; }
-
-  void AddListener(SocketServerListener* listener);
-  // Every entry of it.
-  void RemoveListener(SocketServerListener* listener);
-
-  // Closes a client that sends this many bytes without a delimiter, with a line on standard output.
-  // Without a limit, which is the start, a message may grow for ever.
-  void SetMessageLimit(std::size_t bytes) { message_limit = bytes; }
-  std::size_t GetMessageLimit() const { return message_limit; }
 
   // Sends `text` to every client whose backlog is below `limit` bytes; the others lose it. It is
   // kept once for all who are served.
@@ -100,20 +64,31 @@ class SocketServer : public PollItem, public PollTimer, public PollFlushHandler 
   void Expired() override;
   // Sends what the clients have queued, as far as the system takes it.
   void Flush() override;
+  // The descriptor of a client is free again.
+  void ClientClosed() override { ResumeAccepting(); }
   const char* GetName() override { return "SocketServer"; }
 
  private:
-  friend class SocketClient;
-
-  template <class... Connection>
-  std::unique_ptr<SocketClient> MakeClient(const Connection&... connection);
-  SocketClient* Adopt(std::unique_ptr<SocketClient> client);
-
-  // Tells every listener; one may take itself off the list meanwhile.
-  template <class Call>
-  void Tell(Call call) {
-    for (auto next = listeners.begin(); next != listeners.end();) call(**next++);
+  // Each makes a client of the kind that the server has.
+  struct ClientMaker {
+    std::function<std::unique_ptr<SocketClient>(SocketServer& owner, const Socket& listening)>
+        accept;
+    std::function<std::unique_ptr<SocketClient>(SocketServer& owner, const SocketAddress& address,
+                                                unsigned seconds)>
+        connect;
+  };
+  // For clients that are constructed with `argument` in front of the rest.
+  template <class Client, class... Argument>
+  static ClientMaker MakerOf(const Argument&... argument) {
+    return {[=](SocketServer& owner, const Socket& listening) {
+              return std::make_unique<Client>(argument..., owner, listening);
+            },
+            [=](SocketServer& owner, const SocketAddress& address, unsigned seconds) {
+              return std::make_unique<Client>(argument..., owner, address, seconds);
+            }};
   }
+  static ClientMaker MakerFor(const std::string& message_delimiter);
+  SocketServer(ClientMaker client_maker, int address_family);
 
   // Ends a pause of accepting.
   class ResumeTimer : public PollTimer {
@@ -125,34 +100,22 @@ class SocketServer : public PollItem, public PollTimer, public PollFlushHandler 
     SocketServer& server;
   };
 
+  SocketClient* Adopt(std::unique_ptr<SocketClient> client);
   std::unique_ptr<SocketClient> Accept();
   void PauseAccepting(int errnum);
   void ResumeAccepting();
-  // A client has closed.
-  void DescriptorFreed() { ResumeAccepting(); }
 
   ResumeTimer resume{*this};
   std::optional<std::chrono::steady_clock::time_point> latest_pause;
   std::string keep_alive_text;
   int keep_alive_period_ms = 0;
-  std::string delimiter;
-  std::size_t message_limit = std::numeric_limits<std::size_t>::max();
-  std::optional<HTTPParser::Kind> http_kind;
-  std::list<SocketServerListener*> listeners;
+  ClientMaker make_client;
   std::list<std::unique_ptr<SocketClient>> clients;
-  Broadcast broadcast;
   // The most that a client had still to send of it after the latest flush, and its end then. Those
   // that follow now have all been served, or had no more to send.
   std::size_t longest_unread = 0;
   Broadcast::Place flushed_place = 0;
-  bool all_follow = true;  // every open client follows it
-  std::string received;    // by the client that is being read
   Socket socket;
   int port = -1;
   int family;
 };
-
-template <class Call>
-void SocketClient::Tell(Call call) {
-  server.Tell(call);
-}

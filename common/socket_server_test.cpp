@@ -1,9 +1,11 @@
 #include "common/socket_server.h"
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
+#include <deque>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -129,7 +131,7 @@ void CloseCases() {
   service.Say("one\n");
   ExpectEqual(listener.Taken(), "connected active 'one\n' disconnected ");
 
-  // Closing behind the queue: the peer reads everything, and has the last word.
+  // Closing after the queue: the peer reads everything, and has the last word.
   service.Connect();
   listener.client->Send("farewell");
   listener.client->CloseAfterSend();
@@ -139,6 +141,43 @@ void CloseCases() {
   service.peer.Close();
   service.Turn();
   ExpectEqual(listener.Taken(), "input-ended disconnected ");
+}
+
+// A peer whose system answers no more, while nothing is sent to it.
+void VanishedPeerCases() {
+  Service service("\n");
+  service.peer.Shutdown(SHUT_WR);
+  service.Turn();
+  ExpectEqual(service.listener.Taken(), "connected active input-ended ");
+  const struct linger reset = {1, 0};
+  setsockopt(service.peer.GetFD(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+  service.peer.Close();
+  service.Turn();
+  ExpectEqual(service.listener.Taken(), "disconnected ");
+}
+
+// Descriptors run out: others wait, and neither the loop nor whoever needs the last few suffers.
+void ShortageCases() {
+  Service service("\n");
+  struct rlimit before = {};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const struct rlimit few = {100, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &few);
+  {
+    std::deque<Socket> taken;
+    while (taken.empty() || taken.back().GetFD() < 90) taken.emplace_back(AF_INET6, SOCK_STREAM, 0);
+    Socket& late = taken.emplace_back(AF_INET6, SOCK_STREAM, 0);
+    late.Connect(service.address);
+    service.listener.Taken();
+    service.Turn();
+    ExpectEqual(service.listener.Taken(), "", "a client that waits");
+    ExpectEqual(service.server.GetEvents(), 0, "events that are awaited meanwhile");
+    taken.erase(taken.begin(), taken.end() - 1);
+    service.listener.client->Close();
+    service.Turn();
+    ExpectEqual(service.listener.Taken(), "disconnected connected ");
+  }
+  setrlimit(RLIMIT_NOFILE, &before);
 }
 
 void HTTPCases() {
@@ -228,7 +267,7 @@ void SendCases() {
   service.server.SetKeepAlive("", 20);
   service.Heard();
   usleep(30'000);
-  ExpectEqual(service.Heard(), "", "behind the end of keep-alive");
+  ExpectEqual(service.Heard(), "", "after the end of keep-alive");
 
   // A connection that the server opens, to itself here.
   service.listener.Taken();
@@ -299,6 +338,8 @@ void BroadcastCases() {
 void SocketServerCases() {
   MessageCases();
   CloseCases();
+  VanishedPeerCases();
+  ShortageCases();
   HTTPCases();
   SendCases();
   BroadcastCases();

@@ -85,7 +85,7 @@ void ConnectionCases() {
     ExpectThrows<SocketConnectionTimedOut>(
         [&] { late.Connect(SocketAddress(path), 1); },
         "Socket: unable to connect to " + path + ": Interrupted system call: timed out");
-    ExpectEqual(alarm(0), 0U, "the alarm behind a connect");
+    ExpectEqual(alarm(0), 0U, "the alarm after a connect");
   }
   {
     Socket accepted(listener, nullptr);

@@ -14,7 +14,7 @@ class Steps {
       KeepFailure();
     }
   }
-  // To be called behind the last step. Throws what the first step that failed has thrown, if any
+  // To be called after the last step. Throws what the first step that failed has thrown, if any
   // has.
   void ThrowFirstFailure() const;
 

@@ -9,7 +9,7 @@
 
 // As strcmp, ignoring case; of two texts of which one begins with the other, the shorter is first.
 int CaseInsensitiveStringCompare(std::string_view a, std::string_view b);
-// Place of the first match at or behind `start`, ignoring case; -1 if there is none, or if `start`
+// Place of the first match at or after `start`, ignoring case; -1 if there is none, or if `start`
 // is not inside the text.
 int CaseInsensitiveStringFind(std::string_view text, std::string_view pattern, std::size_t start);
 // Without white space at both ends.

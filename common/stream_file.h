@@ -13,8 +13,8 @@ class StreamFileBaseError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Owns one descriptor: checked reads and writes on it, and standard streams over it on demand. It
-// is closed in programs that this process starts.
+// Owns one descriptor: checked reads and writes on it, and standard streams over it on demand.
+// It is closed in programs that this process starts.
 //
 // Nothing is retried: EINTR and EAGAIN throw like any other error, so read only what poll says is
 // there. System errors are ErrnoError; a closed object throws StreamFileBaseError.
@@ -26,8 +26,8 @@ class StreamFileBase {
   explicit StreamFileBase(int descriptor);
   // Duplicates the other's descriptor; streams and buffer are not copied.
   StreamFileBase(const StreamFileBase& other);
-  // Closes, then duplicates. Descriptor 0 is not duplicated and leaves this closed; kept, since
-  // callers have come to know it.
+  // Closes, then duplicates.
+  // Protocol: descriptor 0 is not duplicated and leaves this closed.
   StreamFileBase& operator=(const StreamFileBase& other);
   // Closes. A failing close ends the process here.
   virtual ~StreamFileBase();

@@ -48,7 +48,7 @@ void StreamFileCases() {
     file.GetOStream() << large;
     StreamFile copy(file);
     file.Close();
-    ExpectEqual(lseek(copy.GetFD(), 0, SEEK_END), off_t{100'000}, "length behind Close");
+    ExpectEqual(lseek(copy.GetFD(), 0, SEEK_END), off_t{100'000}, "length after Close");
     ExpectThrows<StreamFileBaseError>([&] { StreamFile(path, O_RDONLY).GetOStream(); },
                                       "StreamFileBase: unable to create ostream");
   }

@@ -10,7 +10,7 @@
 // Constructing a test links it into the process-wide list, so it must live as long as the process.
 class Test {
  public:
-  // A test goes behind the first one in the list whose priority is not below its own, or to the
+  // A test goes after the first one in the list whose priority is not below its own, or to the
   // front if its priority is below that of the first. With equal priorities the list is
   // therefore the first test, then the others, last one first.
   Test(const char* test_name, int test_priority);

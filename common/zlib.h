@@ -46,7 +46,7 @@ class ZlibStream {
     void operator()(z_stream_s* stream) const;
   };
   std::unique_ptr<z_stream_s, Ender> stream;
-  // Bytes wait from `from` up to `to`; behind them is room.
+  // Bytes wait from `from` up to `to`; room follows them.
   struct Buffer {
     std::size_t Waiting() const { return to - from; }
     void MoveToFront();

@@ -1,16 +1,21 @@
 // The life of the process: options, pid file, signals, and its end.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include "bench/bench_instrument.h"
 #include "bench/head.h"
 #include "client/console.h"
+#include "common/run_command.h"
 #include "common/test_registry.h"
 #include "leaf/lumet/lumet_app.h"
 
@@ -168,6 +173,69 @@ TEST(Process, ClientsTakeWhatIsQueuedBeforeItEnds) {
   for (int i = 0; i < kRequests; ++i) slow.ReadLineThatBegins("<nemra><tavo><ack>true</ack>");
   EXPECT_EQ(head.Wait(), 0);
   head.WaitForLog("Exiting...\nlumet-bench: would run /usr/bin/reboot\n");
+}
+
+// Nobody reads the log: the head goes on, and says later how much nobody read.
+TEST(Process, WaitsForNoReaderOfItsLog) {
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kCaller, {.lumet = {"-d"}});
+  ConsoleClient client(head.Port());
+  // Of each there are some 100 bytes in the log, and a pipe holds 65536.
+  constexpr int kRequests = 2000;
+  for (int i = 0; i < kRequests; ++i)
+    client.Request("<nemra><tavo><site>" + std::to_string(i) + "</site></tavo></nemra>");
+  const std::string said = head.WaitForLog("for want of a reader of standard output\n");
+  const std::string before = "LogOutput: ";
+  const std::size_t place = said.find(before);
+  EXPECT_EQ(said[place - 1], '\n') << "a torn line";
+  EXPECT_GT(std::stoi(said.substr(place + before.size())), 0);
+  client.Request("<nemra><tavo><site>over</site></tavo></nemra>");
+  head.WaitForLog("<site>over<");
+}
+
+TEST(Process, WhatItRunsStartsAfresh) {
+  const TemporaryDirectory root;
+  const int inherited = open("/dev/null", O_RDONLY);
+  const auto before = std::signal(SIGPIPE, SIG_IGN);
+  RunCommand("(grep -E 'Sig(Ign|Blk)' /proc/self/status; test -e /proc/self/fd/" +
+             std::to_string(inherited) + " && echo inherited) > " + root.Path() + "/seen");
+  std::istringstream seen(ReadFile(root.Path() + "/seen"));
+  std::string name;
+  std::uint64_t blocked = 0;
+  std::uint64_t ignored = 0;
+  seen >> name >> std::hex >> blocked >> name >> ignored;
+  EXPECT_EQ(blocked, 0U);
+  // The C library keeps 32 and 33 to itself, whoever else ignored them.
+  EXPECT_EQ(ignored & ~std::uint64_t{0x180000000}, 0U);
+  EXPECT_FALSE(seen >> name) << name;
+  EXPECT_EQ(std::signal(SIGPIPE, before), SIG_IGN);
+  close(inherited);
+}
+
+TEST(Process, TheBenchUsesNoDirectoryOfOthers) {
+  const TemporaryDirectory parent;
+  const std::string mine = parent.Path() + "/mine";
+  BenchInstrument(mine);
+  struct stat status = {};
+  stat(mine.c_str(), &status);
+  EXPECT_EQ(status.st_mode & 07777U, 0700U);
+  BenchInstrument(mine);
+  const auto refused = [](const std::string& root) {
+    try {
+      BenchInstrument(root);
+      return std::string();
+    } catch (const std::runtime_error& error) {
+      return std::string(error.what());
+    }
+  };
+  std::filesystem::create_symlink(mine, parent.Path() + "/link");
+  EXPECT_NE(refused(parent.Path() + "/link/").find("it is a link or a file"), std::string::npos);
+  chmod(mine.c_str(), 0750);
+  EXPECT_NE(refused(mine).find("rights to others"), std::string::npos);
+  if (geteuid() != 0) return;
+  chmod(mine.c_str(), 0700);
+  EXPECT_EQ(chown(mine.c_str(), 1, 1), 0);
+  EXPECT_NE(refused(mine).find("it belongs to user 1"), std::string::npos);
 }
 
 TEST(Process, EndsWhenTheProcessorIsGone) {

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -15,7 +14,9 @@
 #include <stdexcept>
 
 #include "common/errno_error.h"
+#include "common/log_output.h"
 #include "common/print_exception.h"
+#include "common/run_command.h"
 #include "common/signals.h"
 #include "leaf/lumet/lumet.h"
 #include "leaf/lumet/self_tests.h"
@@ -74,6 +75,7 @@ int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
   if (real_time) set_real_time_priority();
 
   Lumet lumet(instrument, machine, debug, reboot, poweroff);
+  KeepDescriptorsFromChildren();
   const EffectiveUserKeeper keeper(machine);
   drop_privileges();
   lumet.run();
@@ -157,8 +159,7 @@ void write_text_file(const std::string& path, const std::string& text) {
 }
 
 int RunLumet(const Instrument& instrument, const Machine& machine, int argc, char** argv) {
-  // Each line of the log leaves at once, into a pipe too.
-  setvbuf(stdout, nullptr, _IOLBF, 0);
+  const LogOutput log_output;
   bool reboot = false;
   bool poweroff = false;
   int exit_status = -1;
