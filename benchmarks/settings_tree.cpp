@@ -10,12 +10,11 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <iomanip>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <pugixml.hpp>
 #include <sstream>
 #include <stdexcept>
@@ -24,6 +23,8 @@
 #include <variant>
 #include <vector>
 
+#include "benchmarks/callgrind.h"
+#include "common/temporary_directory.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
 namespace {
@@ -213,16 +214,13 @@ double Microseconds(const std::string& name) {
 
 // Instructions of this program when it runs `name` for `turns` turns.
 long Instructions(const std::string& program, const std::string& name, int turns) {
-  const std::string command = "valgrind --tool=callgrind --callgrind-out-file=/dev/null '" +
-                              program + "' " + name + " " + std::to_string(turns) + " 2>&1";
-  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-  std::array<char, 512> line = {};
-  const std::string marker = "Collected : ";
-  std::string output;
-  while (pipe && fgets(line.data(), line.size(), pipe.get()) != nullptr) output += line.data();
-  const std::size_t at = output.find(marker);
-  if (at == std::string::npos) throw std::runtime_error("valgrind does not count: " + output);
-  return std::stol(output.substr(at + marker.size()));
+  const TemporaryDirectory root;
+  const std::string log = root.Path() + "/callgrind";
+  std::string command;
+  for (const std::string& word : CallgrindWords(log)) command += word + " ";
+  command += "'" + program + "' " + name + " " + std::to_string(turns);
+  if (std::system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
+  return CountIn(log);
 }
 
 double InstructionsPerTurn(const std::string& program, const std::string& name) {
