@@ -76,7 +76,7 @@ void SetRate(const std::string& path, std::uint32_t rate) {
     elsewhere->set_flag(Configurable::Active, false);
   std::ifstream file(path);
   std::ostringstream text;
-  // What is wrong with the file is for the head to tell.
+  // The head itself reports what is wrong with the file.
   doc.read_document(file, text);
   text.str("");
   cfg.Measure().Outrate().set(static_cast<int>(rate));

@@ -30,7 +30,7 @@ class ChildProcess {
 
   pid_t Pid() const { return pid; }
   bool HasEnded() const;
-  // All that it has said so far, once that holds `text` behind the first `from` bytes. Throws
+  // All that it has said so far, once that holds `text` after the first `from` bytes. Throws
   // std::runtime_error at the deadline or at its end.
   const std::string& WaitForOutput(std::string_view text, std::size_t from = 0);
   // Whether it has said `text`, without waiting.

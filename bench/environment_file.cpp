@@ -42,11 +42,11 @@ std::optional<Environment> EnvironmentFile::Changed() {
   if (looked && now - *looked < kBetweenLooks) return std::nullopt;
   looked = now;
   std::error_code missing;
-  const auto its_time = std::filesystem::last_write_time(path, missing);
-  const std::uintmax_t its_size = std::filesystem::file_size(path, missing);
-  if (its_time == written && its_size == size) return std::nullopt;
-  written = its_time;
-  size = its_size;
+  const auto time_now = std::filesystem::last_write_time(path, missing);
+  const std::uintmax_t size_now = std::filesystem::file_size(path, missing);
+  if (time_now == written && size_now == size) return std::nullopt;
+  written = time_now;
+  size = size_now;
   try {
     return Read(ReadFile(path));
   } catch (const std::invalid_argument& error) {

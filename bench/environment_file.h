@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "bench/leaf.h"
 
@@ -15,7 +16,7 @@ class EnvironmentFile {
   // Writes one that changes nothing, where there is none.
   static void Provide(const std::string& path);
 
-  explicit EnvironmentFile(const std::string& its_path) : path(its_path) {}
+  explicit EnvironmentFile(std::string path) : path(std::move(path)) {}
 
   // What the file says, if it has changed since the last look. Looks a few times a second at most.
   // Says on standard error what is wrong with a file that it can't read, and gives nothing.

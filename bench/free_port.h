@@ -3,7 +3,7 @@
 #include "common/socket.h"
 
 // A port of ::1 on which nobody listens. While this lives, the system gives it to nobody who asks
-// for any port; who is told of it can listen on it, as often as they like.
+// for any port; whoever knows it can listen on it, as often as they like.
 class FreePort {
  public:
   // Throws ErrnoError.

@@ -110,7 +110,7 @@ long Head::Status(const std::string& name) const {
   while (status >> word && word != name + ":") {
   }
   long value = 0;
-  if (!(status >> value)) throw std::runtime_error("the system does not tell " + name);
+  if (!(status >> value)) throw std::runtime_error("the system does not report " + name);
   return value;
 }
 

@@ -75,14 +75,14 @@ class Head {
   enum class PlayedBy { kSimulator, kCaller };
 
   // Starts lumet-bench with its files in `root`. Waits until it listens.
-  Head(const std::string& root, PlayedBy processor, const HeadOptions& options = {});
+  Head(const std::string& root, PlayedBy played_by, const HeadOptions& options = {});
 
   int Port() const { return port; }
   pid_t Pid() const { return process->Pid(); }
   // Only with PlayedBy::kCaller.
   Processor& SignalProcessor() { return processor; }
 
-  // Standard output so far, once it holds `text`; `from`: behind the first so many bytes.
+  // Standard output so far, once it holds `text`; `from`: after that many bytes.
   const std::string& WaitForLog(std::string_view text, std::size_t from = 0) {
     return process->WaitForOutput(text, from);
   }
@@ -92,7 +92,7 @@ class Head {
   int Stop(int signo = SIGTERM) { return process->Stop(signo); }
   // Waits for the end; returns the exit status, or -1 for a process that a signal ended.
   int Wait() { return process->Wait(); }
-  // A number that the system tells of the process, by its name in /proc/PID/status: VmRSS in
+  // A number that the system reports of the process, by its name in /proc/PID/status: VmRSS in
   // kilobytes, say. Throws std::runtime_error.
   long Status(const std::string& name) const;
 

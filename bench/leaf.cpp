@@ -91,8 +91,8 @@ std::optional<Leaf> Leaf::Named(const std::string& name) {
   return std::nullopt;
 }
 
-Leaf::Leaf(const Parameters& leaf_parameters)
-    : parameters(leaf_parameters), activation(leaf_parameters.activation_dark) {
+Leaf::Leaf(const Parameters& parameters)
+    : parameters(parameters), activation(parameters.activation_dark) {
   SetEnvironment({});
   constexpr double kLong = 3600;  // s
   if (parameters.adapted_to > 0) Advance(kLong, parameters.adapted_to, 0);

@@ -38,7 +38,7 @@ struct Environment {
 //   dR/dt = k_R A P² (1 - R) - k_open (1 - A) R      dE/dt = k_E X (1 - E) - k_rest E
 //   F = Fo' + (Fm' - Fo') C (1 - phi_R (1 - R) - phi_E (1 - E))
 //
-// In strong light A, P with R, and X with E rise one behind the other: the steps O-J, J-I and I-P.
+// In strong light A, P with R, and X with E rise one after the other: the steps O-J, J-I and I-P.
 //
 // Non-photochemical quenching N follows light slowly, by way of the acidity of the lumen, and
 // harmed centres quench too: Fm' = Fm / (N + 1 / health), Fo' = Fo / (Fv/Fm + Fo/Fm'). It takes
@@ -104,7 +104,7 @@ class Leaf {
   static std::optional<Leaf> Named(const std::string& name);
   static std::vector<std::string> Names();
 
-  explicit Leaf(const Parameters& leaf_parameters);
+  explicit Leaf(const Parameters& parameters);
 
   // From now on. Its health multiplies that of the parameters.
   void SetEnvironment(const Environment& environment);

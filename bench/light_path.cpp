@@ -37,12 +37,12 @@ LightCalibration LightPath::BenchCalibration() {
 
 LightPath::LightPath() : calibration(BenchCalibration()) {}
 
-void LightPath::Calibrate(const BiasConfig& told) {
-  calibration.red = {told.red.F, told.red.u, told.dac_red_zero};
-  calibration.blue = {told.blue.F, told.blue.u, told.dac_blue_zero};
-  calibration.farred = {told.farred.F, told.farred.u, told.dac_farred_zero};
-  dc_zero = told.DC0;
-  pc_zero = told.Pc0;
+void LightPath::Calibrate(const BiasConfig& bias) {
+  calibration.red = {bias.red.F, bias.red.u, bias.dac_red_zero};
+  calibration.blue = {bias.blue.F, bias.blue.u, bias.dac_blue_zero};
+  calibration.farred = {bias.farred.F, bias.farred.u, bias.dac_farred_zero};
+  dc_zero = bias.DC0;
+  pc_zero = bias.Pc0;
 }
 
 LeafLight LightPath::At(const LightDrive& drive) const {

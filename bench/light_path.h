@@ -34,12 +34,12 @@ struct LeafLight {
 // before it, and PFD falls only to that in the margin after it.
 class LightPath {
  public:
-  // The head of the bench before it is told anything else.
+  // The head of the bench before it is set to anything else.
   static LightCalibration BenchCalibration();
 
   LightPath();
-  // As the head tells it. The measuring light's calibration is the bench's.
-  void Calibrate(const BiasConfig& told);
+  // As the head has set it. The measuring light's calibration is the bench's.
+  void Calibrate(const BiasConfig& bias);
 
   LeafLight At(const LightDrive& drive) const;
   // Fills in what the detectors read; `noise` gives a normal deviate of the deviation it is given.

@@ -124,7 +124,7 @@ int RunBench(BenchOptions& options) {
   instrument.discovery = options.discovery;
   if (options.routes) machine.delete_route = Machine().delete_route;
   std::optional<Broker> broker;
-  // Nothing of this for options that only tell or signal.
+  // Options that only print or signal need none of this.
   instrument.console_listens = [&](int port) {
     if (processor) ProvideSettings(instrument, machine, options.rate);
     if (processor && options.replay.empty()) EnvironmentFile::Provide(environment);

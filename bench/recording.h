@@ -7,7 +7,7 @@
 #include <vector>
 
 // A recorded link between head and processor: every packet of either direction with its moment, as
-// docs/recording.md tells.
+// docs/recording.md describes.
 
 struct RecordedPacket {
   enum Direction : std::uint16_t { kFromProcessor = 0, kToProcessor = 1 };

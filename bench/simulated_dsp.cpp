@@ -31,8 +31,8 @@ float Between(float from, float to, float share) { return from + (to - from) * s
 
 }  // namespace
 
-SimulatedDSP::SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& its_leaf)
-    : random(seed), leaf(its_leaf), timing(StartTiming(rate)) {
+SimulatedDSP::SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& leaf)
+    : random(seed), leaf(leaf), timing(StartTiming(rate)) {
   measure = MeasureSegment();
 }
 

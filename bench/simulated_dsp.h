@@ -19,7 +19,7 @@
 class SimulatedDSP {
  public:
   // `rate` is the output rate, Hz, until the head sets another. Noise comes from `seed`.
-  SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& its_leaf);
+  SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& leaf);
 
   // The leaf's, from now on.
   void SetEnvironment(const Environment& environment);

@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
   std::ostringstream answer;
   set_compact(answer, true);
-  // Several documents may stand behind each other.
+  // Several documents may follow one another.
   for (int i = 0; i < 4 && in.good(); ++i) {
     try {
       doc.request(in, answer);

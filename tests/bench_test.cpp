@@ -3,13 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <map>
-#include <string>
+#include <span>
 #include <vector>
 
-#include "bench/head.h"
 #include "bench/simulated_dsp.h"
-#include "client/console.h"
 #include "common/little_endian.h"
 
 namespace {
@@ -76,23 +73,6 @@ TEST(SimulatedProcessor, StreamsAtTheRateAndInTheBatchesAskedFor) {
     }
     EXPECT_EQ(samples, row.rate * row.seconds) << row.rate;
   }
-}
-
-TEST(SimulatedProcessor, FeedsALivingHead) {
-  const TemporaryDirectory root;
-  Head head(root.Path(), Head::PlayedBy::kSimulator);
-  head.WaitForLog("DSP Version:bench-1.0\nFPGA Version:bench-1.0\n");
-  ConsoleClient client(head.Port());
-  const Columns& columns = *client.ColumnsOf("DATA");
-  EXPECT_EQ(columns.names,
-            (std::vector<std::string>{"TIME", "DIAG", "LUMET", "DC", "PC", "PFD", "REDMODAVG",
-                                      "REDFRAC", "BLUEFRAC", "FARREDFRAC", "REDDAC", "BLUEDAC",
-                                      "FARREDDAC", "MODREDDAC", "CODE"}));
-  EXPECT_EQ(columns.units,
-            (std::vector<std::string>{"seconds", "diag", "", "", "counts", "µmol/m²/s", "", "", "",
-                                      "", "counts", "counts", "counts", "counts", ""}));
-  client.NextData();
-  EXPECT_EQ(head.Stop(), 0);
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ TEST(Client, TakesOnlyRowsThatAreWhole) {
   RowReader reader;
   EXPECT_THROW(reader.Read("DATASTAT\t1\t183"), ClientError) << "before its header row";
   reader.Read("DATASTATH\tTIME\tDIAG\tCHK");
-  reader.Read("DATASTATU\tseconds\tCHK");  // too short for the names, so it tells nothing
+  reader.Read("DATASTATU\tseconds\tCHK");  // too short for the names, so it is ignored
   EXPECT_EQ(reader.ColumnsOf("DATASTAT")->units, std::vector<std::string>(2));
   reader.Read("DATADIAGH\tONE\tTWO\tFOUR");
   EXPECT_EQ(reader.DiagNames(5), (std::vector<std::string>{"ONE", "FOUR"}));

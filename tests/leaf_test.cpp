@@ -133,7 +133,7 @@ class Desk {
 struct Shoulder {
   double time = 0;   // s, where dV/dlog t is least
   double v = 0;      // of the way from Fo to the highest F
-  double ratio = 0;  // of dV/dlog t: the lower of the peaks before and behind, to the least
+  double ratio = 0;  // of dV/dlog t: the lower of the peaks before and after it, to the least
 };
 
 struct Rise {
@@ -173,9 +173,9 @@ Rise Fit(const Samples& induction, double fo) {
   const auto less_steep = [](const Point& a, const Point& b) { return a.slope < b.slope; };
   const auto peak = std::max_element(curve.begin(), curve.end(),
                                      [](const Point& a, const Point& b) { return a.f < b.f; });
-  const auto shoulder = [&](auto least, auto before, auto behind) {
+  const auto shoulder = [&](auto least, auto before, auto after) {
     const double lower_peak = std::min(std::max_element(before, least, less_steep)->slope,
-                                       std::max_element(least, behind, less_steep)->slope);
+                                       std::max_element(least, after, less_steep)->slope);
     return Shoulder{std::pow(10, least->log_t), (least->f - fo) / (peak->f - fo),
                     lower_peak / least->slope};
   };

@@ -57,8 +57,8 @@ TEST(Rows, EverySampleReachesEveryReader) {
       ASSERT_EQ(std::get<DataRow>(row)["LUMET"], number);
     }
   }
-  // The sleeper has cost its backlog of 1 MiB, in strings that grow by doubling and may leave holes
-  // behind, and not the 14 MB that it has missed.
+  // The sleeper has cost its backlog of 1 MiB, in strings that grow by doubling and may leave
+  // holes, and not the 14 MB that it has missed.
   EXPECT_LT(head.Status("VmRSS") - memory_before, 9 * 1024);
 
   // It still gets messages, whose limit is higher; and what it gets is whole rows in order.

@@ -89,7 +89,7 @@ TEST(System, SettingsReachItsFilesAndSurviveARestart) {
     EXPECT_TRUE(
         std::filesystem::read_symlink(etc + "localtime").string().ends_with("/America/New_York"));
 
-    // What is no date is told, and costs nothing else.
+    // An invalid date is reported, and costs nothing else.
     for (const char* date : {"tomorrow", "1988-12-31", "2100-01-01", "26-07-01", "2026-13-01",
                              "2026-00-01", "2026-02-30", "2023-02-29"})
       EXPECT_EQ(bench.Ask(Settings(std::string("<clock><date>") + date + "</date></clock>")),

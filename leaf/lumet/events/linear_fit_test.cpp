@@ -20,7 +20,11 @@ void LinearFitCases() {
       {{}, {}, "0 0 0 0 0"},
   };
   for (const auto& row : rows) {
-    float slope = -1, intercept = -1, r2 = -1, slope_se = -1, intercept_se = -1;
+    float slope = -1;
+    float intercept = -1;
+    float r2 = -1;
+    float slope_se = -1;
+    float intercept_se = -1;
     LinearFit(row.x, row.y, &slope, &intercept, &r2, &slope_se, &intercept_se);
     std::ostringstream fit;
     fit << slope << " " << intercept << " " << r2 << " " << slope_se << " " << intercept_se;

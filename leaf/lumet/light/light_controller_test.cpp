@@ -36,11 +36,11 @@ void LightControllerCases() {
       {"an error of 100: integral 50, drive (500 + 100) / 10", 100, 10, 0, 5, "....!60"},
       {"an error of 60: integral 80, drive (800 + 60) / 10", 100, 10, 40, 10, "....!....!116"},
       {"no error at another rate: the integral term, of 110, stays", 100, 9, 100, 4, "...!110"},
-      {"beyond the DAC: the integral stays behind", 1e9F, 9, 100, 4, "...!65535"},
+      {"beyond the DAC: the integral stays as it was", 1e9F, 9, 100, 4, "...!65535"},
       {"and back", 100, 9, 100, 4, "...!110"},
       {"no number", std::nanf(""), 9, 100, 4, "...!0"},
       {"and back again", 100, 9, 100, 4, "...!110"},
-      {"off tells so once", 0, 9, 100, 3, "!..0"},
+      {"off is reported once", 0, 9, 100, 3, "!..0"},
   };
   for (const auto& row : rows)
     ExpectEqual(feed(row.setpoint, row.rate, row.q, row.samples), row.expected, row.name);

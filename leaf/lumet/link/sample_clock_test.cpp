@@ -45,7 +45,7 @@ void SynchroniseCases() {
       {"not near the wrap", {{0xFF676980, 4284, 4284'967}, {0, 4284, 0}}},
       {"across the wrap",
        {{kLast, 4294, 4294'967}, {0, 4294, 4294'967}, {1'000'000, 4294, 4295'967}}},
-      {"a tick from before the wrap behind it",
+      {"a tick from before the wrap, after it",
        {{0xFF676981, 4284, 4284'967},
         {10'000'000, 4284, 4304'967},
         {kLast, 4284, 4294'967},
