@@ -3,6 +3,7 @@
 #include <iostream>
 #include <utility>
 
+#include "common/memory.h"
 #include "common/socket_server.h"
 
 SocketClient::SocketClient(SocketServer& owner, const Socket& listening)
@@ -57,9 +58,10 @@ void SocketClient::Close() {
     Tell([this](SocketServerListener& listener) { listener.ClientDisconnected(this); });
     socket.Close();
     // The object may live long after this; its backlog need not.
-    pending = std::string();
-    inFlight = std::string();
+    Release(pending);
+    Release(inFlight);
     written = 0;
+    DropInput();
   }
   Remove();
 }
@@ -131,6 +133,9 @@ void SocketClient::WriteChunk() {
 
 void SocketClient::FinishWriting() {
   WantWrite(false);
+  Release(pending);
+  Release(inFlight);
+  written = 0;
   if ((state & kCloseWhenDrained) == 0) return;
   if ((state & kOutputShutDown) == 0) {
     socket.Shutdown(SHUT_WR);
@@ -153,7 +158,18 @@ void SocketClient::CloseOn(const char* event) {
 
 void SocketClient::GotData(const std::string& text) { TellRequest(text); }
 
-std::size_t SocketClient::MessageLimit() const { return server.GetMessageLimit(); }
+void SocketClient::LimitUnfinished() {
+  if (Unfinished() > server.message_limit)
+    CloseForLength("closing a client whose message has no end");
+  else
+    server.LimitUnfinished();
+}
+
+void SocketClient::CloseForLength(const char* reason) {
+  std::cout << "SocketClient: " << reason << "\n";
+  Tell([this](SocketServerListener& listener) { listener.ClientSentTooMuch(this); });
+  Close();
+}
 
 void SocketClient::TellRequest(const std::string& text) {
   Tell([&](SocketServerListener& listener) { listener.GotRequest(this, text); });
@@ -163,8 +179,11 @@ void SocketClientParseData::GotData(const std::string& text) {
   parser.Add(text);
   // What stands behind a message that closed the client was sent to nobody.
   while (IsOpen() && parser.Next(message)) TellRequest(message);
-  if (IsOpen() && parser.Pending() > MessageLimit()) {
-    std::cout << "SocketClient: closing a client whose message has no end\n";
-    Close();
-  }
+  Release(message);
+  if (!IsOpen()) return;
+  // One read more or less is small change.
+  constexpr std::size_t kOneRead = 4096;
+  if (parser.Pending() > kOneRead) LimitUnfinished();
 }
+
+void SocketClientParseData::DropInput() { parser.Clear(); }

@@ -25,6 +25,8 @@ class SocketServerListener {
   virtual void ClientActive(SocketClient* /*client*/) {}
   // One message, with its delimiter; without a delimiter, one chunk of bytes.
   virtual void GotRequest(SocketClient* /*client*/, const std::string& /*text*/) {}
+  // The client is about to be closed, since its message grows too long.
+  virtual void ClientSentTooMuch(SocketClient* /*client*/) {}
   // Whether what is queued for this client may be written now. If not, it is asked again in the
   // next turn of the loop.
   virtual bool ClientMayWrite(SocketClient* /*client*/) { return true; }
@@ -68,7 +70,9 @@ class SocketServer : public PollItem, public PollTimer {
   // Closes a client that sends this many bytes without a delimiter, with a line on standard output.
   // Without a limit, which is the start, a message may grow for ever.
   void SetMessageLimit(std::size_t bytes) { message_limit = bytes; }
-  std::size_t GetMessageLimit() const { return message_limit; }
+  // Closes the client with the longest message that has not ended, with a line on standard output,
+  // when all of them together have more bytes than this. Without a limit at the start.
+  void SetUnfinishedLimit(std::size_t bytes) { unfinished_limit = bytes; }
 
   // Sends `text` every `period_ms` to each client that was sent nothing since the last time. An
   // empty text, or a period of 0 or less, stops that.
@@ -98,6 +102,8 @@ class SocketServer : public PollItem, public PollTimer {
   std::unique_ptr<SocketClient> MakeClient(const Connection&... connection);
   SocketClient* Adopt(std::unique_ptr<SocketClient> client);
 
+  void LimitUnfinished();
+
   // Tells every listener; one may take itself off the list meanwhile.
   template <class Call>
   void Tell(Call call) {
@@ -108,6 +114,7 @@ class SocketServer : public PollItem, public PollTimer {
   int keep_alive_period_ms = 0;
   std::string delimiter;
   std::size_t message_limit = std::numeric_limits<std::size_t>::max();
+  std::size_t unfinished_limit = std::numeric_limits<std::size_t>::max();
   std::optional<HTTPParser::Kind> http_kind;
   std::list<SocketServerListener*> listeners;
   std::list<std::unique_ptr<SocketClient>> clients;

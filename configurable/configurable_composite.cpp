@@ -65,7 +65,7 @@ bool ConfigurableComposite::read_child_element(std::string_view tag, XMLParser& 
                                   [tag](auto* child) { return SameName(child->name(), tag); });
   parser.SavePosition();
   if (first == child_list.end()) {
-    parser.SkipElement();
+    parser.PassElement();
     return true;
   }
   // The tag itself goes when the parser moves.

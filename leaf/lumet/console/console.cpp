@@ -1,5 +1,6 @@
 #include "leaf/lumet/console/console.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <ctime>
@@ -10,6 +11,9 @@
 #include "common/host_name.h"
 #include "common/network_interface.h"
 #include "common/str_util.h"
+#include "configurable/text_stream.h"
+#include "leaf/lumet/bounds.h"
+#include "leaf/lumet/console/answer.h"
 #include "leaf/lumet/console/rows.h"
 
 namespace {
@@ -49,12 +53,16 @@ class Console::DocumentLock {
 };
 
 void Console::ClientConnected(SocketClient* client) {
+  if (clients.Count() >= bounds::kClients) {
+    ConsoleDelivery::SendLast(client,
+                              DataMsgRow("", "There are too many clients; try again later"));
+    return client->Close();
+  }
   client->SetContext(std::make_shared<LumetSocketContext>());
-  ConsoleDelivery::SendToClient(
-      client,
-      OpeningBlock(doc.Conf().Ver().get(), GetHostName(), doc.Conf().Factory().Serialnumber().get(),
-                   ConsoleName()),
-      BacklogLimit::kReply);
+  clients.SendToClient(client,
+                       OpeningBlock(doc.Conf().Ver().get(), GetHostName(),
+                                    doc.Conf().Factory().Serialnumber().get(), ConsoleName()),
+                       BacklogLimit::kReply);
 }
 
 void Console::ClientDisconnected(SocketClient* client) {
@@ -86,21 +94,50 @@ void Console::Dispatch(SocketClient* client, const std::string& text) {
   if (text[0] != '<' && text[0] != '&')
     HandleRequestText(client, text);
   else if (Contains(text, "&query_changes"))
-    standingQueries.emplace_back(client, text);
+    AddStandingQuery(client, text);
   else
     HandleRequestXML(client, text);
 }
 
-template <class Answer>
-std::string Console::Reply(Answer answer) {
+void Console::AddStandingQuery(SocketClient* client, const std::string& text) {
+  std::size_t own = 0;
+  std::size_t bytes = text.size();
+  for (const auto& [other, query] : standingQueries) {
+    if (other == client) ++own;
+    bytes += query.size();
+  }
+  const char* refusal = own >= bounds::kStandingQueries               ? "Too many standing queries"
+                        : text.size() > bounds::kLongestStandingQuery ? "Standing query too long"
+                        : bytes > bounds::kStandingInAll ? "No room for one more standing query"
+                                                         : nullptr;
+  if (refusal == nullptr) {
+    standingQueries.emplace_back(client, text);
+    return;
+  }
   std::ostringstream reply;
   set_compact(reply, true);
+  doc.report_error(reply, refusal) << "\n";
+  clients.SendToClient(client, reply.str(), BacklogLimit::kReply);
+}
+
+template <class Compose>
+std::string Console::Reply(const SocketClient& client, Compose compose) {
+  constexpr std::size_t kErrorRoom = 1024;
+  Answer reply(std::min(bounds::kLongestAnswer, std::max(clients.Room(client), kErrorRoom)));
+  set_compact(reply, true);
   try {
-    answer(reply);
+    compose(reply);
+  } catch (const Answer::TooLong& error) {
+    reply.Restart();
+    doc.report_error(reply, error.what()) << "\n";
   } catch (const std::exception& error) {
     doc.report_error(reply, error.what()) << "\n";
   }
-  return reply.str();
+  return reply.Take();
+}
+
+void Console::ClientSentTooMuch(SocketClient* client) {
+  ConsoleDelivery::SendLast(client, DataMsgRow("", "A line is too long; the connection ends"));
 }
 
 void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
@@ -108,11 +145,12 @@ void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
   LumetSocketContext& context = ContextOf(client);
   const std::string reply = [&] {
     std::optional<DocumentLock> lock;
-    return Reply([&](std::ostream& out) {
+    return Reply(*client, [&](std::ostream& out) {
       RefreshDynamicFields();
       LoadOutputs(context);
       lock.emplace(doc, HasConsole() && client != consoleClient);
-      std::istringstream in(text);
+      TextInput in;
+      in.Open(text);
       doc.request(in, out);
       out << "\n";
       doc.print_ack(out) << "\n";
@@ -120,7 +158,7 @@ void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
     });
   }();
   if (debug) std::cout << "XML Response: " << reply;
-  ConsoleDelivery::SendToClient(client, reply, BacklogLimit::kReply);
+  clients.SendToClient(client, reply, BacklogLimit::kReply);
 }
 
 void Console::RefreshDynamicFields() {
@@ -188,7 +226,9 @@ void Console::CheckForChanges() {
   // By place: a query whose client fails meanwhile takes itself off.
   for (std::size_t i = 0; i < standingQueries.size(); ++i) {
     const auto [client, text] = standingQueries[i];
-    if (client->IsOpen()) RunStandingQuery(client, text);
+    // Its answer would be lost, and need not be composed.
+    if (client->IsOpen() && client->Backlog() < BacklogLimit::kReply)
+      RunStandingQuery(client, text);
   }
   publish_document();
   doc.set_changed(false);
@@ -199,14 +239,15 @@ void Console::RunStandingQuery(SocketClient* client, const std::string& text) {
   // The switches of one client are no news to another.
   ConfigOutputTavo& output = doc.Conf().Output();
   for (Configurable* leaf : output.children()) leaf->set_changed(false);
-  std::string reply = Reply([&](std::ostream& out) {
-    std::istringstream in(text);
+  std::string reply = Reply(*client, [&](std::ostream& out) {
+    TextInput in;
+    in.Open(text);
     doc.read_document(in, out);
   });
   if (reply.empty()) return;
   reply += "\n";
   if (debug) std::cout << "XML Listener Response: " << reply;
-  ConsoleDelivery::SendToClient(client, reply, BacklogLimit::kReply);
+  clients.SendToClient(client, reply, BacklogLimit::kReply);
 }
 
 void Console::HandleRequestText(SocketClient* client, const std::string& text) {
@@ -244,7 +285,7 @@ void Console::HandleRequestText(SocketClient* client, const std::string& text) {
     case 'T':
       if (Contains(word, "TurnDataClockOn")) {
         Assign(flags, LumetSocketContext::kDataClock, true);
-        ConsoleDelivery::SendToClient(client, kDataClockHeader, BacklogLimit::kReply);
+        clients.SendToClient(client, kDataClockHeader, BacklogLimit::kReply);
       } else if (Contains(word, "TurnDataClockOff")) {
         Assign(flags, LumetSocketContext::kDataClock, false);
       } else if (Contains(word, "TurnWaveformsOn")) {
