@@ -24,8 +24,7 @@ std::size_t ConsoleDelivery::Room(const SocketClient& client) {
       std::cout << "Console: much waits for clients that are behind; they may lose rows\n";
     crowded = full;
   }
-  return std::max(left(bounds::kQueuedInAll, queued),
-                  left(bounds::kQueuedShare, client.QueueMemory()));
+  return std::max(left(bounds::kQueuedInAll, queued), left(bounds::kQueuedShare, client.Backlog()));
 }
 
 void ConsoleDelivery::SendLast(SocketClient* client, std::string_view text) {
