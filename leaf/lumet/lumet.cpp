@@ -364,7 +364,11 @@ void Lumet::GotRawCapture(std::uint32_t, const std::uint8_t* bytes, std::uint32_
     clients.SendToFlagged(rows, LumetSocketContext::kDataRawCapture, BacklogLimit::kDiagnostic);
 }
 
-void Lumet::ClientConnected(SocketClient* client) { console.ClientConnected(client); }
+void Lumet::ClientConnected(SocketClient* client) {
+  console.ClientConnected(client);
+  // The server has just deleted those that are gone.
+  trimmer.Soon();
+}
 
 void Lumet::GotRequest(SocketClient* client, const std::string& text) {
   console.GotRequest(client, text);
