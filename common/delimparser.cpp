@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "common/memory.h"
+
 DelimParser::DelimParser(const std::string& delimiter) { AddDelimiter(delimiter); }
 
 void DelimParser::AddDelimiter(const std::string& delimiter) {
@@ -68,7 +70,17 @@ std::size_t DelimParser::FindMessage(std::size_t& which) {
 }
 
 void DelimParser::Take(std::size_t length, std::string& message) {
+  if (taken == 0 && length == buffer.size()) {
+    // A long message is not copied.
+    message.swap(buffer);
+    return Clear();
+  }
   message.assign(buffer, taken, length);
   taken += length;
   searched = taken;
+}
+
+void DelimParser::Clear() {
+  Release(buffer);
+  taken = searched = 0;
 }

@@ -14,6 +14,9 @@ class DelimParser {
   void AddDelimiter(const std::string& delimiter);
   void Add(std::string_view bytes);
 
+  // Forgets all bytes.
+  void Clear();
+
   // Bytes that belong to no complete message yet.
   std::size_t Pending() const { return buffer.size() - taken; }
 

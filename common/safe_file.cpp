@@ -127,6 +127,18 @@ bool ReplaceLink(const std::string& path, const std::string& target) {
   });
 }
 
+bool AppendToLog(const std::string& path, std::string_view text) {
+  try {
+    StreamFile log(path, O_WRONLY | O_CREAT | O_APPEND);
+    // It has had its time to get there by itself, most often, and this costs nothing.
+    SyncToDisk(log, path);
+    const int written = log.Write(text.data(), static_cast<unsigned>(text.size()));
+    return static_cast<std::size_t>(written) == text.size();
+  } catch (const ErrnoError&) {
+    return false;
+  }
+}
+
 bool KeepBadFile(const std::string& path) {
   const std::string bad = path + ".bad";
   const std::string fresh = bad + ".new";

@@ -4,6 +4,7 @@
 #include <ostream>
 #include <span>
 #include <string>
+#include <string_view>
 
 // Replaces `path` by what `write` writes: first whole, under the name with ".new" behind it, and on
 // the disk, then in one step. Whatever fails, and whenever the power goes, there is the old file or
@@ -27,6 +28,10 @@ void ReplaceFiles(std::span<Replacement> replacements);
 
 // The same for `path` as a symbolic link to `target`.
 bool ReplaceLink(const std::string& path, const std::string& target);
+
+// Appends `text` to a log, which it makes if there is none. All that was appended before is on the
+// disk then, so that no cut of the power costs more than the last text. False if it failed.
+bool AppendToLog(const std::string& path, std::string_view text);
 
 // Gives what stands at `path`, whatever it is, the name with ".bad" behind it as well, in the place
 // of what had that, so that `path` can be replaced without a loss. What can't have two names, as a

@@ -4,6 +4,8 @@
 #include <iostream>
 #include <utility>
 
+#include "common/memory.h"
+
 namespace {
 
 // A network that is away for two minutes costs nobody the connection.
@@ -74,10 +76,11 @@ void SocketClient::Close() {
     socket.Close();
     server.ClientClosed();
     // The object may live long after this; its backlog need not.
-    pending = std::string();
-    inFlight = std::string();
+    Release(pending);
+    Release(inFlight);
     written = 0;
     follows = false;
+    DropInput();
   }
   Remove();
 }
@@ -221,7 +224,18 @@ void SocketClient::CloseOn(const char* event) {
 
 void SocketClient::GotData(const std::string& text) { TellRequest(text); }
 
-std::size_t SocketClient::MessageLimit() const { return server.GetMessageLimit(); }
+void SocketClient::LimitUnfinished() {
+  if (Unfinished() > server.GetMessageLimit())
+    CloseForLength("closing a client whose message has no end");
+  else
+    server.LimitUnfinished();
+}
+
+void SocketClient::CloseForLength(const char* reason) {
+  std::cout << "SocketClient: " << reason << "\n";
+  Tell([this](SocketServerListener& listener) { listener.ClientSentTooMuch(this); });
+  Close();
+}
 
 void SocketClient::TellRequest(const std::string& text) {
   Tell([&](SocketServerListener& listener) { listener.GotRequest(this, text); });
@@ -231,10 +245,11 @@ void SocketClientParseData::GotData(const std::string& text) {
   parser.Add(text);
   // What follows a message that closed the client was sent to nobody.
   while (IsOpen() && parser.Next(message)) TellRequest(message);
-  constexpr std::size_t kMostKeptRoom = 1024;
-  if (message.capacity() > kMostKeptRoom) message = std::string();
-  if (IsOpen() && parser.Pending() > MessageLimit()) {
-    std::cout << "SocketClient: closing a client whose message has no end\n";
-    Close();
-  }
+  Release(message);
+  if (!IsOpen()) return;
+  // One read more or less is small change.
+  constexpr std::size_t kOneRead = 4096;
+  if (parser.Pending() > kOneRead) LimitUnfinished();
 }
+
+void SocketClientParseData::DropInput() { parser.Clear(); }

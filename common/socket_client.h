@@ -56,6 +56,11 @@ class SocketClient : public PollItem {
     return follows ? Unread() : pending.size() + inFlight.size() - written;
   }
 
+  // Bytes of memory that the queue takes.
+  std::size_t QueueMemory() const { return pending.capacity() + inFlight.capacity(); }
+  // Bytes of a message that has not ended yet.
+  virtual std::size_t Unfinished() const { return 0; }
+
   const std::shared_ptr<SocketClientContext>& GetContext() const { return context; }
   void SetContext(std::shared_ptr<SocketClientContext> new_context);
 
@@ -73,7 +78,10 @@ class SocketClient : public PollItem {
   // The peer has shut down its sending side.
   virtual void GotEndOfInput() {}
   void TellRequest(const std::string& text);
-  std::size_t MessageLimit() const;
+  // The client closes: what was received and not handed on goes.
+  virtual void DropInput() {}
+  // Closes this or another client when too much is unfinished.
+  void LimitUnfinished();
   // Calls `call` with every listener of the server.
   template <class Call>
   void Tell(Call call) {
@@ -109,6 +117,8 @@ class SocketClient : public PollItem {
   void WriteChunk();
   void FinishWriting();
   void CloseOn(const char* event);
+  // Tells the listeners, prints a line of the `reason`, and closes.
+  void CloseForLength(const char* reason);
 
   SocketClientOwner& server;
   Socket socket;
@@ -133,8 +143,11 @@ class SocketClientParseData : public SocketClient {
                         const Connection&... connection)
       : SocketClient(owner, connection...), parser(delimiter) {}
 
+  std::size_t Unfinished() const override { return parser.Pending(); }
+
  protected:
   void GotData(const std::string& text) override;
+  void DropInput() override;
 
  private:
   DelimParser parser;

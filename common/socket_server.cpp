@@ -192,6 +192,18 @@ void SocketServer::Expired() {
   Extend(keep_alive_period_ms);
 }
 
+void SocketServer::LimitUnfinished() {
+  std::size_t total = 0;
+  SocketClient* longest = nullptr;
+  for (const auto& client : clients) {
+    const std::size_t unfinished = client->Unfinished();
+    total += unfinished;
+    if (longest == nullptr || unfinished > longest->Unfinished()) longest = client.get();
+  }
+  if (longest != nullptr && total > unfinished_limit)
+    longest->CloseForLength("closing the client with the longest of too many unfinished messages");
+}
+
 SocketClient* SocketServer::Adopt(std::unique_ptr<SocketClient> client) {
   Tell([&](SocketServerListener& listener) { listener.ClientConnected(client.get()); });
   clients.push_back(std::move(client));

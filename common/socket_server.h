@@ -66,6 +66,7 @@ class SocketServer : public PollItem, public PollTimer, public SocketClientOwner
   void Flush() override;
   // The descriptor of a client is free again.
   void ClientClosed() override { ResumeAccepting(); }
+  void LimitUnfinished() override;
   const char* GetName() override { return "SocketServer"; }
 
  private:

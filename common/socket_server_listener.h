@@ -22,6 +22,8 @@ class SocketServerListener {
   virtual void ClientActive(SocketClient* /*client*/) {}
   // One message, with its delimiter; without a delimiter, one chunk of bytes.
   virtual void GotRequest(SocketClient* /*client*/, const std::string& /*text*/) {}
+  // The client is about to be closed, since its message grows too long.
+  virtual void ClientSentTooMuch(SocketClient* /*client*/) {}
   // Whether what is queued for this client may be written now. If not, it is asked again in the
   // next turn of the loop.
   virtual bool ClientMayWrite(SocketClient* /*client*/) { return true; }
@@ -60,15 +62,21 @@ class SocketClientOwner : public PollFlushHandler {
   // No limit by default.
   void SetMessageLimit(std::size_t bytes) { message_limit = bytes; }
   std::size_t GetMessageLimit() const { return message_limit; }
+  // Closes the client with the longest message that has not ended, with a line on standard output,
+  // when all of them together have more bytes than this. No limit by default.
+  void SetUnfinishedLimit(std::size_t bytes) { unfinished_limit = bytes; }
 
   // The descriptor of a client is free again.
   virtual void ClientClosed() {}
+  // A client has more of a message than before.
+  virtual void LimitUnfinished() {}
 
  protected:
   friend class SocketClient;
   Broadcast broadcast;
   bool all_follow = true;  // every open client follows it
   std::string received;    // by the client that is being read
+  std::size_t unfinished_limit = std::numeric_limits<std::size_t>::max();
 
  private:
   std::list<SocketServerListener*> listeners;

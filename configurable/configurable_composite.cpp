@@ -67,7 +67,7 @@ bool ConfigurableComposite::read_child_element(std::string_view tag, XMLParser& 
                          : std::find_if(child_list.begin(), child_list.end(), has_name);
   parser.SavePosition();
   if (first == child_list.end()) {
-    parser.SkipElement();
+    parser.PassElement();
     return true;
   }
   // The tag itself goes when the parser moves.

@@ -17,6 +17,13 @@ void ConfigurableCompositeDynamicBase::add(Configurable* child) {
   mark_changed();
 }
 
+void ConfigurableCompositeDynamicBase::remove_first() {
+  if (child_list.empty()) return;
+  delete child_list.front();
+  child_list.erase(child_list.begin());
+  mark_changed();
+}
+
 void ConfigurableCompositeDynamicBase::remove_last() {
   if (child_list.empty()) return;
   delete child_list.back();
@@ -82,6 +89,8 @@ bool ConfigurableCompositeDynamicBase::read_child_element(std::string_view tag, 
     clear_on_next = false;
   }
   add(make_child(std::string(tag)).release());
+  // Nobody reads an element of a list again.
+  parser.SavePosition();
   // A composite child reads on where one of its own has failed; it is left out all the same.
   const unsigned errors_before = writer.Errors();
   try {

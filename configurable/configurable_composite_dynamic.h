@@ -25,6 +25,7 @@ class ConfigurableCompositeDynamicBase : public ConfigurableComposite {
   virtual bool same_child(const Configurable& a, const Configurable& b) const = 0;
 
   // Each marks the composite changed if it removes something.
+  void remove_first();
   void remove_last();
   void remove_all();
   // `key` may be one of the children.

@@ -48,6 +48,8 @@ XMLParser::Token XMLParser::NextToken() {
     ++current;
     return GetCurrToken();
   }
+  constexpr std::size_t kMany = 1024;
+  if (mark >= kMany) Forget();
   reading = {START_DOC, static_cast<std::uint32_t>(texts.size()), 0, 0};
   reading.kind = in.fail() ? EndOrError() : ReadToken();
   if (reading.kind == ERROR) {
@@ -76,11 +78,34 @@ void XMLParser::ClearError() {
   --current;
 }
 
+void XMLParser::Forget() {
+  // The end of the element that began last has its name there.
+  const std::uint32_t end = std::min(tokens[mark].start, tag_name.start);
+  texts.erase(0, end);
+  tokens.erase(tokens.begin(), tokens.begin() + static_cast<std::ptrdiff_t>(mark));
+  for (TokenInfo& token : tokens) token.start -= end;
+  tag_name.start -= end;
+  current -= mark;
+  mark = 0;
+}
+
 XMLParser::Token XMLParser::SkipElement() {
+  return EndElement([this] { return NextToken(); });
+}
+
+XMLParser::Token XMLParser::PassElement() {
+  return EndElement([this] {
+    SavePosition();
+    return NextToken();
+  });
+}
+
+template <class Move>
+XMLParser::Token XMLParser::EndElement(Move move) {
   ClearError();
   std::size_t depth = 1;
   while (true) {
-    const Token kind = NextToken();
+    const Token kind = move();
     switch (kind) {
       case START_ELEMENT:
         ++depth;

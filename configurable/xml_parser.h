@@ -15,8 +15,8 @@
 // element again. The dialect is loose; names may hold '&' and ';', and text may stand outside the
 // root.
 //
-// Never throws on bad input. Reads no further than the token that was asked for. The text of all
-// tokens is kept until the parser goes, since they may be read again.
+// Never throws on bad input. Reads no further than the token that was asked for. Tokens are kept
+// from the saved position on, since they may be read again.
 class XMLParser {
  public:
   enum Token {
@@ -59,6 +59,8 @@ class XMLParser {
   void ClearError();
   // Passes the rest of the element that is open. Returns the kind at which it stopped.
   Token SkipElement();
+  // The same for an element that nobody reads again: no position is saved then.
+  Token PassElement();
 
  private:
   // Where the texts of a token stand in `texts`, the value behind the string.
@@ -69,6 +71,10 @@ class XMLParser {
     std::uint32_t value_length;
   };
 
+  template <class Move>
+  Token EndElement(Move move);
+  // Frees the tokens ahead of the saved position.
+  void Forget();
   Token ReadToken();
   Token ReadInsideTag();
   Token ReadOutsideTags();

@@ -1,13 +1,20 @@
 #include "configurable/xml_writer.h"
 
 #include <algorithm>
+#include <exception>
 
 #include "configurable/xml_text.h"
 
 XMLWriter::XMLWriter(std::ostream& out, bool indented, ValueStreams* kept)
-    : stream(out), indent(indented), values(kept != nullptr ? *kept : own_values) {}
+    : stream(out),
+      indent(indented),
+      values(kept != nullptr ? *kept : own_values),
+      exceptions_before(std::uncaught_exceptions()) {}
 
-XMLWriter::~XMLWriter() { flush(); }
+XMLWriter::~XMLWriter() noexcept(false) {
+  // A stream that has thrown takes no more.
+  if (std::uncaught_exceptions() == exceptions_before) flush();
+}
 
 void XMLWriter::start_element(std::string_view name, bool known) {
   close_tag();

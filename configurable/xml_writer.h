@@ -16,7 +16,8 @@ class XMLWriter {
  public:
   // `out`, and `kept` if it is given, must outlive this.
   XMLWriter(std::ostream& out, bool indented, ValueStreams* kept = nullptr);
-  ~XMLWriter();
+  // Throws what the stream throws, unless an exception is on its way already.
+  ~XMLWriter() noexcept(false);
   XMLWriter(const XMLWriter&) = delete;
   XMLWriter& operator=(const XMLWriter&) = delete;
 
@@ -70,6 +71,7 @@ class XMLWriter {
   unsigned errors = 0;
   ValueStreams own_values;
   ValueStreams& values;
+  int exceptions_before;
   std::array<char, 2048> buffer;
   std::size_t used = 0;
   std::size_t flushed = 0;

@@ -23,6 +23,12 @@
 
 namespace {
 
+EventAnalysis Analyse(const std::deque<DataSample>& samples) {
+  EventSamples event;
+  for (const DataSample& sample : samples) event.Add(sample);
+  return AnalyseEvent(event);
+}
+
 using Samples = std::deque<DataSample>;
 
 constexpr double kFlash = 8000;  // µmol/m²/s
@@ -226,7 +232,7 @@ TEST_P(Leaves, AreWhatTheHeadFindsThemToBe) {
     Desk rested(GetParam(), 0, kFlash, 250);
     const double fo = rested.Measure(20);
     const Samples flash = rested.Event(DSPCode::StartMultiPhaseFlash, 1.2);
-    const double fm = AnalyseEvent(flash).FMax();
+    const double fm = Analyse(flash).FMax();
     EXPECT_NEAR(1 - fo / fm, 0.8, 0.01) << "Fv/Fm";
     // The measuring light at 250 kHz is light as well.
     EXPECT_NEAR(flash.front().values[DataSample::PFD], 242, 1);
@@ -240,7 +246,7 @@ TEST_P(Leaves, AreWhatTheHeadFindsThemToBe) {
     Desk lit(GetParam(), q, kFlash, 250);
     const double fs = lit.Measure(900);
     EXPECT_NEAR(fs, scale * truth.Fluorescence(), 0.005 * fm) << "Fs";
-    const EventAnalysis multiphase = AnalyseEvent(lit.Event(DSPCode::StartMultiPhaseFlash, 1.2));
+    const EventAnalysis multiphase = Analyse(lit.Event(DSPCode::StartMultiPhaseFlash, 1.2));
     const double fm_lit = multiphase.FMax();
     EXPECT_NEAR(multiphase.q_max, kFlash + 242, 30);
     EXPECT_NEAR(fm_lit, scale * truth.Fm(), 0.01 * scale * truth.Fm()) << "Fm'";
@@ -258,7 +264,7 @@ TEST_P(Leaves, AreWhatTheHeadFindsThemToBe) {
     const Samples dark = lit.Event(DSPCode::StartDarkPulse, 6.2);
     truth.Advance(60, q + 19.4, 0);
     const double fo_lit = scale * truth.Fo();
-    EXPECT_NEAR(AnalyseEvent(dark).dark.min, fo_lit, 0.006 * fm) << "Fo'";
+    EXPECT_NEAR(Analyse(dark).dark.min, fo_lit, 0.006 * fm) << "Fo'";
     const auto after = [&](std::uint16_t code, std::size_t samples) {
       auto at = std::find_if(dark.begin(), dark.end(),
                              [&](const DataSample& sample) { return sample.code == code; });

@@ -16,13 +16,12 @@
 #include "common/network_interface.h"
 #include "common/print_exception.h"
 #include "common/steps.h"
+#include "leaf/lumet/bounds.h"
 #include "leaf/lumet/bus/announcement.h"
 #include "leaf/lumet/light/calibration.h"
 #include "leaf/lumet/version.h"
 
 namespace {
-
-constexpr std::size_t kLongestRequest = std::size_t{4} << 20;  // bytes
 
 // Listeners hear in the order of their names; this one is first.
 const std::string kListenerName = "00-Lumet";
@@ -89,7 +88,9 @@ Lumet::Lumet(const Instrument& instrument, const Machine& machine, bool debug, b
   dsp.SetListener(this);
   dsp.SetOutputFormat(kOutputFormat);
   server.AddListener(this);
-  server.SetMessageLimit(kLongestRequest);
+  server.SetMessageLimit(bounds::kLongestRequest);
+  server.SetUnfinishedLimit(bounds::kUnfinishedInAll);
+  doc.Conf().History().set_limit(bounds::kHistoryRecords);
   server.Listen(ConsoleAddress(instrument));
   instrument.console_listens(server.GetPort());
   if (instrument.discovery) bonjour.Restart();
@@ -104,6 +105,7 @@ Lumet::~Lumet() {
 }
 
 void Lumet::run() {
+  ReturnLargeMemory();
   Guarded([this] {
     PollProcessor* loop = PollProcessor::Instance();
     loop->AddQuitSignal(SIGINT);
@@ -295,7 +297,13 @@ void Lumet::PublishData(const DataSample& sample) {
 }
 
 void Lumet::FollowEvents(const DataSample& sample) {
-  if (sample.code != kMeasuring) return events.Gather(sample);
+  if (sample.code != kMeasuring) {
+    events.Gather(sample);
+    if (!events.IsFull()) return;
+    ShowMessage("", "The event is longer than " + std::to_string(bounds::kEventSamples) +
+                        " samples; what follows is the next event");
+    return FinishEvent();
+  }
   if (!events.IsEmpty()) FinishEvent();
   if (light_controller.Step(sample.values[DataSample::PFD])) ApplyTimingSettings();
 }
@@ -305,12 +313,12 @@ void Lumet::FinishEvent() {
                                           flash_modrate_in_force, dark_modrate_in_force};
   // Whatever comes of it, the next event is another one; and the number of this is used.
   EventRecorder finished = std::exchange(events, {});
+  trimmer.Soon();
   if (!bus.IsConnected() && !debug) return;
   std::string room;
   room.reserve(finished.RecordRoom());
   std::ostringstream out(std::move(room));
   const EventAnalysis::Kind kind = finished.WriteEvent(out, doc.Conf(), context);
-  finished.Clear();
   const std::string record = std::move(out).str();
   if (debug) std::cout << record << std::endl;
   if (kind == EventAnalysis::kDark)
@@ -367,7 +375,11 @@ void Lumet::LostRegisterReads(std::size_t count) { registers.LostReads(count); }
 
 void Lumet::LostDevice() { registers.LostAllReads(); }
 
-void Lumet::ClientConnected(SocketClient* client) { console.ClientConnected(client); }
+void Lumet::ClientConnected(SocketClient* client) {
+  console.ClientConnected(client);
+  // The server has just deleted those that are gone.
+  trimmer.Soon();
+}
 
 void Lumet::GotRequest(SocketClient* client, const std::string& text) {
   console.GotRequest(client, text);
@@ -376,7 +388,10 @@ void Lumet::GotRequest(SocketClient* client, const std::string& text) {
 
 bool Lumet::ClientMayWrite(SocketClient* client) { return saver.MayLeave(client); }
 
-void Lumet::ClientDisconnected(SocketClient* client) { console.ClientDisconnected(client); }
+void Lumet::ClientDisconnected(SocketClient* client) {
+  console.ClientDisconnected(client);
+  trimmer.Soon();
+}
 
 void Lumet::Expired() {
   if (instrument.discovery)

@@ -7,6 +7,7 @@
 
 #include "common/bonjour_client.h"
 #include "common/machine.h"
+#include "common/memory.h"
 #include "common/mqtt_client.h"
 #include "common/poll_processor.h"
 #include "common/restore_network_sanity.h"
@@ -80,6 +81,7 @@ class Lumet : public DSPDevice::Listener,
   // What clients do.
   void ClientConnected(SocketClient* client) override;
   void GotRequest(SocketClient* client, const std::string& text) override;
+  void ClientSentTooMuch(SocketClient* client) override { console.ClientSentTooMuch(client); }
   bool ClientMayWrite(SocketClient* client) override;
   void ClientDisconnected(SocketClient* client) override;
 
@@ -156,6 +158,7 @@ class Lumet : public DSPDevice::Listener,
   RegisterConsole registers;
   Console console;
   RestoreNetworkSanity route_watch;
+  MemoryTrimmer trimmer;
   bool* reboot;
   bool* poweroff;
   bool debug;

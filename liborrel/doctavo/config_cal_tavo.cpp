@@ -1,5 +1,9 @@
 #include "liborrel/doctavo/config_cal_tavo.h"
 
+#include <utility>
+
+#include "configurable/xml_parser.h"
+
 void ConfigCalHistoryTavo::copy(ConfigCalRecordTavo& target,
                                 const ConfigCalRecordTavo& source) const {
   target.Time().set(source.Time().get());
@@ -12,4 +16,28 @@ bool ConfigCalHistoryTavo::same(const ConfigCalRecordTavo& a, const ConfigCalRec
   const double time_a = a.Time().get().get();
   const double time_b = b.Time().get().get();
   return !(time_a < time_b) && !(time_b < time_a);
+}
+
+void ConfigCalHistoryTavo::add(Configurable* child) {
+  if (size() >= limit) remove_first();
+  ConfigurableCompositeDynamic::add(child);
+}
+
+bool ConfigCalHistoryTavo::read_element(XMLParser& parser, XMLWriter& writer) {
+  any_read = any_refused = false;
+  return ConfigurableCompositeDynamic::read_element(parser, writer);
+}
+
+bool ConfigCalHistoryTavo::read_child_element(std::string_view tag, XMLParser& parser,
+                                              XMLWriter& writer) {
+  // The first one replaces the list.
+  if (size() < limit || !std::exchange(any_read, true)) {
+    any_read = true;
+    return ConfigurableCompositeDynamic::read_child_element(tag, parser, writer);
+  }
+  // All of them are told at once: an answer of a million errors helps nobody.
+  if (!std::exchange(any_refused, true))
+    write_error("more than " + std::to_string(limit) + " records", writer);
+  parser.PassElement();
+  return true;
 }

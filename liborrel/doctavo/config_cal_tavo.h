@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
+#include <limits>
 #include <string>
+#include <string_view>
 
 #include "common/timestamp.h"
 #include "configurable/child.h"
@@ -40,12 +43,23 @@ class ConfigCalRecordTavo : public ConfigurableComposite {
         Pc0(this, "Pc0", units::kNone, "Zero of the light sensor from then on", pc0) {}
 };
 
-// All zeros that were taken, in the order of arrival. Two records of one time are the same.
+// All zeros that were taken, in the order of arrival. Two records of one time are the same. With a
+// limit, further records of a document are refused, and one that is added takes the oldest's place.
 class ConfigCalHistoryTavo : public ConfigurableCompositeDynamic<ConfigCalRecordTavo> {
  public:
   ConfigCalHistoryTavo() : ConfigurableCompositeDynamic("history") {}
 
+  void set_limit(std::size_t records) { limit = records; }
+  void add(Configurable* child) override;
+  bool read_element(XMLParser& parser, XMLWriter& writer) override;
+  bool read_child_element(std::string_view tag, XMLParser& parser, XMLWriter& writer) override;
+
  protected:
   void copy(ConfigCalRecordTavo& target, const ConfigCalRecordTavo& source) const override;
   bool same(const ConfigCalRecordTavo& a, const ConfigCalRecordTavo& b) const override;
+
+ private:
+  std::size_t limit = std::numeric_limits<std::size_t>::max();
+  bool any_read = false;  // of the element that is being read
+  bool any_refused = false;
 };

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "common/poll_processor.h"
+#include "common/safe_file.h"
 
 namespace {
 
@@ -140,19 +141,10 @@ class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
     Json::StreamWriterBuilder compact;
     compact["indentation"] = "";
     // A power cut, a full disk: what failed before is no reason not to try again.
-    const std::string line =
-        (EndsInALine(path) ? "" : "\n") + Json::writeString(compact, state) + "\n";
-    output.clear();
-    if (!output.is_open()) {
-      // Without a buffer, nothing of a failed write is left behind to come later.
-      output.rdbuf()->pubsetbuf(nullptr, 0);
-      output.open(path, std::ios::app);
-    }
-    output << line << std::flush;
+    AppendToLog(path, (EndsInALine(path) ? "" : "\n") + Json::writeString(compact, state) + "\n");
   }
 
   std::string path;
-  std::ofstream output;
   Json::Value state;
   int ticks_since_write = 0;
 };

@@ -1,5 +1,6 @@
 #include "leaf/lumet/console/console.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <ctime>
@@ -11,6 +12,9 @@
 #include "common/network_interface.h"
 #include "common/str_util.h"
 #include "configurable/kept_document.h"
+#include "configurable/text_stream.h"
+#include "leaf/lumet/bounds.h"
+#include "leaf/lumet/console/answer.h"
 #include "leaf/lumet/console/rows.h"
 
 namespace {
@@ -56,12 +60,16 @@ class Console::DocumentLock {
 };
 
 void Console::ClientConnected(SocketClient* client) {
+  if (clients.Count() >= bounds::kClients) {
+    ConsoleDelivery::SendLast(client,
+                              DataMsgRow("", "There are too many clients; try again later"));
+    return client->Close();
+  }
   client->SetContext(std::make_shared<LumetSocketContext>());
-  ConsoleDelivery::SendToClient(
-      client,
-      OpeningBlock(doc.Conf().Ver().get(), GetHostName(), doc.Conf().Factory().Serialnumber().get(),
-                   ConsoleName()),
-      BacklogLimit::kReply);
+  clients.SendToClient(client,
+                       OpeningBlock(doc.Conf().Ver().get(), GetHostName(),
+                                    doc.Conf().Factory().Serialnumber().get(), ConsoleName()),
+                       BacklogLimit::kReply);
 }
 
 void Console::ClientDisconnected(SocketClient* client) {
@@ -93,21 +101,50 @@ void Console::Dispatch(SocketClient* client, const std::string& text) {
   if (text[0] != '<' && text[0] != '&')
     HandleRequestText(client, text);
   else if (Contains(text, "&query_changes"))
-    standingQueries.emplace_back(client, std::make_shared<KeptDocument>(text));
+    AddStandingQuery(client, text);
   else
     HandleRequestXML(client, text);
 }
 
-template <class Answer>
-std::string Console::Reply(Answer answer) {
-  const Borrowed reply(streams.outputs);
-  set_compact(*reply, true);
-  try {
-    answer(*reply);
-  } catch (const std::exception& error) {
-    doc.report_error(*reply, error.what()) << "\n";
+void Console::AddStandingQuery(SocketClient* client, const std::string& text) {
+  std::size_t own = 0;
+  std::size_t bytes = text.size();
+  for (const auto& [other, query] : standingQueries) {
+    if (other == client) ++own;
+    bytes += query->Text().size();
   }
-  return reply->Text();
+  const char* refusal = own >= bounds::kStandingQueries               ? "Too many standing queries"
+                        : text.size() > bounds::kLongestStandingQuery ? "Standing query too long"
+                        : bytes > bounds::kStandingInAll ? "No room for one more standing query"
+                                                         : nullptr;
+  if (refusal == nullptr) {
+    standingQueries.emplace_back(client, std::make_shared<KeptDocument>(text));
+    return;
+  }
+  std::ostringstream reply;
+  set_compact(reply, true);
+  doc.report_error(reply, refusal) << "\n";
+  clients.SendToClient(client, reply.str(), BacklogLimit::kReply);
+}
+
+template <class Compose>
+std::string Console::Reply(const SocketClient& client, Compose compose) {
+  constexpr std::size_t kErrorRoom = 1024;
+  Answer reply(std::min(bounds::kLongestAnswer, std::max(clients.Room(client), kErrorRoom)));
+  set_compact(reply, true);
+  try {
+    compose(reply);
+  } catch (const Answer::TooLong& error) {
+    reply.Restart();
+    doc.report_error(reply, error.what()) << "\n";
+  } catch (const std::exception& error) {
+    doc.report_error(reply, error.what()) << "\n";
+  }
+  return reply.Take();
+}
+
+void Console::ClientSentTooMuch(SocketClient* client) {
+  ConsoleDelivery::SendLast(client, DataMsgRow("", "A line is too long; the connection ends"));
 }
 
 void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
@@ -115,7 +152,7 @@ void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
   LumetSocketContext& context = ContextOf(client);
   const std::string reply = [&] {
     std::optional<DocumentLock> lock;
-    return Reply([&](std::ostream& out) {
+    return Reply(*client, [&](std::ostream& out) {
       RefreshDynamicFields();
       LoadOutputs(context);
       lock.emplace(doc, HasConsole() && client != consoleClient);
@@ -127,7 +164,7 @@ void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
     });
   }();
   if (debug) std::cout << "XML Response: " << reply;
-  ConsoleDelivery::SendToClient(client, reply, BacklogLimit::kReply);
+  clients.SendToClient(client, reply, BacklogLimit::kReply);
 }
 
 void Console::RefreshDynamicFields() {
@@ -200,7 +237,9 @@ void Console::CheckForChanges() {
   // By place: a query whose client fails meanwhile takes itself off.
   for (std::size_t i = 0; i < standingQueries.size(); ++i) {
     const auto [client, query] = standingQueries[i];
-    if (client->IsOpen()) RunStandingQuery(client, *query);
+    // Its answer would be lost, and need not be composed.
+    if (client->IsOpen() && client->Backlog() < BacklogLimit::kReply)
+      RunStandingQuery(client, *query);
   }
   publish_document();
   doc.set_changed(false);
@@ -211,11 +250,11 @@ void Console::RunStandingQuery(SocketClient* client, KeptDocument& query) {
   // The switches of one client are no news to another.
   ConfigOutputTavo& output = doc.Conf().Output();
   for (Configurable* leaf : output.children()) leaf->set_changed(false);
-  std::string reply = Reply([&](std::ostream& out) { doc.read_document(query, out); });
+  std::string reply = Reply(*client, [&](std::ostream& out) { doc.read_document(query, out); });
   if (reply.empty()) return;
   reply += "\n";
   if (debug) std::cout << "XML Listener Response: " << reply;
-  ConsoleDelivery::SendToClient(client, reply, BacklogLimit::kReply);
+  clients.SendToClient(client, reply, BacklogLimit::kReply);
 }
 
 void Console::HandleRequestText(SocketClient* client, const std::string& text) {
@@ -253,7 +292,7 @@ void Console::HandleRequestText(SocketClient* client, const std::string& text) {
     case 'T':
       if (Contains(word, "TurnDataClockOn")) {
         Assign(flags, LumetSocketContext::kDataClock, true);
-        ConsoleDelivery::SendToClient(client, kDataClockHeader, BacklogLimit::kReply);
+        clients.SendToClient(client, kDataClockHeader, BacklogLimit::kReply);
       } else if (Contains(word, "TurnDataClockOff")) {
         Assign(flags, LumetSocketContext::kDataClock, false);
       } else if (Contains(word, "TurnWaveformsOn")) {

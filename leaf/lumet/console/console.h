@@ -36,6 +36,7 @@ class Console {
 
   void ClientConnected(SocketClient* client);
   void ClientDisconnected(SocketClient* client);
+  void ClientSentTooMuch(SocketClient* client);
   // One line, with its line feed.
   void GotRequest(SocketClient* client, const std::string& text);
 
@@ -56,8 +57,9 @@ class Console {
   void HandleRequestXML(SocketClient* client, const std::string& text);
   void HandleRequestText(SocketClient* client, const std::string& text);
   // What document request it answers, its reply: errors that are thrown become its `error` element.
-  template <class Answer>
-  std::string Reply(Answer answer);
+  template <class Compose>
+  std::string Reply(const SocketClient& client, Compose compose);
+  void AddStandingQuery(SocketClient* client, const std::string& text);
   void RunStandingQuery(SocketClient* client, KeptDocument& query);
   void LoadOutputs(const LumetSocketContext& context);
   void StoreOutputs(LumetSocketContext& context, std::ostream& reply);

@@ -1,9 +1,35 @@
 #include "leaf/lumet/console/console_delivery.h"
 
 #include <algorithm>
+#include <iostream>
+
+#include "leaf/lumet/bounds.h"
 
 void ConsoleDelivery::SendToClient(SocketClient* client, std::string_view text, std::size_t limit) {
-  if (client != nullptr && client->Backlog() < limit) client->Send(text);
+  if (client == nullptr || client->Backlog() >= limit) return;
+  if (queued + text.size() > bounds::kQueuedInAll && text.size() > Room(*client)) return;
+  client->Send(text);
+  queued += text.size();
+}
+
+std::size_t ConsoleDelivery::Room(const SocketClient& client) {
+  const auto left = [](std::size_t bound, std::size_t used) {
+    return bound - std::min(bound, used);
+  };
+  if (queued > bounds::kQueuedInAll / 2) {
+    queued = 0;
+    for (const auto& each : server.Clients()) queued += each->QueueMemory();
+    const bool full = queued > bounds::kQueuedInAll / 2;
+    if (full && !crowded)
+      std::cout << "Console: much waits for clients that are behind; they may lose rows\n";
+    crowded = full;
+  }
+  return std::max(left(bounds::kQueuedInAll, queued), left(bounds::kQueuedShare, client.Backlog()));
+}
+
+void ConsoleDelivery::SendLast(SocketClient* client, std::string_view text) {
+  client->Send(text);
+  client->HandleWrite();
 }
 
 void ConsoleDelivery::SendToAll(std::string_view text, std::size_t limit) {

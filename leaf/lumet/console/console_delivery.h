@@ -31,16 +31,22 @@ struct BacklogLimit {
 };
 
 // How every text reaches console clients. A client whose backlog has reached `limit` silently
-// loses the text and stays connected.
+// loses the text and stays connected, and so does one that is behind while too much waits for all.
 class ConsoleDelivery {
  public:
   // `console_server` must outlive this.
   explicit ConsoleDelivery(SocketServer& console_server) : server(console_server) {}
 
   // A null client is ignored.
-  static void SendToClient(SocketClient* client, std::string_view text, std::size_t limit);
+  void SendToClient(SocketClient* client, std::string_view text, std::size_t limit);
+  // Bytes that may be queued for this client now.
+  std::size_t Room(const SocketClient& client);
+  // To a client that is about to be closed: what it takes at once.
+  static void SendLast(SocketClient* client, std::string_view text);
   // To every client, in the order of connection.
   void SendToAll(std::string_view text, std::size_t limit);
+  // How many clients there are.
+  std::size_t Count() const { return server.Clients().size(); }
   // Whether there is any client to send to.
   bool AnyoneListens() const { return !server.Clients().empty(); }
   // Whether any client has `output` on.
@@ -52,4 +58,7 @@ class ConsoleDelivery {
   static bool Wants(const SocketClient& client, LumetSocketContext::Output output);
 
   SocketServer& server;
+  // Memory of all queues, or more: what was sent since it was counted is added.
+  std::size_t queued = 0;
+  bool crowded = false;  // it was said that too much waits
 };

@@ -60,7 +60,7 @@ void RegisterConsole::SendWrite(SocketClient* client, std::uint16_t address, std
 void RegisterConsole::TellDropped(SocketClient* client, const std::string& command) {
   const std::string row =
       DataMsgRow("The signal processor takes no more commands now. Dropped: ", command);
-  ConsoleDelivery::SendToClient(client, row, BacklogLimit::kReply);
+  clients.SendToClient(client, row, BacklogLimit::kReply);
 }
 
 void RegisterConsole::GotValue(std::uint16_t address, std::uint16_t value) {

@@ -40,7 +40,7 @@ class RegisterConsole {
  private:
   void SendRead(SocketClient* client, std::uint16_t address);
   void SendWrite(SocketClient* client, std::uint16_t address, std::uint16_t value);
-  static void TellDropped(SocketClient* client, const std::string& command);
+  void TellDropped(SocketClient* client, const std::string& command);
 
   DSPDevice& dsp;
   ConsoleDelivery& clients;

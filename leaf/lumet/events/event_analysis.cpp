@@ -21,17 +21,18 @@ float EventAnalysis::FMax() const {
   return p2_intercept < p1.max ? p1.max : p2_intercept;
 }
 
-EventAnalysis AnalyseEvent(const std::deque<DataSample>& samples) {
+EventAnalysis AnalyseEvent(const EventSamples& samples) {
   constexpr float kReciprocal = 10000;
   EventAnalysis result;
   std::vector<float> x;
   std::vector<float> y;
   std::vector<float> t;
   std::vector<float> q;
-  for (const DataSample& sample : samples) {
-    const float F = sample.values[DataSample::LUMET];
-    const float Q = sample.values[DataSample::PFD];
-    switch (sample.code) {
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    const float F = samples.lumet[i];
+    const float Q = samples.pfd[i];
+    const std::uint16_t code = samples.code[i];
+    switch (code) {
       case kFlash:
         result.kind = EventAnalysis::kFlash;
         result.q_max = std::max(result.q_max, Q);
@@ -42,15 +43,15 @@ EventAnalysis AnalyseEvent(const std::deque<DataSample>& samples) {
       case kPhase3:
         result.kind = EventAnalysis::kMultiPhase;
         result.q_max = std::max(result.q_max, Q);
-        if (sample.code == kPhase1) {
+        if (code == kPhase1) {
           result.p1.Add(F);
-        } else if (sample.code == kPhase3) {
+        } else if (code == kPhase3) {
           result.p3_q = std::max(result.p3_q, Q);
           result.p3.Add(F);
         } else {
           x.push_back(kReciprocal / Q);
           y.push_back(F);
-          t.push_back(static_cast<float>(sample.time - samples.front().time));
+          t.push_back(static_cast<float>(samples.time[i] - samples.time.front()));
           q.push_back(Q);
         }
         break;
@@ -59,7 +60,7 @@ EventAnalysis AnalyseEvent(const std::deque<DataSample>& samples) {
       case kDarkAfterFarRed:
         result.kind = EventAnalysis::kDark;
         result.q_min = std::min(result.q_min, Q);
-        if (sample.code == kDarkAfterFarRed) result.dark.Add(F);
+        if (code == kDarkAfterFarRed) result.dark.Add(F);
         break;
       default:
         break;

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <deque>
 #include <limits>
 
-#include "leaf/lumet/link/sample.h"
+#include "leaf/lumet/events/event_samples.h"
 
 // What the run of samples of one flash or dark pulse tells.
 
@@ -47,4 +46,4 @@ struct EventAnalysis {
   float P3DeltaF() const { return p3.max - p3_predicted_f; }
 };
 
-EventAnalysis AnalyseEvent(const std::deque<DataSample>& samples);
+EventAnalysis AnalyseEvent(const EventSamples& samples);

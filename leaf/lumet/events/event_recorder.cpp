@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
+#include <utility>
 
 #include "common/number_format.h"
 #include "configurable/json_printer_visitor.h"
@@ -110,30 +111,37 @@ std::size_t EventRecorder::RecordRoom() const {
   return kMembers + event_buffer.size() * kSample;
 }
 
-template <class Value>
-void EventRecorder::WriteArray(std::ostream& out, const char* name, Value value) const {
+namespace {
+
+// Writes what `value` makes of each of `column`, and frees the column.
+template <class Column, class Value>
+void WriteArray(std::ostream& out, const char* name, Column& column, Value value) {
   constexpr std::ptrdiff_t kLongest = 32;  // with what PutGeneral writes beyond its end
   std::array<char, 4096> piece;
   char* to = piece.data();
   WriteName(out, name);
   *to++ = '[';
   const char* separator = "";
-  for (const DataSample& sample : event_buffer) {
+  for (std::size_t i = 0; i < column.size(); ++i) {
     if (*separator != '\0') *to++ = *separator;
     separator = ",";
-    to = PutGeneral(to, value(sample));
+    to = PutGeneral(to, value(i));
     if (piece.data() + piece.size() - to > kLongest) continue;
     out.write(piece.data(), to - piece.data());
     to = piece.data();
   }
   *to++ = ']';
   out.write(piece.data(), to - piece.data());
+  Column().swap(column);
 }
 
+}  // namespace
+
 EventAnalysis::Kind EventRecorder::WriteEvent(std::ostream& out, const ConfigTavo& tavo,
-                                              const Context& context) const {
-  const double t0 = event_buffer.front().time;
-  const EventAnalysis result = AnalyseEvent(event_buffer);
+                                              const Context& context) {
+  EventSamples samples = std::exchange(event_buffer, {});
+  const double t0 = samples.time.front();
+  const EventAnalysis result = AnalyseEvent(samples);
   out << "{";
   WriteInteger(out, "EVENT_ID", context.event_id);
   WriteString(out, "DEVICE", tavo.Factory().Serialnumber().get());
@@ -142,24 +150,25 @@ EventAnalysis::Kind EventRecorder::WriteEvent(std::ostream& out, const ConfigTav
   WriteSettings(out, tavo.Cfg(), result.kind, context.flash_mode);
   WriteResults(out, result, context);
 
-  const auto write_channel = [&](const char* name, DataSample::Channel channel) {
-    WriteArray(out, name, [=](const DataSample& sample) { return sample.values[channel]; });
+  const auto write_channel = [&](const char* name, std::vector<float>& channel) {
+    WriteArray(out, name, channel, [&](std::size_t i) { return channel[i]; });
     out << ",";
   };
-  WriteArray(out, "SECS", [=](const DataSample& sample) { return sample.time - t0; });
+  WriteArray(out, "SECS", samples.time, [&](std::size_t i) { return samples.time[i] - t0; });
   out << ",";
-  write_channel("LUMET", DataSample::LUMET);
-  write_channel("DC", DataSample::DC);
-  write_channel("PFD", DataSample::PFD);
-  write_channel("REDMODAVG", DataSample::REDMODAVG);
+  write_channel("LUMET", samples.lumet);
+  write_channel("DC", samples.dc);
+  std::vector<float> farred;
   if (result.kind == EventAnalysis::kDark) {
-    WriteArray(out, "FARRED", [](const DataSample& sample) {
-      return (sample.values[DataSample::PFD] - sample.values[DataSample::REDMODAVG]) *
-             sample.values[DataSample::FARREDFRAC];
-    });
-    out << ",";
+    farred = std::move(samples.farredfrac);
+    for (std::size_t i = 0; i < farred.size(); ++i)
+      farred[i] = (samples.pfd[i] - samples.redmodavg[i]) * farred[i];
   }
-  WriteArray(out, "CODE", [](const DataSample& sample) { return sample.code; });
+  std::vector<float>().swap(samples.farredfrac);
+  write_channel("PFD", samples.pfd);
+  write_channel("REDMODAVG", samples.redmodavg);
+  if (result.kind == EventAnalysis::kDark) write_channel("FARRED", farred);
+  WriteArray(out, "CODE", samples.code, [&](std::size_t i) { return samples.code[i]; });
   out << "\n}\n";
   return result.kind;
 }

@@ -1,10 +1,12 @@
 #pragma once
 
-#include <deque>
 #include <ostream>
 #include <string>
+#include <vector>
 
+#include "leaf/lumet/bounds.h"
 #include "leaf/lumet/events/event_analysis.h"
+#include "leaf/lumet/events/event_samples.h"
 #include "leaf/lumet/light/flash_mode.h"
 #include "leaf/lumet/link/sample.h"
 #include "liborrel/doctavo/config_tavo.h"
@@ -20,22 +22,19 @@ class EventRecorder {
     unsigned dark_modrate;
   };
 
-  void Gather(const DataSample& sample) { event_buffer.push_back(sample); }
+  void Gather(const DataSample& sample) { event_buffer.Add(sample); }
   bool IsEmpty() const { return event_buffer.empty(); }
-  // Gives the memory back too.
-  void Clear() { event_buffer = {}; }
+  // What comes after as many samples as this is another event's.
+  bool IsFull() const { return event_buffer.size() >= bounds::kEventSamples; }
 
   // Writes the record of what was gathered, with the settings of `tavo` that made it. Needs one
-  // sample at least. Each member stands on a line of its own; results come in single precision,
-  // numbers with six significant digits.
-  EventAnalysis::Kind WriteEvent(std::ostream& out, const ConfigTavo& tavo,
-                                 const Context& context) const;
+  // sample at least, and is empty then: a column of samples goes as soon as it is written. Each
+  // member stands on a line of its own; results come in single precision, numbers with six
+  // significant digits.
+  EventAnalysis::Kind WriteEvent(std::ostream& out, const ConfigTavo& tavo, const Context& context);
   // Bytes that the text of the record will take at most.
   std::size_t RecordRoom() const;
 
  private:
-  template <class Value>
-  void WriteArray(std::ostream& out, const char* name, Value value) const;
-
-  std::deque<DataSample> event_buffer;
+  EventSamples event_buffer;
 };

@@ -42,7 +42,7 @@ EventRecorder Gathered(std::initializer_list<Run> runs) {
   return events;
 }
 
-std::string Record(const EventRecorder& events, FlashMode mode) {
+std::string Record(EventRecorder events, FlashMode mode) {
   ConfigTavo tavo;
   std::ostringstream record;
   const auto kind = events.WriteEvent(record, tavo, {12, mode, 250'000, 50});

@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
+#include <filesystem>
 #include <iostream>
 #include <map>
+#include <sstream>
+#include <system_error>
 
 #include "common/privilege_guard.h"
+#include "common/safe_file.h"
 
 void Zeroing::Arm(Callback callback) {
   zero_callback = callback;
@@ -43,15 +46,18 @@ void Zeroing::LogCalibration(const Timestamp& time, const std::string& type) {
   CompactHistory();
 
   const PrivilegeGuard rights(machine);
-  std::ofstream log(calibration_log, std::ios::app | std::ios::ate);
-  if (log.tellp() == std::streampos(0)) {
+  std::ostringstream log;
+  std::error_code missing;
+  const auto size = std::filesystem::file_size(calibration_log, missing);
+  if (missing || size == 0) {
     log << "timestamp\ttype\t";
     for (const Configurable* zero : cal.children()) log << zero->name() << "\t";
     log << "\n";
   }
   log << time << "\t" << type << "\t";
   for (Configurable* zero : cal.children()) log << zero->value_text() << "\t";
-  log << std::endl;
+  log << "\n";
+  AppendToLog(calibration_log, log.str());
 }
 
 void Zeroing::CompactHistory() {

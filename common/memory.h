@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "common/poll_processor.h"
+
+// How the process holds the memory that it no longer needs.
+
+// Makes large pieces of memory go back to the system as soon as they are freed. To be called once,
+// before there are any.
+void ReturnLargeMemory();
+// Gives back what is free in all other pieces; takes a moment for each megabyte that is in use.
+void TrimMemory();
+
+// Trims memory a moment after it was asked to, once for all who ask meanwhile.
+class MemoryTrimmer : public PollTimer {
+ public:
+  MemoryTrimmer() : PollTimer(-1, true) {}
+  void Soon();
+  void Expired() override;
+  const char* GetName() override { return "MemoryTrimmer"; }
+
+ private:
+  bool asked = false;
+};
+
+// Empties `text`, and frees its memory if that is more than small change.
+void Release(std::string& text);
