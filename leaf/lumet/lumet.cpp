@@ -140,6 +140,7 @@ void Lumet::readconfig() {
   });
   UpdateBias(true);
   console.CheckForChanges();
+  saver.Save();
   SetTimeout(kAnnounceMs);
 }
 
