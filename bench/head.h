@@ -22,6 +22,13 @@
 // For programs that drive heads on the bench: the head itself and its processor. client/ has
 // what talks to it.
 
+// Whether this build, and so the head that it starts, has AddressSanitizer.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kWithAddressSanitizer = true;
+#else
+constexpr bool kWithAddressSanitizer = false;
+#endif
+
 // The longest wait of a client for a DATA row.
 class GapMeter {
  public:

@@ -85,7 +85,7 @@ int main(int argc, char** argv) {
     // Near our days, near the ends of the range, and where halves of a microsecond stand exactly.
     CheckTime(1.7e9 + static_cast<double>(number >> 12) / 4096 / 65536);
     CheckTime(std::ldexp(static_cast<double>(number >> 11), -20 - static_cast<int>(number % 60)));
-    CheckTime(static_cast<double>(number >> 32) / (std::uint64_t{1} << (number % 24)));
+    CheckTime(std::ldexp(static_cast<double>(number >> 32), -static_cast<int>(number % 24)));
   }
   std::cout << compared << " texts agree with the C library's\n";
 }

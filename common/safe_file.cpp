@@ -104,9 +104,10 @@ void ReplaceFiles(std::span<Replacement> replacements) {
   });
   std::map<std::string, bool> synced;
   step([&](const Replacement& replacement) {
-    const auto [directory, is_new] = synced.try_emplace(DirectoryOf(replacement.path), true);
-    if (is_new) directory->second = Succeeds([&] { SyncDirectory(directory->first); });
-    return directory->second;
+    const std::string directory = DirectoryOf(replacement.path);
+    const auto known = synced.find(directory);
+    if (known != synced.end()) return known->second;
+    return synced[directory] = Succeeds([&] { SyncDirectory(directory); });
   });
 }
 
