@@ -17,7 +17,7 @@ class Broadcast {
     bytes.append(text);
     end += text.size();
   }
-  // What stands behind `place`, which is not forgotten yet; valid until the next change.
+  // What stands after `place`, which is not forgotten yet; valid until the next change.
   std::string_view From(Place place) const {
     const std::size_t length = end - place;
     return {bytes.data() + (bytes.size() - length), length};

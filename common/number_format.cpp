@@ -11,7 +11,7 @@ namespace {
 // Powers that are exact in a double.
 constexpr std::array<double, 12> kPowersOfTen = {1e0, 1e1, 1e2, 1e3, 1e4,  1e5,
                                                  1e6, 1e7, 1e8, 1e9, 1e10, 1e11};
-constexpr int kDigits = 6;  // significant, or behind the point
+constexpr int kDigits = 6;  // significant, or after the point
 constexpr std::uint32_t kPastDigits = 1'000'000;
 constexpr std::uint32_t kHalf = 0x8000'0000;
 
@@ -28,7 +28,7 @@ constexpr std::array<char, 200> kPairs = MakePairs();
 void PutPair(char* to, std::uint32_t number) { std::memcpy(to, &kPairs[2 * number], 2); }
 
 // A product of a number of 32 bits with one of 64: its 32 bits before the point, which stands
-// above the lower 64, and those behind it.
+// above the lower 64, and those after it.
 struct Product {
   std::uint32_t whole;
   std::uint32_t fraction;
@@ -158,7 +158,8 @@ char* PutText(char* to, const char* text, std::size_t length) {
   return to + length;
 }
 
-// The digits of a number below 1e6 with the first at the place `exponent`, without zeros behind.
+// The digits of a number below 1e6 with the first at the place `exponent`, without zeros at its
+// end.
 char* PutDigits(char* to, std::uint32_t digits, int exponent) {
   if (exponent >= 0 && exponent < kDigits) {
     PutSixDigits(to + 1, digits);

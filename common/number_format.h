@@ -7,7 +7,7 @@
 // settings use, at a tenth of the cost. nan alone differs: it never shows a sign, which processors
 // don't agree on. Each writes to `to`, which must have room, and returns the end of what it wrote.
 
-// As "%g", six significant digits. At most kLongestGeneral characters; nothing is written behind
+// As "%g", six significant digits. At most kLongestGeneral characters; nothing is written after
 // that many. Of a float in integers alone, which processors without floating point do at once.
 constexpr std::size_t kLongestGeneral = 13;
 char* PutFloat(char* to, float value);

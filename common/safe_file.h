@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-// Replaces `path` by what `write` writes: first whole, under the name with ".new" behind it, and on
-// the disk, then in one step. Whatever fails, and whenever the power goes, there is the old file or
-// the new one. Mode and owner stay those of the old file.
+// Replaces `path` by what `write` writes: first whole, under the name with ".new" at its end, and
+// on the disk, then in one step. Whatever fails, and whenever the power goes, there is the old file
+// or the new one. Mode and owner stay those of the old file.
 //
 // False after one line on standard output that says what failed, with its number in errno; the old
 // file stands then.
@@ -33,9 +33,9 @@ bool ReplaceLink(const std::string& path, const std::string& target);
 // disk then, so that no cut of the power costs more than the last text. False if it failed.
 bool AppendToLog(const std::string& path, std::string_view text);
 
-// Gives what stands at `path`, whatever it is, the name with ".bad" behind it as well, in the place
-// of what had that, so that `path` can be replaced without a loss. What can't have two names, as a
-// directory, has that one alone then. True also if there is nothing; false as above.
+// Gives what stands at `path`, whatever it is, the name with ".bad" at its end as well, in the
+// place of what had that, so that `path` can be replaced without a loss. What can't have two names,
+// as a directory, has that one alone then. True also if there is nothing; false as above.
 bool KeepBadFile(const std::string& path);
 
 // The whole text of a file. Throws ErrnoError.

@@ -28,7 +28,7 @@ class SocketClientContext {
 // What is queued is sent at the end of the pass of the loop, and what the system does not take then
 // as soon as it takes more. A client that has been served follows the server's broadcast: what all
 // clients are sent is kept there, and a client's own queue holds what it alone is sent, with all
-// that comes behind that until it is served again.
+// that comes after that until it is served again.
 //
 // A closed client stays a valid object, which ignores what it is asked, until the server's next
 // accept. A read or write error, and an exception from a listener, closes the client with a line

@@ -65,7 +65,7 @@ void Store(Configurable& item, Value& stored, const Value& value) {
   item.set_changed(true);
 }
 
-// Reads numbers with `separator` between them, and nothing required behind the last.
+// Reads numbers with `separator` between them, and nothing required after the last.
 bool ReadParts(std::istream& in, char separator, std::initializer_list<int*> parts) {
   for (int* part : parts) {
     char byte = separator;

@@ -329,7 +329,7 @@ bool Configurable::set_doctype_from_string(std::string_view text, XMLWriter& wri
 }
 
 bool Configurable::assign(std::string_view text, Part part, XMLWriter& writer) {
-  // The refusal is said, and the value is taken all the same: clients rely on it.
+  // Protocol: the refusal is said, and the value is taken all the same.
   if (has_flag(Locked)) write_error("Configuration is locked", writer);
   if (has_flag(ReadOnly)) return true;
   if (part == Part::kValue && !has_flag(AttributesTouched)) clear_attributes();

@@ -53,9 +53,9 @@ void set_compact(std::ostream& stream, bool compact);
 bool is_compact(std::ostream& stream);
 
 // A node of the settings tree: a named, typed item that reads and writes itself in the XML language
-// of the system. One document can set some items and query others; the answers stand behind each
-// other in the order of the document, and an item that fails leaves an <Error> element at its place
-// while the rest goes on.
+// of the system. One document can set some items and query others; the answers follow one
+// another in the order of the document, and an item that fails leaves an <Error> element at its
+// place while the rest goes on.
 //
 // Nodes know their parent and do not own it. A change climbs to the root: each node on the way
 // counts it, calls its hook and tells its listener. A value is live the moment that it is assigned.

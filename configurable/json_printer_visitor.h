@@ -6,8 +6,8 @@
 #include "configurable/configurable_visitor.h"
 
 // Prints the choices, floats and integers of a tree as a flat list of members of a JSON object,
-// each on a new line with its name in upper case and a comma behind it. The caller writes the
-// braces and the member behind the last comma. Readers of event records know choices as bare words,
+// each on a new line with its name in upper case and a comma after it. The caller writes the
+// braces and the member after the last comma. Readers of event records know choices as bare words,
 // and nan as nan.
 class JSONPrinterVisitor : public ConfigurableConstVisitor {
  public:

@@ -55,7 +55,7 @@ class XMLParser {
   // Where among its siblings the next element probably is: documents mostly hold them in order.
   std::size_t LikelyPlace() const { return likely_place; }
   void SetLikelyPlace(std::size_t place) { likely_place = place; }
-  // Takes an error away, from the stream too, so that reading goes on behind it.
+  // Takes an error away, from the stream too, so that reading goes on after it.
   void ClearError();
   // Passes the rest of the element that is open. Returns the kind at which it stopped.
   Token SkipElement();
@@ -63,7 +63,7 @@ class XMLParser {
   Token PassElement();
 
  private:
-  // Where the texts of a token stand in `texts`, the value behind the string.
+  // Where the texts of a token stand in `texts`, the value after the string.
   struct TokenInfo {
     Token kind;
     std::uint32_t start;

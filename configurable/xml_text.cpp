@@ -9,8 +9,8 @@ namespace {
 constexpr std::array<std::pair<std::string_view, char>, 5> kEntities = {
     {{"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}, {"&amp;", '&'}}};
 
-// Reads on behind a '&'. White space ends what is no entity, and is lost, which readers have come
-// to know.
+// Reads on after a '&'.
+// Protocol: white space ends a malformed entity and is consumed.
 void ReadEntity(CharSource& source, std::string& text) {
   const std::size_t start = text.size();
   text += '&';
@@ -47,7 +47,7 @@ bool ReadQuoted(CharSource& source, char quote, std::string& text) {
 }
 
 void ReadPlain(CharSource& source, std::string& text) {
-  // Text and inner white space go in as they come; white space behind the last text goes again.
+  // Text and inner white space go in as they come; white space after the last text goes again.
   const std::size_t start = text.size();
   std::size_t kept = start;
   while (true) {

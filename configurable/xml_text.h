@@ -16,7 +16,7 @@ namespace xml_text {
 enum CharClass : std::uint8_t {
   kSpace = 1,
   kNameStart = 2,
-  kNamePart = 4,     // behind the first character; a ';' ends a name and belongs to it
+  kNamePart = 4,     // after the first character; a ';' ends a name and belongs to it
   kTextStop = 8,     // ends or interrupts a run of plain text: < > " ' & and white space
   kNeedsEscape = 16  // " ' < > &
 };
@@ -82,7 +82,7 @@ class CharSource {
     next = at;
     return name;
   }
-  // Takes `name` and `last` behind it, if they come next and stand whole in the buffer's memory.
+  // Takes `name` and `last` after it, if they come next and stand whole in the buffer's memory.
   bool TakeBoth(std::string_view name, char last) {
     if (name.empty() || Available() <= name.size() || next[name.size()] != last ||
         std::memcmp(next, name.data(), name.size()) != 0)

@@ -37,7 +37,7 @@ class PtpConfig {
   // written is a line on standard output, and is left for SaveAgain. Throws std::runtime_error when
   // rights can't be had.
   void Set(int new_mode);
-  // Writes what could not be written, and restarts the service behind it. Fails as Set does.
+  // Writes what could not be written, and restarts the service after that. Fails as Set does.
   void SaveAgain();
 
  private:

@@ -274,13 +274,13 @@ void Lumet::FinishZeroing(const std::string& zero) {
   UpdateBias(true);
   saver.Changed({.cal = true});
   saver.Save();
-  // Behind the save, so that the record of this zero reaches the file with the next one.
+  // After the save, so that the record of this zero reaches the file with the next one.
   zeroing.LogCalibration(Timestamp(std::floor(Timestamp::Now().get())), "Zero " + zero);
   console.CheckForChanges();
 }
 
 void Lumet::PublishStatus(const DataSample& sample, float max_temperature) {
-  if (!status_clock.IsDue(sample.time)) return;
+  if (!last_status_time.NextIsDue(sample.time)) return;
   const auto status_values =
       StatusValues(sample.time, sample.flags | diag_word, hw_mon.Temperatures());
   fan.Step(max_temperature);
@@ -292,7 +292,7 @@ void Lumet::PublishStatus(const DataSample& sample, float max_temperature) {
 }
 
 void Lumet::PublishData(const DataSample& sample) {
-  if (!data_clock.IsDue(sample.time) || !bus.IsConnected()) return;
+  if (!last_data_time.NextIsDue(sample.time) || !bus.IsConnected()) return;
   const auto data_values = DataValues(sample, sample.flags | diag_word);
   bus.PublishRelative("output/DATA", JsonPayload(DataChannels(), data_values), false);
 }
@@ -329,7 +329,7 @@ void Lumet::FinishEvent() {
 }
 
 void Lumet::GotUnknownMessage(std::uint16_t code, const std::uint8_t*, std::uint16_t length) {
-  // Standard output stays in hexadecimal behind this; readers of the log know it so.
+  // Protocol: standard output stays in hexadecimal after this.
   std::cout << "Got Unknown Message: cmd=0x" << std::hex << code << " len=0x" << length << "\n";
 }
 

@@ -114,7 +114,7 @@ class Lumet : public DSPDevice::Listener,
   // Gathers what belongs to an event, ends it, and lets the light follow in between.
   void FollowEvents(const DataSample& sample);
   void FinishEvent();
-  // Behind a reading that went into the zero of this name.
+  // After a reading that went into the zero of this name.
   void FinishZeroing(const std::string& zero);
   // What messages of the bus ask for.
   void HandleMessages();
@@ -176,6 +176,6 @@ class Lumet : public DSPDevice::Listener,
   unsigned flash_modrate_in_force = 0;  // Hz
   unsigned dark_modrate_in_force = 0;   // Hz
   std::uint32_t diag_word = 0;
-  PublicationClock status_clock{1.0};
-  PublicationClock data_clock{0.5};
+  PublicationClock last_status_time{1.0};
+  PublicationClock last_data_time{0.5};
 };

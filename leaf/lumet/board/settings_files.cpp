@@ -54,7 +54,7 @@ void SettingsFiles::load_cal() {
   part.reset();
   doc.Conf().History().remove_all();
   std::istringstream in;
-  // The zeros, and behind them their history, if there is one.
+  // The zeros, and after them their history, if there is one.
   if (!Read(cal, in) || !Take(cal, in) || (in >> std::ws).eof()) return;
   if (Take(cal, in)) cal.saved_count = part.change_count();
 }

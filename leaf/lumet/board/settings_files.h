@@ -15,7 +15,7 @@
 // values, the zeros with their history, and all the rest. A file that is missing or can't be read
 // leaves the defaults; what stands before an error in a bad one is taken, and the errors go to
 // standard output. A file that could not be read to the end of its document is kept under its name
-// with ".bad" behind it before it is replaced.
+// with ".bad" at its end before it is replaced.
 class SettingsFiles {
  public:
   struct Paths {
@@ -29,7 +29,7 @@ class SettingsFiles {
 
   void load_factory();
   void load_cal();
-  // `fill_in` puts in what comes from elsewhere, behind the reset and ahead of the file. Tells the
+  // `fill_in` puts in what comes from elsewhere, after the reset and before the file. Tells the
   // document's listeners if it has changed.
   void load_main(const std::function<void()>& fill_in);
 

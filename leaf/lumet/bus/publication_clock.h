@@ -3,15 +3,15 @@
 #include <bit>
 #include <cstdint>
 
-// Tells when to publish, by the time of the samples, in seconds: once a period, and when that time
-// steps back by more than a second. Small steps are waited out.
+// The time of the latest publication, by which the next one is due: in seconds of the samples, once
+// a period, and when that time steps back by more than a second. Small steps are waited out.
 class PublicationClock {
  public:
   explicit PublicationClock(double period_s) : period(period_s) {}
 
   // True once for each publication. Asked for every sample: by far the most times lie so surely
   // within the period that a look at their bits, which are in the order of the numbers, will do.
-  bool IsDue(double time) {
+  bool NextIsDue(double time) {
     const auto bits = std::bit_cast<std::uint64_t>(time);
     return (bits < quiet_from || bits >= quiet_until) && HasPassed(time);
   }
@@ -27,7 +27,7 @@ class PublicationClock {
   }
 
   double period;
-  double last_time = 0;  // of the latest publication
+  double last_time = 0;
   std::uint64_t quiet_from = 0;
   std::uint64_t quiet_until = 0;
 };

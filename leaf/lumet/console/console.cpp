@@ -203,7 +203,7 @@ void Console::RefreshDynamicFields() {
 }
 
 void Console::LoadOutputs(const LumetSocketContext& context) {
-  // The leaves are one scratch copy for all clients; a mark that this leaves behind counts.
+  // The leaves are one scratch copy for all clients; a mark that this leaves counts.
   ConfigOutputTavo& output = doc.Conf().Output();
   const auto is_on = [&](LumetSocketContext::Output bit) {
     return (context.outputFlags & bit) != 0;
@@ -309,7 +309,7 @@ void Console::HandleRequestText(SocketClient* client, const std::string& text) {
 void Console::TakeConsole(SocketClient* client, const std::string& text, std::size_t word_end) {
   if (HasConsole()) return;
   consoleClient = client;
-  // The blank in front of the name belongs to it; clients know it so.
+  // Protocol: the blank in front of the name belongs to it.
   consoleName = word_end == text.size() ? "Unknown" : text.substr(word_end);
   if (consoleName.ends_with('\n')) consoleName.pop_back();
   clients.SendToAll("DATAEVENT\tCONSOLECONNECTED\t" + consoleName + "\n", BacklogLimit::kReply);

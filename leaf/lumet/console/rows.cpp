@@ -25,7 +25,7 @@ std::string HeadingRow(std::string_view row_name, std::span<const OutputChannel>
   return row + "\tCHK\n";
 }
 
-// Writes the checksum of a row, and the line feed behind it, to `at`. Returns the end.
+// Writes the checksum of a row, and the line feed after it, to `at`. Returns the end.
 char* PutChecksum(const char* row, const char* row_end, char* at) {
   // A word at a time, in lanes of 16 bits. Each turn adds two bytes to every lane, which has room
   // for 128 turns; only rows of many registers take more.

@@ -56,7 +56,7 @@ constexpr std::string_view kDataClockHeader = "DATACLOCKH\tSECONDS\tNANOSECONDS\
 std::string RegisterNamesRow(const std::map<std::uint16_t, std::uint16_t>& values);
 std::string RegisterValuesRow(const std::map<std::uint16_t, std::uint16_t>& values, double time);
 
-// A text from the signal processor, behind a prefix that tells its kind.
+// A text from the signal processor, after a prefix that tells its kind.
 std::string DataMsgRow(std::string_view prefix, std::string_view text);
 
 // What a client is sent when it connects. `console_name` is that of the client with the console

@@ -26,7 +26,7 @@ struct EventAnalysis {
   float q_max = std::numeric_limits<float>::lowest();  // of a flash
   float q_min = std::numeric_limits<float>::max();     // of a dark pulse
   ValueRange rect{5};
-  ValueRange dark{2};  // behind the far-red light
+  ValueRange dark{2};  // after the far-red light
 
   // Of a multiphase flash: F in the phases of full light, and the fit of F on 10000/Q while the
   // light ramps down in phase 2. The intercept, at infinite light, is the best estimate of Fm'

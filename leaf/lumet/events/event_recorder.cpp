@@ -45,7 +45,7 @@ const char* TypeOf(EventAnalysis::Kind kind, FlashMode flash_mode) {
   return "UNKNOWN";
 }
 
-// The date has no separators; readers of records know it so.
+// Protocol: the date has no separators.
 void WriteMoment(std::ostream& out, double seconds) {
   const auto whole = static_cast<std::time_t>(seconds);
   struct tm local = {};
