@@ -125,15 +125,6 @@ void DSPDevice::TestVectorOn() { SendWord(DSPCode::SetTestVector, 1); }
 void DSPDevice::TestVectorOff() { SendWord(DSPCode::SetTestVector, 0); }
 
 void DSPDevice::AllOff() {
-  TimingConfig off;
-  off.measure_modrate = off.flash_modrate = off.dark_modrate = 1;
-  off.measure_outrate = off.flash_outrate = off.dark_outrate = 1;
-  off.flash_margin_before = off.flash_margin_after = 1;
-  off.dark_margin_before = off.dark_margin_after = 1;
-  off.measure_batch = off.flash_batch = off.dark_batch = 1;
-  off.phase1_duration = off.phase2_duration = off.phase3_duration = 1;
-  off.flash_duration = off.dark_duration = 1;
-  off.dark_before = off.dark_after = off.red_precharge_time = 1;
   std::size_t reads = 0;
   write_queue.RemoveWaiting([&](std::uint16_t code) {
     if (code == static_cast<std::uint16_t>(DSPCode::ReadRegister)) ++reads;
@@ -141,8 +132,8 @@ void DSPDevice::AllOff() {
   });
   // Also to a device that has hung up: nothing is left untried.
   Push(static_cast<std::uint16_t>(DSPCode::ResetSequencer), {});
-  SetTimingConfig(off);
-  if (is_away) Push(static_cast<std::uint16_t>(DSPCode::SetTimingConfig), off.Encode());
+  SetTimingConfig(kSafeTiming);
+  if (is_away) Push(static_cast<std::uint16_t>(DSPCode::SetTimingConfig), kSafeTiming.Encode());
   owed[SetUpPlace(static_cast<std::uint16_t>(DSPCode::SetTimingConfig))] = false;
   HandleWrite();
   if (reads > 0 && listener != nullptr) listener->LostRegisterReads(reads);

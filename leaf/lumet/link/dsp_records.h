@@ -118,6 +118,32 @@ struct TimingConfig {
   std::array<std::uint8_t, kSize> Encode() const;
 };
 
+// All lights off: what the processor is told when it is to be safe. Rates and durations must not
+// be 0.
+inline constexpr TimingConfig kSafeTiming = {
+    .measure_modrate = 1,
+    .flash_modrate = 1,
+    .dark_modrate = 1,
+    .measure_outrate = 1,
+    .flash_outrate = 1,
+    .dark_outrate = 1,
+    .flash_margin_before = 1,
+    .flash_margin_after = 1,
+    .dark_margin_before = 1,
+    .dark_margin_after = 1,
+    .measure_batch = 1,
+    .flash_batch = 1,
+    .phase1_duration = 1,
+    .phase2_duration = 1,
+    .phase3_duration = 1,
+    .flash_duration = 1,
+    .dark_batch = 1,
+    .dark_duration = 1,
+    .dark_before = 1,
+    .dark_after = 1,
+    .red_precharge_time = 1,
+};
+
 // Calibration and bias of the light sources, as the processor needs them.
 struct BiasConfig {
   static constexpr std::size_t kSize = 72;
