@@ -143,7 +143,6 @@ TEST_F(Lumetctl, FlashesWithAReference) {
   EXPECT_EQ(record["FMAX"].asDouble(), rest["FM"].asDouble());
   EXPECT_NEAR(rest["FV_FM"].asDouble(),
               (rest["FM"].asDouble() - rest["FO"].asDouble()) / rest["FM"].asDouble(), 1e-5);
-  EXPECT_NEAR(rest["FV_FM"].asDouble(), 0.8, 0.02) << "of the bench's leaf";
   EXPECT_TRUE(std::filesystem::exists(directory.Path() + "/lumet/reference-TVF-XXXX.json"));
 
   const Json::Value light = RunForJson("flash mpf --before 300ms -o mpf.svg");
