@@ -1,11 +1,14 @@
 #include "common/run_command.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -44,6 +47,44 @@ class PlainSignals {
   sigset_t mask;
 };
 
+// For the length of a scope standard output and error are a file in memory, whose contents are
+// printed at the end: a command never waits for whoever reads the daemon's output. What the command
+// leaves running can't write there any longer. Without a descriptor to spare nothing is changed.
+class GatheredOutput {
+ public:
+  GatheredOutput()
+      : memory(memfd_create("command", MFD_CLOEXEC | MFD_ALLOW_SEALING)),
+        before{fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0), fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)} {
+    std::cout.flush();
+    if (memory < 0 || before[0] < 0 || before[1] < 0) return;
+    dup2(memory, STDOUT_FILENO);
+    dup2(memory, STDERR_FILENO);
+  }
+  ~GatheredOutput() {
+    if (before[0] >= 0) dup2(before[0], STDOUT_FILENO);
+    if (before[1] >= 0) dup2(before[1], STDERR_FILENO);
+    fcntl(memory, F_ADD_SEALS, F_SEAL_WRITE | F_SEAL_GROW);
+    std::array<char, 4096> text{};
+    off_t printed = 0;
+    for (ssize_t count = 0; printed < kMostPrinted; printed += count) {
+      count = pread(memory, text.data(), text.size(), printed);
+      if (count <= 0) break;
+      std::cout.write(text.data(), count);
+    }
+    std::cout.flush();
+    for (const int fd : {memory, before[0], before[1]})
+      if (fd >= 0) close(fd);
+  }
+  GatheredOutput(const GatheredOutput&) = delete;
+  GatheredOutput& operator=(const GatheredOutput&) = delete;
+
+ private:
+  static constexpr off_t kMostPrinted = 64 * 1024;
+
+  int memory;
+  std::array<int, 2> before;  // copies of standard output and error
+};
+
 }  // namespace
 
 void KeepDescriptorsFromChildren() {
@@ -59,5 +100,6 @@ void KeepDescriptorsFromChildren() {
 int RunCommand(const std::string& command) {
   KeepDescriptorsFromChildren();
   const PlainSignals plain_signals;
+  const GatheredOutput gathered_output;
   return std::system(command.c_str());
 }

@@ -212,6 +212,23 @@ TEST(Process, WhatItRunsStartsAfresh) {
   close(inherited);
 }
 
+// The test's own output is a pipe that nobody reads here; a command that fills it does not wait.
+TEST(Process, WhatItRunsWaitsForNoReader) {
+  int ends[2] = {};
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+  dup2(ends[1], STDOUT_FILENO);
+  std::ostringstream printed;
+  std::streambuf* const before = std::cout.rdbuf(printed.rdbuf());
+  const int status = RunCommand("echo first; echo second >&2; head -c 200000 /dev/zero; exit 3");
+  std::cout.rdbuf(before);
+  dup2(output, STDOUT_FILENO);
+  for (const int fd : {ends[0], ends[1], output}) close(fd);
+  EXPECT_EQ(WEXITSTATUS(status), 3);
+  EXPECT_EQ(printed.str().substr(0, 13), "first\nsecond\n");
+  EXPECT_EQ(printed.str().size(), 64U * 1024U);
+}
+
 TEST(Process, TheBenchUsesNoDirectoryOfOthers) {
   const TemporaryDirectory parent;
   const std::string mine = parent.Path() + "/mine";
