@@ -4,6 +4,8 @@
 #include <iostream>
 #include <sstream>
 
+#include "leaf/lumet/bounds.h"
+#include "leaf/lumet/console/answer.h"
 #include "leaf/lumet/lumet.h"
 
 // What clients and the bus order: the commands of the document, and the messages.
@@ -98,7 +100,7 @@ void Lumet::HandleXMLUpdate(const std::string& payload) {
   };
   attempt([&] {
     std::istringstream in(payload);
-    std::ostringstream unheard;
+    Answer unheard(bounds::kLongestAnswer);
     console.RefreshDynamicFields();
     doc.request(in, unheard);
   });
