@@ -13,14 +13,12 @@ namespace {
 constexpr std::uint64_t kMicrosecondsPerSecond = 1'000'000;
 constexpr std::uint64_t kMicrosecondsPerMs = 1000;
 
-// Light levels before the head sets any: a moderate red light with some blue.
+// Before the head sets any light there is measuring light alone, so that the leaf starts in the dark.
 TimingConfig StartTiming(std::uint32_t rate) {
   TimingConfig timing;
   timing.measure_outrate = rate;
   timing.measure_modrate = std::max<std::uint32_t>(rate, 1000);
   timing.measure_batch = BatchSize(rate);
-  timing.measure_red = 20000;
-  timing.measure_blue = 2000;
   timing.measure_modred = 8000;
   return timing;
 }
