@@ -13,7 +13,8 @@ namespace {
 constexpr std::uint64_t kMicrosecondsPerSecond = 1'000'000;
 constexpr std::uint64_t kMicrosecondsPerMs = 1000;
 
-// Before the head sets any light there is measuring light alone, so that the leaf starts in the dark.
+// Before the head sets any light there is measuring light alone, so that the leaf starts in the
+// dark.
 TimingConfig StartTiming(std::uint32_t rate) {
   TimingConfig timing;
   timing.measure_outrate = rate;

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "bench/broker.h"
+#include "bench/free_port.h"
 #include "bench/head.h"
 #include "client/console.h"
 #include "common/socket.h"
@@ -22,7 +23,7 @@ namespace {
 struct BusHead {
   explicit BusHead(int broker_port, Head::PlayedBy processor = Head::PlayedBy::kCaller)
       : head(root.Path(), processor,
-             {.bench = {"--broker-port", std::to_string(broker_port), "--rate", "200"}}) {
+             {.bench = {"--broker", "[::1]:" + std::to_string(broker_port), "--rate", "200"}}) {
     BusClient({.port = broker_port}).WaitForHead();
   }
 
@@ -185,7 +186,7 @@ TEST(Bus, SamplesDoNotWaitForWhateverTheBrokerIs) {
   }
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kSimulator,
-            {.bench = {"--broker-port", std::to_string(stranger.Port()), "--rate", "200"}});
+            {.bench = {"--broker", "[::1]:" + std::to_string(stranger.Port()), "--rate", "200"}});
   ConsoleClient client(head.Port());
   std::size_t from = 0;
   // The rows come until the head has said this, and for a while longer.

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "bench/broker.h"
+#include "bench/free_port.h"
 #include "bench/head.h"
 
 namespace {
@@ -45,7 +46,7 @@ class Lumetctl : public testing::Test {
   const Broker broker{directory.Path() + "/broker", port};
   Head head{directory.Path() + "/head",
             Head::PlayedBy::kSimulator,
-            {.bench = {"--broker-port", std::to_string(port), "--rate", "50"}}};
+            {.bench = {"--broker", "[::1]:" + std::to_string(port), "--rate", "50"}}};
 };
 
 TEST_F(Lumetctl, TellsWhatTheHeadMadeOfIt) {

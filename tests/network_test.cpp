@@ -43,9 +43,9 @@ TEST_F(Network, HeadFindsTheBrokerOfItsConsoleUnit) {
   b.StartDiscovery();
   const Broker own_broker(root.Path() + "/own", 1883, a.Wrapper());
   const Broker broker(root.Path() + "/broker", 1883, b.Wrapper());
-  Head head(
-      root.Path(), Head::PlayedBy::kSimulator,
-      {.wrapper = a.Wrapper(), .bench = {"--broker-port", "1883", "--discovery", "--rate", "200"}});
+  Head head(root.Path(), Head::PlayedBy::kSimulator,
+            {.wrapper = a.Wrapper(),
+             .bench = {"--broker", "[::1]:1883", "--discovery", "--rate", "200"}});
   const auto client = [&] {
     const NetworkHost::Visit visit(a);
     return std::make_unique<ConsoleClient>(head.Port());

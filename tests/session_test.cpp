@@ -11,6 +11,7 @@
 #include <string>
 
 #include "bench/broker.h"
+#include "bench/free_port.h"
 #include "bench/head.h"
 #include "bench/recording.h"
 #include "client/bus.h"
@@ -56,7 +57,7 @@ TEST(Session, ReplaysToItsGoldenTranscript) {
   const FreePort port;
   const Broker broker(root.Path() + "/broker", port);
   Head head(root.Path(), Head::PlayedBy::kCaller,
-            {.wrapper = {"env", "TZ=UTC"}, .bench = {"--broker-port", std::to_string(port)}});
+            {.wrapper = {"env", "TZ=UTC"}, .bench = {"--broker", "[::1]:" + std::to_string(port)}});
   BusClient({.port = port}).WaitForHead();
   BusClient bus({.port = port, .topics = {"nemra/tavo/output/#"}});
   LineClient client(head.Port());

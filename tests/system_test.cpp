@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "bench/broker.h"
+#include "bench/free_port.h"
 #include "bench/head.h"
 #include "client/bus.h"
 #include "client/console.h"
@@ -169,7 +170,7 @@ TEST(System, WhatItRefusesIsToldAndLeavesTheOldFile) {
   WriteFile(interfaces, "auto lo\n");
   const FreePort port;
   const Broker broker(root.Path() + "/broker", port);
-  SystemHead bench(root.Path(), {.bench = {"--broker-port", std::to_string(port)}});
+  SystemHead bench(root.Path(), {.bench = {"--broker", "[::1]:" + std::to_string(port)}});
   // Nobody can write over a directory.
   const std::string etc = root.Path() + "/etc/";
   const std::string files[] = {interfaces, etc + "hostname", etc + "sysconfig/ptpd",

@@ -9,6 +9,7 @@
 #include "client/bus.h"
 #include "client/console.h"
 #include "client/setting.h"
+#include "common/host_port.h"
 #include "tools/terminal.h"
 
 // The commands of lumetctl. Each prints its result on standard output and throws for what goes
@@ -18,15 +19,6 @@
 class Failed : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
-};
-
-// A machine and a port, as "HOST", "HOST:PORT", "[ADDRESS]:PORT" or an address of IPv6. Throws
-// std::invalid_argument.
-struct HostPort {
-  static HostPort Parse(const std::string& text, int default_port);
-
-  std::string host;
-  int port = 0;
 };
 
 // How to reach a head, and how to answer.

@@ -59,7 +59,8 @@ struct Instrument {
 
   // The interface by which the head is known on its network.
   std::string network_interface = "eth0";
-  // Where the broker of the message bus listens, on whichever machine it is.
+  // The broker of the message bus: the address of the first one, and the port of every one.
+  std::string broker_address = "::1";
   int broker_port = 1883;
   // Whether the head announces itself on the network, and looks for its console unit there.
   bool discovery = true;

@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr const char* kFirstBroker = "::1";
 constexpr const char* kConnectedTopic = "data/DATAEVENT/CONNECTED";
 constexpr const char* kDeactivateTopic = "nemra/ROLES/deactivate/tavo";
 constexpr int kFirstAttemptMs = 1000;
@@ -26,10 +25,11 @@ void Attempt(Act act) {
 
 }  // namespace
 
-MessageBus::MessageBus(int broker_port, MQTTClient::Listener* listener, const DocTavo& doc)
+MessageBus::MessageBus(const std::string& broker_address, int broker_port,
+                       MQTTClient::Listener* listener, const DocTavo& doc)
     : doc(doc),
       mqtt(listener, "Lumet-" + GetHostName(), true),
-      mqttWatcher(mqtt, kFirstBroker, broker_port) {
+      mqttWatcher(mqtt, broker_address, broker_port) {
   mqtt.SetWill(kDeactivateTopic, GetHostName(), 0, false);
   mqttWatcher.SetTimeout(kFirstAttemptMs);
 }

@@ -27,9 +27,10 @@ class MessageBus {
   using Handler = std::function<void(const std::string& prefix, const std::string& leaf,
                                      const std::string& payload)>;
 
-  // Tries the broker on this machine, for the first time after one second. All must outlive this;
-  // `listener` hands what it hears to the operations below.
-  MessageBus(int broker_port, MQTTClient::Listener* listener, const DocTavo& doc);
+  // Tries the broker, for the first time after one second. All must outlive this; `listener` hands
+  // what it hears to the operations below.
+  MessageBus(const std::string& broker_address, int broker_port, MQTTClient::Listener* listener,
+             const DocTavo& doc);
 
   // `topic` is subscribed to at each connect, in the order of these calls. Without a '/' in it
   // nothing happens.
