@@ -18,7 +18,7 @@ struct LightDrive {
 // What reaches the leaf, µmol/m²/s.
 struct LeafLight {
   double actinic = 0;    // red and blue
-  double farred = 0;     // without what little of it PSII absorbs
+  double farred = 0;     // without the little of it that PSII absorbs
   double measuring = 0;  // on average, in proportion to the rate of the pulses
   double pulse = 0;      // while it is on
 

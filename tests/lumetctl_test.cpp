@@ -62,7 +62,7 @@ TEST_F(Lumetctl, TellsWhatTheHeadMadeOfIt) {
       {"set cfg/fan_duty=33 cfg/fan_mode=percent", 0, ""},
       // A mistyped tag anywhere sets nothing.
       {"set cfg/fan_duty=34 cfg/fan_mod=auto", 1, ".*'cfg/fan_mod'; there is cfg/fan_mode\n"},
-      {"set cfg=1", 1, ".*'cfg' is no setting but holds \\d+ of them\n"},
+      {"set cfg=1", 1, ".*'cfg' is not a setting but holds \\d+ of them\n"},
       {"get cfg/fan_duty", 0, "33\n"},
       // Clamped, cut, refused, read-only: each told, and the others set.
       {"set cfg/fan_duty=101 cfg/fan_freq=7x cfg/fan_mode=fast ver=2 cfg/measure/outrate=20", 1,
@@ -80,7 +80,7 @@ TEST_F(Lumetctl, TellsWhatTheHeadMadeOfIt) {
       {"rows --count 2 --columns LUMET,CODE", 0, "LUMET,CODE\n([\\d.]+,1\n){2}"},
       {"rows --status --count 1 --columns TDrive", 0, "TDrive\n33\n"},
       {"rows --columns F", 1, ".*no column 'F'; it has TIME, DIAG, LUMET.*\n"},
-      {"rows --for 1x", 2, ".*1x is no time(.|\n)*"},
+      {"rows --for 1x", 2, ".*1x is not a time(.|\n)*"},
       {"rows --for 300ms --csv rows.csv", 0, "\\d+ rows in 0.\\d s to rows.csv\n"},
       {"rows | head -1", 0, "TIME,DIAG(,[A-Z]+)+\n"},
       {"rows --csv none/rows.csv", 4, ".*unable to write none/rows.csv: No such file.*\n"},
@@ -88,7 +88,7 @@ TEST_F(Lumetctl, TellsWhatTheHeadMadeOfIt) {
       {"--head [::1]:1 status", 3, ".*unable to connect to \\[::1\\]:1: Connection refused;.*\n"},
       {"--head :7 status", 2, "(.|\n)*names no machine\n(.|\n)*"},
       {"--version", 0, "lumetctl \\d+\\.\\d+\\.\\d+\n"},
-      {"status", 0, "head +TAVO TVF-XXXX(.|\n)*TDigital 28.5 °C(.|\n)*DIAG +nothing to tell\n"},
+      {"status", 0, "head +TAVO TVF-XXXX(.|\n)*TDigital 28.5 °C(.|\n)*DIAG +nothing to report\n"},
   };
   for (const auto& row : rows) {
     const Result result = Run(row.words);
