@@ -42,7 +42,7 @@ class LightPath {
   void Calibrate(const BiasConfig& bias);
 
   LeafLight At(const LightDrive& drive) const;
-  // Fills in what the detectors read; `noise` gives a normal deviate of the deviation it is given.
+  // Fills in what the detectors read; `noise` gives noise of the standard deviation it is given.
   void Read(const LeafLight& light, double fluorescence, const LightDrive& drive,
             const std::function<float(float)>& noise, WireSample& sample) const;
 

@@ -12,7 +12,7 @@ std::string NumberText(double number, int digits = 6);
 
 // A text between the quotes of JSON, escaped.
 std::string JsonText(std::string_view text);
-// A number as JSON; null for what is not one there, such as "nan".
+// A number as JSON; null for what JSON has no number for, such as "nan".
 std::string JsonNumber(const std::string& text);
 
 // Lines with aligned columns. Widths are those of letters, not bytes.
