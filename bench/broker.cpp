@@ -10,12 +10,12 @@
 
 namespace {
 
-// `where` is the listener's port, and its address if it has one.
-std::vector<std::string> BrokerCommand(const std::string& directory, const std::string& where,
+// `listener` is a port, and an address if it has one.
+std::vector<std::string> BrokerCommand(const std::string& directory, const std::string& listener,
                                        std::vector<std::string> command) {
   std::filesystem::create_directories(directory);
   const std::string path = directory + "/mosquitto.conf";
-  std::ofstream(path) << "listener " << where << "\n"
+  std::ofstream(path) << "listener " << listener << "\n"
                       << "allow_anonymous true\n"
                       << "persistence false\n"
                       << "log_dest none\n";

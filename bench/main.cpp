@@ -36,7 +36,7 @@ int RunHead(const Instrument& instrument, const Machine& machine,
   return RunLumet(instrument, machine, count, arguments.data());
 }
 
-// 0 for a text that is none.
+// 0 for a text that is not a speed.
 double SpeedOf(const std::string& text) {
   if (text == "max") return LinkOptions::kMaxSpeed;
   char* end = nullptr;
@@ -126,7 +126,7 @@ void AddOptions(CLI::App& app, BenchOptions& options) {
   app.add_flag("--discovery", options.discovery,
                "Announce the head on the network of this machine, and look for its console unit");
   app.add_flag("--routes", options.routes,
-               "Let the head remove routes of this machine, as it does on a head");
+               "Let the head remove routes of this machine, as an instrument does");
   app.add_flag("--print-tree", options.print_tree,
                "Print the settings of a new head, and the type of each, and run nothing");
   app.add_option("LUMET_OPTIONS", options.lumet_options,

@@ -109,7 +109,7 @@ void MessageBus::PublishDocument() {
 }
 
 std::string MessageBus::IdentityObject() const {
-  // Protocol: names and serial number stand as they are, without escapes.
+  // Protocol: names and serial number are written as they are, without escapes.
   return std::string(R"({"MODEL":"TAVO","VERSION":")")
       .append(doc.Conf().Ver().get())
       .append(R"(","NAME":")")
