@@ -143,7 +143,7 @@ void CloseCases() {
   ExpectEqual(listener.Taken(), "input-ended disconnected ");
 }
 
-// A peer whose system answers no more, while nothing is sent to it.
+// A peer's system no longer answers, while nothing is sent to it.
 void VanishedPeerCases() {
   Service service("\n");
   service.peer.Shutdown(SHUT_WR);
@@ -277,8 +277,8 @@ void SendCases() {
   ExpectEqual(service.listener.Taken(), "connected active connected active 'hello\n' ");
 }
 
-// What all are sent reaches each whole and in order, but for those who are too far behind, however
-// it is mixed with what each alone is sent.
+// What all are sent reaches each client whole and in order, except those that are too far behind,
+// however it is mixed with what each alone is sent.
 void BroadcastCases() {
   constexpr std::size_t kLimit = 200'000;
   Service slow("\n");

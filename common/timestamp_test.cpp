@@ -105,7 +105,7 @@ void TextCases() {
   ExpectEqual(rest, "rest");
 }
 
-// Against the calendar of the standard library.
+// Compares with the calendar of the standard library.
 void CalendarCases() {
   using namespace std::chrono;
   std::mt19937_64 random(1);
