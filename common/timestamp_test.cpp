@@ -94,6 +94,9 @@ void TextCases() {
       ExpectTrue(std::fabs(Parsed(text, format) - row.value) < 1e-4, text);
     }
   }
+}
+
+void StreamStateCases() {
   // A bad date leaves the stream bad at its place; a short time leaves it good.
   std::istringstream in("1989/1989-02-03 04 rest");
   Timestamp time;
@@ -137,5 +140,6 @@ void CalendarCases() {
 
 void TestTimestamp(std::ostream&) {
   TextCases();
+  StreamStateCases();
   CalendarCases();
 }
