@@ -45,7 +45,7 @@ class LogOutput : public std::streambuf, public PollItem {
   void StopWaiting();
 
   std::streambuf* before;
-  Kind kind;
+  Kind kind = Kind::kShared;
   int fd;
   bool awaits_room = false;   // is on the loop
   std::string gathered;       // said, and neither ended nor flushed

@@ -12,7 +12,7 @@ namespace {
 
 using self_test::ExpectEqual;
 
-int Sign(int number) { return (number > 0) - (number < 0); }
+int Sign(int number) { return number > 0 ? 1 : number < 0 ? -1 : 0; }
 
 }  // namespace
 

@@ -44,8 +44,8 @@ struct CommandLine {
 
  private:
   CLI::App* Add(const std::string& name, const std::string& help, std::function<void()> act);
-  void AddDuration(CLI::App* command, const std::string& names, Timeout& duration,
-                   const std::string& help);
+  static void AddDuration(CLI::App* command, const std::string& names, Timeout& duration,
+                          const std::string& help);
   void AddGlobals();
   void AddSettings();
   void AddMeasurements();
@@ -80,11 +80,11 @@ CLI::App* CommandLine::Add(const std::string& name, const std::string& help,
   return command;
 }
 
-void CommandLine::AddDuration(CLI::App* command, const std::string& names, Timeout& target,
+void CommandLine::AddDuration(CLI::App* command, const std::string& names, Timeout& duration,
                               const std::string& help) {
   command
       ->add_option_function<std::string>(
-          names, [&target](const std::string& text) { target = DurationOf(text); }, help)
+          names, [&duration](const std::string& text) { duration = DurationOf(text); }, help)
       ->type_name("TIME");
 }
 
@@ -296,7 +296,7 @@ BusClient Ctl::ConnectBus(const std::vector<std::string>& topics) const {
 
 void Warn(const std::string& text) { std::cerr << "lumetctl: " << text << std::endl; }
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   std::ios::sync_with_stdio(false);
   std::signal(SIGPIPE, SIG_IGN);
   CommandLine line;
@@ -313,4 +313,7 @@ int main(int argc, char** argv) {
   }
   CatchInterrupts();
   return Run(line.run);
+} catch (const std::exception& error) {
+  Warn(error.what());
+  return kFailed;
 }

@@ -218,12 +218,12 @@ std::string JsonMembers(const EventRecord& event) {
 // A flash with what was measured before it, and what it is compared with.
 class FlashReport {
  public:
-  FlashReport(const EventRecord& record, const Steady& before, const std::string& light,
-              const std::string& path, std::optional<DarkReference> dark, bool is_of_this)
+  FlashReport(const EventRecord& record, const Steady& before, std::string light, std::string path,
+              std::optional<DarkReference> dark, bool is_of_this)
       : event(record),
         steady(before),
-        measuring_light(light),
-        reference_path(path),
+        measuring_light(std::move(light)),
+        reference_path(std::move(path)),
         reference(std::move(dark)),
         is_own(is_of_this) {
     const auto fmax = event.Number("FMAX");

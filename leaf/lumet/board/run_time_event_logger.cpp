@@ -80,8 +80,8 @@ bool EndsInALine(const std::string& path) {
 
 class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
  public:
-  explicit RunTimeEventLoggerImpl(const std::string& log_path)
-      : PollTimer(kPeriodMs, true), path(log_path) {
+  explicit RunTimeEventLoggerImpl(std::string log_path)
+      : PollTimer(kPeriodMs, true), path(std::move(log_path)) {
     state[kMinutes] = 0;
     ReadLastSnapshot();
     NextValue("powercycle_count");
