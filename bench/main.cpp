@@ -245,15 +245,15 @@ int RunBench(BenchOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app(
-      "Runs a head on the desk: the real daemon, with a simulated signal processor. It needs no\n"
-      "rights and touches nothing outside its directory.",
-      "lumet-bench");
-  BenchOptions options;
-  AddOptions(app, options);
-  app.set_version_flag("--version", "lumet-bench " + std::string(kLumetVersion));
-  CLI11_PARSE(app, argc, argv);
   try {
+    CLI::App app(
+        "Runs a head on the desk: the real daemon, with a simulated signal processor. It needs no\n"
+        "rights and touches nothing outside its directory.",
+        "lumet-bench");
+    BenchOptions options;
+    AddOptions(app, options);
+    app.set_version_flag("--version", "lumet-bench " + std::string(kLumetVersion));
+    CLI11_PARSE(app, argc, argv);
     if (!options.print_tree) return RunBench(options);
     PrintTree();
     return 0;

@@ -62,13 +62,7 @@ void SimulatedDSP::HandleCommand(const RecordTime& now, const RecordHeader& head
       return Begin(now);
     case DSPCode::SetTimingConfig:
       if (!holds(TimingConfig::kSize)) break;
-      timing = TimingConfig::Decode(payload.data());
-      AdvanceLeaf(last_elapsed);
-      // A running sequence goes on as it began.
-      if (sequence.empty()) FlushBatch(now);
-      measure = MeasureSegment();
-      if (sequence.empty()) Begin(now);
-      return;
+      return SetTiming(now, TimingConfig::Decode(payload.data()));
     case DSPCode::SetBiasConfig:
       if (!holds(BiasConfig::kSize)) break;
       AdvanceLeaf(last_elapsed);
@@ -115,6 +109,15 @@ void SimulatedDSP::HandleCommand(const RecordTime& now, const RecordHeader& head
   }
   output.Text(now, DSPCode::BadCommandRecord,
               "code " + std::to_string(header.code) + ", length " + std::to_string(header.length));
+}
+
+void SimulatedDSP::SetTiming(const RecordTime& now, const TimingConfig& new_timing) {
+  timing = new_timing;
+  AdvanceLeaf(last_elapsed);
+  // A sequence that runs goes on as it began.
+  if (sequence.empty()) FlushBatch(now);
+  measure = MeasureSegment();
+  if (sequence.empty()) Begin(now);
 }
 
 SimulatedDSP::Segment SimulatedDSP::MeasureSegment() const {

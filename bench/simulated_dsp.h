@@ -58,6 +58,7 @@ class SimulatedDSP {
   void StartDarkPulse(const RecordTime& now);
   Segment FlashSegment(std::uint16_t code, std::uint64_t duration) const;
   Segment DarkSegment(std::uint16_t code, std::uint64_t duration) const;
+  void SetTiming(const RecordTime& now, const TimingConfig& new_timing);
   Segment MeasureSegment() const;
 
   const Segment& Current() const { return sequence.empty() ? measure : sequence.front(); }

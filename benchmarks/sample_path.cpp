@@ -8,7 +8,6 @@
 // emulated and is counted there, without a baseline.
 
 #include <array>
-#include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <memory>
@@ -18,6 +17,7 @@
 #include <vector>
 
 #include "bench/head.h"
+#include "benchmarks/callgrind.h"
 #include "client/console.h"
 
 namespace {
@@ -55,22 +55,9 @@ WireSample SampleOf(Stream stream, int number) {
   return sample;
 }
 
-long CountedIn(const std::string& log) {
-  std::ifstream file(log);
-  const std::string text(std::istreambuf_iterator<char>(file), {});
-  const std::string marker = "Collected : ";
-  const std::size_t at = text.find(marker);
-  if (at == std::string::npos) throw std::runtime_error("there is no count: " + text);
-  return std::stol(text.substr(at + marker.size()));
-}
-
-std::vector<std::string> Callgrind(const std::string& log) {
-  return {"valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--log-file=" + log};
-}
-
 // A head whose instructions are in `log` once it has ended.
 HeadOptions Counted(const std::string& log) {
-  if (other_processor.empty()) return {.wrapper = Callgrind(log)};
+  if (other_processor.empty()) return {.wrapper = CallgrindWords(log)};
   const std::string builds = LUMET_BUILDS "/";
   return {.program = {"qemu-arm", "-L", builds + "sysroot/" + other_processor, "-plugin",
                       LUMET_INSTRUCTION_COUNTER ",out=" + log,
@@ -97,7 +84,7 @@ long DaemonInstructions(Stream stream, int clients, int packets) {
       for (int row = 0; row < kInPacket; ++row) reader->NextData();
   }
   if (head.Stop() != 0) throw std::runtime_error("the head failed");
-  return CountedIn(log);
+  return CountIn(log);
 }
 
 double DaemonPerSample(Stream stream, int clients) {
@@ -135,10 +122,10 @@ double BaselinePerRow(const std::string& program) {
   const std::string log = root.Path() + "/callgrind";
   const auto count = [&](int rows) {
     std::string command;
-    for (const std::string& word : Callgrind(log)) command += word + " ";
+    for (const std::string& word : CallgrindWords(log)) command += word + " ";
     command += "'" + program + "' " + std::to_string(rows);
     if (std::system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
-    return CountedIn(log);
+    return CountIn(log);
   };
   constexpr int kShort = 200;
   constexpr int kLong = 2200;

@@ -27,6 +27,7 @@ template <class Function>
 Function* Real(Function*, const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
+// NOLINTNEXTLINE(bugprone-macro-parentheses,cppcoreguidelines-macro-usage): of a name, its text too
 #define REAL(name) Real(&name, #name)
 
 std::string_view Setting(const char* name) {

@@ -120,7 +120,7 @@ class Lumet : public DSPDevice::Listener,
   void HandleMessages();
   void HandleXMLUpdate(const std::string& payload);
   void HandleSystemShutdown(const std::string& payload);
-  void _HandlePowerButton(const std::string& payload);
+  void _HandlePowerButton(const std::string& payload) const;
   void ShowMessage(std::string_view prefix, std::string_view text);
   // Puts what the head knows about itself into the document.
   void FillInIdentity();
@@ -135,7 +135,7 @@ class Lumet : public DSPDevice::Listener,
   void StartSequence(ConfigCmdTavo& cmd);
   // Ends the process, in good order. `order` is what the machine is to do after that: `reboot` or
   // `poweroff`, which may be null.
-  void End(bool* order);
+  static void End(bool* order);
   // Writes the commands queued for the processor, as far as it takes them at once.
   void SendCommands();
   void SaveAll();

@@ -80,8 +80,8 @@ bool EndsInALine(const std::string& path) {
 
 class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
  public:
-  explicit RunTimeEventLoggerImpl(const std::string& path)
-      : PollTimer(kPeriodMs, true), path(path) {
+  explicit RunTimeEventLoggerImpl(std::string path)
+      : PollTimer(kPeriodMs, true), path(std::move(path)) {
     state[kMinutes] = 0;
     ReadLastSnapshot();
     NextValue("powercycle_count");
