@@ -7,9 +7,9 @@
 #include <chrono>
 #include <csignal>
 #include <exception>
-#include <functional>
 #include <iostream>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "tests/soak_attacks.h"
@@ -17,37 +17,18 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
 
-// Says each few seconds how far it has come.
-class Ticker {
- public:
-  explicit Ticker(const SoakReport& report)
-      : thread([&report](const std::stop_token& stop) {
-          constexpr seconds kBetween(5);
-          for (auto next = Clock::now() + kBetween; !stop.stop_requested();
-               std::this_thread::sleep_for(std::chrono::milliseconds(100))) {
-            if (Clock::now() < next) continue;
-            std::cout << report.Progress() << std::endl;
-            next += kBetween;
-          }
-        }) {}
-
- private:
-  std::jthread thread;
-};
-
 void RunAttacks(SoakSubject& subject, SoakReport& report, double minutes) {
-  const auto end = Clock::now() + std::chrono::duration<double, std::ratio<60>>(minutes);
+  const auto end = SoakClock::now() + std::chrono::duration<double, std::ratio<60>>(minutes);
   report.Begin("no attack");
   subject.Work(seconds(5));
   subject.CompareUse();
   std::vector<SoakAttack> attacks = SoakAttacks();
-  while (Clock::now() < end) {
+  while (SoakClock::now() < end) {
     std::ranges::shuffle(attacks, subject.random);
     for (const SoakAttack& attack : attacks) {
-      if (Clock::now() >= end) break;
+      if (SoakClock::now() >= end) break;
       report.Begin(attack.name);
       attack.run(subject);
       subject.Recover();
@@ -58,14 +39,13 @@ void RunAttacks(SoakSubject& subject, SoakReport& report, double minutes) {
 
 // Ten samples a second, and an event each quarter of an hour.
 void RunWeek(SoakSubject& subject, SoakReport& report) {
-  constexpr double kWeek = 7 * 24 * 3600;
-  constexpr double kQuarter = 900;
+  constexpr int kQuartersOfAWeek = 7 * 24 * 4;
+  constexpr double kQuarter = 900;  // seconds
   report.Begin("a week");
-  const double start = subject.Rows().Time();
-  double next = start;
-  while (subject.Rows().Time() < start + kWeek) {
+  double next = subject.Rows().Time();
+  for (int quarter = 0; quarter < kQuartersOfAWeek; ++quarter) {
     subject.StartNextEvent();
-    next += kQuarter;
+    next = std::max(next, subject.Rows().Time()) + kQuarter;
     subject.WorkUntil("a quarter of an hour", [&] { return subject.Rows().Time() >= next; });
     subject.CompareUse();
   }
@@ -76,7 +56,12 @@ int Run(const SoakSubject::Options& options, double minutes, bool week) {
   SoakReport report;
   report.Begin("the start");
   try {
-    const Ticker ticker(report);
+    const std::jthread ticker = Repeating([&, next = SoakClock::now() + seconds(5)]() mutable {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      if (SoakClock::now() < next) return;
+      report.PrintProgress();
+      next += seconds(5);
+    });
     SoakSubject subject(options, report);
     if (week)
       RunWeek(subject, report);
@@ -86,9 +71,9 @@ int Run(const SoakSubject::Options& options, double minutes, bool week) {
   } catch (const std::exception& error) {
     report.Fail(error.what());
   }
-  std::cout << "\n"
-            << report.Table() << "seed " << options.seed << ": "
-            << (report.HasFailed() ? "FAILED" : "passed") << std::endl;
+  report.PrintTable();
+  std::cout << "seed " << options.seed << (report.HasFailed() ? ": FAILED" : ": passed")
+            << std::endl;
   return report.HasFailed() ? 1 : 0;
 }
 

@@ -4,14 +4,12 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <filesystem>
 #include <stdexcept>
 #include <thread>
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
@@ -38,8 +36,6 @@ std::string StartSettings(int rate) {
          "<after>1</after></darkpulse></cfg>";
 }
 
-volatile std::sig_atomic_t interrupted = 0;
-
 void WriteAtOnce(const std::string& path, const std::string& text) {
   WriteFile(path + ".new", text);
   std::filesystem::rename(path + ".new", path);
@@ -58,8 +54,6 @@ SoakSubject::SoakSubject(const Options& options, SoakReport& report)
   excuses.bus = true;
   Recover();
 }
-
-void SoakSubject::Interrupt() { interrupted = 1; }
 
 void SoakSubject::StartBroker() {
   broker = std::make_unique<Broker>(outside.Path() + "/broker", broker_port);
@@ -114,16 +108,16 @@ void SoakSubject::SetByBus() {
 }
 
 void SoakSubject::CheckFile(milliseconds patience) {
-  const auto deadline = Clock::now() + patience;
+  const auto deadline = SoakClock::now() + patience;
   const std::string path = root.Path() + "/etc/tavo.conf";
   for (const auto& [name, value] : acknowledged) {
     const std::string wanted = "<" + name + ">" + value + "<";
     const auto is_there = [&] { return ReadFile(path).find(wanted) != std::string::npos; };
     bool found = is_there();
-    for (; !found && Clock::now() < deadline; found = is_there())
+    for (; !found && SoakClock::now() < deadline; found = is_there())
       std::this_thread::sleep_for(kBetweenLooks);
     if (!found) report.Fail(wanted + " was acknowledged, and is not in the file");
-    if (found) report.Checked(SoakReport::kSettings);
+    if (found) report.Checked(&SoakReport::Line::settings);
   }
 }
 
@@ -141,9 +135,9 @@ void SoakSubject::JudgeEvents() {
     if (event.is_whole && !excuses.bus) unjudged.push_back(event);
   std::erase_if(unjudged, [&](const SeenEvent& event) {
     const auto samples = bus_witness->SamplesOfEvent(event.start);
-    if (!samples && Clock::now() - event.seen < kPatience) return false;
+    if (!samples && SoakClock::now() - event.seen < kPatience) return false;
     if (samples == event.samples) {
-      report.Checked(SoakReport::kEvents);
+      report.Checked(&SoakReport::Line::events);
     } else {
       report.Fail("an event of " + std::to_string(event.samples) + " samples has " +
                   (samples ? "a record of " + std::to_string(*samples) : "no record"));
@@ -164,7 +158,8 @@ void SoakSubject::Look() {
   // Its log is to be read.
   head->HasLogged("");
   const double mebibytes = Mebibytes();
-  report.Uses(mebibytes, Descriptors());
+  report.Saw(&SoakReport::Line::mebibytes, mebibytes);
+  report.Saw(&SoakReport::Line::descriptors, Descriptors());
   if (mebibytes > most_mebibytes)
     report.Fail("the head uses " + std::to_string(mebibytes) + " MiB of " +
                 std::to_string(most_mebibytes));
@@ -172,14 +167,14 @@ void SoakSubject::Look() {
 }
 
 void SoakSubject::Work(milliseconds time) {
-  constexpr milliseconds kBetweenEvents(1500);
+  constexpr milliseconds kBetweenEvents(700);
   constexpr milliseconds kBetweenSets(200);
-  const auto end = Clock::now() + time;
+  const auto end = SoakClock::now() + time;
   do {
     Look();
     const auto is_due = [](Moment& moment, milliseconds period) {
-      if (Clock::now() < moment) return false;
-      moment = Clock::now() + period;
+      if (SoakClock::now() < moment) return false;
+      moment = SoakClock::now() + period;
       return true;
     };
     if (is_due(next_console_at, kBetweenSets)) SetByConsole();
@@ -187,13 +182,13 @@ void SoakSubject::Work(milliseconds time) {
     const bool starts_events = options.speed == "1" && !row_witness->IsInEvent();
     if (starts_events && is_due(next_event_at, kBetweenEvents)) StartNextEvent();
     std::this_thread::sleep_for(kBetweenLooks);
-  } while (Clock::now() < end);
+  } while (SoakClock::now() < end);
 }
 
 bool SoakSubject::WorkUntil(const std::string& awaited, const std::function<bool()>& done) {
-  const auto deadline = Clock::now() + kPatience;
+  const auto deadline = SoakClock::now() + kPatience;
   while (!done()) {
-    if (Clock::now() > deadline) {
+    if (SoakClock::now() > deadline) {
       report.Fail("waited in vain for " + awaited);
       return false;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -27,7 +28,7 @@ class SoakSubject {
     std::chrono::milliseconds attack{3000};  // about how long each goes on
   };
   // Ends it soon, as a failure. For signal handlers.
-  static void Interrupt();
+  static void Interrupt() { interrupted = 1; }
 
   // Starts all of it, and gives the head its settings. `report` must outlive this.
   SoakSubject(const Options& options, SoakReport& report);
@@ -53,6 +54,7 @@ class SoakSubject {
   void SetDisk(const std::string& state);  // of disk_layer.cpp; "" for a healthy one
   std::string Path() const { return root.Path(); }
   int Port() const { return head->Port(); }
+  bool HasLogged(std::string_view text) { return head->HasLogged(text); }
   int BrokerPort() const { return broker_port; }
   void StartBroker();
   Broker& TheBroker() { return *broker; }
@@ -65,7 +67,7 @@ class SoakSubject {
   // Of each kind in turn. Work does so where simulated time is that of the clock.
   void StartNextEvent();
   void JudgeEvents();
-  std::size_t LongestEvent() const { return bus_witness->LongestEvent(); }
+  std::size_t TakeLongestEvent() { return bus_witness->TakeLongest(); }
   const RowWitness& Rows() const { return *row_witness; }
 
   SoakExcuses excuses;
@@ -96,7 +98,8 @@ class SoakSubject {
   double usual_mebibytes = 0;
   std::size_t usual_descriptors = 0;
 
-  using Moment = std::chrono::steady_clock::time_point;
+  using Moment = SoakClock::time_point;
+  inline static volatile std::sig_atomic_t interrupted = 0;
   Moment next_event_at = {};
   Moment next_console_at = {};
   Moment next_bus_at = {};
