@@ -19,14 +19,15 @@ namespace {
 
 using std::chrono::seconds;
 
-void RunAttacks(SoakSubject& subject, SoakReport& report, double minutes) {
+void RunAttacks(SoakSubject& subject, SoakReport& report, double minutes, std::uint64_t seed) {
   const auto end = SoakClock::now() + std::chrono::duration<double, std::ratio<60>>(minutes);
   report.Begin("no attack");
   subject.Work(seconds(5));
   subject.CompareUse();
   std::vector<SoakAttack> attacks = SoakAttacks();
+  std::mt19937_64 order(seed);
   while (SoakClock::now() < end) {
-    std::ranges::shuffle(attacks, subject.random);
+    std::ranges::shuffle(attacks, order);
     for (const SoakAttack& attack : attacks) {
       if (SoakClock::now() >= end) break;
       report.Begin(attack.name);
@@ -66,7 +67,7 @@ int Run(const SoakSubject::Options& options, double minutes, bool week) {
     if (week)
       RunWeek(subject, report);
     else
-      RunAttacks(subject, report, minutes);
+      RunAttacks(subject, report, minutes, options.seed);
     subject.End();
   } catch (const std::exception& error) {
     report.Fail(error.what());
