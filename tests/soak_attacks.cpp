@@ -71,6 +71,23 @@ void ClientsFlood(SoakSubject& subject) {
   subject.Work(subject.Some());
 }
 
+// More than a head keeps for anybody: answers, standing queries, and records of zeros.
+void ClientsAskTooMuch(SoakSubject& subject) {
+  constexpr int kOfALine = 500'000;  // nearly as many as a line may hold
+  const auto in_tavo = [](const std::string& inside) {
+    return "<nemra><tavo>" + inside + "</tavo></nemra>\n";
+  };
+  std::list<LineClient> clients;
+  for (const std::string& text :
+       {in_tavo(Repeated("&query;", kOfALine)), in_tavo(Repeated("&query;", kOfALine)),
+        Repeated(in_tavo("&query_changes;" + std::string(10 << 10, ' ')), 200),
+        in_tavo("<history>" + Repeated("<r/>", kOfALine) + "</history>")}) {
+    Try(clients.emplace_back(subject.Port(), "::1", kDefaultTimeout, kSmallBuffer), text);
+    subject.Work({});
+  }
+  subject.Work(subject.Some());
+}
+
 void ClientsCloseHalf(SoakSubject& subject) {
   std::list<LineClient> clients;
   for (int i = 0; i < 50; ++i) {
@@ -227,23 +244,15 @@ void FullRate(SoakSubject& subject) {
 
 const std::vector<SoakAttack>& SoakAttacks() {
   static const std::vector<SoakAttack> attacks = {
-      {"clients come and go", ClientsComeAndGo},
-      {"clients stall", ClientsStall},
-      {"clients flood", ClientsFlood},
-      {"clients close half", ClientsCloseHalf},
-      {"clients send garbage", ClientsSendGarbage},
-      {"the broker restarts", BrokerRestarts},
-      {"the broker stalls", BrokerStalls},
-      {"the broker is full", BrokerIsFull},
-      {"the bus carries garbage", BusCarriesGarbage},
-      {"sensors vanish", SensorsVanish},
-      {"the processor is silent", ProcessorIsSilent},
-      {"the processor resets", ProcessorResets},
-      {"its records are damaged", ProcessorIsDamaged},
-      {"the disk is slow", DiskIsSlow},
-      {"the disk is full", DiskIsFull},
-      {"the disk is read-only", DiskIsReadOnly},
-      {"induction at full rate", FullRate},
+      {"clients come and go", ClientsComeAndGo}, {"clients stall", ClientsStall},
+      {"clients flood", ClientsFlood},           {"clients ask too much", ClientsAskTooMuch},
+      {"clients close half", ClientsCloseHalf},  {"clients send garbage", ClientsSendGarbage},
+      {"the broker restarts", BrokerRestarts},   {"the broker stalls", BrokerStalls},
+      {"the broker is full", BrokerIsFull},      {"the bus carries garbage", BusCarriesGarbage},
+      {"sensors vanish", SensorsVanish},         {"the processor is silent", ProcessorIsSilent},
+      {"the processor resets", ProcessorResets}, {"its records are damaged", ProcessorIsDamaged},
+      {"the disk is slow", DiskIsSlow},          {"the disk is full", DiskIsFull},
+      {"the disk is read-only", DiskIsReadOnly}, {"induction at full rate", FullRate},
   };
   return attacks;
 }

@@ -169,13 +169,14 @@ class BusWitness {
         thread(Repeating([this] { Turn(); })) {}
 
   bool IsConnected() const { return is_connected; }
-  // The number of samples in the record of the event that began at this time, if it has come.
-  std::optional<std::size_t> SamplesOfEvent(double start) {
+  // Whether a record of this event has come, with all its samples.
+  bool HasRecordOf(const SeenEvent& event) {
     // Records tell tenths of a second.
+    constexpr double kSameTime = 0.11;
     const std::lock_guard guard(mutex);
-    const auto found = std::ranges::find_if(
-        records, [&](const SeenEvent& record) { return std::fabs(record.start - start) < 0.11; });
-    return found == records.end() ? std::nullopt : std::optional(found->samples);
+    return std::ranges::any_of(records, [&](const SeenEvent& record) {
+      return record.samples == event.samples && std::fabs(record.start - event.start) < kSameTime;
+    });
   }
   // The number of samples in the longest record since the last call.
   std::size_t TakeLongest() { return longest.exchange(0); }
