@@ -99,8 +99,9 @@ void AddOptions(CLI::App& app, BenchOptions& options) {
       ->check(CLI::Range(1, 10000));
   app.add_option("--seed", options.seed, "Seed of the noise")->capture_default_str();
   app.add_option("--leaf", options.leaf,
-                 "What is in front of the head. Its temperature and health are in\n"
-                 "'environment' in the bench's directory, to be changed at any time")
+                 "What is in front of the head. Its temperature and health, and faults of the\n"
+                 "processor, are in 'environment' in the bench's directory, to be changed at\n"
+                 "any time")
       ->check(CLI::IsMember(Leaf::Names()))
       ->capture_default_str();
   app.add_option("--speed", options.speed,

@@ -31,7 +31,7 @@ float Between(float from, float to, float share) { return from + (to - from) * s
 }  // namespace
 
 SimulatedDSP::SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& leaf)
-    : random(seed), leaf(leaf), timing(StartTiming(rate)) {
+    : random(seed), start_rate(rate), leaf(leaf), timing(StartTiming(rate)) {
   measure = MeasureSegment();
 }
 
@@ -42,6 +42,20 @@ void SimulatedDSP::SetEnvironment(const Environment& environment) {
 
 void SimulatedDSP::Start(const RecordTime& now) {
   output.Text(now, DSPCode::InitTextRecord, "simulated processor ready");
+}
+
+void SimulatedDSP::Reset(const RecordTime& now) {
+  AdvanceLeaf(last_elapsed);
+  gathered = 0;
+  sequence.clear();
+  registers.clear();
+  raw = {};
+  red_modulation = true;
+  timing = StartTiming(start_rate);
+  measure = MeasureSegment();
+  tick_start = last_elapsed;
+  Start(now);
+  Begin(now);
 }
 
 void SimulatedDSP::HandleCommands(const RecordTime& now, std::span<const std::uint8_t> packet) {
@@ -286,7 +300,7 @@ WireSample SimulatedDSP::MakeSample(std::uint64_t elapsed) {
   LightDrive drive;
   const LeafLight light = LightAt(elapsed, drive);
   WireSample sample;
-  sample.tick = static_cast<std::uint32_t>(elapsed);
+  sample.tick = static_cast<std::uint32_t>(elapsed - tick_start);
   sample.red_dac = std::round(drive.red);
   sample.blue_dac = drive.blue;
   sample.farred_dac = drive.farred;
@@ -307,7 +321,11 @@ void SimulatedDSP::FlushBatch(const RecordTime& now) {
     output.Sample(now, batch[0]);
   else
     output.Batch(now, std::span(batch).first(gathered));
+  const std::uint64_t before = sent;
+  sent += gathered;
   gathered = 0;
+  if (count_every > 0 && before / count_every != sent / count_every)
+    output.Text(now, DSPCode::InfoTextRecord, std::to_string(sent) + " samples sent");
 }
 
 void SimulatedDSP::SendRawCapture(const RecordTime& now) {
