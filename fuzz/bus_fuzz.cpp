@@ -5,6 +5,17 @@
 
 #include "fuzz/fuzz_head.h"
 
+namespace {
+
+// But for the switches of the client who spoke last.
+std::string WithoutOutputs(std::string settings) {
+  const std::size_t begin = settings.find("<output>");
+  const std::size_t end = settings.find("</output>");
+  return end == std::string::npos ? settings : settings.erase(begin, end - begin);
+}
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string kUpdate = "nemra/tavo/xml/update";
   FuzzHead by_bus;
@@ -27,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (comparable)
     Check(ComesOutTheSame(by_bus, by_console, [&](int i) {
       FuzzHead& head = i == 0 ? by_bus : by_console;
-      return head.Commands() + head.Saved();
+      return head.Commands() + WithoutOutputs(head.Saved());
     }));
   return 0;
 }

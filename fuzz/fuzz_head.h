@@ -138,7 +138,14 @@ class FuzzHead {
 template <class What>
 bool ComesOutTheSame(FuzzHead& a, FuzzHead& b, What what) {
   for (int attempt = 0; attempt < 2000; ++attempt) {
-    if (what(0) == what(1)) return true;
+    const std::string one = what(0);
+    const std::string other = what(1);
+    const auto differ = std::ranges::mismatch(one, other);
+    if (differ.in1 == one.end() && differ.in2 == other.end()) return true;
+    if (attempt == 1999)
+      std::cerr << "After " << std::string(one.begin(), differ.in1) << "\none has "
+                << std::string(differ.in1, one.end()) << "\nand the other "
+                << std::string(differ.in2, other.end()) << "\n";
     a.Settle();
     b.Settle();
     if (attempt > 2) usleep(1000);

@@ -22,10 +22,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::span<const std::uint8_t> rest(data, size);
   at_once.Send(rest);
   while (!rest.empty()) {
+    // What is cut off ends a read.
     std::size_t length = rest.size();
-    if (length >= RecordHeader::kSize)
-      length = RecordHeader::kSize + PaddedLength(RecordHeader::Decode(rest.data()).length);
-    length = std::min(length, rest.size());
+    if (length >= RecordHeader::kSize) {
+      const std::uint16_t payload = RecordHeader::Decode(rest.data()).length;
+      if (RecordHeader::kSize + payload <= length)
+        length = std::min(length, RecordHeader::kSize + PaddedLength(payload));
+    }
     one_by_one.Send(rest.first(length));
     rest = rest.subspan(length);
   }
