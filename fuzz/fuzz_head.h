@@ -65,11 +65,11 @@ class FuzzHead {
       poll(&entry, 1, 1000);
       head.Settle();
     }
-    // All that it has received.
-    const std::string& Heard() {
+    // All that it has received, unless the head has closed it, at which answers may be lost.
+    std::string Heard() {
       for (std::array<char, 65536> bytes; true;) {
         const ssize_t count = recv(connection.GetFD(), bytes.data(), bytes.size(), 0);
-        if (count <= 0) return heard;
+        if (count <= 0) return there->IsOpen() ? heard : "closed";
         heard.append(bytes.data(), static_cast<std::size_t>(count));
       }
     }
