@@ -23,8 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   // What it has written, it reads; counters that have come to their end begin anew.
   const int next = start();
-  Check(event == first_event + 1 || event == 1);
-  Check(next == count + 2 || next <= 2);
+  Check(event - 1 == first_event || event == 1);
+  Check(next - 2 == count || next <= 2);
   // A torn line does not stop that, and its number is not given again.
   directory.Write("log", directory.Read("log") + "{\"event_id\":" + std::to_string(event));
   Check(start() >= 1);
