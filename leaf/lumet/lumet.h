@@ -53,6 +53,9 @@ class Lumet : public DSPDevice::Listener,
   // Turns the loop until quit, then takes the processor to its safe state and gives clients a
   // second to take what is queued for them. Lets no exception out.
   void run();
+  // One turn of the loop, which waits `timeout_ms` at most (negative: no limit), with the saves
+  // that belong to it. False once the head is to end.
+  bool Turn(int timeout_ms = -1);
   // Reads the settings files and sets up the head accordingly; SIGUSR1 does it again.
   void readconfig();
 

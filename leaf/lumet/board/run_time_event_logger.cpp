@@ -93,9 +93,10 @@ class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
 
   int NextValue(const std::string& key) {
     Json::Value& counter = state[key];
-    // A non-numeric counter restarts at 1: somebody may have edited the line.
-    const int next =
-        counter.isInt() && counter.asInt() < Json::Value::maxInt ? counter.asInt() + 1 : 1;
+    // What is no count restarts at 1: somebody may have edited the line.
+    const bool goes_on =
+        counter.isInt() && counter.asInt() >= 0 && counter.asInt() < Json::Value::maxInt;
+    const int next = goes_on ? counter.asInt() + 1 : 1;
     counter = next;
     return next;
   }
