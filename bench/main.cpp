@@ -18,6 +18,7 @@
 #include "bench/processor_link.h"
 #include "bench/quiet_departures.h"
 #include "bench/recording.h"
+#include "bench/settings_reference.h"
 #include "bench/simulated_process.h"
 #include "bench/start_checks.h"
 #include "common/host_port.h"
@@ -81,6 +82,7 @@ struct BenchOptions {
   bool discovery = false;
   bool routes = false;
   bool print_tree = false;
+  bool print_reference = false;
   std::vector<std::string> lumet_options;
 };
 
@@ -130,6 +132,8 @@ void AddOptions(CLI::App& app, BenchOptions& options) {
                "Let the head remove routes of this machine, as an instrument does");
   app.add_flag("--print-tree", options.print_tree,
                "Print the settings of a new head, and the type of each, and run nothing");
+  app.add_flag("--print-reference", options.print_reference,
+               "Print the page docs/settings-reference.md, and run nothing");
   app.add_option("LUMET_OPTIONS", options.lumet_options,
                  "After --: options of lumet itself, such as -- -d");
 }
@@ -255,8 +259,9 @@ int main(int argc, char** argv) {
     AddOptions(app, options);
     app.set_version_flag("--version", "lumet-bench " + std::string(kLumetVersion));
     CLI11_PARSE(app, argc, argv);
-    if (!options.print_tree) return RunBench(options);
-    PrintTree();
+    if (!options.print_tree && !options.print_reference) return RunBench(options);
+    if (options.print_tree) PrintTree();
+    if (options.print_reference) PrintSettingsReference(std::cout);
     return 0;
   } catch (const std::exception& error) {
     std::cerr << "lumet-bench: " << error.what() << "\n";
