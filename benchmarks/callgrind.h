@@ -8,9 +8,10 @@
 
 // Instructions of a program that runs under callgrind, which counts those of user mode.
 
-// The words in front of a command that count it, into the file `log`.
-inline std::vector<std::string> CallgrindWords(const std::string& log) {
-  return {"valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--log-file=" + log};
+// The words in front of a command that count it, into the file `log`, and write its profile.
+inline std::vector<std::string> CallgrindWords(const std::string& log,
+                                               const std::string& profile = "/dev/null") {
+  return {"valgrind", "--tool=callgrind", "--callgrind-out-file=" + profile, "--log-file=" + log};
 }
 
 // The count in `log` once the program has ended. Throws std::runtime_error if there is none.
