@@ -189,17 +189,17 @@ std::string OpeningBlock(std::string_view version, std::string_view host_name,
 
 DataRowComposer::DataRowComposer() {
   // The columns of a sample of zeros.
-  for (std::size_t i = 0; i <= kColumns; ++i) {
-    rows[0].text[2 * i] = '0';
-    rows[0].text[2 * i + 1] = '\t';
-    rows[0].places[i] = static_cast<std::uint32_t>(2 * i);
+  for (std::size_t i = 0; i < kColumns; ++i) {
+    rows[0][2 * i] = '0';
+    rows[0][2 * i + 1] = '\t';
   }
+  lengths.fill(2);
 }
 
 char* DataRowComposer::PutTime(Row& row, const Row& before, double time) {
   constexpr std::string_view kName = "DATA\t";
   constexpr std::size_t kSeconds = 16;  // the name, ten digits, and the point
-  char* const text = row.text.data();
+  char* const text = row.data();
   std::uint32_t whole = 0;
   std::uint32_t micros = 0;
   if (!SplitMicros(time, whole, micros)) {
@@ -208,7 +208,7 @@ char* DataRowComposer::PutTime(Row& row, const Row& before, double time) {
     return PutFixed6(text + kName.size(), time);
   }
   if (whole == seconds && fraction_place != 0) {
-    std::memcpy(text, before.text.data(), kSeconds);
+    std::memcpy(text, before.data(), kSeconds);
   } else {
     std::memcpy(text, kName.data(), kName.size());
     char* const point = PutUnsigned(text + kName.size(), whole);
@@ -224,36 +224,38 @@ std::string_view DataRowComposer::Compose(const DataSample& sample, std::uint32_
   const Row& before = rows[latest];
   latest = 1 - latest;
   Row& row = rows[latest];
-  char* const text = row.text.data();
   char* to = PutTime(row, before, sample.time);
   *to++ = '\t';
 
-  // By their bits, so that nan is like itself, and -0 unlike 0.
-  Columns news;
-  news.front() = diag;
-  for (std::size_t i = 0; i < kPrintedValues.size(); ++i)
-    news[i + 1] = std::bit_cast<std::uint32_t>(sample.values[kPrintedValues[i]]);
-  news.back() = sample.code;
-
-  for (std::size_t i = 0; i < kColumns;) {
-    const auto place = static_cast<std::uint32_t>(to - text);
-    if (news[i] != columns[i]) {
-      row.places[i] = place;
-      to = i == 0 || i == kColumns - 1 ? PutUnsigned(to, news[i])
-                                       : PutFloat(to, std::bit_cast<float>(news[i]));
-      *to++ = '\t';
-      ++i;
-      continue;
+  // What stands unchanged in the row before, up to the column that is looked at.
+  const char* kept = before.data() + diag_place;
+  const char* kept_end = kept;
+  diag_place = static_cast<std::uint32_t>(to - row.data());
+  const auto put_kept = [&] {
+    std::memcpy(to, kept, static_cast<std::size_t>(kept_end - kept));
+    to += kept_end - kept;
+  };
+  // Values are compared by their bits, so that nan is like itself, and -0 unlike 0.
+  const auto put = [&](std::size_t i, std::uint32_t value, auto put_text) {
+    if (value != columns[i]) {
+      if (kept != kept_end) put_kept();
+      kept = kept_end + lengths[i];
+      char* const end = put_text(to, value);
+      *end = '\t';
+      kept_end += lengths[i];
+      lengths[i] = static_cast<std::uint8_t>(end + 1 - to);
+      to = end + 1;
+      columns[i] = value;
+    } else {
+      kept_end += lengths[i];
     }
-    const std::uint32_t from = before.places[i];
-    for (; i < kColumns && news[i] == columns[i]; ++i)
-      row.places[i] = before.places[i] + (place - from);
-    const std::size_t length = before.places[i] - from;
-    std::memcpy(to, before.text.data() + from, length);
-    to += length;
-  }
-  row.places[kColumns] = static_cast<std::uint32_t>(to - text);
-  columns = news;
-  const char* const end = PutChecksum(text, to, to);
-  return {text, static_cast<std::size_t>(end - text)};
+  };
+  put(0, diag, PutUnsigned);
+  for (std::size_t i = 0; i < kPrintedValues.size(); ++i)
+    put(i + 1, std::bit_cast<std::uint32_t>(sample.values[kPrintedValues[i]]),
+        [](char* at, std::uint32_t value) { return PutFloat(at, std::bit_cast<float>(value)); });
+  put(kColumns - 1, sample.code, PutUnsigned);
+  put_kept();
+  const char* const end = PutChecksum(row.data(), to, to);
+  return {row.data(), static_cast<std::size_t>(end - row.data())};
 }

@@ -81,12 +81,8 @@ class DataRowComposer {
   // The bits of their values.
   using Columns = std::array<std::uint32_t, kColumns>;
 
-  struct Row {
-    // Room for every column at its longest: a time of 309 digits and 14 shorter numbers.
-    alignas(8) std::array<char, 768> text;
-    // Where each column begins, and CHK.
-    std::array<std::uint32_t, kColumns + 1> places;
-  };
+  // Room for every column at its longest: a time of 309 digits and 14 shorter numbers.
+  using Row = std::array<char, 768>;
 
   char* PutTime(Row& row, const Row& before, double time);
 
@@ -94,7 +90,11 @@ class DataRowComposer {
   // text is taken over.
   std::array<Row, 2> rows;
   std::size_t latest = 0;
-  Columns columns = {};  // of the latest row
+  // Of the latest row: what the columns hold, the length of each with its tab, and where DIAG
+  // stands.
+  Columns columns = {};
+  std::array<std::uint8_t, kColumns> lengths;
+  std::uint32_t diag_place = 0;
   // The whole seconds in the latest row, and where their fraction begins; 0 if it had none.
   std::uint32_t seconds = 0;
   std::uint32_t fraction_place = 0;
