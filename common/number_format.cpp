@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -26,24 +27,39 @@ constexpr std::array<char, 200> MakePairs() {
 }
 constexpr std::array<char, 200> kPairs = MakePairs();
 
-void PutPair(char* to, std::uint32_t number) { std::memcpy(to, &kPairs[2 * number], 2); }
+// Copies so few bytes that a call of the library would cost more, which is what compilers make of
+// memcpy for processors that want every word in its place.
+template <std::size_t kBytes>
+void CopyFew(const char* from, char* to) {
+#if defined(__arm__) && !defined(__ARM_FEATURE_UNALIGNED)
+  [&]<std::size_t... kAt>(std::index_sequence<kAt...>) {
+    const char bytes[] = {from[kAt]...};
+    ((to[kAt] = bytes[kAt]), ...);
+  }
+  (std::make_index_sequence<kBytes>());
+#else
+  std::array<char, kBytes> bytes;
+  std::memcpy(bytes.data(), from, kBytes);
+  std::memcpy(to, bytes.data(), kBytes);
+#endif
+}
 
-// The digits of every number below 1000, each in a word, which is what processors move at once.
-struct Triple {
-  alignas(4) std::array<char, 4> text;
-};
+void PutPair(char* to, std::uint32_t number) { CopyFew<2>(&kPairs[2 * number], to); }
+
+// The three digits of every number below 1000, with one byte more, since four are moved at once.
+using Triple = std::array<char, 4>;
 constexpr std::array<Triple, 1000> MakeTriples() {
   std::array<Triple, 1000> triples = {};
   for (std::size_t i = 0; i < triples.size(); ++i)
-    triples[i].text = {static_cast<char>('0' + i / 100), static_cast<char>('0' + i / 10 % 10),
-                       static_cast<char>('0' + i % 10)};
+    triples[i] = {static_cast<char>('0' + i / 100), static_cast<char>('0' + i / 10 % 10),
+                  static_cast<char>('0' + i % 10)};
   return triples;
 }
 constexpr std::array<Triple, 1000> kTriples = MakeTriples();
 
 // Writes one character more.
 void PutTriple(char* to, std::uint32_t number) {
-  std::memcpy(to, kTriples[number].text.data(), sizeof(Triple));
+  CopyFew<sizeof(Triple)>(kTriples[number].data(), to);
 }
 
 // A product of a number of 32 bits with one of 64: its 32 bits before the point, which stands
@@ -185,16 +201,14 @@ char* PutDigits(char* to, std::uint32_t digits, int exponent) {
     PutSixDigits(to, digits);
     // As many as there are at most are moved, since that takes fewer steps than to count them.
     char* const point = to + exponent + 1;
-    std::array<char, kDigits - 1> decimals;
-    std::memcpy(decimals.data(), point, decimals.size());
-    std::memcpy(point + 1, decimals.data(), decimals.size());
+    CopyFew<kDigits - 1>(point, point + 1);
     *point = '.';
     char* last = to + kDigits;
     while (*last == '0') --last;
     return last == point ? last : last + 1;
   }
   if (exponent < 0 && exponent >= -4) {
-    std::memcpy(to, "0.000", 5);
+    CopyFew<5>("0.000", to);
     to += 1 - exponent;
     PutSixDigits(to, digits);
     char* last = to + kDigits - 1;

@@ -81,10 +81,16 @@ class DataRowComposer {
   // The bits of their values.
   using Columns = std::array<std::uint32_t, kColumns>;
 
-  // Room for every column at its longest: a time of 309 digits and 14 shorter numbers.
-  using Row = std::array<char, 768>;
+  struct Row {
+    // Room for every column at its longest: a time of 309 digits and 14 shorter numbers.
+    alignas(8) std::array<char, 768> text;
+    // The whole seconds that it begins with, and where their fraction stands; 0 if it has none.
+    std::uint32_t seconds = 0;
+    std::uint32_t fraction_place = 0;
+  };
 
-  char* PutTime(Row& row, const Row& before, double time);
+  // Writes the row as far as its time; returns the end of that.
+  static char* PutTime(Row& row, double time);
 
   // The latest row and the one before it: many values stand still from sample to sample, and their
   // text is taken over.
@@ -95,7 +101,4 @@ class DataRowComposer {
   Columns columns = {};
   std::array<std::uint8_t, kColumns> lengths;
   std::uint32_t diag_place = 0;
-  // The whole seconds in the latest row, and where their fraction begins; 0 if it had none.
-  std::uint32_t seconds = 0;
-  std::uint32_t fraction_place = 0;
 };
