@@ -8,10 +8,13 @@
 
 // Instructions of a program that runs under callgrind, which counts those of user mode.
 
-// The words in front of a command that count it, into the file `log`, and write its profile.
+// The words in front of a command that count it, into the file `log`, with more options.
 inline std::vector<std::string> CallgrindWords(const std::string& log,
-                                               const std::string& profile = "/dev/null") {
-  return {"valgrind", "--tool=callgrind", "--callgrind-out-file=" + profile, "--log-file=" + log};
+                                               const std::vector<std::string>& options = {}) {
+  std::vector<std::string> words = {"valgrind", "--tool=callgrind",
+                                    "--callgrind-out-file=/dev/null", "--log-file=" + log};
+  words.insert(words.end(), options.begin(), options.end());
+  return words;
 }
 
 // The count in `log` once the program has ended. Throws std::runtime_error if there is none.

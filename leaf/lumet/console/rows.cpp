@@ -29,12 +29,11 @@ std::string HeadingRow(std::string_view row_name, std::span<const OutputChannel>
 // `at`. Returns the end.
 char* PutChecksum(const char* row, const char* row_end, char* at) {
   // Two words at a time, whose bytes are below 128 and so fit a byte when they are added, into
-  // lanes of 16 bits. Each turn adds four bytes to every lane, which has room for 128 turns; only
-  // rows of many registers take more.
+  // lanes of 16 bits. After 32 turns all lanes together still fit one.
   using Word = std::size_t;
   constexpr auto kLanes = static_cast<Word>(0x00FF00FF00FF00FF);
   constexpr auto kOnes = static_cast<Word>(0x0001000100010001);
-  constexpr std::ptrdiff_t kTurns = 128;
+  constexpr std::ptrdiff_t kTurns = 32;
   constexpr std::ptrdiff_t kBytes = sizeof(Word);
   const auto word = [](const char* from) {
     Word bytes = 0;
