@@ -88,12 +88,9 @@ void SocketClient::Close() {
 std::size_t SocketClient::Unread() const { return server.broadcast.End() - next_place; }
 
 void SocketClient::StartFollowing() {
-  // Of the room that its own queue has needed it keeps some for the next answers.
+  // Of the room that its own queues have needed they keep some for the next answers.
   constexpr std::size_t kMostKeptRoom = 1024;
-  for (std::string* queue : {&pending, &inFlight}) {
-    queue->clear();
-    if (queue->capacity() > kMostKeptRoom) *queue = std::string();
-  }
+  for (std::string* queue : {&pending, &inFlight}) Release(*queue, kMostKeptRoom);
   written = 0;
   next_place = tick_place = server.broadcast.End();
   follows = true;

@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "common/memory.h"
+
 // Collects the text of an answer. What would make it longer than its limit throws TooLong out of
 // the writing, so that nobody goes on to compose what nobody gets.
 class Answer : public std::ostream {
@@ -24,7 +26,7 @@ class Answer : public std::ostream {
   // Drops what was written, for a few words of error.
   void Restart() {
     clear();
-    buffer.text = std::string();
+    Release(buffer.text);
     buffer.limit = std::string::npos;
   }
   std::string Take() { return std::move(buffer.text); }
