@@ -39,10 +39,8 @@ void Serve(Head& head, const std::vector<std::unique_ptr<LineClient>>& clients) 
   }
   RecordWriter records;
   std::array<WireSample, WireBatch::kSlots> batch;
-  for (int i = 0; i < kSamples; ++i) {
-    batch[i % batch.size()].code = kMeasuring;
-    if ((i + 1) % batch.size() == 0) records.Batch(StampNow(), batch);
-  }
+  for (WireSample& sample : batch) sample.code = kMeasuring;
+  for (std::size_t i = 0; i < kSamples; i += batch.size()) records.Batch(StampNow(), batch);
   head.SignalProcessor().Send(records);
   for (const auto& client : clients)
     for (int i = 0; i < kSamples; ++i) client->ReadLineThatBegins("DATA\t");

@@ -213,7 +213,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> arguments(argv + 1, argv + argc);
     std::size_t processor = 0;
     if (!arguments.empty()) {
-      const auto named = std::find(kProcessors.begin(), kProcessors.end(), arguments[0]);
+      const auto* const named = std::find(kProcessors.begin(), kProcessors.end(), arguments[0]);
       if (named != kProcessors.end()) {
         processor = static_cast<std::size_t>(named - kProcessors.begin());
         arguments.erase(arguments.begin());

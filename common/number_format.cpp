@@ -44,7 +44,7 @@ void CopyFew(const char* from, char* to) {
 #endif
 }
 
-void PutPair(char* to, std::uint32_t number) { CopyFew<2>(&kPairs[2 * number], to); }
+void PutPair(char* to, std::uint32_t number) { CopyFew<2>(&kPairs[std::size_t{2} * number], to); }
 
 // The three digits of every number below 1000, with one byte more, since four are moved at once.
 using Triple = std::array<char, 4>;
@@ -290,7 +290,7 @@ char* PutGeneral(char* to, double value) {
   // The place of the first digit: 0 for 1 to 9, -1 for 0.1.
   int exponent = magnitude >= 1 ? 0 : -1;
   if (magnitude >= 1)
-    while (magnitude >= kPowersOfTen[static_cast<std::size_t>(exponent + 1)]) ++exponent;
+    while (magnitude >= kPowersOfTen[static_cast<std::size_t>(exponent) + 1]) ++exponent;
   else
     while (magnitude * kPowersOfTen[static_cast<std::size_t>(-exponent)] < 1) --exponent;
   // With an error of less than 1e-9, which decides nothing unless it is this near the middle.
