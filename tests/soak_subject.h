@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bench/broker.h"
+#include "bench/free_port.h"
 #include "bench/head.h"
 #include "common/temporary_directory.h"
 #include "tests/soak_report.h"
