@@ -96,8 +96,8 @@ std::optional<FastRise> FastRiseOf(const EventRecord& event) {
   const auto first = static_cast<std::size_t>(lit);
   if (event.type != "INDUCTION" || first + 1 >= curve.code.size()) return std::nullopt;
   // A sample is the mean of the time since the one before it.
-  const double start = first > 0 ? curve.seconds[first - 1]
-                                 : 2 * curve.seconds[first] - curve.seconds[first + 1];
+  const double start =
+      first > 0 ? curve.seconds[first - 1] : 2 * curve.seconds[first] - curve.seconds[first + 1];
   Points all;
   Points light;
   for (std::size_t i = first; i < curve.code.size() && curve.code[i] == kFlash; ++i) {

@@ -73,6 +73,20 @@ const char* ShadeOf(int code) {
   }
 }
 
+// In few letters, since phases may be short; the grey says that it is dark.
+std::string NameOf(int code) {
+  if (code == kDarkFarRed) return "far red";
+  return code == kDarkBeforeFarRed || code == kDarkAfterFarRed ? "dark" : PhaseName(code);
+}
+
+// The least of 1, 2 or 5 times a power of ten that parts `length` into no more than `count`.
+double RoundStep(double length, int count) {
+  const double power = std::pow(10, std::floor(std::log10(length / count)));
+  for (const double factor : {1, 2, 5})
+    if (factor * power * count >= length) return factor * power;
+  return 10 * power;
+}
+
 std::string TypeInWords(const std::string& type) {
   if (type == "RECT") return "Rectangular flash";
   if (type == "MPF") return "Multiphase flash";
@@ -118,9 +132,9 @@ std::optional<Mark> MarkOf(const EventRecord& event) {
     const auto value = event.Number(name);
     if (!value || !IsMeasured(*value)) continue;
     const bool is_intercept = event.fit && *value == event.fit->intercept;
-    return Mark{
-        name, is_intercept ? WithError(*value, event.fit->intercept_error) : NumberText(*value),
-        *value};
+    return Mark{name,
+                is_intercept ? WithError(*value, event.fit->intercept_error) : NumberText(*value),
+                *value};
   }
   return std::nullopt;
 }
@@ -170,7 +184,7 @@ class Script {
     else
       out << kWidth / kPointsInCentimetre << "cm," << page_height / kPointsInCentimetre << "cm\n";
     out << "set multiplot\n"
-        << "set border lw 0.8 lc rgb '" << kInk << "'\nset grid lw 0.5 lc rgb '#cfcfcf'\n"
+        << "set border lw 0.8 lc rgb '" << kInk << "'\nset grid lt 1 lw 0.5 lc rgb '#c8c8c8'\n"
         << "set tics nomirror out scale 0.6\nset ytics autofreq\n"
         << "set lmargin at screen " << kLeft / kWidth << "\nset rmargin at screen "
         << 1 - kRight / kWidth << "\n";
@@ -226,14 +240,14 @@ class Script {
   }
 
   // The numbers of a logarithmic axis, with their units.
-  void WriteDecades() {
+  void WriteDecades(bool with_numbers) {
     static constexpr std::array kDecades = {"1 µs",  "10 µs",  "100 µs", "1 ms",
                                             "10 ms", "100 ms", "1 s",    "10 s"};
     double ms = 1e-3;
     std::string separator;
     out << "set xtics (";
     for (const char* decade : kDecades) {
-      out << separator << GnuplotText(decade) << " " << ms;
+      out << separator << GnuplotText(with_numbers ? decade : "") << " " << ms;
       for (int i = 2; i < 10; ++i) out << ", '' " << i * ms << " 1";
       separator = ", ";
       ms *= 10;
@@ -244,9 +258,14 @@ class Script {
   void Begin(const Panel& panel, const Range& y, const std::string& y_label) {
     out << "set tmargin at screen " << Share(panel.top) << "\nset bmargin at screen "
         << Share(panel.Bottom()) << "\nset yrange [" << Text(y.low) << ":" << Text(y.high)
-        << "]\nset ylabel " << GnuplotText(y_label) << " offset screen " << -8 / kWidth
-        << ",0\nset key at graph 1,screen " << Share(panel.top - 4)
-        << " right bottom horizontal Left samplen 2\n";
+        << "]\nset label " << GnuplotText(y_label) << " at screen " << 20 / kWidth << ",screen "
+        << Share(panel.top + panel.height / 2) << " center rotate by 90\nset key at graph 1,screen "
+        << Share(panel.top - 4) << " right bottom horizontal Left reverse samplen 2 maxrows 1\n";
+  }
+  // Terminals put their own labels at distances of their own, and cut them off.
+  void LabelX(const Panel& panel, const std::string& label) {
+    out << "set label " << GnuplotText(label) << " at graph 0.5,screen "
+        << Share(panel.Bottom() + 42) << " center\n";
   }
   void End() { out << "unset object\nunset arrow\nunset label\n"; }
 
@@ -255,7 +274,7 @@ class Script {
   }
 
   void ShadePhases(bool with_names) {
-    const double width = kWidth - kLeft - kRight;
+    constexpr double kPanelWidth = kWidth - kLeft - kRight;
     for (Phase phase : PhasesOf(event.curve)) {
       if (rise) {
         // There is nothing else on the axis.
@@ -267,8 +286,8 @@ class Script {
       out << "set object rectangle from " << Text(from) << ",graph 0 to " << Text(to)
           << ",graph 1 behind fillcolor rgb '" << ShadeOf(phase.code)
           << "' fillstyle solid noborder\n";
-      const std::string name = PhaseName(phase.code);
-      const double room = (to - from) / (time.high - time.low) * width;
+      const std::string name = NameOf(phase.code);
+      const double room = (to - from) / (time.high - time.low) * kPanelWidth;
       if (!with_names || room < kLetter * static_cast<double>(name.size())) continue;
       out << "set label " << GnuplotText(name) << " at "
           << Text(rise ? std::sqrt(from * to) : (from + to) / 2) << ",graph 0.95 center front\n";
@@ -295,9 +314,8 @@ class Script {
             << " left offset 0.8," << Text(line-- - 0.5) << "\n";
     }
     if (rise) MarkSteps();
-    out << (rise ? "" : "set xtics autofreq\n");
-    if (rise) WriteDecades();
-    out << "set format x ''\nunset xlabel\nplot $f" << Line(kFColour) << " title 'F'";
+    if (rise) WriteDecades(false);
+    out << "set format x ''\nplot $f" << Line(kFColour) << " title 'F'";
     if (rise) out << ", $steps with points pt 7 ps 0.8 lc rgb '" << kInk << "' notitle";
     out << "\n";
     End();
@@ -313,7 +331,7 @@ class Script {
       const bool is_between = &step != &rise->steps.front() && &step != &rise->steps.back();
       out << "set label '" << step.name << "' at " << Text(x) << "," << Text(step.F)
           << " center offset 0,0.9 front\nset label "
-          << GnuplotText(std::string(step.name) + " at " + NumberText(x, 3) + " ms: " +
+          << GnuplotText(std::string(step.name) + " at " + TimeOf(step) + ": " +
                          NumberText(step.F, 5) + " counts" +
                          (is_between ? ", V " + NumberText(rise->V(step), 3) : ""))
           << " at graph 0.64,graph " << Text(0.30 - 0.065 * line++) << " left front\n";
@@ -323,15 +341,17 @@ class Script {
 
   void DrawLight() {
     const std::vector<double>& pfd = rise ? rise->light.y : event.curve.pfd;
-    Begin(kLight, Range().Add(0).Add(pfd).Add(event.curve.farred).With(0, 0.12), "µmol/m²/s");
+    const Range light = Range().Add(0).Add(pfd).Add(event.curve.farred).With(0, 0.12);
+    constexpr int kFewTics = 4;
+    Begin(kLight, light, "µmol/m²/s");
     ShadePhases(false);
-    if (!rise) out << "set xtics autofreq\n";
-    out << (rise ? "set format x\nset xlabel 'time of light'\n"
-                 : std::string("set format x '%g'\nset xlabel 'time (") +
-                       (Unit() > 1 ? "ms" : "s") + ")'\n")
-        << "plot $pfd" << Line(kPFDColour) << " title 'PFD'";
+    if (rise) WriteDecades(true);
+    LabelX(kLight, rise ? "time of light" : Unit() > 1 ? "time (ms)" : "time (s)");
+    out << "set format x '%g'\nset ytics " << Text(RoundStep(light.high, kFewTics)) << "\nplot $pfd"
+        << Line(kPFDColour) << " title 'PFD'";
     if (!rise) out << ", $measuring" << Line(kMeasuringColour, 1) << " title 'measuring light'";
-    if (!event.curve.farred.empty()) out << ", $farred" << Line(kFarRedColour) << " title 'far red'";
+    if (!event.curve.farred.empty())
+      out << ", $farred" << Line(kFarRedColour) << " title 'far red'";
     out << "\n";
     End();
   }
@@ -345,12 +365,13 @@ class Script {
     y = y.Add(fit.intercept + fit.slope * x.high).With(0.08, 0.12);
     Begin(kRamp, y, "F (counts)");
     out << "set xrange [" << Text(x.low) << ":" << Text(x.high)
-        << "]\nset xtics autofreq\nset xlabel '10 000/PFD (m² s/µmol)'\n";
+        << "]\nset xtics autofreq\nset ytics autofreq\n";
+    LabelX(kRamp, "10 000/PFD (m² s/µmol)");
     const bool falls = fit.slope < 0;
     const std::array<std::string, 4> lines = {
         "F = P2_INT + P2_SLP × 10 000/PFD",
         "P2_INT = " + WithError(fit.intercept, fit.intercept_error) + " counts",
-        "P2_SLP = " + WithError(fit.slope, fit.slope_error) + " · 10⁴ counts µmol/m²/s",
+        "P2_SLP = " + WithError(fit.slope, fit.slope_error) + " (10⁴ counts µmol/m²/s)",
         "P2_R2 = " + NumberText(fit.r2, 4)};
     double line = 0;
     for (const std::string& text : lines)
@@ -360,9 +381,9 @@ class Script {
         << (falls ? 0.4 : -0.4) << " front\n"
         << "$intercept << END\n0 " << Text(fit.intercept) << " " << Text(fit.intercept_error)
         << "\nEND\nset bars 1\nplot $ramp with points pt 7 ps 0.5 lc rgb '" << kFColour
-        << "' title 'F in phase 2', " << Text(fit.intercept) << " + " << Text(fit.slope) << " * x"
+        << "' title 'F, phase 2', " << Text(fit.intercept) << " + " << Text(fit.slope) << " * x"
         << Line(kInk, 1.2) << " title 'line', $intercept with yerrorbars pt 6 ps 1.2 lc rgb '"
-        << kInk << "' title 'P2_INT ± its standard error'\n";
+        << kInk << "' title 'P2_INT ± s.e.'\n";
     End();
   }
 

@@ -39,8 +39,7 @@ double ErrorOf(const EventRecord& event, const std::string& name, double value) 
 
 void AddFastRise(const FastRise& rise, Table& table) {
   for (const FastRise::Step& step : rise.steps) {
-    const double ms = step.time * 1000;
-    std::string meaning = "F at " + NumberText(ms, 3) + " ms of light";
+    std::string meaning = "F at " + TimeOf(step) + " of light";
     if (step.name != rise.steps.front().name && step.name != rise.steps.back().name)
       meaning += ", V " + NumberText(rise.V(step), 3);
     table.Add({step.name, NumberText(step.F, 5), "counts", meaning});
@@ -70,6 +69,11 @@ std::string WithError(double value, double error) {
   };
   std::snprintf(text, sizeof text, "%.*f ± %.*f", shown, rounded(value), shown, rounded(error));
   return text;
+}
+
+std::string TimeOf(const FastRise::Step& step) {
+  return step.time < 1e-3 ? NumberText(step.time * 1e6, 3) + " µs"
+                          : NumberText(step.time * 1e3, 3) + " ms";
 }
 
 std::string Moment(const EventRecord& event) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "client/event_record.h"
+#include "tools/event_curve.h"
 #include "tools/reference.h"
 #include "tools/terminal.h"
 
@@ -16,6 +17,8 @@ std::string WithError(double value, double error);
 // Its type, number, head and time, and how much was sampled.
 std::string Heading(const EventRecord& event);
 std::string Extent(const EventRecord& event);
+// Of light, with its unit.
+std::string TimeOf(const FastRise::Step& step);
 // When it was: local date and time.
 std::string Moment(const EventRecord& event);
 

@@ -50,12 +50,13 @@ int Wait(pid_t pid) {
 
 const PictureFormat& PictureFormatOf(const std::string& path) {
   static constexpr std::array<PictureFormat, 3> kFormats = {
-      {{".svg", "svg noenhanced font 'sans-serif,13' background 'white'", 1},
+      {{".svg", "svg noenhanced font 'sans-serif,12' background 'white'", 1},
        {".png", "pngcairo noenhanced font 'sans,9.5' fontscale 2 linewidth 2 pointscale 2", 2},
-       {".pdf", "pdfcairo noenhanced font 'sans,9'", 0}}};
+       {".pdf", "pdfcairo noenhanced font 'sans,9' fontscale 0.95", 0}}};
   for (const PictureFormat& format : kFormats)
     if (path.ends_with(format.ending)) return format;
-  throw FileError("unable to draw into " + path + ": the name of a drawing ends in .svg, .png or "
+  throw FileError("unable to draw into " + path +
+                  ": the name of a drawing ends in .svg, .png or "
                   ".pdf");
 }
 
@@ -84,7 +85,8 @@ std::string RunGnuplot(const std::string& script) {
   const int failure = posix_spawnp(&pid, words[0], &actions, nullptr, words.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (failure == ENOENT)
-    throw ClientError("drawings need gnuplot, which is not installed (Debian's gnuplot-nox has it)");
+    throw ClientError(
+        "drawings need gnuplot, which is not installed (Debian's gnuplot-nox has it)");
   if (failure != 0) throw ClientError(std::string("unable to run gnuplot: ") + strerror(failure));
 
   const int status = Wait(pid);

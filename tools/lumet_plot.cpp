@@ -48,8 +48,8 @@ void AddOptions(CLI::App& app, PlotOptions& options) {
   CLI::Option* const Fo = app.add_option("--fo", options.Fo, "Fo of the reference, counts")
                               ->check(CLI::PositiveNumber)
                               ->excludes(reference);
-  CLI::Option* const Fm = app.add_option("--fm", options.Fm, "Fm of the reference, counts")
-                              ->check(CLI::PositiveNumber);
+  CLI::Option* const Fm =
+      app.add_option("--fm", options.Fm, "Fm of the reference, counts")->check(CLI::PositiveNumber);
   Fo->needs(Fm);
   Fm->needs(Fo);
 }

@@ -241,10 +241,11 @@ std::optional<DarkReference> ReferenceFor(const FlashOptions& options, const std
 }
 
 // Waits for the record of the event that has been ordered.
-BusMessage WaitForRecord(const Ctl& ctl, ConsoleClient& head, BusClient& bus, const EventKind& kind,
-                         double expected_seconds) {
+std::pair<BusMessage, EventRecord> WaitForRecord(const Ctl& ctl, ConsoleClient& head,
+                                                 BusClient& bus, const EventKind& kind,
+                                                 double expected_seconds) {
   EventFollower follower;
-  std::optional<BusMessage> record;
+  std::optional<std::pair<BusMessage, EventRecord>> record;
   Progress progress;
   const std::string serial_number = head.Head().serial_number;
   // Its own time, and that for the first sample and the record.
@@ -261,9 +262,10 @@ BusMessage WaitForRecord(const Ctl& ctl, ConsoleClient& head, BusClient& bus, co
       [&] {
         while (auto message = bus.Take()) {
           if (message->topic != kind.topic) continue;
-          const EventRecord event = message->Event();
-          if (event.type == kind.type && event.device == serial_number) record = std::move(message);
-          if (record) return false;
+          EventRecord event = message->Event();
+          if (event.type != kind.type || event.device != serial_number) continue;
+          record.emplace(*std::move(message), std::move(event));
+          return false;
         }
         if (follower.HasEnded() && !last) last.emplace(kLateRecord);
         progress.Show(follower.Text(expected_seconds));
@@ -309,8 +311,7 @@ void Flash(const Ctl& ctl, const FlashOptions& options) {
 
   const Steady steady = MeasureSteady(ctl, head, options.before);
   Order(head, options.command);
-  const BusMessage message = WaitForRecord(ctl, head, bus, kind, expected_seconds);
-  const EventRecord event = message.Event();
+  const auto [message, event] = WaitForRecord(ctl, head, bus, kind, expected_seconds);
   if (!options.save.empty()) WriteOutput(options.save, message.payload);
   const std::string light = MeasuringLight(cfg);
   const FlashReport report(event, steady, light, path,
