@@ -180,18 +180,23 @@ void RunReplay(int descriptor, const std::string& recording, const LinkOptions& 
   });
   Link link(descriptor, options);
   std::size_t next = 0;
+  bool head_speaks = false;
   bool has_ended = false;
   while (true) {
     const bool done = next == packets.size();
-    if (done && !has_ended && !link.HasUnread()) {
+    const bool is_settings = !done && packets[next].direction == RecordedPacket::kSettings;
+    if (done && !has_ended && head_speaks && !link.HasUnread()) {
       has_ended = true;
       listener.ended();
     }
-    constexpr std::uint64_t kToRead = 20'000;
-    const std::uint64_t last_look = link.Clock().Latest() + kToRead;
-    const std::uint64_t due = !done ? packets[next].elapsed : has_ended ? kNever : last_look;
-    const bool ready = !done && link.Clock().Now(due) >= due;
-    if (ready && packets[next].direction == RecordedPacket::kSettings) {
+    // A head that does not speak yet can't be told anything either.
+    const bool is_early = (done && !has_ended) || (is_settings && !head_speaks);
+    constexpr std::uint64_t kSoon = 20'000;
+    const std::uint64_t due = is_early ? link.Clock().Latest() + kSoon
+                              : done   ? kNever
+                                       : packets[next].elapsed;
+    const bool ready = !done && !is_early && link.Clock().Now(due) >= due;
+    if (ready && is_settings) {
       const RecordedSettings file = RecordedSettings::Of(packets[next++]);
       std::string& known = settings[file.name];
       if (known != file.text) listener.settings_changed(file);
@@ -203,6 +208,6 @@ void RunReplay(int descriptor, const std::string& recording, const LinkOptions& 
       if (!link.Send(packets[next].bytes, sent)) return;
       if (sent) ++next;
     }
-    if (!link.Receive([](std::span<const std::uint8_t>) {})) return;
+    if (!link.Receive([&](std::span<const std::uint8_t>) { head_speaks = true; })) return;
   }
 }

@@ -79,6 +79,7 @@ std::optional<BeforeEvent> BeforeOf(const EventRecord& event) {
     before.F += change / count;
     squares += change * (F - before.F);
     before.PFD += (event.curve.pfd[i] - before.PFD) / count;
+    before.measuring += (event.curve.redmodavg[i] - before.measuring) / count;
   }
   if (before.samples == 0) return std::nullopt;
   const auto count = static_cast<double>(before.samples);

@@ -26,6 +26,9 @@ struct BeforeEvent {
   double F = 0;        // mean, counts
   double F_error = 0;  // its standard error
   double PFD = 0;      // mean, µmol/m²/s
+  // The part of it that is measuring light, which is at the rate of the event already: F is higher
+  // in it than it was before the margin.
+  double measuring = 0;
   std::size_t samples = 0;
 };
 // Nothing for an event without a margin.

@@ -342,7 +342,7 @@ class Script {
   void DrawLight() {
     const std::vector<double>& pfd = rise ? rise->light.y : event.curve.pfd;
     const Range light = Range().Add(0).Add(pfd).Add(event.curve.farred).With(0, 0.12);
-    constexpr int kFewTics = 4;
+    constexpr int kFewTics = 5;
     Begin(kLight, light, "µmol/m²/s");
     ShadePhases(false);
     if (rise) WriteDecades(true);

@@ -52,7 +52,7 @@ const PictureFormat& PictureFormatOf(const std::string& path) {
   static constexpr std::array<PictureFormat, 3> kFormats = {
       {{".svg", "svg noenhanced font 'sans-serif,12' background 'white'", 1},
        {".png", "pngcairo noenhanced font 'sans,9.5' fontscale 2 linewidth 2 pointscale 2", 2},
-       {".pdf", "pdfcairo noenhanced font 'sans,9' fontscale 0.95", 0}}};
+       {".pdf", "pdfcairo noenhanced font 'sans,9' fontscale 0.95 linewidth 1.4", 0}}};
   for (const PictureFormat& format : kFormats)
     if (path.ends_with(format.ending)) return format;
   throw FileError("unable to draw into " + path +

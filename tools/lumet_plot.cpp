@@ -24,6 +24,7 @@ struct PlotOptions {
   int port = BusOptions().port;
   double seconds = 0;  // 0 for no limit
   std::string reference;
+  std::optional<double> F;
   std::optional<double> Fo;
   std::optional<double> Fm;
 };
@@ -41,6 +42,8 @@ void AddOptions(CLI::App& app, PlotOptions& options) {
   app.add_option("--timeout", options.seconds,
                  "Seconds to wait for the record, no limit by default")
       ->check(CLI::Range(0.1, 1e6));
+  app.add_option("--f", options.F, "F before the flash, counts; by default that of its margin")
+      ->check(CLI::PositiveNumber);
   CLI::Option* const reference =
       app.add_option("--reference", options.reference,
                      "File of the reference that lumetctl has kept; by default the\n"
@@ -88,15 +91,19 @@ void Plot(const PlotOptions& options) {
   const EventRecord event =
       options.input.empty() ? NextOnBus(options) : EventRecord::Parse(ReadAll(options.input));
   Table table;
-  const auto before = BeforeOf(event);
-  if (before)
+  std::optional<double> F = options.F;
+  if (const auto before = BeforeOf(event)) {
+    if (!F) F = before->F;
     table.Add({"F", WithError(before->F, before->F_error), "counts",
                "mean of " + std::to_string(before->samples) + " samples in the margin, in " +
-                   NumberText(before->PFD, 4) + " µmol/m²/s"});
+                   NumberText(before->PFD, 4) + " µmol/m²/s, of which " +
+                   NumberText(before->measuring, 4) + " are measuring light"});
+  }
+  if (options.F) table.Add({"F", NumberText(*options.F), "counts", "the command line"});
   AddResults(event, table);
   const auto Fm_light = HighestF(event);
-  if (before && Fm_light && event.type != "ZERO")
-    AddYields({before->F, Fm_light, ReferenceFor(options, event)}, table);
+  if (F && Fm_light && event.type != "ZERO")
+    AddYields({*F, Fm_light, ReferenceFor(options, event)}, table);
   table.Add({""});
   AddSettings(event, table);
   std::cout << Heading(event) << ", " << Extent(event) << "\n" << table.Text("  ");

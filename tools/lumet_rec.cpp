@@ -136,7 +136,7 @@ void ForEachSample(const Packets& packets,
 std::string Listed(const std::map<std::string, std::size_t>& counts) {
   std::string text;
   for (const auto& [name, count] : counts)
-    text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + name;
+    text += (text.empty() ? "" : "; ") + std::to_string(count) + " " + name;
   return text.empty() ? "none" : text;
 }
 
