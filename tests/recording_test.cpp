@@ -28,7 +28,7 @@ TEST(Recording, OfTheOldFormatIsShownAndCut) {
   // As the first DATA row in golden.txt has them.
   const std::string samples = LumetRec("dump " + session);
   EXPECT_NE(samples.find(",1795248913.206011,"), std::string::npos);
-  EXPECT_NE(samples.find(",1,293.131"), std::string::npos);
+  EXPECT_NE(samples.find(",1,293.13092,159.910217,12.5977774,"), std::string::npos);
   EXPECT_NE(LumetRec("dump --records " + session).find(",head,StartDarkPulse,"), std::string::npos);
 
   const std::string part = directory.Path() + "/part.rec";

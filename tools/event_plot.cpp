@@ -387,7 +387,7 @@ class Script {
     End();
   }
 
-  static constexpr double kLongInMs = 5;  // s
+  static constexpr double kLongInMs = 2;  // s
 
   const EventRecord& event;
   std::optional<FastRise> rise;
