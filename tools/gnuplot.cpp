@@ -2,6 +2,7 @@
 
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -13,8 +14,6 @@
 #include "client/deadline.h"
 #include "common/errno_error.h"
 #include "tools/terminal.h"
-
-extern char** environ;
 
 namespace {
 

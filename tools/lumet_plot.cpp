@@ -113,7 +113,7 @@ void Plot(const PlotOptions& options) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   std::signal(SIGPIPE, SIG_IGN);
   CLI::App app("Draws the record of a flash or dark pulse, and prints its results as a table.",
                "lumet-plot");
@@ -126,4 +126,7 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? kDone : kMisused;
   }
   return RunTool("lumet-plot", [&] { Plot(options); });
+} catch (const std::exception& error) {
+  std::cerr << "lumet-plot: " << error.what() << "\n";
+  return kFailed;
 }

@@ -362,7 +362,7 @@ void CutFile(const RecOptions& options) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   std::ios::sync_with_stdio(false);
   std::signal(SIGPIPE, SIG_IGN);
   CLI::App app(
@@ -399,4 +399,7 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? kDone : kMisused;
   }
   return RunTool("lumet-rec", [&] { act(options); });
+} catch (const std::exception& error) {
+  std::cerr << "lumet-rec: " << error.what() << "\n";
+  return kFailed;
 }
