@@ -13,7 +13,6 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "client/event_results.h"
@@ -199,7 +198,7 @@ void PrintInfo(const RecOptions& options, const Packets& packets) {
                            (sampled.began ? ", from " + Moment(*sampled.began) : "")});
   std::map<std::string, std::size_t> sent;
   std::map<std::string, std::size_t> commands;
-  std::vector<std::pair<std::string, std::string>> said;
+  std::vector<std::string> said;
   std::vector<std::string> settings;
   for (const RecordedPacket& packet : packets) {
     if (packet.direction == RecordedPacket::kSettings) {
@@ -209,12 +208,12 @@ void PrintInfo(const RecOptions& options, const Packets& packets) {
       continue;
     }
     const bool is_command = packet.direction == RecordedPacket::kToProcessor;
-    ForEachRecord(
-        packet.bytes, [&](const RecordHeader& header, std::span<const std::uint8_t> payload) {
-          ++(is_command ? commands : sent)[NameOf(header.code)];
-          if (!is_command && IsText(header.code))
-            said.emplace_back(NameOf(header.code) + " " + At(SecondsOf(packet)), TextOf(payload));
-        });
+    ForEachRecord(packet.bytes, [&](const RecordHeader& header,
+                                    std::span<const std::uint8_t> payload) {
+      ++(is_command ? commands : sent)[NameOf(header.code)];
+      if (!is_command && IsText(header.code))
+        said.push_back(NameOf(header.code) + " " + At(SecondsOf(packet)) + ": " + TextOf(payload));
+    });
   }
   table.Add({"samples", std::to_string(sampled.count) + ": " + Listed(sampled.phases)});
   for (const Sampled::Event& event : sampled.events)
@@ -223,7 +222,7 @@ void PrintInfo(const RecOptions& options, const Packets& packets) {
                             std::to_string(event.samples) + " samples"});
   table.Add({"processor", Listed(sent)});
   table.Add({"head", Listed(commands)});
-  for (const auto& [what, text] : said) table.Add({"text", what + ": " + text});
+  for (const std::string& text : said) table.Add({"text", text});
   if (settings.empty())
     settings.emplace_back("none: recorded before recordings held them, or the head did not start");
   for (const std::string& text : settings) table.Add({"settings", text});
