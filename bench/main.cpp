@@ -1,3 +1,6 @@
+#include <signal.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
@@ -5,6 +8,7 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,11 +21,12 @@
 #include "bench/leaf.h"
 #include "bench/processor_link.h"
 #include "bench/quiet_departures.h"
-#include "bench/recording.h"
 #include "bench/settings_reference.h"
 #include "bench/simulated_process.h"
 #include "bench/start_checks.h"
 #include "common/host_port.h"
+#include "common/text_file.h"
+#include "leaf/lumet/link/recording.h"
 #include "leaf/lumet/lumet_app.h"
 #include "leaf/lumet/version.h"
 #include "liborrel/doctavo/doc_tavo.h"
@@ -76,6 +81,7 @@ struct BenchOptions {
   std::string speed = "1";
   std::string record;
   std::string replay;
+  bool exit_at_end = false;
   int dsp_fd = -1;  // none
   std::string broker;
   bool no_broker = false;
@@ -113,9 +119,13 @@ void AddOptions(CLI::App& app, BenchOptions& options) {
       })
       ->capture_default_str();
   app.add_option("--record", options.record, "File to which the link to the processor is recorded");
-  app.add_option("--replay", options.replay,
-                 "Recording that is played back instead of the simulation")
-      ->check(CLI::ExistingFile);
+  CLI::Option* const replay =
+      app.add_option("--replay", options.replay,
+                     "Recording that is played back instead of the simulation. Its settings\n"
+                     "replace those in the directory, by default one of replays' own")
+          ->check(CLI::ExistingFile);
+  app.add_flag("--exit-at-end", options.exit_at_end, "End when the recording has ended")
+      ->needs(replay);
   app.add_option("--dsp-fd", options.dsp_fd,
                  "Open descriptor, an end of a SOCK_SEQPACKET pair, on which\n"
                  "somebody else plays the processor");
@@ -144,10 +154,41 @@ void PrintTree() {
   doc.print_doctype_tree(std::cout) << "\n";
 }
 
+std::vector<std::string> SettingsFiles(const Instrument& instrument) {
+  return {instrument.factory_settings, instrument.cal_settings, instrument.main_settings};
+}
+
+// Gives the head a settings file from a recording. Those of no other name are its own.
+void Provide(const Instrument& instrument, const std::string& name, const std::string& text) {
+  for (const std::string& path : SettingsFiles(instrument))
+    if (path.ends_with("/" + name)) WriteFile(path, text);
+}
+
+// What the processor's process does in a replay; `head` is the process to tell of it.
+void PlayRecording(int descriptor, const BenchOptions& options, const Instrument& instrument,
+                   const LinkOptions& link, pid_t head) {
+  const auto tell_head = [head](int signo) {
+    if (getppid() == head) kill(head, signo);
+  };
+  RunReplay(descriptor, options.replay, link,
+            {.settings_changed =
+                 [&](const RecordedSettings& file) {
+                   Provide(instrument, file.name, file.text);
+                   tell_head(SIGUSR1);  // which makes it read them
+                 },
+             .ended =
+                 [&] {
+                   std::cout << "lumet-bench: the recording has ended" << std::endl;
+                   if (options.exit_at_end) tell_head(SIGTERM);
+                 }});
+}
+
 // What the processor's process does.
-void PlayProcessor(int descriptor, const BenchOptions& options, const std::string& environment) {
-  const LinkOptions link = {SpeedOf(options.speed), options.record, environment};
-  if (!options.replay.empty()) return RunReplay(descriptor, options.replay, link);
+void PlayProcessor(int descriptor, const BenchOptions& options, const Instrument& instrument,
+                   const std::string& environment, pid_t head) {
+  const LinkOptions link = {SpeedOf(options.speed), options.record, environment,
+                            SettingsFiles(instrument)};
+  if (!options.replay.empty()) return PlayRecording(descriptor, options, instrument, link, head);
   SimulatedDSP dsp(options.rate.value_or(10), options.seed, *Leaf::Named(options.leaf));
   RunSimulatedDSP(descriptor, dsp, link);
 }
@@ -211,7 +252,8 @@ int RunBench(BenchOptions& options) {
   if (OnlySignals(options.lumet_options))
     return RunHead(instrument, machine, options.lumet_options);
 
-  if (!options.replay.empty()) ReadRecording(options.replay);
+  std::map<std::string, std::string> settings;
+  if (!options.replay.empty()) settings = SettingsAtStart(ReadRecording(options.replay));
   if (!options.record.empty()) RecordingWriter(options.record);
   if (options.fresh) {
     EmptyBenchDirectory(instrument);
@@ -223,12 +265,15 @@ int RunBench(BenchOptions& options) {
   const std::string environment = options.root + "/environment";
   std::optional<SimulatedProcess> processor;
   if (options.dsp_fd < 0)
-    processor.emplace([&](int descriptor) { PlayProcessor(descriptor, options, environment); });
+    processor.emplace([&, head = getpid()](int descriptor) {
+      PlayProcessor(descriptor, options, instrument, environment, head);
+    });
   instrument.dsp_fd = processor ? processor->HeadDescriptor() : options.dsp_fd;
   std::optional<QuietDepartures> quiet;
   bool listens = false;
   instrument.console_listens = [&](int port) {
     listens = true;
+    for (const auto& [name, text] : settings) Provide(instrument, name, text);
     if (processor) ProvideSettings(instrument, machine, options.rate);
     if (processor && options.replay.empty()) EnvironmentFile::Provide(environment);
     if (options.lumet_options.empty()) quiet.emplace();
@@ -259,6 +304,8 @@ int main(int argc, char** argv) {
     AddOptions(app, options);
     app.set_version_flag("--version", "lumet-bench " + std::string(kLumetVersion));
     CLI11_PARSE(app, argc, argv);
+    // What is in the directory otherwise is somebody's own.
+    if (!options.replay.empty() && app.count("--root") == 0) options.root += "-replay";
     if (!options.print_tree && !options.print_reference) return RunBench(options);
     if (options.print_tree) PrintTree();
     if (options.print_reference) PrintSettingsReference(std::cout);

@@ -1,6 +1,8 @@
 #include "bench/processor_link.h"
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -15,9 +17,10 @@
 #include <vector>
 
 #include "bench/environment_file.h"
-#include "bench/recording.h"
+#include "bench/settings_watch.h"
 #include "common/errno_error.h"
 #include "leaf/lumet/link/dsp_device.h"
+#include "leaf/lumet/link/recording.h"
 
 namespace {
 
@@ -71,7 +74,10 @@ class SimulatedClock {
 class Link {
  public:
   Link(int descriptor, const LinkOptions& options)
-      : descriptor(descriptor), clock(options.speed), packet(DSPDevice::Bounds::kPacket) {
+      : descriptor(descriptor),
+        clock(options.speed),
+        packet(DSPDevice::Bounds::kPacket),
+        settings(options.settings) {
     if (!options.record.empty()) recording.emplace(options.record);
   }
 
@@ -116,6 +122,12 @@ class Link {
     return true;
   }
 
+  // Whether the head has not read all that was sent.
+  bool HasUnread() const {
+    int bytes = 0;
+    return ioctl(descriptor, SIOCOUTQ, &bytes) == 0 && bytes > 0;
+  }
+
   SimulatedClock& Clock() { return clock; }
 
  private:
@@ -132,7 +144,13 @@ class Link {
   }
 
   void Record(RecordedPacket::Direction direction, std::span<const std::uint8_t> bytes) {
-    if (recording) recording->Write(clock.Latest(), direction, bytes);
+    if (!recording) return;
+    // Once the head speaks, it has read its settings.
+    head_speaks |= direction == RecordedPacket::kToProcessor;
+    if (head_speaks)
+      for (const RecordedSettings& file : settings.Changed())
+        recording->Write(clock.Latest(), RecordedPacket::kSettings, file.Bytes());
+    recording->Write(clock.Latest(), direction, bytes);
   }
 
   int descriptor;
@@ -140,6 +158,8 @@ class Link {
   Bytes packet;
   struct pollfd entry = {};
   std::optional<RecordingWriter> recording;
+  SettingsWatch settings;
+  bool head_speaks = false;
   double damage = 0;
   std::mt19937_64 random;
 };
@@ -182,22 +202,43 @@ void RunSimulatedDSP(int descriptor, SimulatedDSP& dsp, const LinkOptions& optio
   }
 }
 
-void RunReplay(int descriptor, const std::string& recording, const LinkOptions& options) {
+void RunReplay(int descriptor, const std::string& recording, const LinkOptions& options,
+               const ReplayListener& listener) {
   std::vector<RecordedPacket> packets = ReadRecording(recording);
+  auto settings = SettingsAtStart(packets);
   std::erase_if(packets, [](const RecordedPacket& packet) {
-    return packet.direction != RecordedPacket::kFromProcessor;
+    return packet.direction == RecordedPacket::kToProcessor;
   });
   Link link(descriptor, options);
   std::size_t next = 0;
+  bool head_speaks = false;
+  bool has_ended = false;
   while (true) {
     const bool done = next == packets.size();
-    const std::uint64_t due = done ? kNever : packets[next].elapsed;
-    const bool ready = !done && link.Clock().Now(due) >= due;
+    const bool is_settings = !done && packets[next].direction == RecordedPacket::kSettings;
+    if (done && !has_ended && head_speaks && !link.HasUnread()) {
+      has_ended = true;
+      listener.ended();
+    }
+    // A head that does not speak yet can't be told anything either.
+    const bool is_early = (done && !has_ended) || (is_settings && !head_speaks);
+    constexpr std::uint64_t kSoon = 20'000;
+    const std::uint64_t due = is_early ? link.Clock().Latest() + kSoon
+                              : done   ? kNever
+                                       : packets[next].elapsed;
+    const bool ready = !done && !is_early && link.Clock().Now(due) >= due;
+    if (ready && is_settings) {
+      const RecordedSettings file = RecordedSettings::Of(packets[next++]);
+      std::string& known = settings[file.name];
+      if (known != file.text) listener.settings_changed(file);
+      known = file.text;
+      continue;
+    }
     if (link.Wait(ready, due)) {
       bool sent = false;
       if (!link.Send(packets[next].bytes, sent)) return;
       if (sent) ++next;
     }
-    if (!link.Receive([](std::span<const std::uint8_t>) {})) return;
+    if (!link.Receive([&](std::span<const std::uint8_t>) { head_speaks = true; })) return;
   }
 }

@@ -28,15 +28,3 @@ class RecordWriter {
   // Packets not yet taken off, the oldest at the front.
   std::deque<std::vector<std::uint8_t>> packets;
 };
-
-// Takes records apart: calls `handle(header, payload)` for each whole record in `bytes`.
-template <class Handle>
-void ForEachRecord(std::span<const std::uint8_t> bytes, Handle handle) {
-  while (bytes.size() >= RecordHeader::kSize) {
-    const RecordHeader header = RecordHeader::Decode(bytes.data());
-    const std::size_t padded = RecordHeader::kSize + PaddedLength(header.length);
-    if (padded > bytes.size()) return;
-    handle(header, bytes.subspan(RecordHeader::kSize, header.length));
-    bytes = bytes.subspan(padded);
-  }
-}

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/little_endian.h"
+#include "leaf/lumet/link/recording.h"
 
 namespace {
 

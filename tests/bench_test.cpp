@@ -8,6 +8,7 @@
 
 #include "bench/simulated_dsp.h"
 #include "common/little_endian.h"
+#include "leaf/lumet/link/recording.h"
 
 namespace {
 

@@ -19,6 +19,7 @@
 
 #include "bench/head.h"
 #include "common/test_registry.h"
+#include "leaf/lumet/link/recording.h"
 
 namespace {
 

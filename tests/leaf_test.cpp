@@ -20,6 +20,7 @@
 #include "leaf/lumet/events/event_analysis.h"
 #include "leaf/lumet/events/linear_fit.h"
 #include "leaf/lumet/light/light_quantities.h"
+#include "leaf/lumet/link/recording.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 #include "bench/broker.h"
 #include "bench/free_port.h"
 #include "bench/head.h"
-#include "bench/recording.h"
 #include "client/bus.h"
 #include "client/console.h"
+#include "leaf/lumet/link/recording.h"
 
 namespace {
 
@@ -141,32 +141,6 @@ TEST(Session, CanBePlayedBackOnTheBench) {
   while (client.NextData()["CODE"] != 3) {
   }
   EXPECT_EQ(head.Stop(), 0);
-}
-
-TEST(Session, ItsMultiphaseFlashCanBeDrawn) {
-  const std::string golden = ReadFile(kData + "golden.txt");
-  const std::size_t start = golden.rfind("{\n", golden.find("\"TYPE\":\"MPF\""));
-  const TemporaryDirectory directory;
-  const std::string svg = directory.Path() + "/mpf.svg";
-  WriteFile(directory.Path() + "/record",
-            golden.substr(start, golden.find("\n}\n", start) + 3 - start));
-  ChildProcess plot({LUMET_PLOT, directory.Path() + "/record", "--output", svg});
-  ASSERT_EQ(plot.Wait(), 0);
-  EXPECT_NE(plot.Output().find("TYPE                MPF\n"), std::string::npos);
-  EXPECT_NE(plot.Output().find("samples             49\n"), std::string::npos);
-  const std::string drawing = ReadFile(svg);
-  std::size_t points = 0;
-  for (std::size_t at = 0; (at = drawing.find("<circle", at)) != std::string::npos; ++at) ++points;
-  EXPECT_EQ(points, 15U) << "samples of phase 2";
-  EXPECT_TRUE(drawing.ends_with("</svg>\n"));
-
-  for (const char* bad : {"", "{}", "{\"SECS\":[1]}", "[1]"}) {
-    WriteFile(directory.Path() + "/record", bad);
-    ChildProcess refused(
-        {"sh", "-c", std::string(LUMET_PLOT) + " " + directory.Path() + "/record 2>&1"});
-    EXPECT_EQ(refused.Wait(), 1) << bad;
-    EXPECT_TRUE(refused.Output().starts_with("lumet-plot: this is no event record")) << bad;
-  }
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "client/console.h"
 #include "common/little_endian.h"
 #include "leaf/lumet/board/settings_files.h"
+#include "leaf/lumet/link/recording.h"
 #include "leaf/lumet/version.h"
 
 namespace {

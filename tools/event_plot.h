@@ -1,22 +1,20 @@
 #pragma once
 
-#include <ostream>
 #include <string>
 
 #include "client/event_record.h"
+#include "tools/gnuplot.h"
 
-// Drawings of the record of a flash or dark pulse.
+// Drawings of the record of a flash or dark pulse: F over time with the phases shaded and named and
+// with FMAX or FMIN, and the light below it. For a multiphase flash also F over 10 000/PFD in phase
+// 2, with the line and its intercept; for an induction time is logarithmic, from the first light
+// on, with O, J, I and P marked.
 
-// Prints the results of the record and the settings that made it, one per line.
-void PrintResults(const EventRecord& event, std::ostream& out);
+// A script by which gnuplot draws it. The points of long events are thinned as far as the eye does
+// not see it.
+std::string PlotScript(const EventRecord& event, const PictureFormat& format);
 
-// F and PFD over time with the phases shaded, as SVG; for a multiphase flash also F over 10000/Q in
-// phase 2, with the fit and its intercept.
-void DrawSvg(const EventRecord& event, std::ostream& out);
-
-// Writes a script for gnuplot that draws the same into the file `png`.
-void WriteGnuplot(const EventRecord& event, const std::string& png, std::ostream& out);
-
-// Draws the same into a file: .png by gnuplot, which must be installed, anything else as SVG.
-// Throws ClientError or ErrnoError.
+// Draws it into a file, which appears whole or not at all: SVG, PNG or PDF by the ending of its
+// name. Throws FileError for another ending and for a file that can't be written, and ClientError
+// where gnuplot is missing or fails.
 void DrawFile(const EventRecord& event, const std::string& path);

@@ -10,13 +10,9 @@
 #include <iostream>
 #include <map>
 
-#include "common/errno_error.h"
 #include "tools/lumetctl_complete.h"
 
 namespace {
-
-// The man page lists them.
-enum ExitStatus { kDone = 0, kFailed = 1, kMisused = 2, kUnreachable = 3, kFileTrouble = 4 };
 
 Timeout DurationOf(const std::string& text) {
   static const std::map<std::string, double> kUnits = {
@@ -161,7 +157,7 @@ void CommandLine::AddMeasurements() {
       ->required()
       ->check(CLI::IsMember({"rect", "mpf", "induction", "dark"}))
       ->type_name("");
-  event->add_option("-o,--plot", flash.plot, "Drawing to write: .svg, or .png with gnuplot")
+  event->add_option("-o,--plot", flash.plot, "Drawing to write: .svg, .png or .pdf")
       ->type_name("FILE");
   event->add_option("--save", flash.save, "Write the record as it came; - for standard output")
       ->type_name("FILE");
@@ -221,30 +217,6 @@ std::vector<CommandWords> WordsOf(const CLI::App& app) {
   return commands;
 }
 
-int Run(const std::function<void()>& act) {
-  try {
-    act();
-    return kDone;
-  } catch (const OutputClosed&) {
-    return kDone;
-  } catch (const NoConnection& error) {
-    Warn(error.what());
-    return kUnreachable;
-  } catch (const TimedOut& error) {
-    Warn(error.what());
-    return kUnreachable;
-  } catch (const FileError& error) {
-    Warn(error.what());
-    return kFileTrouble;
-  } catch (const ErrnoError& error) {
-    Warn(error.what());
-    return kFileTrouble;
-  } catch (const std::exception& error) {
-    Warn(error.what());
-    return kFailed;
-  }
-}
-
 }  // namespace
 
 ConsoleClient Ctl::Connect() const {
@@ -288,7 +260,7 @@ int main(int argc, char** argv) try {
     return line.app.exit(error) == 0 ? kDone : kMisused;
   }
   CatchInterrupts();
-  return Run(line.run);
+  return RunTool("lumetctl", line.run);
 } catch (const std::exception& error) {
   Warn(error.what());
   return kFailed;

@@ -10,7 +10,9 @@
 #include <map>
 #include <numeric>
 
+#include "client/event_results.h"
 #include "tools/event_plot.h"
+#include "tools/event_table.h"
 #include "tools/lumetctl.h"
 #include "tools/reference.h"
 
@@ -19,27 +21,6 @@ namespace {
 constexpr int kPlainMeasuring = 1;
 // The record of an event is on the bus a moment after its last sample.
 constexpr Timeout kLateRecord = std::chrono::seconds(5);
-
-std::string PhaseName(int code) {
-  switch (code) {
-    case 3:
-      return "flash";
-    case 4:
-      return "phase 1";
-    case 5:
-      return "phase 2";
-    case 6:
-      return "phase 3";
-    case 12:
-      return "dark, before far red";
-    case 13:
-      return "dark, far red";
-    case 14:
-      return "dark, after far red";
-    default:
-      return "margin";
-  }
-}
 
 // Follows an event in the rows of a head.
 class EventFollower {
@@ -158,51 +139,6 @@ std::string MeasuringLight(const Element& cfg) {
   return control;
 }
 
-// One line of a record's results.
-struct Result {
-  const char* name;
-  const char* unit;
-  const char* meaning;
-};
-
-const std::vector<Result>& Results(const std::string& type) {
-  static const std::vector<Result> kDark = {
-      {"FMIN", "counts", "Fo', the least F after the far red"},
-      {"QMIN", "µmol/m²/s", "least PFD"},
-      {"MODRATE", "Hz", "rate of the measuring light"}};
-  static const std::vector<Result> kFlash = {{"FMAX", "counts", "Fm', the highest F"},
-                                             {"QMAX", "µmol/m²/s", "highest PFD"},
-                                             {"MODRATE", "Hz", "rate of the measuring light"}};
-  static const std::vector<Result> kMultiPhase = {
-      {"FMAX", "counts", "Fm': P2_INT, or P1_MAXF where that is higher"},
-      {"QMAX", "µmol/m²/s", "highest PFD"},
-      {"MODRATE", "Hz", "rate of the measuring light"},
-      {"P1_MAXF", "counts", "highest F of phase 1"},
-      {"P2_INT", "counts", "F at infinite light, from the line of F over 10000/PFD"},
-      {"P2_INT_SE", "counts", "its standard error"},
-      {"P2_SLP", "10⁴ counts µmol/m²/s", "slope of the line"},
-      {"P2_SLP_SE", "10⁴ counts µmol/m²/s", "its standard error"},
-      {"P2_R2", "", "R² of the line"},
-      {"P2_DQDT", "mol/m²/s²", "slope of PFD over time"},
-      {"P3_Q", "µmol/m²/s", "highest PFD of phase 3"},
-      {"P3_MAXF", "counts", "highest F of phase 3"},
-      {"P3_PREDF", "counts", "F of the line at P3_Q"},
-      {"P3_DELTAF", "counts", "P3_MAXF - P3_PREDF"}};
-  if (type == "DARK") return kDark;
-  return type == "MPF" ? kMultiPhase : kFlash;
-}
-
-// Whether a result was measured at all: a phase that never came leaves the largest or smallest
-// float.
-bool IsMeasured(double value) { return std::isfinite(value) && std::abs(value) < 1e38; }
-
-std::string Heading(const EventRecord& event) {
-  std::string date = event.date;
-  if (date.size() == 8) date.insert(6, "-").insert(4, "-");
-  return event.type + " " + std::to_string(event.id) + " of " + event.device + ", " + date + " " +
-         event.time;
-}
-
 // The members of a record without its arrays.
 std::string JsonMembers(const EventRecord& event) {
   std::string text;
@@ -226,27 +162,18 @@ class FlashReport {
         reference_path(std::move(reference_path)),
         reference(std::move(reference)),
         is_own(is_own) {
-    const auto fmax = event.Number("FMAX");
-    if (fmax && IsMeasured(*fmax) && *fmax > 0 && this->measuring_light != "off") Fm_light = *fmax;
+    if (this->measuring_light != "off") Fm_light = HighestF(event);
   }
 
   void Print() const {
     Table table;
-    const std::string light = ", in " + NumberText(steady.PFD, 4) + " µmol/m²/s";
-    table.Add({"F", NumberText(steady.F), "counts",
-               "mean of " + std::to_string(steady.rows) + " samples before it (s.d. " +
-                   NumberText(steady.F_deviation, 3) + ")" + light});
-    for (const Result& result : Results(event.type))
-      if (const auto value = event.Number(result.name))
-        table.Add({result.name, IsMeasured(*value) ? NumberText(*value) : "none", result.unit,
-                   result.meaning});
-    if (Fm_light && !is_own)
-      table.Add({"ΦPSII", NumberText(PhiPSII(steady.F, *Fm_light), 4), "",
-                 "(Fm' - F)/Fm', from F and FMAX above"});
-    if (reference) AddReference(table);
-    std::cout << Heading(event) << ", " << event.curve.seconds.size() << " samples in "
-              << NumberText(event.curve.seconds.back(), 4) << " s\n"
-              << table.Text("  ");
+    const double F_error = steady.F_deviation / std::sqrt(static_cast<double>(steady.rows));
+    table.Add({"F", WithError(steady.F, F_error), "counts",
+               "mean of " + std::to_string(steady.rows) + " samples before it, in " +
+                   NumberText(steady.PFD, 4) + " µmol/m²/s"});
+    AddResults(event, table);
+    AddYields({steady.F, Fm_light, reference, is_own}, table);
+    std::cout << Heading(event) << ", " << Extent(event) << "\n" << table.Text("  ");
     if (is_own)
       std::cout << "Kept as the reference of " << event.device << " in " << reference_path << "\n";
   }
@@ -283,16 +210,6 @@ class FlashReport {
   }
 
  private:
-  void AddReference(Table& table) const {
-    const std::string of = is_own ? "" : ", reference of " + reference->taken;
-    table.Add(
-        {"Fo", NumberText(reference->Fo), "counts", is_own ? "F above" : "F in the dark" + of});
-    table.Add({"Fm", NumberText(reference->Fm), "counts", is_own ? "FMAX above" : "FMAX there"});
-    table.Add({"Fv/Fm", NumberText(reference->FvFm(), 4), "", "(Fm - Fo)/Fm"});
-    if (Fm_light && !is_own)
-      table.Add({"NPQ", NumberText(reference->NPQ(*Fm_light), 4), "", "Fm/Fm' - 1"});
-  }
-
   const EventRecord& event;
   Steady steady;
   std::string measuring_light;
@@ -308,7 +225,7 @@ std::optional<DarkReference> ReferenceFor(const FlashOptions& options, const std
                                           const std::string& measuring_light) {
   if (options.is_dark_adapted) {
     DarkReference own{steady.F, event["FMAX"], event.device, "", measuring_light};
-    own.taken = Heading(event).substr(Heading(event).find(", ") + 2);
+    own.taken = Moment(event);
     if (!IsMeasured(own.Fm) || own.Fm <= own.Fo || measuring_light == "off")
       throw Failed("FMAX (" + NumberText(own.Fm) + ") is not above F (" + NumberText(own.Fo) +
                    "), so this flash makes no reference");
@@ -323,10 +240,11 @@ std::optional<DarkReference> ReferenceFor(const FlashOptions& options, const std
 }
 
 // Waits for the record of the event that has been ordered.
-BusMessage WaitForRecord(const Ctl& ctl, ConsoleClient& head, BusClient& bus, const EventKind& kind,
-                         double expected_seconds) {
+std::pair<BusMessage, EventRecord> WaitForRecord(const Ctl& ctl, ConsoleClient& head,
+                                                 BusClient& bus, const EventKind& kind,
+                                                 double expected_seconds) {
   EventFollower follower;
-  std::optional<BusMessage> record;
+  std::optional<std::pair<BusMessage, EventRecord>> record;
   Progress progress;
   const std::string serial_number = head.Head().serial_number;
   // Its own time, and that for the first sample and the record.
@@ -343,9 +261,10 @@ BusMessage WaitForRecord(const Ctl& ctl, ConsoleClient& head, BusClient& bus, co
       [&] {
         while (auto message = bus.Take()) {
           if (message->topic != kind.topic) continue;
-          const EventRecord event = message->Event();
-          if (event.type == kind.type && event.device == serial_number) record = std::move(message);
-          if (record) return false;
+          EventRecord event = message->Event();
+          if (event.type != kind.type || event.device != serial_number) continue;
+          record.emplace(*std::move(message), std::move(event));
+          return false;
         }
         if (follower.HasEnded() && !last) last.emplace(kLateRecord);
         progress.Show(follower.Text(expected_seconds));
@@ -376,6 +295,8 @@ void Order(ConsoleClient& head, const std::string& command) {
 
 void Flash(const Ctl& ctl, const FlashOptions& options) {
   const EventKind& kind = KindOf(options.command);
+  // What can't be drawn is known before the leaf sees the flash.
+  if (!options.plot.empty()) CheckDrawing(options.plot);
   ConsoleClient head = ctl.Connect();
   BusClient bus = ctl.ConnectBus({kind.topic});
   const Element cfg = head.Get("cfg");
@@ -389,10 +310,8 @@ void Flash(const Ctl& ctl, const FlashOptions& options) {
 
   const Steady steady = MeasureSteady(ctl, head, options.before);
   Order(head, options.command);
-  const BusMessage message = WaitForRecord(ctl, head, bus, kind, expected_seconds);
-  const EventRecord event = message.Event();
+  const auto [message, event] = WaitForRecord(ctl, head, bus, kind, expected_seconds);
   if (!options.save.empty()) WriteOutput(options.save, message.payload);
-  if (!options.plot.empty()) DrawFile(event, options.plot);
   const std::string light = MeasuringLight(cfg);
   const FlashReport report(event, steady, light, path,
                            ReferenceFor(options, path, event, steady, light),
@@ -403,6 +322,7 @@ void Flash(const Ctl& ctl, const FlashOptions& options) {
     report.Print();
   Flush();
   report.PrintDoubts();
+  if (!options.plot.empty()) DrawFile(event, options.plot);
 }
 
 void Zero(const Ctl& ctl, const std::string& detector) {

@@ -11,6 +11,18 @@
 #include "client/json_text.h"
 #include "tools/terminal.h"
 
+namespace {
+
+// The user's directory for what programs keep, empty if there is none.
+std::string StateDirectory() {
+  const char* const state = std::getenv("XDG_STATE_HOME");
+  const char* const home = std::getenv("HOME");
+  if (state != nullptr && *state == '/') return state;
+  return home != nullptr && *home != '\0' ? std::string(home) + "/.local/state" : "";
+}
+
+}  // namespace
+
 std::string AsFileName(const std::string& text) {
   std::string name = text;
   for (char& letter : name)
@@ -19,17 +31,15 @@ std::string AsFileName(const std::string& text) {
 }
 
 std::string ReferencePath(const std::string& device) {
-  const char* const state = std::getenv("XDG_STATE_HOME");
-  const char* const home = std::getenv("HOME");
-  std::string directory;
-  if (state != nullptr && *state == '/')
-    directory = state;
-  else if (home != nullptr && *home != '\0')
-    directory = std::string(home) + "/.local/state";
-  else
+  const std::string directory = StateDirectory();
+  if (directory.empty())
     throw FileError(
         "there is no home directory to keep a reference in; name a file with --reference");
   return directory + "/lumet/reference-" + AsFileName(device) + ".json";
+}
+
+std::optional<DarkReference> KeptReference(const std::string& device) {
+  return StateDirectory().empty() ? std::nullopt : ReadReference(ReferencePath(device));
 }
 
 void KeepReference(const std::string& path, const DarkReference& reference) {

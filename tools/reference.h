@@ -28,6 +28,8 @@ inline double PhiPSII(double F, double Fm_light) { return (Fm_light - F) / Fm_li
 std::string ReferencePath(const std::string& device);
 // Throws FileError.
 void KeepReference(const std::string& path, const DarkReference& reference);
+// The last one of a head; nothing if none was kept. Throws FileError for a file that is none.
+std::optional<DarkReference> KeptReference(const std::string& device);
 // Nothing if there is no such file. Throws FileError for one that is not a reference.
 std::optional<DarkReference> ReadReference(const std::string& path);
 // A text as part of a file's name.

@@ -14,6 +14,9 @@
 #include <fstream>
 #include <iostream>
 
+#include "client/deadline.h"
+#include "common/errno_error.h"
+
 namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
@@ -119,4 +122,27 @@ void Flush() {
   if (std::cout.flush()) return;
   if (errno == EPIPE) throw OutputClosed();
   throw FileError(std::string("unable to write to standard output: ") + std::strerror(errno));
+}
+
+int RunTool(const std::string& name, const std::function<void()>& act) {
+  const auto end = [&](const std::exception& error, ExitStatus status) {
+    std::cerr << name << ": " << error.what() << std::endl;
+    return status;
+  };
+  try {
+    act();
+    return kDone;
+  } catch (const OutputClosed&) {
+    return kDone;
+  } catch (const NoConnection& error) {
+    return end(error, kUnreachable);
+  } catch (const TimedOut& error) {
+    return end(error, kUnreachable);
+  } catch (const FileError& error) {
+    return end(error, kFileTrouble);
+  } catch (const ErrnoError& error) {
+    return end(error, kFileTrouble);
+  } catch (const std::exception& error) {
+    return end(error, kFailed);
+  }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -62,3 +63,9 @@ bool IsInterrupted();
 // FileError when it can't be written.
 void Flush();
 class OutputClosed {};
+
+// How a tool ends. The man pages list these.
+enum ExitStatus { kDone = 0, kFailed = 1, kMisused = 2, kUnreachable = 3, kFileTrouble = 4 };
+// Runs what a tool does and returns its exit status; says on standard error what went wrong, in a
+// line that begins with the tool's name.
+int RunTool(const std::string& name, const std::function<void()>& act);

@@ -1,4 +1,4 @@
-#include "bench/recording.h"
+#include "leaf/lumet/link/recording.h"
 
 #include <algorithm>
 #include <array>
@@ -10,11 +10,30 @@
 
 namespace {
 
-constexpr std::string_view kMagic = "LUMETREC1\n";
+constexpr std::string_view kMagic = "LUMETREC2\n";
+// Of recordings without settings.
+constexpr std::string_view kOldMagic = "LUMETREC1\n";
 // Time, direction, two unused bytes, length.
 constexpr std::size_t kEntryHeader = 16;
 
 }  // namespace
+
+RecordedSettings RecordedSettings::Of(const RecordedPacket& packet) {
+  const auto end = std::ranges::find(packet.bytes, 0);
+  RecordedSettings settings{{packet.bytes.begin(), end}, {}};
+  if (end == packet.bytes.end() || settings.name.empty() || settings.name.front() == '.' ||
+      settings.name.find('/') != std::string::npos)
+    throw std::runtime_error("the settings in a recording name no file");
+  settings.text.assign(end + 1, packet.bytes.end());
+  return settings;
+}
+
+std::vector<std::uint8_t> RecordedSettings::Bytes() const {
+  std::vector<std::uint8_t> bytes(name.begin(), name.end());
+  bytes.push_back(0);
+  bytes.insert(bytes.end(), text.begin(), text.end());
+  return bytes;
+}
 
 RecordingWriter::RecordingWriter(const std::string& path)
     : path(path), file(path, std::ios::binary) {
@@ -38,9 +57,10 @@ void RecordingWriter::Write(std::uint64_t elapsed, RecordedPacket::Direction dir
 
 std::vector<RecordedPacket> ReadRecording(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
+  if (!file) throw std::runtime_error("unable to read " + path);
   const std::vector<char> text(std::istreambuf_iterator<char>(file), {});
-  if (!std::string_view(text.data(), text.size()).starts_with(kMagic))
-    throw std::runtime_error(path + " is not a recording");
+  const std::string_view start(text.data(), std::min(text.size(), kMagic.size()));
+  if (start != kMagic && start != kOldMagic) throw std::runtime_error(path + " is not a recording");
   std::vector<RecordedPacket> packets;
   std::span<const std::uint8_t> rest(reinterpret_cast<const std::uint8_t*>(text.data()),
                                      text.size());
@@ -54,7 +74,20 @@ std::vector<RecordedPacket> ReadRecording(const std::string& path) {
     packet.direction = RecordedPacket::Direction{GetU16(&rest[8])};
     const auto bytes = rest.subspan(kEntryHeader, length);
     packet.bytes.assign(bytes.begin(), bytes.end());
+    if (packet.direction > RecordedPacket::kSettings)
+      throw std::runtime_error(path + " holds what this version does not know");
+    if (packet.direction == RecordedPacket::kSettings) RecordedSettings::Of(packet);
     rest = rest.subspan(kEntryHeader + length);
   }
   return packets;
+}
+
+std::map<std::string, std::string> SettingsAtStart(const std::vector<RecordedPacket>& packets) {
+  std::map<std::string, std::string> settings;
+  for (const RecordedPacket& packet : packets) {
+    if (packet.direction != RecordedPacket::kSettings) continue;
+    const RecordedSettings file = RecordedSettings::Of(packet);
+    settings.emplace(file.name, file.text);
+  }
+  return settings;
 }
