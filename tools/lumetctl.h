@@ -8,6 +8,7 @@
 
 #include "client/bus.h"
 #include "client/console.h"
+#include "client/host_port.h"
 #include "client/setting.h"
 #include "tools/terminal.h"
 
@@ -18,15 +19,6 @@
 class Failed : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
-};
-
-// A machine and a port, as "HOST", "HOST:PORT", "[ADDRESS]:PORT" or an address of IPv6. Throws
-// std::invalid_argument.
-struct HostPort {
-  static HostPort Parse(const std::string& text, int default_port);
-
-  std::string host;
-  int port = 0;
 };
 
 // How to reach a head, and how to answer.
