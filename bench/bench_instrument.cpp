@@ -51,14 +51,14 @@ std::string DefaultBenchRoot() {
 Instrument BenchInstrument(const std::string& root) {
   MakeOwnDirectory(WithoutSlashes(root));
   Instrument instrument(root);
-  // What of a system's directories the head expects to be there.
+  // The system's directories that the head expects to be there.
   for (const char* directory :
        {"/proc/cpu/", "/sys/devices/system/cpu/cpu0/cpufreq/", "/sys/bus/i2c/devices/", "/run/",
         "/etc/network/", "/etc/sysconfig/", "/etc/rc.d/init.d/", "/var/log/", "/dev/"})
     MakeDirectoriesTo(root + directory);
   std::ofstream(instrument.clock_device, std::ios::app);
   instrument.zoneinfo = Instrument().zoneinfo;
-  // A user without a name stays who it is all the same.
+  // A user without a name keeps working as itself.
   const struct passwd* user = getpwuid(geteuid());
   instrument.account = user != nullptr ? user->pw_name : "";
   instrument.console_address = "::1";

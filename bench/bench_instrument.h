@@ -5,7 +5,7 @@
 #include "common/machine.h"
 #include "leaf/lumet/instrument.h"
 
-// Where the bench keeps its files if nobody says otherwise: a directory of this user's own, under
+// Where the bench keeps its files by default: a directory of this user's own, under
 // the runtime directory or else the directory for temporary files.
 std::string DefaultBenchRoot();
 

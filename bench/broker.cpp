@@ -10,12 +10,12 @@
 
 namespace {
 
-// `where` is the listener's port, and its address if it has one.
-std::vector<std::string> BrokerCommand(const std::string& directory, const std::string& where,
+// `listener` is a port, and an address if it has one.
+std::vector<std::string> BrokerCommand(const std::string& directory, const std::string& listener,
                                        std::vector<std::string> command) {
   std::filesystem::create_directories(directory);
   const std::string path = directory + "/mosquitto.conf";
-  std::ofstream(path) << "listener " << where << "\n"
+  std::ofstream(path) << "listener " << listener << "\n"
                       << "allow_anonymous true\n"
                       << "persistence false\n"
                       << "log_dest none\n";
@@ -23,26 +23,28 @@ std::vector<std::string> BrokerCommand(const std::string& directory, const std::
   return command;
 }
 
-}  // namespace
-
-bool Broker::Listens(int port) {
-  SocketAddress address("::1");
-  address.SetPort(port);
+bool Listens(const SocketAddress& address) {
   try {
-    Socket(AF_INET6, SOCK_STREAM, 0).Connect(address);
+    Socket(address.Family(), SOCK_STREAM | SOCK_CLOEXEC, 0).Connect(address);
     return true;
   } catch (const ErrnoError&) {
     return false;
   }
 }
 
-Broker::Broker(const std::string& directory, int port)
-    : process(BrokerCommand(directory, std::to_string(port) + " ::1", {})) {
+}  // namespace
+
+Broker::Broker(const std::string& directory, int port, const std::string& address)
+    : process(BrokerCommand(directory, std::to_string(port) + " " + address, {})) {
+  SocketAddress place(address);
+  place.SetPort(port);
   const auto deadline = std::chrono::steady_clock::now() + kDeadline;
-  while (!Listens(port)) {
+  while (!Listens(place)) {
     if (process.HasEnded() || std::chrono::steady_clock::now() > deadline)
-      throw std::runtime_error("the broker does not start: mosquitto -c " + directory +
-                               "/mosquitto.conf");
+      throw std::runtime_error(
+          "the broker of the message bus does not start. Is mosquitto installed? To see what it "
+          "says: mosquitto -c " +
+          directory + "/mosquitto.conf. Without a bus: --no-broker");
     usleep(10'000);
   }
 }

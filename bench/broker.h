@@ -8,12 +8,9 @@
 // A broker of the message bus.
 class Broker {
  public:
-  // Whether somebody listens on `port` of ::1.
-  static bool Listens(int port);
-
-  // Starts it on `port` of ::1, with its files in `directory`, and waits until it listens. Throws
-  // std::runtime_error.
-  Broker(const std::string& directory, int port);
+  // Starts it on `port` of a loopback address, with its files in `directory`, and waits until it
+  // listens. Throws std::runtime_error.
+  Broker(const std::string& directory, int port, const std::string& address = "::1");
   // The same on every address of the machine that the command `wrapper` leads to, without the wait.
   Broker(const std::string& directory, int port, std::vector<std::string> wrapper);
 

@@ -63,7 +63,7 @@ bool ChildProcess::HasEnded() const {
 const std::string& ChildProcess::WaitForOutput(std::string_view text, std::size_t from) {
   const auto deadline = Clock::now() + kDeadline;
   while (said.find(text, from) == std::string::npos) {
-    // What was looked through once need not be again.
+    // What was searched once need not be searched again.
     from = std::max(from, said.size() - std::min(said.size(), text.size()));
     WaitReadable(output.GetFD(), deadline, "'" + std::string(text) + "' in the output:\n" + Tail());
     std::string chunk;

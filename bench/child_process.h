@@ -10,11 +10,11 @@
 
 #include "common/stream_file.h"
 
-// What every wait of a program on the bench takes at most.
+// How long any wait for a program on the bench may take.
 constexpr auto kDeadline = std::chrono::seconds(20);
 
-// Waits until `fd` can be read, for the rest of the time. Throws std::runtime_error, naming what
-// was `awaited`, when that is over.
+// Waits until `fd` can be read, until `deadline` at the latest. Throws std::runtime_error, naming
+// what was `awaited`, when the time is over.
 void WaitReadable(int fd, std::chrono::steady_clock::time_point deadline,
                   const std::string& awaited);
 

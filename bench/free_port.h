@@ -1,15 +1,22 @@
 #pragma once
 
+#include <string>
+
 #include "common/socket.h"
 
-// A port of ::1 on which nobody listens. While this lives, the system gives it to nobody who asks
-// for any port; whoever knows it can listen on it, as often as they like.
+// A port of a loopback address on which nobody listens. While this lives, the system gives it to
+// nobody who asks for any port; whoever knows it can listen on it, as often as they like.
 class FreePort {
  public:
-  // Throws ErrnoError.
-  FreePort() {
-    holder.Bind(SocketAddress("::1"));
-    SocketAddress bound(AF_INET6);
+  // `wanted` if it is free, or else any. Throws ErrnoError.
+  explicit FreePort(const std::string& address = "::1", int wanted = 0)
+      : holder(SocketAddress(address).Family(), SOCK_STREAM | SOCK_CLOEXEC, 0) {
+    SocketAddress bound(address);
+    bound.SetPort(wanted);
+    if (!TryBind(bound)) {
+      bound.SetPort(0);
+      holder.Bind(bound);
+    }
     holder.GetSockName(bound);
     port = bound.GetPort();
   }
@@ -17,8 +24,17 @@ class FreePort {
   operator int() const { return port; }
 
  private:
+  bool TryBind(const SocketAddress& address) {
+    try {
+      holder.Bind(address);
+      return true;
+    } catch (const ErrnoError&) {
+      return false;
+    }
+  }
+
   // Bound and not listening: with SO_REUSEADDR on both sides, which Socket sets, that bars no
   // listener.
-  Socket holder{AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0};
+  Socket holder;
   int port = 0;
 };

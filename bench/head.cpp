@@ -37,8 +37,9 @@ std::vector<std::string> BenchCommand(const std::string& root, const HeadOptions
     command.insert(command.end(), words.begin(), words.end());
   };
   append(options.program.empty() ? BenchProgram() : options.program);
-  append({"--root", root, "--console-port", "0", "--no-broker"});
+  append({"--root", root, "--console-port", "0"});
   append(options.bench);
+  if (std::ranges::find(options.bench, "--broker") == options.bench.end()) append({"--no-broker"});
   append({"--"});
   append(options.lumet);
   return command;
@@ -90,8 +91,6 @@ Head::Head(const std::string& root, PlayedBy played_by, const HeadOptions& optio
   StreamFileBase child_link;
   HeadOptions with_link = options;
   std::vector<std::string>& bench_options = with_link.bench;
-  if (std::ranges::find(bench_options, "--broker-port") == bench_options.end())
-    bench_options.insert(bench_options.end(), {"--broker-port", std::to_string(no_broker)});
   if (played_by == PlayedBy::kCaller) {
     const std::array<int, 2> link_ends = SocketPair();
     processor.Attach(link_ends[0]);

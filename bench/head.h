@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "bench/child_process.h"
-#include "bench/free_port.h"
 #include "bench/record_writer.h"
 #include "client/console.h"
 #include "common/stream_file.h"
@@ -104,7 +103,6 @@ class Head {
   long Status(const std::string& name) const;
 
  private:
-  FreePort no_broker;
   Processor processor;
   std::unique_ptr<ChildProcess> process;
   int port = 0;

@@ -60,7 +60,7 @@ double Relax(double x, double gain, double loss, double dt) {
   return target + (x - target) * std::exp(-rate * dt);
 }
 
-// `x` on its way to `target` after `dt`, which is short beside `time`.
+// `x` on its way to `target` after `dt`, which is short compared with `time`.
 double Approach(double x, double target, double time, double dt) {
   return x + (target - x) * dt / (time + dt / 2);
 }
@@ -104,7 +104,7 @@ void Leaf::SetEnvironment(const Environment& environment) {
 }
 
 void Leaf::Advance(double seconds, double q, double q_farred) {
-  constexpr double kLongestStep = 0.1;  // s, in which what is slow stands nearly still
+  constexpr double kLongestStep = 0.1;  // s, in which what is slow hardly changes
   while (seconds > 0) {
     const double sigma = parameters.sigma * (1 - Fo() / Fm()) / (1 - parameters.fo);
     const double absorbed = parameters.k_psi * q + parameters.k_farred * q_farred;
@@ -115,7 +115,7 @@ void Leaf::Advance(double seconds, double q, double q_farred) {
   }
 }
 
-// Changes of A, P and X, 1/s, and what they change by with each: all but neighbours are 0.
+// Changes of A, P and X, 1/s, and their derivatives: those by other than neighbours are 0.
 struct Leaf::Slopes {
   Slopes(const Leaf& leaf, const Pools& at, double light, double light_psi);
   // Solves (1 - h J) k = right, with J the derivatives.
@@ -133,7 +133,7 @@ Leaf::Slopes::Slopes(const Leaf& leaf, const Pools& at, double light, double lig
   const double to_pq_by_qa = c.k_ap * ((1 - at.pq) * bound + at.pq / c.k_eq);
   const double to_pq_by_pq =
       -c.k_ap * (at.qa * bound * c.k_m / (1 - at.pq + c.k_m) + (1 - at.qa) / c.k_eq);
-  // Of the two that limit the flow to PSI, the part that each has in it.
+  // The share of each of the two that limit the flow to PSI.
   const double drawn = light_psi * (1 - at.psi);
   const double k_px = c.k_px * leaf.warmth;
   const double both = drawn + k_px * at.pq;
@@ -185,12 +185,12 @@ double Leaf::FillPools(double longest, double light, double light_psi) {
     const double error = std::abs(filled.qa - ahead.qa) + std::abs(filled.pq - ahead.pq) +
                          std::abs(filled.psi - ahead.psi);
     good = error <= kTolerance;
-    // What went out of all bounds is no number, and is tried again in a shorter step as well.
+    // What went out of all bounds is NaN, and is also tried again with a shorter step.
     step =
         dt * (std::isnan(error) ? 0.2 : std::clamp(0.9 * std::sqrt(kTolerance / error), 0.2, 5.0));
     if (!good) dt = step;
   }
-  // What they were on average.
+  // The pools on average over the step.
   const Pools mean = {(pools.qa + filled.qa) / 2, (pools.pq + filled.pq) / 2,
                       (pools.psi + filled.psi) / 2};
   const Parameters& c = parameters;

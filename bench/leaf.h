@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-// What a leaf lives in beside light, and how well it is.
+// What a leaf lives in besides light, and how well it is.
 struct Environment {
   double temperature = 25;  // °C
   double health = 1;        // share of PSII that light has not harmed, above 0
@@ -44,7 +44,7 @@ struct Environment {
 // harmed centres quench too: Fm' = Fm / (N + 1 / health), Fo' = Fo / (Fv/Fm + Fo/Fm'). It takes
 // from sigma what it takes from Fv/Fm: sigma' = sigma (Fv'/Fm') / (Fv/Fm). The light activation s
 // of carbon fixation is slow as well. Temperature changes k_PX, k_X, and the light at which N goes
-// half way, all by exp(((25 - T_opt) / width)² - ((T - T_opt) / width)²).
+// halfway, all by exp(((25 - T_opt) / width)² - ((T - T_opt) / width)²).
 //
 // Sources:
 // - C: Joliot & Joliot 1964, C. R. Acad. Sci. 258:4622. O-J-I-P: Strasser et al. 1995, Photochem.
@@ -88,7 +88,7 @@ class Leaf {
     double k_e = 25;
     double k_rest = 0.02;
     double n_max = 2.5;           // N in the strongest light
-    double n_half = 790;          // µmol/m²/s at which the acidity goes half way
+    double n_half = 790;          // µmol/m²/s at which the acidity goes halfway
     double acidity_time = 8;      // s
     double n_rise = 60;           // s
     double n_fall = 240;          // s
@@ -96,7 +96,7 @@ class Leaf {
     double activation_time = 90;  // s
     double activation_dark = 0.0123;
     double health = 1;
-    // Light in which the leaf has been for long, µmol/m²/s.
+    // Light in which the leaf has been for a long time, µmol/m²/s.
     double adapted_to = 0;
   };
 
@@ -106,11 +106,11 @@ class Leaf {
 
   explicit Leaf(const Parameters& parameters);
 
-  // From now on. Its health multiplies that of the parameters.
+  // Holds from now on. Its health multiplies that of the parameters.
   void SetEnvironment(const Environment& environment);
 
   // Lets time pass under constant light, both in µmol/m²/s: what both photosystems absorb, and far
-  // red, which works on PSI alone. What it comes to depends little on how the time is cut: the
+  // red, which works on PSI alone. The outcome depends little on how the time is divided: the
   // fluorescence is within 0.2 % of Fm of what the finest steps give.
   void Advance(double seconds, double q, double q_farred);
 

@@ -10,7 +10,7 @@ constexpr double kPcOffset = 12.3;
 // What the detectors make of light: counts for each µmol/m²/s that fluoresces as Fm does.
 constexpr double kLumetGain = 1.5;
 constexpr double kDcGain = 2;
-// Where they are at their end.
+// Where they saturate.
 constexpr double kSaturation = 60000;
 // What PSII takes of far red.
 constexpr double kFarredOnPSII = 0.01;

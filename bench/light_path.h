@@ -18,7 +18,7 @@ struct LightDrive {
 // What reaches the leaf, µmol/m²/s.
 struct LeafLight {
   double actinic = 0;    // red and blue
-  double farred = 0;     // without what little of it PSII absorbs
+  double farred = 0;     // without the little of it that PSII absorbs
   double measuring = 0;  // on average, in proportion to the rate of the pulses
   double pulse = 0;      // while it is on
 
@@ -42,7 +42,7 @@ class LightPath {
   void Calibrate(const BiasConfig& bias);
 
   LeafLight At(const LightDrive& drive) const;
-  // Fills in what the detectors read; `noise` gives a normal deviate of the deviation it is given.
+  // Fills in what the detectors read; `noise` gives noise of the standard deviation it is given.
   void Read(const LeafLight& light, double fluorescence, const LightDrive& drive,
             const std::function<float(float)>& noise, WireSample& sample) const;
 

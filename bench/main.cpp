@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -12,10 +13,16 @@
 #include "bench/bench_settings.h"
 #include "bench/broker.h"
 #include "bench/environment_file.h"
+#include "bench/free_port.h"
 #include "bench/leaf.h"
 #include "bench/processor_link.h"
+#include "bench/quiet_departures.h"
+#include "bench/recording.h"
 #include "bench/simulated_process.h"
+#include "bench/start_checks.h"
+#include "common/host_port.h"
 #include "leaf/lumet/lumet_app.h"
+#include "leaf/lumet/version.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
 namespace {
@@ -29,7 +36,7 @@ int RunHead(const Instrument& instrument, const Machine& machine,
   return RunLumet(instrument, machine, count, arguments.data());
 }
 
-// 0 for a text that is none.
+// 0 for a text that is not a speed.
 double SpeedOf(const std::string& text) {
   if (text == "max") return LinkOptions::kMaxSpeed;
   char* end = nullptr;
@@ -37,8 +44,30 @@ double SpeedOf(const std::string& text) {
   return *end == '\0' && std::isfinite(speed) ? speed : 0;
 }
 
+std::string IsAddress(const std::string& text) {
+  try {
+    const SocketAddress address(text);
+    return address.Family() == AF_UNIX ? text + " is no address of a network" : "";
+  } catch (const SocketError& error) {
+    return error.what();
+  }
+}
+
+constexpr int kBrokerPort = 1883;
+
+std::string IsHostPort(const std::string& text) {
+  try {
+    HostPort::Parse(text, kBrokerPort);
+    return "";
+  } catch (const std::invalid_argument& error) {
+    return error.what();
+  }
+}
+
 struct BenchOptions {
   std::string root = DefaultBenchRoot();
+  bool fresh = false;
+  std::string console_address = "::1";
   int console_port = 7246;
   std::optional<std::uint32_t> rate;
   std::uint64_t seed = 1;
@@ -47,7 +76,7 @@ struct BenchOptions {
   std::string record;
   std::string replay;
   int dsp_fd = -1;  // none
-  int broker_port = 1883;
+  std::string broker;
   bool no_broker = false;
   bool discovery = false;
   bool routes = false;
@@ -57,8 +86,13 @@ struct BenchOptions {
 
 void AddOptions(CLI::App& app, BenchOptions& options) {
   app.add_option("--root", options.root, "Directory of the head's files")->capture_default_str();
-  app.add_option("--console-port", options.console_port,
-                 "TCP port for clients on ::1; 0 takes a free one")
+  app.add_flag("--fresh", options.fresh,
+               "Start with an empty directory: remove the files of earlier benches there");
+  app.add_option("--console-address", options.console_address,
+                 "Address for clients, such as 127.0.0.1 where there is no IPv6")
+      ->check(IsAddress)
+      ->capture_default_str();
+  app.add_option("--console-port", options.console_port, "TCP port for clients; 0 takes a free one")
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
   app.add_option("--rate", options.rate, "Sets the head to this many samples per second")
@@ -82,14 +116,17 @@ void AddOptions(CLI::App& app, BenchOptions& options) {
   app.add_option("--dsp-fd", options.dsp_fd,
                  "Open descriptor, an end of a SOCK_SEQPACKET pair, on which\n"
                  "somebody else plays the processor");
-  app.add_option("--broker-port", options.broker_port, "TCP port of the message bus's broker")
-      ->check(CLI::Range(1, 65535))
-      ->capture_default_str();
-  app.add_flag("--no-broker", options.no_broker, "Start no broker where none listens on ::1");
+  CLI::Option* const broker =
+      app.add_option(
+             "--broker", options.broker,
+             "Message bus's broker, HOST:PORT, to be used instead of one of the bench's own,\n"
+             "which is on port 1883 if that is free")
+          ->check(IsHostPort);
+  app.add_flag("--no-broker", options.no_broker, "No message bus")->excludes(broker);
   app.add_flag("--discovery", options.discovery,
                "Announce the head on the network of this machine, and look for its console unit");
   app.add_flag("--routes", options.routes,
-               "Let the head remove routes of this machine, as it does on a head");
+               "Let the head remove routes of this machine, as an instrument does");
   app.add_flag("--print-tree", options.print_tree,
                "Print the settings of a new head, and the type of each, and run nothing");
   app.add_option("LUMET_OPTIONS", options.lumet_options,
@@ -110,37 +147,99 @@ void PlayProcessor(int descriptor, const BenchOptions& options, const std::strin
   RunSimulatedDSP(descriptor, dsp, link);
 }
 
+// Whether these options of the daemon make it do something else than run.
+bool OnlySignals(const std::vector<std::string>& lumet_options) {
+  return std::ranges::any_of(lumet_options, [](const std::string& option) {
+    return option.starts_with('-') && option.find_first_not_of("td", 1) != std::string::npos;
+  });
+}
+
+// The broker that the head looks for: one that somebody names, the bench's own, or none.
+class BenchBroker {
+ public:
+  BenchBroker(const BenchOptions& options, Instrument& instrument)
+      : loopback(SocketAddress(instrument.console_address).Family() == AF_INET ? "127.0.0.1"
+                                                                               : "::1"),
+        directory(options.root + "/broker"),
+        port(loopback, options.no_broker ? 0 : kBrokerPort),
+        is_own(options.broker.empty() && !options.no_broker) {
+    instrument.broker_address = loopback;
+    instrument.broker_port = port;
+    if (options.broker.empty()) return;
+    const HostPort named = HostPort::Parse(options.broker, kBrokerPort);
+    instrument.broker_address = Resolved(named.host);
+    instrument.broker_port = named.port;
+  }
+
+  void Start() {
+    if (!is_own) return;
+    own.emplace(directory, port, loopback);
+    std::cout << "lumet-bench: started a broker on port " << port << " of " << loopback << "\n";
+  }
+
+ private:
+  // The head takes addresses, since a name service may hang.
+  static std::string Resolved(const std::string& host) {
+    if (IsAddress(host).empty()) return host;
+    try {
+      return SocketAddress(host, AF_INET6).ToString();
+    } catch (const HostNotFound&) {
+      return SocketAddress(host, AF_INET).ToString();
+    }
+  }
+
+  std::string loopback;
+  std::string directory;
+  FreePort port;
+  bool is_own;
+  std::optional<Broker> own;
+};
+
 // Runs the head until it ends; returns its exit status.
 int RunBench(BenchOptions& options) {
   Instrument instrument = BenchInstrument(options.root);
+  instrument.console_address = options.console_address;
+  instrument.console_port = options.console_port;
+  instrument.discovery = options.discovery;
   Machine machine = BenchMachine(instrument);
+  if (options.routes) machine.delete_route = Machine().delete_route;
+  if (OnlySignals(options.lumet_options))
+    return RunHead(instrument, machine, options.lumet_options);
+
+  if (!options.replay.empty()) ReadRecording(options.replay);
+  if (!options.record.empty()) RecordingWriter(options.record);
+  if (options.fresh) {
+    EmptyBenchDirectory(instrument);
+    BenchInstrument(options.root);  // for its directories
+  }
+  std::cerr << "lumet-bench: starting a head with its files in " << options.root
+            << "; what it would do to a machine is printed instead\n";
+  BenchBroker broker(options, instrument);
   const std::string environment = options.root + "/environment";
   std::optional<SimulatedProcess> processor;
   if (options.dsp_fd < 0)
     processor.emplace([&](int descriptor) { PlayProcessor(descriptor, options, environment); });
   instrument.dsp_fd = processor ? processor->HeadDescriptor() : options.dsp_fd;
-  instrument.console_port = options.console_port;
-  instrument.broker_port = options.broker_port;
-  instrument.discovery = options.discovery;
-  if (options.routes) machine.delete_route = Machine().delete_route;
-  std::optional<Broker> broker;
-  // Options that only print or signal need none of this.
+  std::optional<QuietDepartures> quiet;
+  bool listens = false;
   instrument.console_listens = [&](int port) {
+    listens = true;
     if (processor) ProvideSettings(instrument, machine, options.rate);
     if (processor && options.replay.empty()) EnvironmentFile::Provide(environment);
+    if (options.lumet_options.empty()) quiet.emplace();
     std::cout << "lumet-bench: the head listens on port " << port << " of "
               << instrument.console_address << "; its files are in " << options.root << "\n"
               << "lumet-bench: to talk to it: nc " << instrument.console_address << " " << port
               << "\n";
     if (options.no_broker) return;
-    if (!Broker::Listens(options.broker_port)) {
-      broker.emplace(options.root + "/broker", options.broker_port);
-      std::cout << "lumet-bench: started a broker on port " << options.broker_port << " of ::1\n";
-    }
-    std::cout << "lumet-bench: to hear the bus: mosquitto_sub -h ::1 -p " << options.broker_port
-              << " -t 'nemra/#' -v\n";
+    broker.Start();
+    std::cout << "lumet-bench: to hear the bus: mosquitto_sub -h " << instrument.broker_address
+              << " -p " << instrument.broker_port << " -t 'nemra/#' -v\n";
   };
-  return RunHead(instrument, machine, options.lumet_options);
+  const int exit_status = RunHead(instrument, machine, options.lumet_options);
+  if (const std::string obstacle = listens ? "" : WhatIsInTheWay(instrument); !obstacle.empty())
+    std::cerr << "lumet-bench: " << obstacle << "\n";
+  return exit_status;
 }
 
 }  // namespace
@@ -152,6 +251,7 @@ int main(int argc, char** argv) {
       "lumet-bench");
   BenchOptions options;
   AddOptions(app, options);
+  app.set_version_flag("--version", "lumet-bench " + std::string(kLumetVersion));
   CLI11_PARSE(app, argc, argv);
   try {
     if (!options.print_tree) return RunBench(options);

@@ -27,7 +27,7 @@ constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 // Simulated time, microseconds after the start.
 class SimulatedClock {
  public:
-  explicit SimulatedClock(double times_faster) : speed(times_faster) {
+  explicit SimulatedClock(double speed) : speed(speed) {
     clock_gettime(CLOCK_REALTIME, &start_of_day);
   }
 
@@ -67,8 +67,8 @@ class SimulatedClock {
 // The processor's end of the link.
 class Link {
  public:
-  Link(int its_descriptor, const LinkOptions& options)
-      : descriptor(its_descriptor), clock(options.speed), packet(DSPDevice::Bounds::kPacket) {
+  Link(int descriptor, const LinkOptions& options)
+      : descriptor(descriptor), clock(options.speed), packet(DSPDevice::Bounds::kPacket) {
     if (!options.record.empty()) recording.emplace(options.record);
   }
 
@@ -89,7 +89,7 @@ class Link {
     return !Gone(count);
   }
 
-  // Hands on a packet of commands if one has come. False if the other end is gone.
+  // Passes on a packet of commands if one has come. False if the other end is gone.
   template <class Handle>
   bool Receive(Handle handle) {
     if ((entry.revents & (POLLIN | POLLHUP)) == 0) return true;

@@ -9,7 +9,7 @@
 struct LinkOptions {
   static constexpr double kMaxSpeed = std::numeric_limits<double>::infinity();
 
-  // How many times faster than in life; kMaxSpeed: as fast as the head takes it.
+  // How many times faster than real time; kMaxSpeed: as fast as the head takes it.
   double speed = 1;
   // Where to record the link; empty: nowhere.
   std::string record;
@@ -21,6 +21,6 @@ struct LinkOptions {
 // closes. Header stamps are the system clock at the start, and go on with simulated time.
 void RunSimulatedDSP(int descriptor, SimulatedDSP& dsp, const LinkOptions& options);
 
-// Plays back what the processor sent in a recording, at its moments, and takes whatever commands
-// come; then waits for the other end to close.
+// Plays back what the processor sent in a recording, at the times in it, and takes whatever
+// commands come; then waits for the other end to close.
 void RunReplay(int descriptor, const std::string& recording, const LinkOptions& options);

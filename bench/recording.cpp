@@ -11,13 +11,13 @@
 namespace {
 
 constexpr std::string_view kMagic = "LUMETREC1\n";
-// Moment, direction, two unused bytes, length.
+// Time, direction, two unused bytes, length.
 constexpr std::size_t kEntryHeader = 16;
 
 }  // namespace
 
-RecordingWriter::RecordingWriter(const std::string& file_path)
-    : path(file_path), file(file_path, std::ios::binary) {
+RecordingWriter::RecordingWriter(const std::string& path)
+    : path(path), file(path, std::ios::binary) {
   file << kMagic << std::flush;
   if (!file) throw std::runtime_error("unable to write " + path);
 }
@@ -40,7 +40,7 @@ std::vector<RecordedPacket> ReadRecording(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   const std::vector<char> text(std::istreambuf_iterator<char>(file), {});
   if (!std::string_view(text.data(), text.size()).starts_with(kMagic))
-    throw std::runtime_error(path + " is no recording");
+    throw std::runtime_error(path + " is not a recording");
   std::vector<RecordedPacket> packets;
   std::span<const std::uint8_t> rest(reinterpret_cast<const std::uint8_t*>(text.data()),
                                      text.size());

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-// A recorded link between head and processor: every packet of either direction with its moment, as
+// A recorded link between head and processor: every packet in either direction with its time, as
 // docs/recording.md describes.
 
 struct RecordedPacket {
@@ -30,5 +30,5 @@ class RecordingWriter {
   std::ofstream file;
 };
 
-// Throws std::runtime_error for what is no recording, or is cut off.
+// Throws std::runtime_error for a file that is not a recording, or is cut off.
 std::vector<RecordedPacket> ReadRecording(const std::string& path);

@@ -13,7 +13,8 @@ namespace {
 constexpr std::uint64_t kMicrosecondsPerSecond = 1'000'000;
 constexpr std::uint64_t kMicrosecondsPerMs = 1000;
 
-// Before the head sets any light there is measuring light alone, so that the leaf starts in the dark.
+// Before the head sets any light there is measuring light alone, so that the leaf starts in the
+// dark.
 TimingConfig StartTiming(std::uint32_t rate) {
   TimingConfig timing;
   timing.measure_outrate = rate;
@@ -63,7 +64,7 @@ void SimulatedDSP::HandleCommand(const RecordTime& now, const RecordHeader& head
       if (!holds(TimingConfig::kSize)) break;
       timing = TimingConfig::Decode(payload.data());
       AdvanceLeaf(last_elapsed);
-      // A sequence that runs goes on as it began.
+      // A running sequence goes on as it began.
       if (sequence.empty()) FlushBatch(now);
       measure = MeasureSegment();
       if (sequence.empty()) Begin(now);
@@ -308,8 +309,8 @@ void SimulatedDSP::FlushBatch(const RecordTime& now) {
 
 void SimulatedDSP::SendRawCapture(const RecordTime& now) {
   constexpr std::uint32_t kMost = 1 << 20;  // bytes
-  const bool its_moment = raw.when == 0 || raw.when == static_cast<std::uint32_t>(Current().kind);
-  if (!raw.wanted || !its_moment) return;
+  const bool is_due = raw.when == 0 || raw.when == static_cast<std::uint32_t>(Current().kind);
+  if (!raw.wanted || !is_due) return;
   raw.wanted = false;
   // The detector's converter, 16 bits a time, over pulses of the measuring light.
   constexpr std::uint32_t kPulse = 64;  // conversions from one to the next

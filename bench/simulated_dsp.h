@@ -21,7 +21,7 @@ class SimulatedDSP {
   // `rate` is the output rate, Hz, until the head sets another. Noise comes from `seed`.
   SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& leaf);
 
-  // The leaf's, from now on.
+  // Sets the leaf's, from now on.
   void SetEnvironment(const Environment& environment);
 
   // The records that wait to be sent.
@@ -45,7 +45,7 @@ class SimulatedDSP {
     enum class Kind { kMeasure = 1, kFlash, kDark };  // as a raw capture waits for it
     Kind kind = Kind::kMeasure;
     std::uint16_t code = kMeasuring;
-    std::uint64_t duration = 0;  // microseconds; of no account in plain measuring
+    std::uint64_t duration = 0;  // microseconds; ignored in plain measuring
     LightDrive from;
     LightDrive to;
     std::uint32_t outrate = 1;  // Hz
@@ -61,13 +61,13 @@ class SimulatedDSP {
   Segment MeasureSegment() const;
 
   const Segment& Current() const { return sequence.empty() ? measure : sequence.front(); }
-  // What waits in `sequence` is begun.
+  // Begins what waits in `sequence`.
   void Begin(const RecordTime& now);
   std::uint64_t SegmentEnd() const;
   std::uint64_t SampleTime(std::uint64_t number) const;
   std::size_t BatchLimit() const;
   LeafLight LightAt(std::uint64_t elapsed, LightDrive& drive) const;
-  // Brings the leaf to a moment.
+  // Brings the leaf to this time.
   void AdvanceLeaf(std::uint64_t elapsed);
   WireSample MakeSample(std::uint64_t elapsed);
   void FlushBatch(const RecordTime& now);

@@ -8,7 +8,7 @@
 
 // Instructions of a program that runs under callgrind, which counts those of user mode.
 
-// The words in front of a command that count it, into the file `log`.
+// The words that, put in front of a command, count its instructions into the file `log`.
 inline std::vector<std::string> CallgrindWords(const std::string& log) {
   return {"valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--log-file=" + log};
 }

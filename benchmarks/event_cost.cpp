@@ -1,5 +1,5 @@
 // What a long event costs the head: an induction flash of 3 s at 250 000 samples a second. How long
-// its loop stands still while the record is made, and the memory that takes beyond the record.
+// its loop stands still while the record is made, and how much memory that takes beyond the record.
 
 #include <sys/resource.h>
 

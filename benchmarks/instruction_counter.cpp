@@ -4,8 +4,8 @@
 //   qemu-arm -plugin build/release/benchmarks/libinstruction_counter.so,out=FILE PROGRAM
 //
 // FILE then holds a line "Collected : N" for the whole, and for each function of the program's
-// symbols a line of its count and its name, the dearest first. What has no symbol, code of shared
-// libraries, stands together as "(libraries)". A child that the program forks does not write.
+// symbols a line with its count and its name, the dearest first. What has no symbol, code of shared
+// libraries, is summed up as "(libraries)". A child that the program forks does not write.
 
 #include <unistd.h>
 
@@ -48,7 +48,7 @@ int qemu_plugin_version = 1;
 
 namespace {
 
-// Of one function, in one translation. The emulated code adds to it where it stands.
+// The count of one function, in one translation. The emulated code adds to it in place.
 struct Counter {
   std::string function;
   std::uint64_t instructions = 0;

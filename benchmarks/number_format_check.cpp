@@ -46,7 +46,7 @@ void CheckTime(double value) {
   Compare(text.data(), PutFixed6(text.data(), value), expected.data(), length);
 }
 
-// Every float whose seventh digit is a five with nothing behind it.
+// Every float whose seventh digit is a five with nothing after it.
 void CheckTies() {
   for (int exponent = -45; exponent <= 38; ++exponent)
     for (std::uint32_t digits = 100'000; digits < 1'000'000; ++digits) {
@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
   for (long i = 0; i < seeded; ++i) {
     const std::uint64_t number = random();
     CheckFloat(static_cast<std::uint32_t>(number));
-    // Near our days, near the ends of the range, and where halves of a microsecond stand exactly.
+    // Near the present, near the ends of the range, and where halves of a microsecond are exact.
     CheckTime(1.7e9 + static_cast<double>(number >> 12) / 4096 / 65536);
     CheckTime(std::ldexp(static_cast<double>(number >> 11), -20 - static_cast<int>(number % 60)));
     CheckTime(std::ldexp(static_cast<double>(number >> 32), -static_cast<int>(number % 24)));

@@ -68,7 +68,7 @@ std::vector<std::string> Callgrind(const std::string& log) {
   return {"valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--log-file=" + log};
 }
 
-// A head whose instructions stand in `log` once it has ended.
+// A head whose instructions are in `log` once it has ended.
 HeadOptions Counted(const std::string& log) {
   if (other_processor.empty()) return {.wrapper = Callgrind(log)};
   const std::string builds = LUMET_BUILDS "/";
@@ -108,7 +108,7 @@ double DaemonPerSample(Stream stream, int clients) {
          ((kLong - kShort) * 390);
 }
 
-// The baseline: rows of as many columns by the formatted operators alone.
+// The baseline: rows of as many columns, with the formatted operators alone.
 void ComposeByStream(int rows) {
   std::size_t bytes = 0;
   for (int number = 0; number < rows; ++number) {

@@ -1,5 +1,5 @@
-// What the settings tree costs beside pugixml, a fast in-memory XML library, on the same bytes:
-// (a) answering &query; on the root, against printing a parsed document; (b) reading a full
+// What the settings tree costs compared with pugixml, a fast in-memory XML library, on the same
+// bytes: (a) answering &query; on the root, against printing a parsed document; (b) reading a full
 // settings file into the tree, against parsing it and walking it by name into typed values; (c) one
 // small write with its answer, against parsing the write, setting the value in a parsed document
 // and printing the answer.

@@ -46,7 +46,7 @@ void AnswerReader::Put(std::string_view line) {
       Reply(true);
     else if (has_standing || !Expects())
       Release();
-    // A value with a line feed in it goes on otherwise.
+    // Otherwise this is a value with a line feed in it, which goes on.
   }
   if (is_inside || is_pending)
     text += '\n';

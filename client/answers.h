@@ -8,7 +8,7 @@
 
 #include "client/settings.h"
 
-// What a standing query tells of a change.
+// What a standing query reports of a change.
 struct Change {
   std::string text;  // a document, as ReadSettings takes it
 };
@@ -23,8 +23,8 @@ struct NumberedAnswer {
 //
 // An answer may have many lines, since values and messages may hold line feeds, and may be empty.
 // The line after it is the acknowledgement, a document that a request can just as well ask for. A
-// request that comes to nothing is answered by what it had come to and the document of the `error`
-// element, without an acknowledgement. What standing queries tell looks like an answer, and may
+// request that fails is answered by what it had come to so far and the document of the `error`
+// element, without an acknowledgement. What standing queries report looks like an answer, and may
 // come before one, but never within. So this counts elements: a line feed ends a text where none is
 // open.
 class AnswerReader {
@@ -39,7 +39,7 @@ class AnswerReader {
   bool IsInside() const { return is_inside; }
   // Takes a line that is not a row.
   void Put(std::string_view line);
-  // Must be called for each row that comes between lines.
+  // Call it for each row that comes between lines.
   void PassRow();
 
   // Takes out what has been completed; an error for a text that nobody has asked for.
@@ -49,7 +49,7 @@ class AnswerReader {
  private:
   struct Request {
     int number;
-    bool asks_error;  // its answer may be the document that tells of a failure
+    bool asks_error;  // its answer may be the document that reports a failure
   };
   // Follows the tags of a text.
   class Tags {
@@ -73,7 +73,7 @@ class AnswerReader {
   bool has_standing = false;
   std::string text;         // being read, or complete and not known to be an answer
   bool is_inside = false;   // an element of `text` is open
-  bool is_pending = false;  // `text` is complete; the next line tells what it is
+  bool is_pending = false;  // `text` is complete; the next line shows what it is
   Tags tags;
   std::deque<Found> found;
 };

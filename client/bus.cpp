@@ -71,7 +71,7 @@ void BusClient::HandleDeleter::operator()(struct mosquitto* client) const {
 BusClient::BusClient(const BusOptions& options)
     : place("the broker at " + Place(options.host, options.port)), timeout(options.timeout) {
   static const Library library;
-  // The library would wait for a machine that is gone for as long as the system does.
+  // The library would wait for a vanished machine for as long as the system does.
   Socket probe;
   ConnectWithin(probe, options.host, options.port, timeout);
   probe.Close();
@@ -110,7 +110,7 @@ short BusClient::Events() const {
 }
 
 void BusClient::Turn() {
-  // What the calls return shows in the disconnect too.
+  // What these calls return shows in the disconnect as well.
   struct pollfd entry = {Descriptor(), POLLIN, 0};
   if (entry.fd >= 0 && poll(&entry, 1, 0) > 0) mosquitto_loop_read(handle.get(), 1);
   if (mosquitto_want_write(handle.get())) mosquitto_loop_write(handle.get(), 1);

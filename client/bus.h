@@ -55,7 +55,7 @@ struct BusOptions {
 // A client of the message bus that heads publish to.
 //
 // As with ConsoleClient, there are two ways to use it: one that waits, and Descriptor() with Take.
-// What fails throws ClientError, and TimedOut at the end of a wait in vain.
+// What fails throws ClientError, and a wait in vain ends with TimedOut.
 class BusClient {
  public:
   // Connects, and subscribes; what comes after that is not missed.
@@ -76,7 +76,8 @@ class BusClient {
                      const std::function<bool(const BusMessage&)>& matches = {});
   // The record of the next flash or dark pulse. Passes over all else.
   EventRecord NextEvent();
-  // Waits until a head is on the bus, and has said and heard all that it does at a connect.
+  // Waits until a head is on the bus, and has published and subscribed to all that it does at a
+  // connect.
   void WaitForHead();
 
   // The non-blocking way: poll for Events(), which change, and call Take until there is nothing
@@ -110,7 +111,7 @@ class BusClient {
   std::unique_ptr<struct mosquitto, HandleDeleter> handle;
   std::deque<BusMessage> received;
   std::set<int> confirmed;      // publications and subscriptions that the broker has taken
-  std::optional<int> refused;   // the subscription that it has not
+  std::optional<int> refused;   // the subscription that it has refused
   std::optional<int> greeting;  // its answer to the connect
   std::string lost;             // why the connection is over
 };

@@ -5,7 +5,7 @@
 
 namespace {
 
-// One line of a document, without what would end it too early.
+// A document as one line, without what would end it too early.
 std::string AsLine(std::string_view document) {
   const std::size_t start = document.find_first_not_of(" \t\r\n");
   if (start == std::string_view::npos || (document[start] != '<' && document[start] != '&'))

@@ -21,7 +21,7 @@ struct ConsoleOptions {
   int receive_buffer = 0;             // as ConnectWithin takes it
 };
 
-// What a head tells of itself to who connects.
+// What a head tells a new client about itself.
 struct HeadIdentity {
   std::string model;
   std::string version;
@@ -38,14 +38,14 @@ using ConsoleMessage =
 //
 // There are two ways to use it. One waits: Request for settings, Next and its like for what the
 // head sends by itself, in the order in which it came. Each wait ends at the latest after the time
-// that the options tell, with TimedOut. The other never waits: poll Descriptor() for reading, call
+// given in the options, with TimedOut. The other never waits: poll Descriptor() for reading, call
 // Take until there is nothing more, and send requests by Ask, whose answers Take brings too. What a
-// Request has kept does not show at the descriptor, so take once more after it.
+// Request has kept does not show at the descriptor, so call Take again after it.
 //
 // What is wrong with a row, or comes unasked, is a ClientError that costs this one row; a later
 // call goes on after it. At the end of the connection each call throws ClientError.
 //
-// A head drops what it has for a client that leaves megabytes unread, answers too.
+// A head drops what it has for a client that leaves megabytes unread, even answers.
 class ConsoleClient {
  public:
   // Connects, and reads what a head says at first. Throws TimedOut or ClientError.
@@ -62,12 +62,12 @@ class ConsoleClient {
   // The names of the bits of DIAG that are set in `diag`, lowest first.
   std::vector<std::string> DiagNames(double diag) const { return rows.DiagNames(diag); }
 
-  // Sends a document and waits for its answer; look into that for what was refused. What comes
-  // meanwhile is kept for Next and Take. Line feeds in the document become blanks, since one would
-  // end it. Throws ClientError for what is no document, or a standing query.
+  // Sends a document and waits for its answer; that shows what was refused. What comes meanwhile is
+  // kept for Next and Take. Line feeds in the document become blanks, since one would end it.
+  // Throws ClientError for a text that is not a document, or is a standing query.
   Answer Request(std::string_view document);
-  // The setting at a path below the head's own element, such as "cfg/fan_duty", or all of them
-  // below that. Throws ClientError if the head has none there.
+  // The setting at a path below the head's own element, such as "cfg/fan_duty", or all of those
+  // below it. Throws ClientError if the head has none there.
   Element Get(std::string_view path);
   // Sets a value. Throws ClientError with the head's own words when that is refused.
   void Set(std::string_view path, std::string_view value);
@@ -90,11 +90,11 @@ class ConsoleClient {
   int Descriptor() const { return connection.Descriptor(); }
   // What has come, nothing if there is no more now.
   std::optional<ConsoleMessage> Take();
-  // Sends a document, and returns the number that its answer will bear. Throws as Request does.
+  // Sends a document, and returns the number that its answer will have. Throws as Request does.
   int Ask(std::string_view document);
 
   void SetWaitLimit(Timeout limit) { connection.SetWaitLimit(limit); }
-  // For what needs the socket itself. Lines that are read there are missed here.
+  // For work on the socket itself. Lines that are read there are missed here.
   LineClient& Connection() { return connection; }
 
  private:

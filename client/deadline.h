@@ -29,7 +29,7 @@ class Refused : public ClientError {
   using ClientError::ClientError;
 };
 
-// A wait that came to its end in vain. The text says what was waited for, and what came instead.
+// A wait that ended in vain. The text says what was waited for, and what came instead.
 class TimedOut : public ClientError {
  public:
   using ClientError::ClientError;

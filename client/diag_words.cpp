@@ -11,7 +11,7 @@ std::string DiagInWords(const std::string& bit) {
       {"REDMODOFF", "the measuring light is off by command (cmd/redmodon)"},
       {"TESTMODEON", "the test vector is on (cmd/testvectoff)"},
       {"TEMP_FAULT",
-       "too hot: 75 °C were reached and the light went off; "
+       "too hot: 75 °C was reached and the light went off; "
        "set cfg/measure/control and cfg/lightsource/control again after it has cooled"}};
   const auto found = kWords.find(bit);
   return found == kWords.end() ? bit : bit + ", " + found->second;

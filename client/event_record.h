@@ -11,8 +11,8 @@
 
 // The record of a flash or dark pulse, as a head publishes it.
 struct EventRecord {
-  // A result that was not a number, or beyond all of them, is a NaN or an infinity. Throws
-  // ClientError for a text that is no record.
+  // A result that was not a number, or was infinite, is a NaN or an infinity. Throws ClientError
+  // for a text that is not a record.
   static EventRecord Parse(const std::string& record);
 
   // The samples, one value of each for every sample.

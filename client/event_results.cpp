@@ -15,7 +15,7 @@ const std::vector<Result>& Results(const std::string& type) {
       {"QMAX", "µmol/m²/s", "highest PFD"},
       {"MODRATE", "Hz", "rate of the measuring light"},
       {"P1_MAXF", "counts", "highest F of phase 1"},
-      {"P2_INT", "counts", "F at infinite light, by the line of F over 10000/PFD"},
+      {"P2_INT", "counts", "F at infinite light, from the line of F over 10000/PFD"},
       {"P2_INT_SE", "counts", "its standard error"},
       {"P2_SLP", "10⁴ counts µmol/m²/s", "slope of the line"},
       {"P2_SLP_SE", "10⁴ counts µmol/m²/s", "its standard error"},

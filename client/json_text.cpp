@@ -7,7 +7,7 @@
 
 namespace {
 
-// As jsoncpp spells them.
+// Spells them as jsoncpp does.
 std::string WithNamedNumbers(const std::string& text) {
   std::string named;
   named.reserve(text.size());

@@ -4,6 +4,7 @@
 
 #include <string>
 
-// The JSON that heads publish, which holds "nan" and "inf" where a computation had no answer: here
-// they are NaNs and infinities. Throws ClientError, with `what` the text was to be, for all else.
+// The JSON that heads publish, which has "nan" and "inf" where a computation had no result: here
+// they become NaNs and infinities. Throws ClientError for anything else; `what` says what the text
+// should be.
 Json::Value ReadJson(const std::string& text, const std::string& what);

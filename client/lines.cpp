@@ -48,9 +48,9 @@ void ConnectWithin(Socket& socket, const std::string& host, int port, Timeout ti
   throw NoConnection("unable to connect to " + place + ": " + failure);
 }
 
-LineClient::LineClient(int port, const std::string& host, Timeout limit, int receive_buffer)
-    : peer(Place(host, port)), timeout(limit) {
-  ConnectWithin(socket, host, port, limit, receive_buffer);
+LineClient::LineClient(int port, const std::string& host, Timeout timeout, int receive_buffer)
+    : peer(Place(host, port)), timeout(timeout) {
+  ConnectWithin(socket, host, port, timeout, receive_buffer);
 }
 
 void LineClient::Send(std::string_view text) {

@@ -11,22 +11,22 @@
 // A port of a machine, such as "[::1]:7246".
 std::string Place(const std::string& host, int port);
 
-// Connects `socket` to `port` of `host`, a name or an address, by IPv6 or else by IPv4. It does not
-// block then, and is closed in programs that are started. With `receive_buffer` above 0 the system
-// keeps no more than about that many bytes for it. Throws TimedOut or ClientError. A name is looked
-// up with the system's own time limit.
+// Connects `socket` to `port` of `host`, a name or an address, by IPv6 or else by IPv4. The socket
+// does not block then, and is closed in programs that are started. With `receive_buffer` above 0
+// the system keeps no more than about that many bytes for it. Throws TimedOut or ClientError. A
+// name is looked up with the system's own time limit.
 void ConnectWithin(Socket& socket, const std::string& host, int port, Timeout timeout,
                    int receive_buffer = 0);
 
-// A connection to the console service of a head as the lines that go over it. ConsoleClient stands
-// on this; use it alone for the protocol to the byte.
+// A connection to the console service of a head as the lines that go over it. ConsoleClient uses
+// this; use it directly for the protocol to the byte.
 //
 // Each wait takes `timeout` at most.
 class LineClient {
  public:
   static constexpr int kConsolePort = 7246;
 
-  // As ConnectWithin.
+  // Connects as ConnectWithin does.
   explicit LineClient(int port, const std::string& host = "::1", Timeout timeout = kDefaultTimeout,
                       int receive_buffer = 0);
 

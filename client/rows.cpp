@@ -20,7 +20,7 @@ std::vector<std::string> FieldsOf(std::string_view text) {
   }
 }
 
-// What stands before the first tab, and what after it.
+// The text before the first tab, and the text after it.
 std::pair<std::string, std::string> AtTab(std::string_view text) {
   const std::size_t tab = text.find('\t');
   if (tab == std::string_view::npos) return {std::string(text), ""};

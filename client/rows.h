@@ -12,7 +12,7 @@
 
 // The rows that a head sends to its console clients, as values.
 
-// What stands in the columns of a kind of row, as its header rows tell. CHK is not among them.
+// What the columns of a kind of row hold, as its header rows say. CHK is not among them.
 struct Columns {
   std::string row;  // such as "DATA"
   std::vector<std::string> names;
@@ -38,7 +38,7 @@ struct EventRow {
   std::string value;  // as it stands; the name of a console begins with a blank
 };
 
-// DATAMSG: a text of the signal processor, with the prefix that tells its kind.
+// DATAMSG: a text of the signal processor, with the prefix that shows its kind.
 struct MessageRow {
   std::string text;
 };
@@ -49,7 +49,8 @@ struct CaptureRow {
   std::vector<std::uint8_t> bytes;
 };
 
-// Every other row, those that tell the columns of others (DATAH, DATAU, DATASTATH, …) among them.
+// Every other row, including those that describe the columns of others (DATAH, DATAU, DATASTATH, …)
+// among them.
 struct PlainRow {
   std::string name;
   std::vector<std::string> fields;
@@ -57,15 +58,15 @@ struct PlainRow {
 
 using Row = std::variant<DataRow, EventRow, MessageRow, CaptureRow, PlainRow>;
 
-// Reads rows, and keeps what their header rows tell.
+// Reads rows, and keeps what their header rows say.
 class RowReader {
  public:
-  // Whether a line is a row, whatever it may hold.
+  // Whether a line is a row, whatever it holds.
   static bool IsRow(std::string_view line);
 
-  // A row of its line, without the line feed. Throws ClientError for one that is damaged: with a
-  // wrong checksum, with more or fewer fields than its header row tells, with no number where one
-  // must be, or that came before its header row.
+  // Reads a row from its line, without the line feed. Throws ClientError for one that is damaged:
+  // with a wrong checksum, with more or fewer fields than its header row has, with no number where
+  // one must be, or that came before its header row.
   Row Read(std::string line);
 
   // The columns of a kind of row; null before its header row has come.

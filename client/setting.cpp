@@ -24,7 +24,7 @@ std::string_view Trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
 }
 
-// A number as a head prints it; the text itself if it is none.
+// A number as a head prints it; the text itself if it is not a number.
 std::string PrintedFloat(const std::string& text) {
   char* end = nullptr;
   const float number = std::strtof(text.c_str(), &end);
@@ -34,7 +34,7 @@ std::string PrintedFloat(const std::string& text) {
   return printed;
 }
 
-// Without zeros at the head of numbers.
+// The text without leading zeros in its numbers.
 std::string WithoutLeadingZeros(std::string_view text) {
   std::string result;
   const auto is_digit = [&](std::size_t i) {
@@ -53,7 +53,7 @@ std::string Below(const std::string& path, const std::string& name) {
   return path.empty() ? name : path + "/" + name;
 }
 
-// Leaves of the values, with their types from the element that stands at the same place.
+// Collects the leaves of the values, with their types from the element at the same place.
 void Collect(const Element& values, const Element* types, const std::string& path,
              std::vector<Setting>& settings) {
   for (std::size_t i = 0; i < values.children.size(); ++i) {
@@ -138,7 +138,7 @@ bool Setting::Means(std::string_view asked) const {
     const std::size_t sign = wanted.starts_with('+') ? 1 : 0;
     return WithoutLeadingZeros(std::string_view(wanted).substr(sign)) == value;
   }
-  // Times and dates are strings for a head's types.
+  // In a head's types, times and dates are strings.
   const bool is_in_numbers =
       !value.empty() && value.find_first_not_of("0123456789.:- ") == std::string::npos;
   return is_in_numbers && WithoutLeadingZeros(wanted) == WithoutLeadingZeros(value) &&
@@ -185,7 +185,7 @@ std::string AssignmentRequest(const std::vector<Setting>& known,
   for (Assignment& assignment : assignments) {
     if (assignment.asked.find('\n') != std::string::npos)
       throw ClientError("a value can't hold a line feed: " + Quoted(assignment.asked));
-    // The head would answer it in the midst of the rest, however it is escaped.
+    // The head would answer it in the middle of the rest, however it is escaped.
     if (assignment.asked.find("&query") != std::string::npos)
       throw ClientError("a value can't hold a query: " + Quoted(assignment.asked));
     const auto setting = std::find_if(known.begin(), known.end(), [&](const Setting& each) {

@@ -5,7 +5,7 @@
 
 namespace {
 
-// No tree of a head is nearly as deep.
+// No head's tree is nearly as deep.
 constexpr int kDeepest = 100;
 
 Element ElementOf(const pugi::xml_node& node, int depth = 0) {

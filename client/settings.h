@@ -23,19 +23,19 @@ struct Element {
   const Element& At(std::string_view path) const;
 };
 
-// What a head has refused of a request.
+// What a head has refused in a request.
 struct Refusal {
-  std::string item;  // the setting; empty when the request as a whole came to nothing
+  std::string item;  // the setting; empty when the request failed as a whole
   std::string message;
 };
 
 // The answer to a request, without the acknowledgement that ends it.
 struct Answer {
-  std::string text;     // values and documents, one after the other
-  bool failed = false;  // the request came to an end early; the last document tells why
+  std::string text;     // values and documents, one after another
+  bool failed = false;  // the request ended early; the last document says why
 
-  // The elements in it, one after the other. What `&query;` asked for is an element `nemra`. Throws
-  // ClientError for a text that is no XML.
+  // The elements in it, one after another. What `&query;` asked for is an element `nemra`. Throws
+  // ClientError for a text that is not XML.
   std::vector<Element> Elements() const;
   // What was refused, in order.
   std::vector<Refusal> Refusals() const;
@@ -47,10 +47,10 @@ struct Answer {
 // Throws ClientError.
 Element ReadSettings(const std::string& document);
 
-// The tags of a path, one within the other, and `content` within them.
+// The tags of a path, nested, and `content` within them.
 std::string NestedElements(std::string_view path, std::string_view content);
 // A document that holds `content` at a path below the head's own element, such as
 // "cfg/lightsource/Q_setpoint"; an empty path is that element.
 std::string SettingsDocument(std::string_view path, std::string_view content);
-// A value as it stands in a document.
+// A value as it is written in a document.
 std::string EscapedValue(std::string_view value);

@@ -2,6 +2,6 @@
 
 #include <avahi-common/watch.h>
 
-// The loop, as Avahi's client library wants to see it: the library's descriptors become items of
-// the loop, its timeouts become timers.
+// Presents the loop in the form that Avahi's client library needs: the library's descriptors become
+// items of the loop, its timeouts become timers.
 const AvahiPoll* AvahiPollOfLoop();

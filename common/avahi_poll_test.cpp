@@ -44,7 +44,7 @@ void AvahiPollCases() {
   ExpectEqual(turn(), "", "reading is no longer wanted");
   table.watch_update(watch, AVAHI_WATCH_IN);
   seen.free_next = true;
-  // With a hang-up at once, as when a daemon dies.
+  // A hang-up comes at once, as when a daemon dies.
   close(ends[1]);
   ExpectEqual(turn(), "10 ", "a callback that frees its watch");
   ExpectEqual(turn(), "");

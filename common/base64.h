@@ -22,8 +22,8 @@ Base64Progress Base64Encode(std::span<const std::uint8_t> input, std::span<char>
 std::size_t Base64AppendEncoded(std::span<const std::uint8_t> input, std::string& output,
                                 bool last);
 
-// Converts groups of 4 characters into up to 3 bytes. A padding, or a character outside the
-// alphabet, ends the data: the whole input counts as read then. A partial group stays unread.
+// Converts groups of 4 characters into up to 3 bytes. Padding, or a character outside the alphabet,
+// ends the data: the whole input counts as read then. A partial group stays unread.
 Base64Progress Base64Decode(std::span<const char> input, std::span<std::uint8_t> output);
 // The same, appending; returns the characters read.
 std::size_t Base64AppendDecoded(std::span<const char> input, std::vector<std::uint8_t>& output);

@@ -17,7 +17,7 @@ class Broadcast {
     bytes.append(text);
     end += text.size();
   }
-  // What stands after `place`, which is not forgotten yet; valid until the next change.
+  // The bytes after `place`, which must not be forgotten yet; valid until the next change.
   std::string_view From(Place place) const {
     const std::size_t length = end - place;
     return {bytes.data() + (bytes.size() - length), length};
@@ -29,7 +29,7 @@ class Broadcast {
       bytes.clear();
       if (bytes.capacity() > kMostKeptRoom) bytes = std::string();
     } else if (bytes.size() / 2 >= length) {
-      // Not before the move of the rest is cheap beside what has gone.
+      // Only once moving the rest is cheap compared with what has gone.
       bytes.erase(0, bytes.size() - length);
     }
   }

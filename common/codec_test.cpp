@@ -102,7 +102,7 @@ void TestBase64(std::ostream&) {
   ExpectEqual(Base64AppendDecoded(std::string("Zm9vZ!9vZm"), bytes), std::size_t{10});
   ExpectEqual(bytes.size(), std::size_t{3}, "bytes ahead of a foreign character");
 
-  // In pieces of any size, through output rooms of any size.
+  // Converts pieces of any size, into output rooms of any size.
   const std::vector<std::uint8_t> whole = TestBytes(1000);
   std::string expected;
   Base64AppendEncoded(whole, expected, true);
@@ -182,7 +182,7 @@ void TestDelimParser(std::ostream&) {
       {{"\n", "end"}, "en\nend", "en\n|end|"},
   };
   for (const auto& row : rows) {
-    // Whole, and in pieces of every size.
+    // Adds it whole, and in pieces of every size.
     for (std::size_t piece = 1; piece <= row.bytes.size(); ++piece) {
       DelimParser parser(row.delimiters[0]);
       for (std::size_t i = 1; i < row.delimiters.size(); ++i)

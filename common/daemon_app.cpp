@@ -49,7 +49,7 @@ void DaemonApp::SignalRunning(int signo) {
   std::ifstream file(pid_path);
   if (!file) throw std::runtime_error("PID file not found: " + pid_path);
   int pid = 0;
-  // Zero and below would address whole groups of processes.
+  // Zero and negative numbers would address whole groups of processes.
   if (!(file >> pid) || pid <= 0) throw std::runtime_error("Unable to read PID file: " + pid_path);
   if (kill(pid, signo) != 0) throw ErrnoError("Unable to signal");
 }

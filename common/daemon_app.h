@@ -13,8 +13,8 @@ class DaemonApp {
   DaemonApp(const DaemonApp&) = delete;
   DaemonApp& operator=(const DaemonApp&) = delete;
 
-  // Takes the pid file: creates it where it is missing, locks it, writes the process id into it
-  // and keeps it open. The lock, not the file, says that an instance runs, so a stale file is
+  // Takes the pid file: creates it if it is missing, locks it, writes the process id into it and
+  // keeps it open. The lock, not the file, shows that an instance is running, so a stale file is
   // taken over. Call it after any forking. Throws ErrnoError, "Another process is already running"
   // for a second instance, whose predecessor's file stays as it was.
   void LockPidFile();
@@ -23,7 +23,7 @@ class DaemonApp {
   // no readable pid file, ErrnoError when the process can't be signalled.
   void SignalRunning(int signo);
 
-  // Forks twice, lets go of the terminal and closes the descriptors 0 to 63. False in each
+  // Forks twice, detaches from the terminal and closes the descriptors 0 to 63. False in each
   // parent, which should then exit; true in the final child. Throws ErrnoError.
   bool Daemonize();
 

@@ -10,7 +10,7 @@ class DelimParser {
  public:
   explicit DelimParser(const std::string& delimiter);
 
-  // Of two delimiters that stand at the same place, the one added earlier wins.
+  // Of two delimiters at the same place, the one added earlier wins.
   void AddDelimiter(const std::string& delimiter);
   void Add(std::string_view bytes);
 
@@ -30,12 +30,12 @@ class DelimParser {
   // none.
   std::size_t FindMessage(std::size_t& which);
   void Take(std::size_t length, std::string& message);
-  // Of what a long message has needed, once all is given out.
+  // Frees what a long message has needed, once all is given out.
   void GiveBackRoom();
 
   std::vector<std::string> delimiters;
   bool line_feed_only = false;
   std::string buffer;
-  std::size_t taken = 0;     // bytes at the front of `buffer` that are given out already
+  std::size_t taken = 0;     // bytes at the front of `buffer` that were given out already
   std::size_t searched = 0;  // no message ends before this place
 };

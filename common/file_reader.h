@@ -12,7 +12,7 @@ class FileReader : public PollItem {
  public:
   FileReader();
 
-  // Without effect while a file is open. Throws ErrnoError as StreamFile does.
+  // Has no effect while a file is open. Throws ErrnoError as StreamFile does.
   void Open(const std::string& path);
   bool IsOpen() const { return file.IsOpen(); }
   // Puts the next piece into `out`. Returns its length, 0 at end of file, when the file is closed.

@@ -33,7 +33,7 @@ HostLookup::Addresses LookUp(const std::string& host, int flags) {
   return addresses;
 }
 
-// While it lives, threads that are started take no signals.
+// While this lives, threads that are started take no signals.
 class NoSignals {
  public:
   NoSignals() {
@@ -82,7 +82,7 @@ void HostLookup::Start(const std::string& host, std::function<void(const Address
       close(end);
     }).detach();
   } catch (const std::system_error&) {
-    close(ends[1]);  // so the answer is that nobody can tell
+    close(ends[1]);  // so the answer is that nobody knows
   }
 }
 

@@ -17,7 +17,7 @@
 class HostLookup : private PollItem {
  public:
   // In numbers, in the order of the system's preference: "::1", "fe80::1%eth0", "10.0.0.1". Empty
-  // if the name has none, or nobody can tell.
+  // if the name has none, or nobody knows them.
   using Addresses = std::vector<std::string>;
 
   HostLookup();
@@ -26,7 +26,7 @@ class HostLookup : private PollItem {
   // Hands the addresses of `host` to `found`, once: before it returns if `host` is an address, on
   // the loop otherwise. A look-up that is under way is given up.
   void Start(const std::string& host, std::function<void(const Addresses&)> found);
-  // `found` is not called any more.
+  // `found` is no longer called.
   void Cancel();
   bool IsRunning() const { return answer != nullptr; }
 

@@ -2,5 +2,5 @@
 
 #include <string>
 
-// The machine's host name, at most 127 bytes of it; empty if the system does not tell.
+// The machine's host name, at most 127 bytes of it; empty if the system reports none.
 std::string GetHostName();

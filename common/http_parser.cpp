@@ -29,8 +29,8 @@ struct HTTPParser::State {
 
   static State& Of(http_parser* parser) { return *static_cast<State*>(parser->data); }
 
-  // The library is C, through which nothing is to be thrown. What `act` throws stops it, and leaves
-  // Parse.
+  // The library is C, through which no exception may pass. What `act` throws stops the library, and
+  // then leaves Parse.
   template <class Act>
   static int Guarded(http_parser* parser, Act act) {
     State& state = Of(parser);

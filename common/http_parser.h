@@ -33,11 +33,10 @@ class HTTPParser {
   HTTPParser(const HTTPParser&) = delete;
   HTTPParser& operator=(const HTTPParser&) = delete;
 
-  // Throws Error for what is no HTTP; what follows an upgrade is passed over. Of two equal header
-  // names the later value stands.
+  // Throws Error for anything that is not HTTP; what follows an upgrade is ignored. Of two headers
+  // with the same name the later one wins.
   void Parse(std::string_view text);
-  // The input has ended, and with it a body without a length. A message that is not whole is
-  // dropped.
+  // The input has ended, and with it a body without a length. An incomplete message is dropped.
   void Finish();
 
  private:

@@ -18,8 +18,8 @@ constexpr std::size_t kMostGathered = 64 * 1024;
 // What a terminal or pipe takes without waiting when poll says that it has room.
 constexpr std::size_t kSurelyTaken = 256;
 
-// The pipe or terminal opened once more: how that is set concerns nobody else. Negative if it can't
-// be had.
+// Opens the pipe or terminal a second time, so that its flags concern nobody else. Negative if that
+// fails.
 int OpenForMyself(int descriptor) {
   const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
   return open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -83,7 +83,7 @@ void LogOutput::Say(std::string_view text) {
   }
 }
 
-// A line with its end, or the part of one that was flushed.
+// Takes a line with its end, or the part of one that was flushed.
 void LogOutput::SayLine(std::string_view line) {
   const bool ends = line.back() == '\n';
   if (dropping) {
@@ -102,7 +102,7 @@ void LogOutput::SayLine(std::string_view line) {
   dropping = !ends;
 }
 
-// Writes what was taken, and tells what was dropped. True if that left nothing, so that the next
+// Writes what was taken, and reports what was dropped. True if nothing is left, so that the next
 // text may follow.
 bool LogOutput::WriteOn() {
   rest.erase(0, WriteSome(rest));
@@ -138,7 +138,7 @@ std::size_t LogOutput::WriteSome(std::string_view text) {
 }
 
 long LogOutput::TryWrite(std::string_view text) {
-  // Nobody listens from the start.
+  // There was no standard output from the start.
   if (fd < 0) return static_cast<long>(text.size());
   if (kind == Kind::kSocket) return send(fd, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (kind != Kind::kShared) return write(fd, text.data(), text.size());

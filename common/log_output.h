@@ -7,17 +7,16 @@
 
 #include "common/poll_processor.h"
 
-// Standard output as a log that never makes the process wait. While this lives, what is said on
+// Standard output as a log that never makes the process wait. While this lives, what is written to
 // std::cout goes out line by line, each when it ends or is flushed. A reader that is too slow, or
-// stands still, costs itself lines and nobody anything else: a line that finds no room is dropped,
-// whole, and how many were dropped is said as soon as there is room again. A disk without room is
-// such a reader.
+// has stopped, loses lines but holds up nobody: a line that finds no room is dropped whole, and the
+// number of dropped lines is reported as soon as there is room again. A full disk is such a reader.
 //
 // A pipe or terminal that others write to as well stays as it is for them.
 class LogOutput : public std::streambuf, public PollItem {
  public:
   LogOutput();
-  // Says what was neither ended nor flushed, and gives std::cout back.
+  // Writes what was neither ended nor flushed, and gives std::cout back.
   ~LogOutput() override;
 
   int GetFD() override { return fd; }
@@ -48,9 +47,9 @@ class LogOutput : public std::streambuf, public PollItem {
   Kind kind;
   int fd;
   bool awaits_room = false;   // is on the loop
-  std::string gathered;       // said, and neither ended nor flushed
-  std::string rest;           // taken, and not out yet
-  bool in_line = false;       // what was taken last does not end a line
-  bool dropping = false;      // the line that goes on is being dropped
-  std::uint64_t dropped = 0;  // lines, and not told yet
+  std::string gathered;       // written, and neither ended nor flushed
+  std::string rest;           // taken, but not out yet
+  bool in_line = false;       // the text taken last does not end a line
+  bool dropping = false;      // the current line is being dropped
+  std::uint64_t dropped = 0;  // lines, not reported yet
 };

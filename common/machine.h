@@ -38,6 +38,6 @@ struct Machine {
       [](int device, const struct rtc_time& time) { return ioctl(device, RTC_SET_TIME, &time); };
   std::function<int(int device, struct rtc_time& time)> read_hardware_clock =
       [](int device, struct rtc_time& time) { return ioctl(device, RTC_RD_TIME, &time); };
-  // The zone in force is another one.
+  // Called when the zone in force has changed.
   std::function<void()> take_zone = [] { tzset(); };
 };

@@ -5,7 +5,7 @@
 #include <utility>
 
 void ReturnLargeMemory() {
-  // Set by hand, it stays where it is: left alone, it grows with the pieces that are freed.
+  // A threshold that was set stays; otherwise it grows with the pieces that are freed.
   constexpr int kLarge = 128 * 1024;
   mallopt(M_MMAP_THRESHOLD, kLarge);
   mallopt(M_TRIM_THRESHOLD, 4 * kLarge);
@@ -26,6 +26,6 @@ void MemoryTrimmer::Expired() {
 void Release(std::string& text) {
   constexpr std::size_t kSmallChange = 16384;
   text.clear();
-  // An empty string that is assigned would leave it what it has.
+  // Assigning an empty string would leave it its memory.
   if (text.capacity() > kSmallChange) text.shrink_to_fit();
 }

@@ -6,13 +6,13 @@
 
 // How the process holds the memory that it no longer needs.
 
-// Makes large pieces of memory go back to the system as soon as they are freed. To be called once,
+// Makes large pieces of memory go back to the system as soon as they are freed. Call it once,
 // before there are any.
 void ReturnLargeMemory();
 // Gives back what is free in all other pieces; takes a moment for each megabyte that is in use.
 void TrimMemory();
 
-// Trims memory a moment after it was asked to, once for all who ask meanwhile.
+// Trims memory a moment after it is asked to, once for all who ask in the meantime.
 class MemoryTrimmer : public PollTimer {
  public:
   MemoryTrimmer() : PollTimer(-1, true) {}

@@ -46,7 +46,7 @@ struct PacketHeader {
 
   unsigned kind = 0;
   unsigned qos = 0;        // of a publication
-  std::size_t length = 0;  // of the whole packet; 0 while `bytes` does not tell it
+  std::size_t length = 0;  // of the whole packet; 0 while `bytes` is too short to tell
   bool malformed = false;
 
   PacketHeader(const std::uint8_t* bytes, std::size_t count)
@@ -90,7 +90,7 @@ struct MQTTClient::Callbacks {
     Self(object).Tell([&](Listener& heard_by) { heard_by.OnConnect(result); });
   }
   static void Disconnected(struct mosquitto*, void* object, int result) {
-    // What there never was is not lost either.
+    // A connection that never was is not lost either.
     if (!Self(object).connected) return;
     Self(object).connected = false;
     Self(object).Tell([&](Listener& heard_by) { heard_by.OnDisconnect(result); });
@@ -147,7 +147,7 @@ MQTTClient::MQTTClient(Listener* listener, const std::string& client_id, bool cl
 }
 
 MQTTClient::~MQTTClient() {
-  // The library calls back from inside of both.
+  // The library calls back from inside both.
   listener = nullptr;
   if (connected) mosquitto_disconnect(client.get());
   client.reset();
@@ -168,7 +168,7 @@ void MQTTClient::ClearWill() {
 
 template <class Calls>
 void MQTTClient::Run(const std::string& words, Calls calls) {
-  // A listener may run operations in turn, from inside of one; each throws its own.
+  // A listener may run further operations from inside one; each throws its own.
   const std::exception_ptr outer = std::exchange(caught, nullptr);
   const int code = calls();
   const int errnum = errno;
@@ -190,7 +190,7 @@ void MQTTClient::Connect(const std::string& address, int port, int keepalive_sec
     const int code =
         mosquitto_connect_async(client.get(), address.c_str(), port, keepalive_seconds);
     const int errnum = errno;
-    // The library leaves its descriptors to every program that is started, also those that it
+    // The library leaves its descriptors open for every program that is started, even those that it
     // shows to nobody. All others are closed there anyway.
     close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     if (code == MOSQ_ERR_SUCCESS) connect_failed = std::move(failed);
@@ -223,8 +223,8 @@ void MQTTClient::FinishConnecting() {
   failed(Error("Unable to connect", MOSQ_ERR_ERRNO, errnum));
 }
 
-// The library has no call that closes its socket and nothing else. One that can't be written to any
-// more it closes at its next attempt.
+// The library has no call that closes its socket and nothing else. It closes a socket that can't be
+// written to any more when it next tries to.
 void MQTTClient::CutOff() {
   shutdown(GetFD(), SHUT_RDWR);
   mosquitto_disconnect(client.get());
@@ -247,7 +247,7 @@ int MQTTClient::Publish(const std::string& topic, int length, const void* payloa
   Run("Unable to publish topic " + topic, [&] {
     if (!connected) return int{MOSQ_ERR_SUCCESS};
     if (qos > 0) all_at_qos_0 = false;
-    // Ahead of the call, in which it may be sent.
+    // Before the call, in which it may be sent.
     const auto bytes = static_cast<std::size_t>(std::max(length, 0));
     waiting.push_back(bytes);
     waiting_bytes += bytes;

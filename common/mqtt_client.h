@@ -18,27 +18,27 @@ struct mosquitto_message;
 // it, its housekeeping a timer, and none of its threads is started.
 //
 // What the state does not allow is ignored: a publication without a connection is dropped. What the
-// library refuses throws Error. A lost connection shows in OnDisconnect alone.
+// library refuses throws Error. OnDisconnect alone reports a lost connection.
 //
 // No operation but Drain waits for the broker, whatever that does:
 // - The library's own non-blocking connect makes the one connection of an attempt. The library has
-//   nothing that tells how this ends (it would write to the socket, and take a failure for a lost
+//   no way to tell how this ends (it would write to the socket, and take a failure for a lost
 //   connection), so the socket itself is asked, on the loop, before the library touches it again.
-//   Names are not for this class, since the library would wait for their look-up; see HostLookup.
+//   This class takes no host names, since the library would wait for their look-up; see HostLookup.
 // - The library makes room for a whole message as soon as one is announced, and answers every
-//   packet that asks for it. So it is let at a packet only when that is there as a whole, and is of
-//   a length and a kind that a broker may send. Otherwise the connection is closed, with a line on
-//   standard output. This holds for as long as everything goes at QoS 0; beyond that the library
+//   packet that asks for it. So it gets to read a packet only when all of it has arrived, and its
+//   length and kind are such as a broker may send. Otherwise the connection is closed, with a line
+//   on standard output. This holds for as long as everything goes at QoS 0; beyond that the library
 //   reads several packets at a time.
 class MQTTClient : public PollItem, public PollTimer {
  public:
-  // Hears what the library tells, from inside its calls; the integers are the library's. What it
+  // Hears what the library reports, from inside its calls; the integers are the library's. What it
   // throws leaves the operation of MQTTClient that was under way, or the loop.
   class Listener {
    public:
     // The broker has answered; anything but a `result` of 0 is a refusal.
     virtual void OnConnect(int /*result*/) {}
-    // Already disconnected when it comes.
+    // Called when the client is disconnected already.
     virtual void OnDisconnect(int /*result*/) {}
     virtual void OnPublish(int /*message_id*/) {}
     virtual void OnMessage(int /*message_id*/, const std::string& /*topic*/,
@@ -62,7 +62,7 @@ class MQTTClient : public PollItem, public PollTimer {
   // whole.
   static constexpr std::size_t kLongestPacket = std::size_t{256} << 10;
 
-  // `listener` may be null, and must outlive this otherwise. An empty `client_id` lets the broker
+  // `listener` may be null; otherwise it must outlive this. An empty `client_id` lets the broker
   // choose one.
   MQTTClient(Listener* listener, const std::string& client_id, bool clean_session);
   // Says goodbye to the broker; the listener hears nothing of it.
@@ -76,12 +76,12 @@ class MQTTClient : public PollItem, public PollTimer {
   void SetWill(const std::string& topic, const std::string& payload, int qos, bool retain);
   void ClearWill();
 
-  // Begins to connect to `address`, which is in numbers, as "fe80::1%eth0". What fails at once
-  // throws; what fails later is told to `failed`, on the loop, and nobody else hears of it. An
+  // Begins to connect to `address`, which is numeric, such as "fe80::1%eth0". What fails at once
+  // throws; what fails later is reported to `failed`, on the loop, and nobody else hears of it. An
   // attempt that was under way is given up.
   void Connect(const std::string& address, int port, int keepalive_seconds,
                std::function<void(const Error&)> failed);
-  // Ends an attempt without a word to anybody. False if none was under way.
+  // Ends an attempt without telling anybody. False if none was under way.
   bool GiveUpConnecting();
   void Disconnect();
 
@@ -91,8 +91,8 @@ class MQTTClient : public PollItem, public PollTimer {
   int Subscribe(const std::string& topic, int qos);
   int Unsubscribe(const std::string& topic);
 
-  // The bytes of all publications that the connection has not taken yet, but for the first of them,
-  // which is on its way; and whether there is any.
+  // The bytes of all publications that the connection has not taken yet, except the first of them,
+  // which is on its way; and whether there is any publication left.
   std::size_t WaitingBytes() const;
   bool IsAnythingWaiting() const { return !waiting.empty(); }
 
@@ -114,14 +114,14 @@ class MQTTClient : public PollItem, public PollTimer {
     void operator()(struct mosquitto* handle) const;
   };
 
-  // Where an attempt has led to.
+  // Finds out how an attempt has ended.
   void FinishConnecting();
   // Looks at the next packet in the socket. True if the library may read it now; otherwise more of
   // it must come, or the connection is over.
   bool NextPacketIsReady();
   // Has the loop wait until `bytes` are in the socket. False if it can't hold so many.
   bool AwaitBytes(std::size_t bytes);
-  // Closes the connection now, whatever waits.
+  // Closes the connection now, whatever is waiting.
   void CutOff();
   void Tick();
   void UpdateEvents();

@@ -75,7 +75,7 @@ void ThrowingListenerCases() {
   thrower.active = "";
   client.Publish("a", "b", 0, false);
 
-  // More than the socket takes waits, and is sent by and by.
+  // What the socket does not take waits, and is sent bit by bit.
   client.Publish("a", std::string(std::size_t{32} << 20, 'x'), 0, false);
   ExpectTrue((client.GetEvents() & POLLOUT) != 0, "something that waits");
   thrower.active = "OnPublish";
@@ -93,7 +93,7 @@ void ThrowingListenerCases() {
   client.Flush();
 }
 
-// A broker in this process, which says what it is told to, a byte at a time.
+// A broker in this process sends what it is given, a byte at a time.
 void PacketCases() {
   Socket broker(AF_INET6, SOCK_STREAM, 0);
   broker.Bind(SocketAddress("::1"));

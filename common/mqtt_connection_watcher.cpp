@@ -19,8 +19,8 @@ constexpr const char* kWords = "Unable to connect";
 MQTTConnectionWatcher::MQTTConnectionWatcher(MQTTClient& client, std::string host, int port)
     : PollTimer(-1, true), client(client), host(std::move(host)), port(port) {}
 
-void MQTTConnectionWatcher::SetHost(const std::string& broker) {
-  host = broker;
+void MQTTConnectionWatcher::SetHost(const std::string& host) {
+  this->host = host;
   attempts = 0;
   lookup.Cancel();
   client.GiveUpConnecting();

@@ -11,15 +11,15 @@
 // moment that its timer is armed, then every five seconds until its owner stops the timer.
 //
 // Each attempt is one connection to one address, and a line on standard output if it fails. It has
-// until the next one to come about; the loop turns on meanwhile. Of a host with several addresses,
-// the attempts take one after another.
+// until the next one to succeed; the loop keeps turning meanwhile. If a host has several addresses,
+// the attempts take them in turn.
 class MQTTConnectionWatcher : public PollTimer {
  public:
   // `client` must outlive this. `host` is the broker's name or address.
   MQTTConnectionWatcher(MQTTClient& client, std::string host, int port);
 
-  // For the next attempt; one that is under way is given up.
-  void SetHost(const std::string& broker);
+  // Takes effect at the next attempt; one that is under way is given up.
+  void SetHost(const std::string& host);
 
   void Expired() override;
   const char* GetName() override { return "MQTTConnectionWatcher"; }

@@ -46,7 +46,7 @@ void ReadBridgeRole(NetworkInterface& interface, const std::string& directory) {
   std::string id;
   interface.isBridge = ReadFirstLine(directory + interface.name + "/bridge/bridge_id", id);
   std::string own_bridge;
-  // Behind the port's link to its bridge.
+  // This goes through the port's link to its bridge.
   if (!ReadFirstLine(directory + interface.name + "/brport/bridge/bridge/bridge_id", own_bridge))
     return;
   for (const std::string& name : ListInterfaces(directory)) {

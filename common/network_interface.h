@@ -5,7 +5,7 @@
 
 #include "common/socket_address.h"
 
-// What the system knows of one network interface, as it was when it was read.
+// What the system knows about one network interface, as it was when it was read.
 struct NetworkInterface {
   // Where the kernel shows the interfaces.
   static constexpr const char* kSystemDirectory = "/sys/class/net/";
@@ -29,8 +29,8 @@ struct NetworkInterface {
   std::string bridgeName;  // of a port
 };
 
-// A bridge's ports, in the order of their names, and how its topology stands, as the kernel tells
-// it.
+// A bridge's ports, in the order of their names, and the state of its topology, as the kernel
+// reports them.
 struct NetworkBridge {
   // What can't be read stays empty. Throws ErrnoError when the ports can't be listed.
   static NetworkBridge Read(const std::string& bridge_name,

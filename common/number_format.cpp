@@ -42,9 +42,9 @@ struct Product {
     rest = static_cast<std::uint32_t>(lower);
   }
 
-  // To the nearest, from the middle to the even one. The product may be above the true one by less
-  // than `excess` units of the last bit, and the true one has no value in between that is not the
-  // middle.
+  // Rounds to the nearest, and from the middle to the even one. The product may be above the true
+  // one by less than `excess` units of the last bit, and the true one has no value in between that
+  // is not the middle.
   std::uint32_t Rounded(std::uint32_t excess) const {
     if (fraction != kHalf) return whole + (fraction > kHalf ? 1 : 0);
     return rest >= excess ? whole + 1 : whole + (whole & 1U);
@@ -52,8 +52,7 @@ struct Product {
 };
 
 // 10^k as a fixed-point number of six words, the lowest first, times 2^exponent. The highest bit is
-// set. Exact for every k above 0 that is used, and below 0 far more so
-// than anybody needs.
+// set. Exact for every k above 0 that is used, and below 0 far more exact than anybody needs.
 struct PowerOfTen {
   std::array<std::uint32_t, 6> words = {0, 0, 0, 0, 0, kHalf};
   int exponent = -191;
@@ -158,8 +157,8 @@ char* PutText(char* to, const char* text, std::size_t length) {
   return to + length;
 }
 
-// The digits of a number below 1e6 with the first at the place `exponent`, without zeros at its
-// end.
+// Writes the digits of a number below 1e6, with the first at the place `exponent`, without trailing
+// zeros.
 char* PutDigits(char* to, std::uint32_t digits, int exponent) {
   if (exponent >= 0 && exponent < kDigits) {
     PutSixDigits(to + 1, digits);
@@ -195,7 +194,7 @@ char* PutSlowly(char* to, std::size_t room, double value, std::chars_format form
   return std::to_chars(to, to + room, value, format, precision).ptr;
 }
 
-// A double that is a float as well: its bits as such, 0 if it is none.
+// The bits as a float of a double that is a float as well; 0 if it is not.
 std::uint32_t BitsAsFloat(std::uint64_t bits) {
   constexpr std::uint64_t kMore = (std::uint64_t{1} << 29) - 1;
   const auto exponent = static_cast<std::uint32_t>(bits >> 52 & 0x7FF);
@@ -260,7 +259,7 @@ char* PutGeneral(char* to, double value) {
     while (magnitude >= kPowersOfTen[static_cast<std::size_t>(exponent + 1)]) ++exponent;
   else
     while (magnitude * kPowersOfTen[static_cast<std::size_t>(-exponent)] < 1) --exponent;
-  // With an error of less than 1e-9, which decides nothing unless it is this near the middle.
+  // The error is less than 1e-9, and matters only when this is so near the middle.
   const double scaled = magnitude * kPowersOfTen[static_cast<std::size_t>(kDigits - 1 - exponent)];
   auto digits = static_cast<std::uint32_t>(scaled);
   const double fraction = scaled - digits;
@@ -281,7 +280,7 @@ char* PutGeneral(char* to, double value, int precision) {
 bool SplitMicros(double value, std::uint32_t& whole, std::uint32_t& micros) {
   constexpr int kMantissaBits = 52;
   const auto bits = std::bit_cast<std::uint64_t>(value);
-  // The place of the highest bit; out of range for what is negative or no number.
+  // The place of the highest bit; out of range for negative numbers and nan.
   const int place = static_cast<int>(bits >> kMantissaBits) - 1023;
   const std::uint64_t mantissa =
       (bits & ((std::uint64_t{1} << kMantissaBits) - 1)) | std::uint64_t{1} << kMantissaBits;

@@ -18,7 +18,7 @@ std::int64_t SteadyNow() {
       .count();
 }
 
-// Keeps a signal from being delivered for the length of a scope.
+// Keeps a signal from being delivered for the duration of a scope.
 class SignalBlock {
  public:
   explicit SignalBlock(int signo) {
@@ -35,7 +35,8 @@ class SignalBlock {
   sigset_t before;
 };
 
-// Taken before it is called, so that what the call removes from the queue is only later work.
+// Each is taken out before it is called, so that the call can only remove later work from the
+// queue.
 template <class T>
 T TakeFront(std::list<T>& queue) {
   T front = queue.front();
@@ -47,7 +48,7 @@ T TakeFront(std::list<T>& queue) {
 
 class PollProcessor::_QuitSignalHandler : public PollSignalHandler {
  public:
-  explicit _QuitSignalHandler(PollProcessor& owner) : PollSignalHandler(0, false), loop(owner) {}
+  explicit _QuitSignalHandler(PollProcessor& loop) : PollSignalHandler(0, false), loop(loop) {}
   void HandleSignal(int) override { loop.Quit(); }
 
  private:
@@ -65,8 +66,8 @@ PollProcessor* PollProcessor::Instance() {
 bool PollProcessor::Process(int timeout_ms) {
   SignalPass();
   if (quit) return false;
-  // Where nobody idles, a burst of activity needs no poll of its own; a timer of this turn does, so
-  // that the caller hears of it at once.
+  // Without idle handlers, a burst of activity needs no poll of its own; a timer of this turn does,
+  // so that the caller hears of it at once.
   if (idlers.empty()) idle_finished = true;
   const int timeout = TimerPass(timeout_ms);
   FlushPass();
@@ -353,7 +354,7 @@ PollSignalHandler::~PollSignalHandler() {
 void PollSignalHandler::Add(int signo) {
   PollProcessor::Instance()->signals[signo].push_back(this);
   {
-    // A signal that was caught before, and waits for its first handler, waits on.
+    // A signal that was caught before, and waits for its first handler, keeps waiting.
     const SignalBlock no_news(signo);
     const bool waiting = sigismember(pending_signals(), signo) == 1;
     catch_signal(pending_signals(), signo);

@@ -115,8 +115,8 @@ class PollItem {
   bool registered = false;
 };
 
-// A moment at which the loop calls Expired. Times are milliseconds on the steady clock. All ways
-// of arming are without effect on a timer that is not registered; each expiry disarms.
+// A moment at which the loop calls Expired. Times are milliseconds on the steady clock. Arming in
+// any way has no effect on a timer that is not registered; each expiry disarms.
 class PollTimer {
  public:
   // A negative `timeout_ms` leaves the timer unarmed.
@@ -185,8 +185,8 @@ class PollIdleHandler {
   bool finished = false;
 };
 
-// A listener to signals. Several deliveries between two turns of the loop count as one. A signal
-// that arrives between the signal pass and poll is seen at the next wake-up.
+// Listens for signals. Several deliveries between two turns of the loop count as one. A signal that
+// arrives between the signal pass and poll is seen at the next wake-up.
 class PollSignalHandler {
  public:
   PollSignalHandler(int signo, bool add);
@@ -200,7 +200,7 @@ class PollSignalHandler {
   // May be called for several signals. One that was caught before and not handled yet is handled at
   // the next turn. Throws ErrnoError when the catcher can't be installed.
   void Add(int signo);
-  // From all its signals.
+  // Removes it from all its signals.
   void Remove();
 
  private:

@@ -63,8 +63,8 @@ struct Idler : PollIdleHandler {
 
 // One end of a socket pair on the loop; notes its events in `log` and then acts.
 struct Item : PollItem {
-  Item(std::string item_name, std::string& event_log)
-      : PollItem(POLLIN, true), name(std::move(item_name)), log(event_log) {
+  Item(std::string name, std::string& log)
+      : PollItem(POLLIN, true), name(std::move(name)), log(log) {
     ExpectEqual(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
   }
   ~Item() override {
@@ -99,8 +99,8 @@ void TimerCases() {
   Loop().Process(0);
   ExpectEqual(order, "123", "order of timers that are due together");
 
-  // What a callback removes or stops is not called; what it moves into the future, or arms anew,
-  // comes at its time and never twice in one turn.
+  // What a callback removes or stops is not called; what it moves into the future, or rearms, comes
+  // at its time and never twice in one turn.
   order.clear();
   first.expired = [&](Timer& timer) {
     order += "1";
@@ -137,7 +137,7 @@ void TimerCases() {
   Loop().Process(0);
   ExpectEqual(order, "1", "a moment in the past");
 
-  // The poll sleeps until the next timer, and not for unarmed ones.
+  // The poll sleeps until the next timer, but not for unarmed ones.
   const double waited = Seconds([&] {
     first.SetTimeout(30);
     while (order == "1") Loop().Process(10'000);
@@ -169,7 +169,7 @@ void DescriptorCases() {
     ExpectEqual(log, "arhr", "an item that has taken over a descriptor");
   }
 
-  // A peer that wrote and went away leaves data and a hang-up behind.
+  // A peer that wrote and went away leaves data and a hang-up.
   log.clear();
   Item c("c", log);
   a.Remove();
@@ -218,7 +218,7 @@ void SignalCases() {
   Loop().Process(0);
   ExpectEqual(order, "12", "a handler that the first one removed");
 
-  // In a process of its own, for a loop that has quit stays so.
+  // This needs a process of its own, since a loop that has quit never turns again.
   const pid_t child = fork();
   if (child == 0) {
     bool timer_ran = false;

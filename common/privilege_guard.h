@@ -4,11 +4,11 @@
 
 #include "common/machine.h"
 
-// Takes super user rights for the length of a scope, which must do nothing but what needs them.
+// Takes super user rights for the duration of a scope, which must do nothing but what needs them.
 class PrivilegeGuard {
  public:
-  // `machine` must outlive this. Throws std::runtime_error "Unable to gain super user priviledges:
-  // " and the reason.
+  // `machine` must outlive this. Throws std::runtime_error, the text below and the reason.
+  // Protocol: "Unable to gain super user priviledges: " is spelled so.
   explicit PrivilegeGuard(const Machine& machine);
   ~PrivilegeGuard();
   PrivilegeGuard(const PrivilegeGuard&) = delete;

@@ -61,7 +61,7 @@ void ForEachAttribute(std::span<const std::uint8_t> rest, Take take) {
 // RTA_VIA is a gateway of another address family.
 bool IsGateway(unsigned short type) { return type == RTA_GATEWAY || type == RTA_VIA; }
 
-// Whether any of the next hops of a route of several has a gateway.
+// Whether any of a route's several next hops has a gateway.
 bool AnyHopHasGateway(std::span<const std::uint8_t> hops) {
   bool found = false;
   while (hops.size() >= sizeof(struct rtnexthop)) {
@@ -106,7 +106,7 @@ void RestoreNetworkSanity::HandleRead() {
       rest = rest.subspan(std::min(RoundUp(length), rest.size()));
     }
   } catch (const std::exception& error) {
-    // The kernel had more to tell than fits, say. The next route is as good.
+    // For instance, the kernel had more to report than fits. The next route will do as well.
     std::cout << "Error while watching routes: " << error.what() << "\n";
   }
 }
@@ -114,7 +114,7 @@ void RestoreNetworkSanity::HandleRead() {
 void RestoreNetworkSanity::HandleMessage(std::span<const std::uint8_t> message) {
   if (message.size() < kAttributesAt) return;
   const auto route = Read<struct rtmsg>(message.subspan(kMessageHeader));
-  // One that refuses traffic, say, was made on purpose.
+  // A route that refuses traffic, for example, was made on purpose.
   if (route.rtm_table != RT_TABLE_MAIN || route.rtm_type != RTN_UNICAST) return;
   bool zero_route = true;
   std::uint32_t metric = 0;

@@ -14,8 +14,8 @@
 // after it appears.
 class RestoreNetworkSanity : public PollItem, public PollTimer {
  public:
-  // Removes such a route at once if there is one with the metric that they usually have. Throws
-  // ErrnoError when routes can't be watched. `machine` must outlive this.
+  // Removes such a route at once if there is one with the metric that such routes usually have.
+  // Throws ErrnoError when routes can't be watched. `machine` must outlive this.
   explicit RestoreNetworkSanity(const Machine& machine);
 
   int GetFD() override { return socket.GetFD(); }

@@ -17,8 +17,8 @@ namespace {
 
 void DoNothing(int) {}
 
-// Another program inherits what is ignored, and not what is caught: for the length of a scope each
-// ignored signal is caught, to the same effect here, and none is blocked.
+// Another program inherits what is ignored, but not what is caught: for the duration of a scope
+// each ignored signal is caught, to the same effect here, and none is blocked.
 class PlainSignals {
  public:
   PlainSignals() {

@@ -8,6 +8,6 @@
 // ended.
 int RunCommand(const std::string& command);
 
-// Marks every descriptor that is open now, but for the three, to be closed in programs that this
-// process starts: what libraries have opened, and whoever started this process has left open.
+// Marks every descriptor that is open now, except these three, to be closed in programs that this
+// process starts: what libraries have opened, and what whoever started this process has left open.
 void KeepDescriptorsFromChildren();

@@ -20,7 +20,7 @@ void SyncToDisk(const StreamFile& file, const std::string& name) {
   if (fsync(file.GetFD()) != 0) throw ErrnoError("Unable to write: " + name);
 }
 
-// Mode and owner of the file that is replaced, if there is one, go on.
+// Takes over mode and owner of the file that is replaced, if there is one.
 void TakeAfter(const StreamFile& file, const std::string& name, const std::string& old_path) {
   struct stat status = {};
   if (stat(old_path.c_str(), &status) != 0) return;
@@ -89,7 +89,7 @@ bool WriteFresh(const Replacement& replacement) {
 }  // namespace
 
 void ReplaceFiles(std::span<Replacement> replacements) {
-  // A file is on the disk before it gets its name, so that the name never stands for half of it.
+  // A file is on the disk before it gets its name, so that the name never means half of it.
   const auto step = [&](auto act) {
     for (Replacement& replacement : replacements) {
       if (!replacement.done) continue;
@@ -131,7 +131,7 @@ bool ReplaceLink(const std::string& path, const std::string& target) {
 bool AppendToLog(const std::string& path, std::string_view text) {
   try {
     StreamFile log(path, O_WRONLY | O_CREAT | O_APPEND);
-    // It has had its time to get there by itself, most often, and this costs nothing.
+    // Mostly it has had time to get there by itself, and this costs nothing.
     SyncToDisk(log, path);
     const int written = log.Write(text.data(), static_cast<unsigned>(text.size()));
     return static_cast<std::size_t>(written) == text.size();
@@ -149,7 +149,7 @@ bool KeepBadFile(const std::string& path) {
     if (!linked && errno == ENOENT) return;
     if (std::rename((linked ? fresh : path).c_str(), bad.c_str()) != 0)
       throw ErrnoError("Unable to keep: " + path);
-    // It is still there if both were the same file already.
+    // The fresh name is still there if both were the same file already.
     unlink(fresh.c_str());
   });
 }

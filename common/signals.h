@@ -8,7 +8,7 @@
 // The functions below throw ErrnoError when the system refuses. None of them may be called from a
 // signal handler.
 
-// The process-wide set of signals that came and were not yet handled.
+// The process-wide set of signals that have come and are not handled yet.
 sigset_t* pending_signals();
 
 // Each removes `signo` from `pending`, so that no earlier delivery counts.
@@ -20,5 +20,5 @@ void default_signal(sigset_t* pending, int signo);
 // program.
 void default_all_signals();
 
-// Sleeps until `signo` stands in `pending`; returns at once if it does already.
+// Sleeps until `signo` is in `pending`; returns at once if it does already.
 void wait_signal(sigset_t* pending, int signo);

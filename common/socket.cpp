@@ -11,7 +11,7 @@
 
 namespace {
 
-// Sets the umask of the process for the length of a scope.
+// Sets the umask of the process for the duration of a scope.
 class UmaskGuard {
  public:
   explicit UmaskGuard(mode_t mask) : before(umask(mask)) {}

@@ -46,10 +46,10 @@ class Socket : public StreamFileBase {
   void Listen(int backlog);
   void Shutdown(int how);
   // Notices a peer that is gone while nothing is sent: after `idle_s` seconds of silence the system
-  // asks it every `interval_s` seconds, and gives up after `count` questions without an answer.
-  // Without effect where there is no TCP.
+  // asks it every `interval_s` seconds, and gives up after `count` unanswered questions. Has no
+  // effect where there is no TCP.
   void SetKeepAlive(int idle_s, int interval_s, int count);
-  // Has what is sent leave at once, however little it is. Without effect on a socket that never
+  // Makes what is sent leave at once, however little it is. Has no effect on a socket that never
   // waits for more.
   void SetNoDelay();
   void GetSockName(SocketAddress& address);

@@ -25,7 +25,7 @@ SocketAddress::SocketAddress(int family) : address() {
 SocketAddress::SocketAddress(const struct sockaddr* raw_address) : address() {
   address.any.sa_family = raw_address->sa_family;
   if (raw_address->sa_family == AF_UNIX) {
-    // Its own path, not this empty one, tells how long it is.
+    // Its own path, not the empty one here, gives its length.
     const auto* local = reinterpret_cast<const struct sockaddr_un*>(raw_address);
     std::memcpy(address.local.sun_path, local->sun_path,
                 strnlen(local->sun_path, sizeof address.local.sun_path - 1));
@@ -175,7 +175,7 @@ void SocketAddress::Parse(const std::string& text) {
     address.any.sa_family = AF_INET;
     parsed = inet_pton(AF_INET, text.c_str(), &address.v4.sin_addr);
   }
-  // The system's functions would stop at a NUL and take what stands before it.
+  // The system's functions would stop at a NUL and take what comes before it.
   if (parsed != 1 || text.find('\0') != std::string::npos)
     throw SocketError("SocketAddress: illegal address " + text);
 }

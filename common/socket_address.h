@@ -35,15 +35,16 @@ class SocketAddress {
   SocketAddress(const std::string& host, int family);
 
   int Family() const { return address.any.sa_family; }
-  // Bytes that count in Raw().
+  // Valid bytes in Raw().
   socklen_t Length() const;
   const struct sockaddr* Raw() const { return &address.any; }
 
   void SetAny();
-  // In host byte order. AF_UNIX and AF_NETLINK have no port: a set is ignored, and it reads as 0.
+  // In host byte order. AF_UNIX and AF_NETLINK have no port: setting one is ignored, and it reads
+  // as 0.
   void SetPort(int port);
   int GetPort() const;
-  // AF_INET6 alone has one; the others ignore a set and read as 0.
+  // AF_INET6 alone has one; the others ignore setting one and read as 0.
   void SetScopeId(unsigned id);
   unsigned GetScopeId() const;
   // Protocol: of fe80::/10 only addresses that begin with fe80 count.

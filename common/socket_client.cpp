@@ -8,26 +8,28 @@
 
 namespace {
 
-// A network that is away for two minutes costs nobody the connection.
+// A network outage of two minutes costs nobody the connection.
 void WatchPeer(Socket& socket) { socket.SetKeepAlive(60, 10, 6); }
 
 // A peer that has shut down its sending side may be gone altogether. While its system remembers the
-// connection, a minute at most, that answers in its stead; then it is noticed at the next question.
+// connection, a minute at most, the system answers in its place; after that the loss is noticed at
+// the next question.
 void WatchSilentPeer(Socket& socket) { socket.SetKeepAlive(1, 10, 5); }
 
 }  // namespace
 
-SocketClient::SocketClient(SocketClientOwner& owner, const Socket& listening)
-    : PollItem(POLLIN, false), server(owner), socket(listening, nullptr) {
+SocketClient::SocketClient(SocketClientOwner& server, const Socket& listening)
+    : PollItem(POLLIN, false), server(server), socket(listening, nullptr) {
   socket.SetNonBlocking();
   WatchPeer(socket);
   socket.SetNoDelay();
   Add();
 }
 
-SocketClient::SocketClient(SocketClientOwner& owner, const SocketAddress& address, unsigned seconds)
+SocketClient::SocketClient(SocketClientOwner& server, const SocketAddress& address,
+                           unsigned seconds)
     : PollItem(POLLIN, false),
-      server(owner),
+      server(server),
       socket(address.Family(), SOCK_STREAM, 0),
       state(kConnecting) {
   socket.Connect(address, seconds);
@@ -88,7 +90,7 @@ void SocketClient::Close() {
 std::size_t SocketClient::Unread() const { return server.broadcast.End() - next_place; }
 
 void SocketClient::StartFollowing() {
-  // Of the room that its own queue has needed it keeps some for the next answers.
+  // It keeps some of the room that its own queue has needed for the next answers.
   constexpr std::size_t kMostKeptRoom = 1024;
   for (std::string* queue : {&pending, &inFlight}) {
     queue->clear();
@@ -114,8 +116,8 @@ bool SocketClient::TickWasSilent() {
   return silent;
 }
 
-void SocketClient::SetContext(std::shared_ptr<SocketClientContext> new_context) {
-  context = std::move(new_context);
+void SocketClient::SetContext(std::shared_ptr<SocketClientContext> context) {
+  this->context = std::move(context);
 }
 
 void SocketClient::WantWrite(bool want) {
@@ -173,8 +175,8 @@ void SocketClient::ReadChunk() {
 }
 
 void SocketClient::WriteChunk() {
-  // What a listener holds back was sent to this client alone, so it does not follow the others
-  // then.
+  // What a listener holds back was sent to this client alone, so the client does not follow the
+  // broadcast then.
   if (follows) {
     const std::string_view unread = server.broadcast.From(next_place);
     next_place += socket.SendSome(unread.data(), unread.size());
@@ -243,7 +245,7 @@ void SocketClient::TellRequest(const std::string& text) {
 
 void SocketClientParseData::GotData(const std::string& text) {
   parser.Add(text);
-  // What follows a message that closed the client was sent to nobody.
+  // What follows a message that closed the client is for nobody.
   while (IsOpen() && parser.Next(message)) TellRequest(message);
   Release(message);
   if (!IsOpen()) return;

@@ -13,7 +13,7 @@
 #include "common/socket_address.h"
 #include "common/socket_server_listener.h"
 
-// What an application hangs on a client, by deriving from it.
+// What an application attaches to a client, by deriving from this.
 class SocketClientContext {
  public:
   SocketClientContext() = default;
@@ -36,13 +36,13 @@ class SocketClientContext {
 class SocketClient : public PollItem {
  public:
   // Accepts from `listening`. Throws as the accepting constructor of Socket does.
-  SocketClient(SocketClientOwner& owner, const Socket& listening);
+  SocketClient(SocketClientOwner& server, const Socket& listening);
   // Connects to `address` within `seconds`. Throws as Socket::Connect does.
-  SocketClient(SocketClientOwner& owner, const SocketAddress& address, unsigned seconds);
+  SocketClient(SocketClientOwner& server, const SocketAddress& address, unsigned seconds);
 
   bool IsOpen() const { return socket.IsOpen(); }
-  // Queues `text`, however much is queued already. Ignored when the client is closed, or its
-  // output is or is about to be.
+  // Queues `text`, however much is queued already. Ignored when the client is closed, or its output
+  // is closed or about to be.
   void Send(std::string_view text);
   // Sends a file after what is queued. Throws ErrnoError when it can't be opened; ignored as Send
   // is.
@@ -62,7 +62,7 @@ class SocketClient : public PollItem {
   virtual std::size_t Unfinished() const { return 0; }
 
   const std::shared_ptr<SocketClientContext>& GetContext() const { return context; }
-  void SetContext(std::shared_ptr<SocketClientContext> new_context);
+  void SetContext(std::shared_ptr<SocketClientContext> context);
 
   int GetFD() override { return socket.GetFD(); }
   void HandleRead() override;
@@ -73,12 +73,12 @@ class SocketClient : public PollItem {
   const char* GetName() override { return "SocketClient"; }
 
  protected:
-  // The bytes of one read; tells GotRequest with them.
+  // Takes the bytes of one read, and passes them on by GotRequest.
   virtual void GotData(const std::string& text);
   // The peer has shut down its sending side.
   virtual void GotEndOfInput() {}
   void TellRequest(const std::string& text);
-  // The client closes: what was received and not handed on goes.
+  // The client closes: what was received and not handed on is dropped.
   virtual void DropInput() {}
   // Closes this or another client when too much is unfinished.
   void LimitUnfinished();
@@ -117,7 +117,7 @@ class SocketClient : public PollItem {
   void WriteChunk();
   void FinishWriting();
   void CloseOn(const char* event);
-  // Tells the listeners, prints a line of the `reason`, and closes.
+  // Tells the listeners, prints a line with the `reason`, and closes.
   void CloseForLength(const char* reason);
 
   SocketClientOwner& server;
@@ -134,7 +134,7 @@ class SocketClient : public PollItem {
   std::uint32_t sentSinceTick = 0;  // bytes queued here since then
 };
 
-// A client whose bytes are cut into messages at a delimiter; GotRequest is told with each, its
+// A client whose bytes are cut into messages at a delimiter; GotRequest gets each, with its
 // delimiter at its end.
 class SocketClientParseData : public SocketClient {
  public:

@@ -2,8 +2,8 @@
 
 #include "common/socket_server.h"
 
-SocketServer::SocketServer(HTTPParser::Kind kind, int address_family)
-    : SocketServer(MakerOf<SocketHTTPClient>(kind), address_family) {}
+SocketServer::SocketServer(HTTPParser::Kind kind, int family)
+    : SocketServer(MakerOf<SocketHTTPClient>(kind), family) {}
 
 void SocketHTTPClient::GotData(const std::string& text) {
   TellRequest(text);

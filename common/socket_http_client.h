@@ -5,8 +5,8 @@
 #include "common/http_parser.h"
 #include "common/socket_client.h"
 
-// A client whose bytes are HTTP. Listeners are told GotRequest with the bytes as they come, and
-// then each message.
+// A client whose bytes are HTTP. Listeners get the bytes as they come by GotRequest, and then each
+// message.
 class SocketHTTPClient : public SocketClient, public HTTPParser::Listener {
  public:
   template <class... Connection>

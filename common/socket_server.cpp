@@ -26,7 +26,7 @@ bool ReserveIsFree(int any_descriptor) {
   const int lowest_free = fcntl(any_descriptor, F_DUPFD_CLOEXEC, 0);
   if (lowest_free < 0) return false;
   close(lowest_free);
-  // Of few descriptors clients get three quarters.
+  // If there are few descriptors, clients get three quarters of them.
   const rlim_t reserve = std::min(kDescriptorReserve, limit.rlim_cur / 4);
   return static_cast<rlim_t>(lowest_free) < limit.rlim_cur - reserve;
 }
@@ -35,8 +35,8 @@ bool IsShortage(int errnum) {
   return errnum == EMFILE || errnum == ENFILE || errnum == ENOBUFS || errnum == ENOMEM;
 }
 
-// Accepting hands on what the network has reported for the connection that waited, as accept(2)
-// tells; a firewall forbids one, or it has gone again.
+// Accepting passes on errors that the network has reported for the waiting connection (see
+// accept(2)): a firewall forbids it, or it has gone again.
 bool ConcernsOneConnection(int errnum) {
   constexpr int kOfOne[] = {EAGAIN,      EINTR,       ECONNABORTED, EPROTO,    EPERM,
                             ENETDOWN,    ENOPROTOOPT, EHOSTDOWN,    ENONET,    EHOSTUNREACH,
@@ -46,33 +46,33 @@ bool ConcernsOneConnection(int errnum) {
 
 }  // namespace
 
-SocketServer::SocketServer(ClientMaker client_maker, int address_family)
+SocketServer::SocketServer(ClientMaker make_client, int family)
     : PollItem(POLLIN, false),
       PollTimer(-1, true),
-      make_client(std::move(client_maker)),
-      socket(address_family, SOCK_STREAM, 0),
-      family(address_family) {
+      make_client(std::move(make_client)),
+      socket(family, SOCK_STREAM, 0),
+      family(family) {
   PollItem::Add();
 }
 
-SocketServer::ClientMaker SocketServer::MakerFor(const std::string& message_delimiter) {
-  if (message_delimiter.empty()) return MakerOf<SocketClient>();
-  return MakerOf<SocketClientParseData>(message_delimiter);
+SocketServer::ClientMaker SocketServer::MakerFor(const std::string& delimiter) {
+  if (delimiter.empty()) return MakerOf<SocketClient>();
+  return MakerOf<SocketClientParseData>(delimiter);
 }
 
-SocketServer::SocketServer(const std::string& message_delimiter, int address_family)
-    : SocketServer(MakerFor(message_delimiter), address_family) {}
+SocketServer::SocketServer(const std::string& delimiter, int family)
+    : SocketServer(MakerFor(delimiter), family) {}
 
-SocketServer::SocketServer(int address_family) : SocketServer("", address_family) {}
+SocketServer::SocketServer(int family) : SocketServer("", family) {}
 
 SocketServer::~SocketServer() {
   for (const auto& client : clients) client->Close();
   clients.clear();
 }
 
-void SocketServer::Listen(int listening_port) {
+void SocketServer::Listen(int port) {
   SocketAddress address(family);
-  address.SetPort(listening_port);
+  address.SetPort(port);
   Listen(address);
 }
 
@@ -117,7 +117,7 @@ void SocketServer::Drain(std::chrono::steady_clock::time_point deadline) {
 }
 
 void SocketServer::SendToAll(std::string_view text, std::size_t limit) {
-  // Mostly nobody is near the limit, and there is nothing to do for each.
+  // Usually nobody is near the limit, and there is nothing to do for individual clients.
   const std::size_t most_unread = longest_unread + (broadcast.End() - flushed_place);
   if (!all_follow || most_unread >= limit) {
     for (const auto& client : clients) {
@@ -186,7 +186,7 @@ void SocketServer::Expired() {
   for (const auto& client : clients) {
     if (!client->TickWasSilent()) continue;
     client->Send(keep_alive_text);
-    // What keeps it alive does not count.
+    // The keep-alive text itself does not count.
     client->TickWasSilent();
   }
   Extend(keep_alive_period_ms);

@@ -22,15 +22,15 @@
 class SocketServer : public PollItem, public PollTimer, public SocketClientOwner {
  public:
   // An empty delimiter means no splitting. Throws ErrnoError without a socket of that family.
-  SocketServer(const std::string& message_delimiter, int address_family);
+  SocketServer(const std::string& delimiter, int family);
   // In HTTP mode; SocketHTTPClient's file defines it.
-  SocketServer(HTTPParser::Kind kind, int address_family);
-  explicit SocketServer(int address_family);
+  SocketServer(HTTPParser::Kind kind, int family);
+  explicit SocketServer(int family);
   // Closes each client, which listeners hear.
   ~SocketServer() override;
 
   // On the wildcard address of the family. Throws ErrnoError.
-  void Listen(int listening_port);
+  void Listen(int port);
   // On one address; port 0 lets the system choose.
   void Listen(const SocketAddress& address);
   // The port listened on; -1 before Listen.
@@ -55,10 +55,10 @@ class SocketServer : public PollItem, public PollTimer, public SocketClientOwner
   const std::list<std::unique_ptr<SocketClient>>& Clients() const { return clients; }
 
   int GetFD() override { return socket.GetFD(); }
-  // Reaps closed clients, then accepts one connection. What goes wrong with that one alone is
-  // passed over. While only the last few descriptors of the process are free, which others need, or
-  // the system has no room, accepting pauses: until a client closes, or for a second. The first
-  // pause in a minute says so on standard output.
+  // Reaps closed clients, then accepts one connection. A failure of that one alone is ignored.
+  // While only the last few descriptors of the process are free, which others need, or the system
+  // has no room, accepting pauses: until a client closes, or for a second. The first pause in a
+  // minute says so on standard output.
   void HandleRead() override;
   // The keep-alive tick.
   void Expired() override;
@@ -88,8 +88,8 @@ class SocketServer : public PollItem, public PollTimer, public SocketClientOwner
               return std::make_unique<Client>(argument..., owner, address, seconds);
             }};
   }
-  static ClientMaker MakerFor(const std::string& message_delimiter);
-  SocketServer(ClientMaker client_maker, int address_family);
+  static ClientMaker MakerFor(const std::string& delimiter);
+  SocketServer(ClientMaker make_client, int family);
 
   // Ends a pause of accepting.
   class ResumeTimer : public PollTimer {
@@ -112,8 +112,8 @@ class SocketServer : public PollItem, public PollTimer, public SocketClientOwner
   int keep_alive_period_ms = 0;
   ClientMaker make_client;
   std::list<std::unique_ptr<SocketClient>> clients;
-  // The most that a client had still to send of it after the latest flush, and its end then. Those
-  // that follow now have all been served, or had no more to send.
+  // The most of the broadcast that a client still had to send after the latest flush, and the
+  // broadcast's end then. Those that follow it now have all been served, or had no more to send.
   std::size_t longest_unread = 0;
   Broadcast::Place flushed_place = 0;
   Socket socket;

@@ -11,7 +11,7 @@
 
 class SocketClient;
 
-// What a SocketServer tells an application. All calls come from inside events of the loop; a
+// What a SocketServer reports to an application. All calls come from inside events of the loop; a
 // listener may send on the client and may close it.
 class SocketServerListener {
  public:
@@ -50,7 +50,7 @@ class SocketClientOwner : public PollFlushHandler {
   SocketClientOwner& operator=(const SocketClientOwner&) = delete;
 
   void AddListener(SocketServerListener* listener) { listeners.push_back(listener); }
-  // Every entry of it.
+  // Removes every entry of it.
   void RemoveListener(SocketServerListener* listener) { listeners.remove(listener); }
   // Calls `call` with every listener; one may take itself off the list meanwhile.
   template <class Call>

@@ -143,7 +143,7 @@ void CloseCases() {
   ExpectEqual(listener.Taken(), "input-ended disconnected ");
 }
 
-// A peer whose system answers no more, while nothing is sent to it.
+// A peer's system no longer answers, while nothing is sent to it.
 void VanishedPeerCases() {
   Service service("\n");
   service.peer.Shutdown(SHUT_WR);
@@ -180,24 +180,25 @@ void ShortageCases() {
   setrlimit(RLIMIT_NOFILE, &before);
 }
 
-void HTTPCases() {
-  const std::string two_requests =
-      "POST /a?b HTTP/1.1\r\nHost: x\r\nX: 1\r\nX: 2\r\nContent-Length: 3\r\n\r\nabc"
-      "GET /c HTTP/1.1\r\nHost: y\r\n\r\n";
+const std::string kTwoRequests =
+    "POST /a?b HTTP/1.1\r\nHost: x\r\nX: 1\r\nX: 2\r\nContent-Length: 3\r\n\r\nabc"
+    "GET /c HTTP/1.1\r\nHost: y\r\n\r\n";
+
+void HTTPParserCases() {
   const std::string endless_response = "HTTP/1.1 200 OK\r\nServer: z\r\n\r\nall the rest";
   const struct {
     HTTPParser::Kind kind;
     std::string bytes;
     std::string heard;
   } rows[] = {
-      {HTTPParser::kRequests, two_requests,
+      {HTTPParser::kRequests, kTwoRequests,
        "/a?b(Content-Length=3 Host=x X=2 )abc; /c(Host=y ); end"},
-      {HTTPParser::kBoth, two_requests, "/a?b(Content-Length=3 Host=x X=2 )abc; /c(Host=y ); end"},
+      {HTTPParser::kBoth, kTwoRequests, "/a?b(Content-Length=3 Host=x X=2 )abc; /c(Host=y ); end"},
       {HTTPParser::kResponses, endless_response, "response(Server=z )all the rest; end"},
       {HTTPParser::kRequests, "GET / HTTP/1.1\r\nUpgrade: u\r\nConnection: upgrade\r\n\r\n\1\2",
        "/(Connection=upgrade Upgrade=u ); end"},
-      {HTTPParser::kResponses, two_requests, "ERROR in HTTPParser"},
-      {HTTPParser::kRequests, two_requests.substr(0, two_requests.size() - 1),
+      {HTTPParser::kResponses, kTwoRequests, "ERROR in HTTPParser"},
+      {HTTPParser::kRequests, kTwoRequests.substr(0, kTwoRequests.size() - 1),
        "/a?b(Content-Length=3 Host=x X=2 )abc; end"},
   };
   struct Heard : HTTPParser::Listener {
@@ -228,7 +229,9 @@ void HTTPCases() {
       ExpectEqual(heard.log, row.heard, row.bytes);
     }
   }
+}
 
+void HTTPServerCases() {
   struct Echo : SocketServerListener {
     void GotHTTPRequest(SocketClient* client, const std::string& url, const HTTPParser::Headers&,
                         const std::string& body) override {
@@ -237,7 +240,7 @@ void HTTPCases() {
   } echo;
   Service service(HTTPParser::kRequests);
   service.server.AddListener(&echo);
-  service.Say(two_requests);
+  service.Say(kTwoRequests);
   ExpectEqual(service.Heard(9), "/a?babc/c");
   service.Say("no request\r\n");
   ExpectTrue(!service.listener.client->IsOpen(), "a client that speaks no HTTP");
@@ -277,8 +280,8 @@ void SendCases() {
   ExpectEqual(service.listener.Taken(), "connected active connected active 'hello\n' ");
 }
 
-// What all are sent reaches each whole and in order, but for those who are too far behind, however
-// it is mixed with what each alone is sent.
+// What all are sent reaches each client whole and in order, except those that are too far behind,
+// however it is mixed with what each alone is sent.
 void BroadcastCases() {
   constexpr std::size_t kLimit = 200'000;
   Service slow("\n");
@@ -340,7 +343,8 @@ void SocketServerCases() {
   CloseCases();
   VanishedPeerCases();
   ShortageCases();
-  HTTPCases();
+  HTTPParserCases();
+  HTTPServerCases();
   SendCases();
   BroadcastCases();
 }

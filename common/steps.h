@@ -14,8 +14,7 @@ class Steps {
       KeepFailure();
     }
   }
-  // To be called after the last step. Throws what the first step that failed has thrown, if any
-  // has.
+  // Call it after the last step. Throws what the first failed step has thrown, if any has failed.
   void ThrowFirstFailure() const;
 
  private:

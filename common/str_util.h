@@ -18,7 +18,7 @@ std::string StripEndWS(std::string_view text);
 char FirstNonSpace(std::string_view text);
 // Without white space other than blanks.
 std::string RemoveSpaceExceptBlanks(std::string_view text);
-// The same, and of blanks in a row only the first is kept.
+// The same, and keeps only the first of several blanks in a row.
 std::string CollapseSpace(std::string_view text);
 std::string RemoveChar(std::string_view text, char byte);
 // Appends the words of `text`, which blanks separate, to `words`. A word in single or double quotes

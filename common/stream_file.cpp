@@ -119,7 +119,7 @@ void StreamFileBase::Close() {
   out_stream.reset();
   in_stream.reset();
   if (fd < 0) return;
-  // Linux lets go of the descriptor whatever close says, so it is never closed twice.
+  // Linux releases the descriptor whatever close returns, so it is never closed twice.
   const int closing = fd;
   fd = -1;
   if (close(closing) != 0) throw ErrnoError("StreamFileBase: unable to close file");

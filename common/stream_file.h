@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// A misuse of a descriptor; the text stands as given, without strerror.
+// A misuse of a descriptor; the text is as given, without strerror.
 class StreamFileBaseError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -36,7 +36,7 @@ class StreamFileBase {
   int GetFD() const { return fd; }
   bool IsOpen() const { return fd >= 0; }
   void SetNonBlocking();
-  // Without effect on a closed object.
+  // Has no effect on a closed object.
   void Close();
   // Closes, then takes `descriptor` over; a negative one throws.
   void Attach(int descriptor);
@@ -64,7 +64,7 @@ class StreamFileBase {
   std::vector<char> read_string_buffer;
 };
 
-// A StreamFileBase opened by path. Flags as of open(2).
+// A StreamFileBase opened by path. Flags are those of open(2).
 class StreamFile : public StreamFileBase {
  public:
   StreamFile() = default;

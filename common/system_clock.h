@@ -23,7 +23,7 @@ class SystemClock {
   // Each sets the system time and the hardware clock. Throws ErrnoError, and std::runtime_error
   // when rights can't be had.
   void SetTime(std::time_t seconds);
-  // A local time; whether daylight is saved then is for the system to know.
+  // A local time; the system decides whether daylight saving applies then.
   void SetTime(const Timestamp& local);
 
   // Seconds since 1970. Throws as SetTime.
@@ -35,9 +35,9 @@ class SystemClock {
   bool IsZone(const std::string& name) const;
   // Throws std::runtime_error for a zone that is not known, and as SetTime.
   void SetZone(const std::string& name);
-  // The zone in force, or the one that should be and could not be set whole yet.
+  // The zone in force, or the one that should be, but could not be set completely yet.
   const std::string& WantedZone() const { return unsaved_zone ? *unsaved_zone : currentZone; }
-  // Sets a zone that could not be set whole. Throws as SetZone.
+  // Sets a zone that could not be set completely. Throws as SetZone.
   void SaveAgain();
   // Seconds to add to UTC, without daylight saving.
   static long GetOffset();

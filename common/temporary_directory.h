@@ -4,7 +4,7 @@
 
 #include "common/text_file.h"
 
-// A directory of its own for a test, gone at the end.
+// A directory for one test alone, which is removed at the end.
 class TemporaryDirectory {
  public:
   // Throws ErrnoError.

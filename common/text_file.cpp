@@ -17,8 +17,8 @@ std::string ReadFile(const std::string& path) {
 }
 
 void MakeDirectoriesTo(const std::string& path) {
-  // Not by the standard library: where its times have 32 bits it fails on what was written after
-  // the year 2038.
+  // The standard library is no use here: where its times have 32 bits, it fails on what was written
+  // after the year 2038.
   for (std::size_t slash = 0; (slash = path.find('/', slash + 1)) != std::string::npos;) {
     const std::string directory = path.substr(0, slash);
     if (mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST)

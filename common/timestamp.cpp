@@ -15,7 +15,7 @@ namespace {
 constexpr int kFirstYear = 1989;
 constexpr int kLastYear = 2099;
 constexpr std::int64_t kDaySeconds = 86400;
-// The calendar goes in blocks of four years, of which the last is a leap year.
+// The calendar runs in blocks of four years, of which the last is a leap year.
 constexpr int kBlockDays = 1461;
 constexpr int kYearDays = 365;
 
@@ -45,7 +45,7 @@ int FormatWord() {
   return index;
 }
 
-// The format in one word, which is 0 on a stream that was never told one.
+// The format in one word, which is 0 on a stream that was never given one.
 constexpr long kFormatSet = 1L << 24;
 constexpr long kQuoted = 1L << 25;
 
@@ -132,7 +132,7 @@ Timestamp Timestamp::Now() {
 }
 
 std::int64_t Timestamp::WholeSeconds() const {
-  // Any number may have been put in; what is far from every calendar reads as the epoch.
+  // Any number may have been put in; a number far outside every calendar reads as the epoch.
   constexpr double kMost = 1e15;
   return std::fabs(seconds) < kMost ? static_cast<std::int64_t>(std::floor(seconds)) : 0;
 }

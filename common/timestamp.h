@@ -33,8 +33,9 @@ class Timestamp {
   int GetWeekDay() const;  // 1 to 7; 1989 began with a 1, a Sunday
   bool IsLeapYear() const;
 
-  // From local time to UTC and back. The zone's offset, with daylight saving or without, is that of
-  // the first call in the process.
+  // From local time to UTC and back.
+  // Protocol: the zone's offset, with daylight saving or without, is that of the first call in the
+  // process.
   Timestamp ToUTC() const;
   Timestamp ToLocal() const;
 
@@ -60,7 +61,7 @@ struct TimestampFormat {
 };
 
 void SetTimestampFormat(std::ios_base& stream, const TimestampFormat& format);
-// As on a stream that was never told one.
+// Leaves the stream as if it had never been given one.
 void ClearTimestampFormat(std::ios_base& stream);
 TimestampFormat GetTimestampFormat(std::ios_base& stream);
 
@@ -68,6 +69,6 @@ TimestampFormat GetTimestampFormat(std::ios_base& stream);
 // format.
 std::ostream& operator<<(std::ostream& out, const Timestamp& time);
 // Minutes, seconds and the whole time of day may be missing, and any one character may stand
-// between hour, minute and second. A bad date sets the failbit and stores nothing; what else may be
-// wrong does not.
+// between hour, minute and second. A bad date sets the failbit and stores nothing; anything else
+// that is wrong does not.
 std::istream& operator>>(std::istream& in, Timestamp& time);

@@ -117,7 +117,7 @@ std::span<const std::uint8_t> ZlibStream::Output() const {
 void ZlibStream::Consume(std::size_t bytes) { output.from += bytes; }
 
 void ZlibStream::Step(int (*step)(z_stream*, int), bool flush, const char* failure) {
-  // What a reader has left there would use up the room otherwise, a few bytes at each turn.
+  // Otherwise what a reader has left there would use up the room, a few bytes at each turn.
   output.MoveToFront();
   const std::size_t room = kBufferSize - output.to;
   if (finished || room == 0) return;

@@ -19,9 +19,9 @@ class Child final : public T {
  public:
   // A leaf. `arguments` are those of its class after the name.
   template <class... Arguments>
-  Child(ConfigurableComposite* parent, const char* item_name, const char* unit, const char* meaning,
+  Child(ConfigurableComposite* parent, const char* name, const char* unit, const char* meaning,
         Arguments&&... arguments)
-      : T(item_name, std::forward<Arguments>(arguments)...) {
+      : T(name, std::forward<Arguments>(arguments)...) {
     Join(parent, meaning);
     if (unit != nullptr) add_units(*this, unit);
   }

@@ -6,7 +6,7 @@
 
 #include "configurable/configbuiltin.h"
 
-// A choice whose texts stand in its class, beside the enumerators that are their indexes. All items
+// A choice whose texts are in its class, beside the enumerators that are their indexes. All items
 // of one kind share the list.
 //
 //   class ConfigFanMode : public ConfigurableChoice<ConfigFanMode> {
@@ -18,8 +18,8 @@
 template <class Kind>
 class ConfigurableChoice : public ConfigurableMultipleChoice {
  public:
-  ConfigurableChoice(const std::string& item_name, int default_index)
-      : ConfigurableMultipleChoice(item_name, SharedChoices(), default_index) {}
+  ConfigurableChoice(const std::string& name, int default_index)
+      : ConfigurableMultipleChoice(name, SharedChoices(), default_index) {}
 
  private:
   static std::vector<std::string>* SharedChoices() {

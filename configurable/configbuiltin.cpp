@@ -57,7 +57,7 @@ std::string_view ReadWord(std::istream& in, std::string& storage) {
   return rest.substr(start, end - start);
 }
 
-// Stores `value` and marks the item if it is another one.
+// Stores `value` and marks the item if the value differs.
 template <class Value>
 void Store(Configurable& item, Value& stored, const Value& value) {
   if (stored == value) return;
@@ -94,8 +94,8 @@ Timestamp TimeOfDay(int hours, int minutes, int seconds) {
 }  // namespace
 
 template <class Number>
-ConfigurableReal<Number>::ConfigurableReal(const std::string& item_name, Number value)
-    : Configurable(item_name),
+ConfigurableReal<Number>::ConfigurableReal(const std::string& name, Number value)
+    : Configurable(name),
       _value(value),
       _min(std::numeric_limits<Number>::lowest()),
       _max(std::numeric_limits<Number>::max()),
@@ -103,9 +103,9 @@ ConfigurableReal<Number>::ConfigurableReal(const std::string& item_name, Number 
       _range_mode(Range::kNone) {}
 
 template <class Number>
-ConfigurableReal<Number>::ConfigurableReal(const std::string& item_name, Number value, Number min,
+ConfigurableReal<Number>::ConfigurableReal(const std::string& name, Number value, Number min,
                                            Number max, bool strict)
-    : Configurable(item_name),
+    : Configurable(name),
       _value(value),
       _min(min),
       _max(max),
@@ -114,7 +114,7 @@ ConfigurableReal<Number>::ConfigurableReal(const std::string& item_name, Number 
 
 template <class Number>
 void ConfigurableReal<Number>::set(Number value) {
-  // Of ordered bounds this refuses nan alone; what lies beyond them is clamped.
+  // If the bounds are in order, this refuses nan alone; what lies beyond them is clamped.
   if (_range_mode == Range::kClampAndCheck && !(value > _min) && !(value < _max))
     throw std::range_error(RealNames<Number>::kRangeError);
   if (_range_mode != Range::kNone) {
@@ -164,8 +164,8 @@ std::ostream& ConfigurableReal<Number>::print_doctype(std::ostream& out) const {
 template class ConfigurableReal<float>;
 template class ConfigurableReal<double>;
 
-ConfigurableInteger::ConfigurableInteger(const std::string& item_name, int value, int min, int max)
-    : Configurable(item_name), _value(value), _min(min), _max(max), _default_value(value) {}
+ConfigurableInteger::ConfigurableInteger(const std::string& name, int value, int min, int max)
+    : Configurable(name), _value(value), _min(min), _max(max), _default_value(value) {}
 
 void ConfigurableInteger::set(int value) {
   Store(*this, _value, std::min(std::max(value, _min), _max));
@@ -218,8 +218,8 @@ std::istream& ConfigurableTimeT::read_value(std::istream& in, std::ostream& err)
   return in;
 }
 
-ConfigurableBool::ConfigurableBool(const std::string& item_name, bool value)
-    : Configurable(item_name), _value(value), _default_value(value) {}
+ConfigurableBool::ConfigurableBool(const std::string& name, bool value)
+    : Configurable(name), _value(value), _default_value(value) {}
 
 void ConfigurableBool::set(bool value) { Store(*this, _value, value); }
 
@@ -244,8 +244,8 @@ std::ostream& ConfigurableBool::print_doctype(std::ostream& out) const {
   return out << "true|false";
 }
 
-ConfigurableString::ConfigurableString(const std::string& item_name, const std::string& value)
-    : Configurable(item_name), _value(value), _default_value(value) {}
+ConfigurableString::ConfigurableString(const std::string& name, const std::string& value)
+    : Configurable(name), _value(value), _default_value(value) {}
 
 void ConfigurableString::set(const std::string& value) { Store(*this, _value, value); }
 
@@ -269,13 +269,10 @@ std::ostream& ConfigurableString::print_doctype(std::ostream& out) const {
   return out;
 }
 
-ConfigurableMultipleChoice::ConfigurableMultipleChoice(const std::string& item_name,
+ConfigurableMultipleChoice::ConfigurableMultipleChoice(const std::string& name,
                                                        std::vector<std::string>* choices,
                                                        int default_index)
-    : Configurable(item_name),
-      _choices(choices),
-      _index(default_index),
-      _default_index(default_index) {}
+    : Configurable(name), _choices(choices), _index(default_index), _default_index(default_index) {}
 
 void ConfigurableMultipleChoice::set(int index) {
   if (index < 0 || static_cast<std::size_t>(index) >= _choices->size()) return;
@@ -316,9 +313,9 @@ std::ostream& ConfigurableMultipleChoice::print_doctype(std::ostream& out) const
   return out;
 }
 
-ConfigurableTimestampBase::ConfigurableTimestampBase(const std::string& item_name,
+ConfigurableTimestampBase::ConfigurableTimestampBase(const std::string& name,
                                                      const Timestamp& value, const Form& form)
-    : Configurable(item_name), _value(value), _default_value(value), _form(form) {}
+    : Configurable(name), _value(value), _default_value(value), _form(form) {}
 
 void ConfigurableTimestampBase::set(const Timestamp& value) {
   if (value.get() == _value.get()) return;

@@ -27,8 +27,8 @@ class ConfigurableReal : public Configurable {
 
  protected:
   enum class Range { kNone, kClamp, kClampAndCheck };
-  ConfigurableReal(const std::string& item_name, Number value);
-  ConfigurableReal(const std::string& item_name, Number value, Number min, Number max, bool strict);
+  ConfigurableReal(const std::string& name, Number value);
+  ConfigurableReal(const std::string& name, Number value, Number min, Number max, bool strict);
 
  private:
   Number _value;
@@ -40,27 +40,23 @@ class ConfigurableReal : public Configurable {
 
 class ConfigurableFloat : public ConfigurableReal<float> {
  public:
-  ConfigurableFloat(const std::string& item_name, float value)
-      : ConfigurableReal(item_name, value) {}
-  ConfigurableFloat(const std::string& item_name, float value, float min, float max, bool strict)
-      : ConfigurableReal(item_name, value, min, max, strict) {}
+  ConfigurableFloat(const std::string& name, float value) : ConfigurableReal(name, value) {}
+  ConfigurableFloat(const std::string& name, float value, float min, float max, bool strict)
+      : ConfigurableReal(name, value, min, max, strict) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
 class ConfigurableDouble : public ConfigurableReal<double> {
  public:
-  ConfigurableDouble(const std::string& item_name, double value)
-      : ConfigurableReal(item_name, value) {}
-  ConfigurableDouble(const std::string& item_name, double value, double min, double max,
-                     bool strict)
-      : ConfigurableReal(item_name, value, min, max, strict) {}
+  ConfigurableDouble(const std::string& name, double value) : ConfigurableReal(name, value) {}
+  ConfigurableDouble(const std::string& name, double value, double min, double max, bool strict)
+      : ConfigurableReal(name, value, min, max, strict) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
 class ConfigurableInteger : public Configurable {
  public:
-  ConfigurableInteger(const std::string& item_name, int value,
-                      int min = std::numeric_limits<int>::min(),
+  ConfigurableInteger(const std::string& name, int value, int min = std::numeric_limits<int>::min(),
                       int max = std::numeric_limits<int>::max());
 
   int get() const { return _value; }
@@ -89,7 +85,7 @@ class ConfigurableTimeT : public ConfigurableInteger {
 
 class ConfigurableBool : public Configurable {
  public:
-  ConfigurableBool(const std::string& item_name, bool value);
+  ConfigurableBool(const std::string& name, bool value);
 
   bool get() const { return _value; }
   void set(bool value);
@@ -107,7 +103,7 @@ class ConfigurableBool : public Configurable {
 
 class ConfigurableString : public Configurable {
  public:
-  ConfigurableString(const std::string& item_name, const std::string& value);
+  ConfigurableString(const std::string& name, const std::string& value);
 
   const std::string& get() const { return _value; }
   // Derived classes may act on a new value here.
@@ -128,8 +124,8 @@ class ConfigurableString : public Configurable {
 class ConfigurableStringProxyReadOnly : public Configurable {
  public:
   // `target` must outlive this. It may be null until the first printing.
-  ConfigurableStringProxyReadOnly(const std::string& item_name, ConfigurableString* target)
-      : Configurable(item_name), _target(target) {}
+  ConfigurableStringProxyReadOnly(const std::string& name, ConfigurableString* target)
+      : Configurable(name), _target(target) {}
 
   void set_target(ConfigurableString* target) { _target = target; }
 
@@ -144,13 +140,13 @@ class ConfigurableStringProxyReadOnly : public Configurable {
 class ConfigurableMultipleChoice : public Configurable {
  public:
   // `choices` must outlive this.
-  ConfigurableMultipleChoice(const std::string& item_name, std::vector<std::string>* choices,
+  ConfigurableMultipleChoice(const std::string& name, std::vector<std::string>* choices,
                              int default_index);
 
   int get() const { return _index; }
-  // Without effect for an index outside the list.
+  // Has no effect for an index outside the list.
   void set(int index);
-  // The text of the choice; empty when a shorter list has come since.
+  // The text of the choice; empty when a shorter list has replaced the old one since.
   const std::string& text() const;
   std::vector<std::string>& choices() const { return *_choices; }
 
@@ -189,7 +185,7 @@ class ConfigurableTimestampBase : public Configurable {
   static const Form kYearMonth;
   static const Form kTimeOfDay;
   static const Form kHourMinutes;
-  ConfigurableTimestampBase(const std::string& item_name, const Timestamp& value, const Form& form);
+  ConfigurableTimestampBase(const std::string& name, const Timestamp& value, const Form& form);
 
  private:
   Timestamp _value;
@@ -200,45 +196,45 @@ class ConfigurableTimestampBase : public Configurable {
 // YYYY-MM-DD HH:MM:SS.SS
 class ConfigurableTimestamp : public ConfigurableTimestampBase {
  public:
-  ConfigurableTimestamp(const std::string& item_name, const Timestamp& value)
-      : ConfigurableTimestampBase(item_name, value, kTimestamp) {}
+  ConfigurableTimestamp(const std::string& name, const Timestamp& value)
+      : ConfigurableTimestampBase(name, value, kTimestamp) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
 // YYYY-MM-DD
 class ConfigurableDate : public ConfigurableTimestampBase {
  public:
-  ConfigurableDate(const std::string& item_name, const Timestamp& value)
-      : ConfigurableTimestampBase(item_name, value, kDate) {}
+  ConfigurableDate(const std::string& name, const Timestamp& value)
+      : ConfigurableTimestampBase(name, value, kDate) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
 // YYYY-MM
 class ConfigurableDate_YearMonth : public ConfigurableTimestampBase {
  public:
-  ConfigurableDate_YearMonth(const std::string& item_name, const Timestamp& value)
-      : ConfigurableTimestampBase(item_name, value, kYearMonth) {}
+  ConfigurableDate_YearMonth(const std::string& name, const Timestamp& value)
+      : ConfigurableTimestampBase(name, value, kYearMonth) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
 // HH:MM:SS, the seconds of a day
 class ConfigurableTime : public ConfigurableTimestampBase {
  public:
-  ConfigurableTime(const std::string& item_name, const Timestamp& value)
-      : ConfigurableTimestampBase(item_name, value, kTimeOfDay) {}
+  ConfigurableTime(const std::string& name, const Timestamp& value)
+      : ConfigurableTimestampBase(name, value, kTimeOfDay) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
 // HH:MM, the seconds of a day
 class ConfigurableTime_HourMinutes : public ConfigurableTimestampBase {
  public:
-  ConfigurableTime_HourMinutes(const std::string& item_name, const Timestamp& value)
-      : ConfigurableTimestampBase(item_name, value, kHourMinutes) {}
+  ConfigurableTime_HourMinutes(const std::string& name, const Timestamp& value)
+      : ConfigurableTimestampBase(name, value, kHourMinutes) {}
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 };
 
-// The unit of an item, which shows in its doctype alone: always disabled, never marked, and never
-// to be set. Items of any number of documents share it, and it outlives them, so it knows no
+// The unit of an item, which shows in its doctype alone: it is always disabled, never marked, and
+// can't be set. Items of any number of documents share it, and it outlives them, so it knows no
 // parent.
 class ConfigUnitsAttribute : public ConfigurableString {
  public:

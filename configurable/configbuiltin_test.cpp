@@ -63,9 +63,8 @@ struct TestDoc : ConfigurableComposite {
   ConfigurableTime_HourMinutes minutes{"Minutes", Timestamp()};
 };
 
-void LeafCases() {
-  TestDoc doc;
-  // What is written to an item, and what it then holds, behind the error if there is one.
+void LeafCases(TestDoc& doc) {
+  // What is written to an item, and what it then holds, after the error if there is one.
   const struct {
     const char* item;
     const char* written;
@@ -132,7 +131,9 @@ void LeafCases() {
   ExpectThrows<std::range_error>([&] { doc.Ask("<Strict>nan</Strict>"); },
                                  "ConfigurableDouble: range error");
   ExpectEqual(doc.Ask("<Strict>7</Strict><Strict>&query_item;</Strict>"), "1");
+}
 
+void UnitCases(TestDoc& doc) {
   // Units show in the doctype alone, and can't be set or marked; and they know nothing of other
   // documents that are gone.
   std::make_unique<TestDoc>().reset();
@@ -142,6 +143,9 @@ void LeafCases() {
   ExpectTrue(!doc.has_changed(), "a mark on a unit");
   ExpectEqual(doc.Ask("<Float units>1</Float><Float>&query;</Float>"),
               "<TestDoc><Float>1</Float></TestDoc>");
+}
+
+void DefaultCases(TestDoc& doc) {
   doc.reset();
   ExpectEqual(
       doc.Ask("&query_doctype_item;"),
@@ -173,7 +177,7 @@ void LeafCases() {
               "\n\"TIMET\":0,");
 }
 
-// Numbers against the operators of the standard streams, in both directions.
+// Compares numbers with the operators of the standard streams, in both directions.
 template <class Number>
 void CompareNumber(ValueStreams& streams, Number value, std::string text) {
   std::ostringstream by_operator;
@@ -205,7 +209,7 @@ void CompareNumber(ValueStreams& streams, Number value, std::string text) {
   }
 }
 
-// What one value does to its stream is not for the next.
+// What one value does to its stream must not reach the next.
 void KeptStreamCases() {
   ValueStreams streams;
   {
@@ -234,7 +238,7 @@ void NumberCases() {
   for (int i = 0; i < kValues; ++i) {
     const std::uint64_t bits = random();
     CompareNumber(streams, std::bit_cast<float>(static_cast<std::uint32_t>(bits)), "");
-    // Values as they occur, beside any bits at all.
+    // Values as they occur are tried as well as arbitrary bits.
     if (i % 10 == 0) CompareNumber(streams, std::bit_cast<double>(bits), "");
     if (i % 10 == 1) CompareNumber(streams, static_cast<float>(bits % 1'000'000) / 1000, "");
     if (i % 10 == 2) CompareNumber(streams, static_cast<int>(bits), "");
@@ -257,7 +261,10 @@ void TestConfigurableBuiltin(std::ostream&) {
   const std::string before = zone != nullptr ? zone : "";
   setenv("TZ", "UTC", 1);
   tzset();
-  LeafCases();
+  TestDoc doc;
+  LeafCases(doc);
+  UnitCases(doc);
+  DefaultCases(doc);
   if (zone != nullptr)
     setenv("TZ", before.c_str(), 1);
   else

@@ -12,7 +12,7 @@
 
 namespace {
 
-// The formatting word that a stream carries for the tree; bit 0 means compact.
+// The formatting word that a stream has for the tree; bit 0 means compact.
 int LayoutWord() {
   static const int index = std::ios_base::xalloc();
   return index;
@@ -45,7 +45,7 @@ void Answer(XMLQueryStringParser::Token query, const Configurable& item, XMLWrit
   }
 }
 
-// Lets a visitor that changes nothing walk as any other does.
+// Lets a visitor that changes nothing walk the tree as any other does.
 class ConstVisit final : public ConfigurableVisitor {
  public:
   explicit ConstVisit(ConfigurableConstVisitor& visitor) : visitor(visitor) {}
@@ -88,8 +88,8 @@ bool is_compact(std::ostream& stream) { return (stream.iword(LayoutWord()) & 1L)
 Configurable::Error::Error(const std::string& item, std::string_view message)
     : std::runtime_error(("XML error in item \"" + item + "\": ").append(message)) {}
 
-Configurable::Configurable(std::string item_name)
-    : _name(std::move(item_name)),
+Configurable::Configurable(std::string name)
+    : _name(std::move(name)),
       _name_is_tag(!_name.empty() && xml_text::NameIn(_name).size() == _name.size()) {}
 
 Configurable::~Configurable() = default;
@@ -154,7 +154,7 @@ ValueStreams& Configurable::streams() const {
 
 void Configurable::mark_changed() {
   _flags |= Changed;
-  // At once, whatever a listener on the way throws.
+  // This comes first, whatever a listener on the way throws.
   expect_marks();
   ++_change_count;
   on_changed();
@@ -289,7 +289,7 @@ void Configurable::set_enabled(bool enabled) {
 }
 
 bool Configurable::process_text(std::string_view text, XMLWriter& writer, bool document_level) {
-  // By far the most texts are nothing but a value, or nothing.
+  // Nearly all texts are a value alone, or empty.
   if (text.find('&') == std::string_view::npos && !text.starts_with('{'))
     return text.empty() || document_level || set_from_string(text, writer);
   XMLQueryStringParser parser(text);
@@ -329,7 +329,7 @@ bool Configurable::set_doctype_from_string(std::string_view text, XMLWriter& wri
 }
 
 bool Configurable::assign(std::string_view text, Part part, XMLWriter& writer) {
-  // Protocol: the refusal is said, and the value is taken all the same.
+  // Protocol: the refusal is reported, and the value is taken all the same.
   if (has_flag(Locked)) write_error("Configuration is locked", writer);
   if (has_flag(ReadOnly)) return true;
   if (part == Part::kValue && !has_flag(AttributesTouched)) clear_attributes();

@@ -17,11 +17,11 @@ class XMLParser;
 class XMLWriter;
 struct ValueStreams;
 
-// What a listener is told about; valid only for the call. Whoever wants to write to the node holds
-// it by other means.
+// What a listener is told about; valid only during the call. Whoever wants to write to the node has
+// its own way to it.
 class ConfigurableEvent {
  public:
-  explicit ConfigurableEvent(const Configurable& concerned) : source(&concerned) {}
+  explicit ConfigurableEvent(const Configurable& source) : source(&source) {}
   virtual ~ConfigurableEvent() = default;
   ConfigurableEvent(const ConfigurableEvent&) = delete;
   ConfigurableEvent& operator=(const ConfigurableEvent&) = delete;
@@ -48,7 +48,7 @@ class ConfigurableListener {
 };
 
 // Layout of what is written on a stream: compact, without white space of its own, for clients and
-// the bus; indented, as a stream is at first, for files.
+// the bus; indented, as a new stream is, for files.
 void set_compact(std::ostream& stream, bool compact);
 bool is_compact(std::ostream& stream);
 
@@ -64,15 +64,15 @@ class Configurable {
   enum Flag : std::uint32_t {
     // The node, or something below it, was changed since the last set_changed(false).
     Changed = 1,
-    // The node takes part in reading and queries; for an attribute: it stands on the tag.
+    // The node takes part in reading and queries; for an attribute: it is on the tag.
     Active = 2,
     // The attributes of the element that is being read were cleared already.
     AttributesTouched = 4,
     // Value and doctype are written without escapes.
     RawText = 8,
-    // Errors throw Configurable::Error instead of standing in the answer.
+    // Errors throw Configurable::Error instead of appearing in the answer.
     ThrowErrors = 16,
-    // Assignments from a document are dropped in silence.
+    // Assignments from a document are silently dropped.
     ReadOnly = 32,
     // Assignments from a document report "Configuration is locked".
     Locked = 64,
@@ -83,21 +83,21 @@ class Configurable {
     Error(const std::string& item, std::string_view message);
   };
 
-  explicit Configurable(std::string item_name);
+  explicit Configurable(std::string name);
   virtual ~Configurable();
   Configurable(const Configurable&) = delete;
   Configurable& operator=(const Configurable&) = delete;
 
   // Reads the document on `in`, whose root must be this node, and writes the answer to `out`.
-  // Failure is the failbit of `in`, its text stands in `out`. What follows the root's end tag stays
+  // Failure is the failbit of `in`, and its text is in `out`. What follows the root's end tag stays
   // in the stream.
   virtual std::istream& read_document(std::istream& in, std::ostream& out);
   // The same for a document that is read again and again. False if the reading failed.
   bool read_document(KeptDocument& document, std::ostream& out);
 
-  // Back to the default.
+  // Restores the default.
   virtual void reset() {}
-  // Takes a value from a text; a bad one is told on `err` and changes nothing.
+  // Takes a value from a text; a bad one is reported on `err` and changes nothing.
   virtual std::istream& read_value(std::istream& in, std::ostream& /*err*/) { return in; }
   virtual std::ostream& print_value(std::ostream& out) const { return out; }
   // The same for the description of the type, without its braces.
@@ -109,7 +109,7 @@ class Configurable {
   // As accept, for a visitor that changes nothing.
   void accept_const(ConfigurableConstVisitor& visitor) const;
 
-  // Hooks for derived classes, ahead of the listener's calls of the same kind.
+  // Hooks for derived classes, called before the listener's calls of the same kind.
   virtual void on_changed() {}
   virtual void on_read_begin(XMLParser& /*parser*/, XMLWriter& /*writer*/) {}
   virtual void on_read_end() {}
@@ -131,7 +131,7 @@ class Configurable {
   virtual bool read_attribute_value(std::string_view attribute, std::string_view value,
                                     XMLWriter& writer);
   virtual void clear_attributes();
-  // For an attribute: whether it stands on the tag. A change of that is marked.
+  // For an attribute: whether it is on the tag. A change of that is marked.
   virtual void set_enabled(bool enabled);
   virtual bool set_from_string(std::string_view text, XMLWriter& writer);
 
@@ -145,7 +145,7 @@ class Configurable {
   virtual void write_doctype_context(XMLWriter& writer) const;
 
   const std::string& name() const { return _name; }
-  // What the node is for, in a few words for people; empty for one that nobody describes. Clients
+  // What the node is for, in a few words for people; empty for one without a description. Clients
   // never see it.
   const char* meaning() const { return _meaning; }
   void set_meaning(const char* meaning) { _meaning = meaning; }
@@ -159,7 +159,7 @@ class Configurable {
   std::uint32_t change_count() const { return _change_count; }
   // Null until the first attribute is added.
   ConfigurableAttributes* attributes() const { return _attributes.get(); }
-  // Not owned; null takes it off. Returns the one before.
+  // Not owned; null removes it. Returns the previous one.
   ConfigurableListener* set_listener(ConfigurableListener* listener);
 
   // `attribute` is not owned.
@@ -190,9 +190,9 @@ class Configurable {
   std::ostream& print_query(std::ostream& out) const;
 
  protected:
-  // For those who take a node in: composites and attribute sets.
+  // For those that take in a node: composites and attribute sets.
   void adopt(Configurable& child);
-  void set_parent(Configurable* new_parent) { _parent = new_parent; }
+  void set_parent(Configurable* parent) { _parent = parent; }
 
  private:
   using Writer = void (Configurable::*)(XMLWriter&) const;
@@ -209,11 +209,11 @@ class Configurable {
   void write_query(XMLWriter& writer) const;
   void write_query_start(XMLWriter& writer) const;
 
-  // For whoever marks this without a climb: the nodes above know of it too.
+  // For whoever marks this without climbing: the nodes above learn of it too.
   void expect_marks();
 
   std::string _name;
-  bool _name_is_tag;  // all of it can stand in a tag
+  bool _name_is_tag;  // all of it can be in a tag
   bool _may_be_marked = true;
   const char* _meaning = "";
   Configurable* _parent = nullptr;

@@ -24,7 +24,7 @@ bool ConfigurableAttributes::read_attribute(std::string_view attribute, XMLWrite
 
 bool ConfigurableAttributes::read_attribute_value(std::string_view attribute,
                                                   std::string_view value, XMLWriter& writer) {
-  // Back to plain mode on every path, an error that throws included.
+  // Returns to plain mode on every path, including an error that throws.
   struct ValueMode {
     explicit ValueMode(bool& mode) : value_mode(mode) { value_mode = true; }
     ~ValueMode() { value_mode = false; }

@@ -5,9 +5,9 @@
 
 #include "configurable/configurable.h"
 
-// The attributes of one item, which stand on its tag: each is enabled, meaning that it stands
-// there, while it is Active. The attributes of one tag are a complete set: setting one of them, or
-// the text of the item alone, switches off all that are not set with it.
+// The attributes of one item, which are on its tag: each is enabled, meaning that it is there,
+// while it is Active. The attributes of one tag are a complete set: setting one of them, or the
+// text of the item alone, switches off all that are not set with it.
 //
 // Belongs to its item and does not own the attributes. Its parent is the item.
 class ConfigurableAttributes : public Configurable {

@@ -70,7 +70,7 @@ bool ConfigurableComposite::read_child_element(std::string_view tag, XMLParser& 
     parser.PassElement();
     return true;
   }
-  // The tag itself goes when the parser moves.
+  // The tag itself is lost when the parser moves.
   const std::string& name = (*first)->name();
   for (auto next = first; next != child_list.end(); ++next) {
     Configurable* child = *next;
@@ -78,7 +78,7 @@ bool ConfigurableComposite::read_child_element(std::string_view tag, XMLParser& 
     if (child->has_flag(Active)) {
       parser.RestorePosition();
       parser.SetLikelyPlace(0);
-      // What fails in a child goes no higher: its element is passed, and the next one is read.
+      // What fails in a child goes no higher: its element is skipped, and the next one is read.
       if (!child->read_element(parser, writer)) parser.SkipElement();
     } else {
       parser.SkipElement();

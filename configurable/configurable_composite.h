@@ -7,7 +7,7 @@
 
 // A node with named children, in the order of their registration, which is the order of output.
 // Several children may have one name; one element of a document then writes all of them. Unknown
-// tags are dropped without a word.
+// tags are silently dropped.
 //
 // The children are members of the derived class, which registers them with add; they are not owned.
 class ConfigurableComposite : public Configurable {

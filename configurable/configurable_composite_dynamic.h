@@ -17,7 +17,7 @@ class ConfigurableCompositeDynamicBase : public ConfigurableComposite {
   using ConfigurableComposite::ConfigurableComposite;
   ~ConfigurableCompositeDynamicBase() override;
 
-  // Takes `child` over. Where children are unique, those that are the same as it go.
+  // Takes over `child`. Where children are unique, those that are the same as it are removed.
   void add(Configurable* child) override;
   // A new child for the element `child_name`, for the caller to own.
   virtual std::unique_ptr<Configurable> make_child(const std::string& child_name) = 0;

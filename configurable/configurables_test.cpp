@@ -26,8 +26,7 @@ using self_test::ExpectThrows;
 using self_test::ExpectTrue;
 
 struct PlainFloat : ConfigurableFloat {
-  explicit PlainFloat(const std::string& item_name, float value = 0)
-      : ConfigurableFloat(item_name, value) {}
+  explicit PlainFloat(const std::string& name, float value = 0) : ConfigurableFloat(name, value) {}
   // Unlike the leaves of the head, this one fails its element for a bad text.
   std::istream& read_value(std::istream& in, std::ostream& err) override {
     float value = 0;
@@ -41,7 +40,7 @@ struct PlainFloat : ConfigurableFloat {
 };
 
 struct FloatList : ConfigurableCompositeDynamic<PlainFloat> {
-  explicit FloatList(const std::string& item_name) : ConfigurableCompositeDynamic(item_name) {}
+  explicit FloatList(const std::string& name) : ConfigurableCompositeDynamic(name) {}
   using ConfigurableCompositeDynamic::operator=;
   void copy(PlainFloat& target, const PlainFloat& source) const override {
     target.set(source.get());
@@ -105,7 +104,7 @@ struct Tree : Branch {
   FloatList dyn{"dyn"};
 };
 
-// Leaves its format behind on every stream that it gets.
+// Leaves its format on every stream that it gets.
 struct Careless : Configurable {
   using Configurable::Configurable;
   std::istream& read_value(std::istream& in, std::ostream& err) override {
@@ -238,7 +237,11 @@ void RequestCases() {
        {"<L><dyn>&query_item;</dyn></L>", "<val>1</val><val>2</val><val>4</val>"},
        {"clear", ""},
        {"<L><dyn><val>1</val><val>2</val><val>4</val></dyn></L>", ""}});
-  tree.set_changed(false);
+}
+
+void DoctypeCases() {
+  Tree tree;
+  Converse(tree, {{"<L><dyn><val>1</val><val>2</val><val>4</val></dyn></L>", ""}});
   const std::string choices =
       "{apple|banana|orange|grapes|tire|translate&lt;&gt;&amp;&apos;&quot;}";
   const std::string doctype =
@@ -274,7 +277,7 @@ void FailureCases() {
     ExpectEqual(failed, row.failed, row.document);
   }
 
-  // The lock is said, and the value is taken all the same; read-only is neither.
+  // A lock is reported, and the value is taken all the same; read-only does neither.
   tree.set_locked(true);
   Converse(tree, {{"<L><a>5</a><a>&query_item;</a></L>",
                    "<Error Param=\"a\">Configuration is locked</Error>5"},
@@ -293,7 +296,7 @@ void FailureCases() {
   tree.set_throw_errors(false);
   Converse(tree, {{"<L><a>&query_item;</a></L>", "7"}});
 
-  // A document of queries can't make an answer without bound.
+  // A document of queries can't make an unbounded answer.
   std::string greedy = "<L><d>";
   for (int i = 0; i < 400'000; ++i) greedy += "&query;";
   const std::string answer = tree.Ask(greedy + "</d></L>");
@@ -339,8 +342,11 @@ void ChangeCases() {
   ExpectEqual(tree.Changes(), "");
   tree.dog.mark_changed();
   ExpectEqual(tree.Changes(), "<L><dog sticky>88.11</dog></L>");
+}
 
-  // The list: adding and removing are changes of the list as a whole.
+void ListChangeCases() {
+  Tree tree;
+  // Adding and removing are changes of the list as a whole.
   tree.set_changed(false);
   tree.dyn.add(new PlainFloat("x", 1));
   tree.dyn.add(new PlainFloat("y", 2));
@@ -362,7 +368,7 @@ void ChangeCases() {
   copy.reset();
   ExpectTrue(copy.size() == 0 && copy.has_changed(), "an emptied list");
 
-  // Whatever way a mark has come, a clear of the root takes it.
+  // However a mark was made, clearing the root removes it.
   struct Thrower : ConfigurableListener {
     void item_changed(const ConfigurableEvent&) override { throw std::runtime_error("thrown"); }
   } thrower;
@@ -406,8 +412,10 @@ void KeptCases() {
 
 void TestConfigurables(std::ostream&) {
   RequestCases();
+  DoctypeCases();
   FormatCases();
   FailureCases();
   ChangeCases();
+  ListChangeCases();
   KeptCases();
 }

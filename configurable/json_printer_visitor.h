@@ -7,8 +7,8 @@
 
 // Prints the choices, floats and integers of a tree as a flat list of members of a JSON object,
 // each on a new line with its name in upper case and a comma after it. The caller writes the
-// braces and the member after the last comma. Readers of event records know choices as bare words,
-// and nan as nan.
+// braces and the member after the last comma.
+// Protocol: a choice is a bare word without quotes, and nan is nan, which is not JSON.
 class JSONPrinterVisitor : public ConfigurableConstVisitor {
  public:
   // `out` must outlive this.

@@ -21,8 +21,8 @@ bool DefaultFormat(const std::ostream& out) {
 bool IsDigit(char byte) { return byte >= '0' && byte <= '9'; }
 bool IsSpace(char byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
 
-// The characters that the operators take for a number at the head of `text`: a sign, digits, and
-// for a real number one point and one exponent. Empty if they make no whole number, as in "1e".
+// The characters that the operators take for a number at the start of `text`: a sign, digits, and
+// for a real number one point and one exponent. Empty if they make no complete number, as in "1e".
 std::string_view NumberAtHead(std::string_view text, bool real) {
   std::size_t at = 0;
   const auto sign = [&] {

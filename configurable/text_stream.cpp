@@ -6,7 +6,7 @@
 
 namespace {
 
-// The state of a new stream.
+// Gives a stream the state of a new one.
 void Renew(std::ios& stream) {
   if (stream.exceptions() != std::ios::goodbit) stream.exceptions(std::ios::goodbit);
   stream.flags(std::ios::skipws | std::ios::dec);

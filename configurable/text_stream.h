@@ -24,7 +24,7 @@ class TextInput final : public std::istream {
   TextInput() : std::istream(nullptr) { rdbuf(&buffer); }
   void Open(std::string_view text);
   void Close() { buffer.Open({}); }
-  // What is not read yet. The state of the stream does not follow Skip.
+  // What is not read yet. Skip does not change the state of the stream.
   std::string_view Rest() const { return buffer.Rest(); }
   void Skip(std::size_t bytes) { buffer.Skip(bytes); }
 
@@ -48,7 +48,7 @@ class TextOutput : public std::ostream {
  public:
   TextOutput() : std::ostream(nullptr) { rdbuf(&buffer); }
   void Open();
-  // Gives back what a long text took.
+  // Frees what a long text took.
   void Close();
   // Valid until the next Open or Close.
   const std::string& Text() const { return buffer.text; }
@@ -66,7 +66,7 @@ class TextOutput : public std::ostream {
 template <class Stream>
 struct StreamStack {
   std::vector<std::unique_ptr<Stream>> streams;
-  std::size_t borrowed = 0;  // so many of them, from the first on
+  std::size_t borrowed = 0;  // this many of them, from the first on
 };
 
 // The streams by which the values of one tree are read and rendered.

@@ -10,7 +10,7 @@ using xml_text::CharSource;
 
 namespace {
 
-// Passes everything up to and including `end`, or the end of the stream.
+// Skips everything up to and including `end`, or the end of the stream.
 void SkipPast(CharSource& source, std::string_view end) {
   std::string last;
   while (last != end) {
@@ -21,7 +21,7 @@ void SkipPast(CharSource& source, std::string_view end) {
   }
 }
 
-// Passes a comment or a declaration, from its '!' on.
+// Skips a comment or a declaration, from its '!' on.
 void SkipDeclaration(CharSource& source) {
   source.Skip();
   if (source.Peek() != '-') {
@@ -35,7 +35,7 @@ void SkipDeclaration(CharSource& source) {
 }  // namespace
 
 XMLParser::XMLParser(std::istream& stream) : in(stream), source(stream) {
-  // What is at hand tells how much is to come, within reason.
+  // What is at hand shows how much is to come, within limits.
   const std::size_t expected = std::clamp<std::size_t>(source.Available(), 128, 16384);
   tokens.reserve(expected / 8);
   texts.reserve(expected);
@@ -73,13 +73,13 @@ bool XMLParser::Rewind() {
 void XMLParser::ClearError() {
   in.clear();
   if (GetCurrToken() != ERROR) return;
-  // The error is no part of the document: who reads this element again does not meet it.
+  // The error is not part of the document: whoever reads this element again does not meet it.
   tokens.resize(current);
   --current;
 }
 
 void XMLParser::Forget() {
-  // The end of the element that began last has its name there.
+  // The end of the element that began last finds its name there.
   const std::uint32_t end = std::min(tokens[mark].start, tag_name.start);
   texts.erase(0, end);
   tokens.erase(tokens.begin(), tokens.begin() + static_cast<std::ptrdiff_t>(mark));
@@ -205,7 +205,7 @@ XMLParser::Token XMLParser::ReadOutsideTags() {
 
 XMLParser::Token XMLParser::ReadStartTag() {
   xml_text::ReadName(source, texts);
-  // A name that the stream cuts off is none.
+  // A name that the end of the stream cuts off does not count.
   if (source.Peek() == CharSource::kEnd) return EndOrError();
   if (!EndString()) return Error("Empty XML tag name");
   in_tag = true;

@@ -10,10 +10,9 @@
 
 #include "configurable/xml_text.h"
 
-// Turns a stream into the tokens of the XML language. It is no validating parser and builds no
-// document: the settings tree drives the walk, and several items of one name can read the same
-// element again. The dialect is loose; names may hold '&' and ';', and text may stand outside the
-// root.
+// Turns a stream into the tokens of the XML language. It does not validate and builds no document:
+// the settings tree drives the walk, and several items of one name can read the same element again.
+// The dialect is loose; names may hold '&' and ';', and text may be outside the root.
 //
 // Never throws on bad input. Reads no further than the token that was asked for. Tokens are kept
 // from the saved position on, since they may be read again.
@@ -30,13 +29,12 @@ class XMLParser {
     ERROR,    // string: what is wrong; sticky until ClearError
   };
 
-  // `stream` must outlive this, and is nobody else's to read meanwhile.
+  // `stream` must outlive this, and must not be read by others meanwhile.
   explicit XMLParser(std::istream& stream);
 
   // Moves on and returns the kind of the next token. An ERROR also sets the stream's failbit.
   Token NextToken();
-  // The token that the parser stands on: START_DOC at first. The texts are valid until the parser
-  // moves.
+  // The current token: START_DOC at first. The texts are valid until the parser moves.
   Token GetCurrToken() const { return tokens[current].kind; }
   std::string_view GetTokenString() const {
     return {texts.data() + tokens[current].start, tokens[current].string_length};
@@ -49,21 +47,21 @@ class XMLParser {
   // Restoring goes back to the token of the last SavePosition.
   void SavePosition() { mark = current; }
   void RestorePosition() { current = mark; }
-  // Back to the start of the document, without reading it again. False if there was an error in it,
-  // which those who go on after it do not meet again.
+  // Goes back to the start of the document, without reading it again. False if there was an error
+  // in it, since an error that was cleared is not met again.
   bool Rewind();
   // Where among its siblings the next element probably is: documents mostly hold them in order.
   std::size_t LikelyPlace() const { return likely_place; }
   void SetLikelyPlace(std::size_t place) { likely_place = place; }
-  // Takes an error away, from the stream too, so that reading goes on after it.
+  // Clears an error, in the stream too, so that reading goes on after it.
   void ClearError();
-  // Passes the rest of the element that is open. Returns the kind at which it stopped.
+  // Skips the rest of the element that is open. Returns the kind at which it stopped.
   Token SkipElement();
   // The same for an element that nobody reads again: no position is saved then.
   Token PassElement();
 
  private:
-  // Where the texts of a token stand in `texts`, the value after the string.
+  // Where the texts of a token are in `texts`, the value after the string.
   struct TokenInfo {
     Token kind;
     std::uint32_t start;
@@ -73,7 +71,7 @@ class XMLParser {
 
   template <class Move>
   Token EndElement(Move move);
-  // Frees the tokens ahead of the saved position.
+  // Frees the tokens before the saved position.
   void Forget();
   Token ReadToken();
   Token ReadInsideTag();
@@ -81,7 +79,8 @@ class XMLParser {
   Token ReadStartTag();
   Token ReadEndTag();
   Token ReadAttribute();
-  // What the token that is being read has put into `texts` is its string; false if that is empty.
+  // Makes what the token that is being read has put into `texts` its string; false if that is
+  // empty.
   bool EndString();
   // The end of the element that began last.
   Token EndOfTag();

@@ -23,7 +23,7 @@ class XMLQueryStringParser {
     ERROR,  // any other "&query...;"
   };
 
-  explicit XMLQueryStringParser(std::string_view whole_text) : text(whole_text) {}
+  explicit XMLQueryStringParser(std::string_view text) : text(text) {}
 
   // Moves on and returns the kind of the next token; the first is START_STRING.
   Token NextToken();

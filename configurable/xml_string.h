@@ -9,13 +9,13 @@
 class XMLString {
  public:
   XMLString() = default;
-  explicit XMLString(std::string held) : text(std::move(held)) {}
+  explicit XMLString(std::string text) : text(std::move(text)) {}
   virtual ~XMLString() = default;
   XMLString(const XMLString&) = default;
   XMLString& operator=(const XMLString&) = default;
 
   // Reads a text in quotes, or plain text up to '<', '>' or a quote without the white space around
-  // it. Failbit if the stream ends ahead of any text or inside quotes.
+  // it. Sets the failbit if the stream ends before any text or inside quotes.
   virtual void read(std::istream& in);
   virtual void write(std::ostream& out) const;
 

@@ -38,7 +38,7 @@ std::string Written(const std::string& text) {
   return out.str();
 }
 
-// All tokens to the end; behind an error the element is skipped and reading goes on.
+// All tokens to the end; after an error the element is skipped and reading goes on.
 std::string Tokens(std::istream& in) {
   XMLParser parser(in);
   std::ostringstream out;
@@ -65,7 +65,7 @@ std::string Tokens(std::istream& in) {
 // Keeps its characters to itself, as a console does: there is no get area to look into.
 class Unbuffered : public std::streambuf {
  public:
-  explicit Unbuffered(std::string its_text) : text(std::move(its_text)) {}
+  explicit Unbuffered(std::string text) : text(std::move(text)) {}
 
  protected:
   int_type underflow() override {
@@ -87,9 +87,7 @@ std::string Tokens(const std::string& document) {
   return Tokens(in);
 }
 
-}  // namespace
-
-void TestXMLParser(std::ostream&) {
+void TokenCases() {
   const std::string empty_name = "ERROR(Empty XML tag name) ";
   const std::string bad_end = "ERROR(Invalid XML tag end sequence) ";
   const struct {
@@ -140,12 +138,14 @@ void TestXMLParser(std::ostream&) {
     Unbuffered unbuffered(row.document);
     std::istream single(&unbuffered);
     ExpectEqual(Tokens(single), row.tokens, row.document + ", one character at a time");
-    // Cut off anywhere: it ends, and what came before stands.
+    // Wherever the document is cut off, reading comes to an end.
     for (std::size_t length = 0; length < row.document.size(); ++length)
       Tokens(row.document.substr(0, length));
   }
+}
 
-  // Siblings read an element again; what stands behind the root stays in the stream.
+void RestoreCases() {
+  // Siblings read an element again; what comes after the root stays in the stream.
   std::istringstream in("<a b='1'>text</a>rest");
   {
     XMLParser parser(in);
@@ -166,6 +166,13 @@ void TestXMLParser(std::ostream&) {
   std::string rest;
   in >> rest;
   ExpectEqual(rest, "rest");
+}
+
+}  // namespace
+
+void TestXMLParser(std::ostream&) {
+  TokenCases();
+  RestoreCases();
 }
 
 void TestXMLQueryStringParser(std::ostream&) {
@@ -204,7 +211,9 @@ void TestXMLQueryStringParser(std::ostream&) {
   }
 }
 
-void TestXMLString(std::ostream&) {
+namespace {
+
+void TextCases() {
   const struct {
     const char* text;
     const char* printed;
@@ -244,7 +253,9 @@ void TestXMLString(std::ostream&) {
       {"", ""},
   };
   for (const auto& row : read_only) ExpectEqual(Read<XMLString>(row.text), row.read, row.text);
+}
 
+void NameCases() {
   const struct {
     const char* text;
     const char* read;
@@ -264,6 +275,13 @@ void TestXMLString(std::ostream&) {
     ExpectEqual(Read<XMLName>(row.text), row.read, row.text);
     ExpectEqual(Written<XMLName>(row.text), row.written, row.text);
   }
+}
+
+}  // namespace
+
+void TestXMLString(std::ostream&) {
+  TextCases();
+  NameCases();
 }
 
 void TestXMLWriter(std::ostream&) {

@@ -47,7 +47,7 @@ bool ReadQuoted(CharSource& source, char quote, std::string& text) {
 }
 
 void ReadPlain(CharSource& source, std::string& text) {
-  // Text and inner white space go in as they come; white space after the last text goes again.
+  // Text and inner white space are taken as they come; trailing white space is removed again.
   const std::size_t start = text.size();
   std::size_t kept = start;
   while (true) {

@@ -43,8 +43,8 @@ inline bool Is(char byte, CharClass wanted) {
   return (kClasses[static_cast<unsigned char>(byte)] & wanted) != 0;
 }
 
-// Reads the characters of a stream in place, in its buffer's own memory. What was taken is taken
-// from the stream when this goes out of scope; until then nobody else may read it.
+// Reads the characters of a stream in place, in its buffer's own memory. What was taken leaves the
+// stream when this goes out of scope; until then nobody else may read the stream.
 class CharSource {
  public:
   static constexpr int kEnd = -1;
@@ -55,22 +55,22 @@ class CharSource {
   CharSource(const CharSource&) = delete;
   CharSource& operator=(const CharSource&) = delete;
 
-  // Characters that stand in the buffer's memory.
+  // Characters that are in the buffer's memory.
   std::size_t Available() const { return static_cast<std::size_t>(end - next); }
-  // The next character, which stays; kEnd at the end, which the stream's eofbit then says.
+  // The next character, which stays; kEnd at the end, where the stream's eofbit is set.
   int Peek() { return next != end ? static_cast<unsigned char>(*next) : Refill(); }
-  // The same, and passes it.
+  // The same, and moves past it.
   int Take() {
     const int byte = Peek();
     if (byte != kEnd) ++next;
     return byte;
   }
-  // Passes the character that Peek has shown.
+  // Moves past the character that Peek has shown.
   void Skip() { ++next; }
   void SkipSpace() {
     while (Peek() != kEnd && Is(*next, kSpace)) ++next;
   }
-  // Takes a name that stands whole in the buffer's memory; empty if there is none, or none whole.
+  // Takes a name that is wholly in the buffer's memory; empty if there is none, or not all of it.
   std::string_view TakeName() {
     const char* at = next;
     if (at == end || !Is(*at, kNameStart)) return {};
@@ -82,7 +82,7 @@ class CharSource {
     next = at;
     return name;
   }
-  // Takes `name` and `last` after it, if they come next and stand whole in the buffer's memory.
+  // Takes `name` and `last` after it, if they come next and are wholly in the buffer's memory.
   bool TakeBoth(std::string_view name, char last) {
     if (name.empty() || Available() <= name.size() || next[name.size()] != last ||
         std::memcmp(next, name.data(), name.size()) != 0)
@@ -117,18 +117,18 @@ class CharSource {
   std::streambuf* buffer;
   const char* next = nullptr;
   const char* end = nullptr;
-  // Of a buffer without memory of its own, as that of a console, the one character it has shown.
+  // For a buffer without memory of its own, such as a console's: the one character it has shown.
   bool has_single = false;
   char single = 0;
 };
 
 // Appends a name to `name`; nothing if none begins here. A ';' ends a name and belongs to it, so
-// that an entity can stand where a name stands.
+// that an entity can be in the place of a name.
 void ReadName(CharSource& source, std::string& name);
 
-// Appends a text to `text`: what stands between quotes, or plain text up to a tag or a quote, with
-// the white space around it dropped. The five entities of XML are translated, others stay. False if
-// the stream ended first, in the middle of a quoted text or ahead of any text.
+// Appends a text to `text`: the text between quotes, or plain text up to a tag or a quote, with the
+// white space around it dropped. The five entities of XML are translated, others stay. False if the
+// stream ended first, in the middle of a quoted text or before any text.
 bool ReadString(CharSource& source, std::string& text);
 
 // The part of `text` that is a name; empty if it does not begin with one.

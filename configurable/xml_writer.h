@@ -11,18 +11,18 @@
 // itself, puts one blank between texts that follow each other, and indents or stays compact. An
 // indented document begins with a line feed.
 //
-// What is written reaches the stream when Stream is called, and at the end of this object.
+// What is written reaches the stream when Stream is called, and when this object is destroyed.
 class XMLWriter {
  public:
   // `out`, and `kept` if it is given, must outlive this.
   XMLWriter(std::ostream& out, bool indented, ValueStreams* kept = nullptr);
-  // Throws what the stream throws, unless an exception is on its way already.
+  // Throws what the stream throws, unless an exception is already under way.
   ~XMLWriter() noexcept(false);
   XMLWriter(const XMLWriter&) = delete;
   XMLWriter& operator=(const XMLWriter&) = delete;
 
-  // An empty name only closes the tag before. Of others the part that is a name is written; one
-  // that is known to be a name as a whole, `known`, is not looked through.
+  // An empty name only closes the tag before. Of others the part that is a name is written; with
+  // `known`, all of it is known to be a name and is not checked.
   void start_element(std::string_view name, bool known = false);
   // An element that is still open closes itself, whatever the name.
   void end_element(std::string_view name, bool known = false);
@@ -30,7 +30,7 @@ class XMLWriter {
   void attribute(std::string_view name, std::string_view value);
   // Without `escape`, `value` goes out as it is.
   void text(std::string_view value, bool escape);
-  // An element that tells what is wrong with the item `item`.
+  // Writes an element that says what is wrong with the item `item`.
   void error(std::string_view item, std::string_view message);
   // Closes an open tag and ends the line.
   void finish();
@@ -41,7 +41,7 @@ class XMLWriter {
   ValueStreams& Values() { return values; }
   // Bytes written so far.
   std::size_t Length() const { return flushed + used; }
-  // Errors told so far.
+  // Errors reported so far.
   unsigned Errors() const { return errors; }
 
  private:

@@ -40,12 +40,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
       doc.request(in, answer);
     } catch (const std::exception&) {
-      // A bad address, say; the caller puts its text into the answer.
+      // A bad address, for example; the caller puts its text into the answer.
     }
   }
   MarksClimb marks;
   doc.accept_const(marks);
-  // What an answer may grow to, beside the errors, which are as long as their causes.
+  // This bounds an answer, apart from the errors, which are as long as their causes.
   if (answer.str().size() > (std::size_t{17} << 20) + 200 * size) std::abort();
   for (const auto print :
        {&Configurable::print_tree, &Configurable::print_changes, &Configurable::print_doctype_tree})

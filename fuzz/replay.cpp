@@ -14,7 +14,7 @@ namespace {
 void Replay(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   const std::vector<char> bytes(std::istreambuf_iterator<char>(file), {});
-  // An abort names no file by itself.
+  // An abort does not name the file by itself.
   std::cout << path.string() << std::endl;
   LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
 }

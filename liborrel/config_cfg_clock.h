@@ -14,8 +14,8 @@ class ConfigCfgClockPTP : public ConfigurableChoice<ConfigCfgClockPTP> {
   using ConfigurableChoice::ConfigurableChoice;
 };
 
-// The time zone. Its list of choices is that of the system: whoever writes its doctype, names with
-// '|' between them, replaces the list for all items of this kind and keeps the index.
+// The time zone. Its list of choices is that of the system: writing its doctype, names with '|'
+// between them, replaces the list for all items of this kind and keeps the index.
 class ConfigTimezone : public ConfigurableChoice<ConfigTimezone> {
  public:
   static constexpr const char* kChoices[] = {"UTC"};

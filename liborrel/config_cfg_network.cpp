@@ -33,8 +33,8 @@ bool IsHostName(std::string_view text) {
 
 }  // namespace
 
-ConfigIPAddress::ConfigIPAddress(const std::string& item_name, const std::string& address)
-    : Configurable(item_name), _value(address), _default_value(address) {}
+ConfigIPAddress::ConfigIPAddress(const std::string& name, const std::string& address)
+    : Configurable(name), _value(address), _default_value(address) {}
 
 void ConfigIPAddress::set(const SocketAddress& value) {
   if (value == _value) return;

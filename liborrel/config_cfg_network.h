@@ -7,10 +7,10 @@
 #include "configurable/choice.h"
 #include "liborrel/units.h"
 
-// An IPv4 address as a setting. A text that is none throws SocketError out of the reading.
+// An IPv4 address as a setting. Reading any other text throws SocketError.
 class ConfigIPAddress : public Configurable {
  public:
-  ConfigIPAddress(const std::string& item_name, const std::string& address);
+  ConfigIPAddress(const std::string& name, const std::string& address);
 
   const SocketAddress& get() const { return _value; }
   virtual void set(const SocketAddress& value);
@@ -26,8 +26,8 @@ class ConfigIPAddress : public Configurable {
 };
 
 // A host name as a setting: labels of letters, digits and inner hyphens, 1 to 63 characters each,
-// with single dots between them, 64 characters in all (RFC 1123; the length is the system's). What
-// is none is refused; `set` takes what it is given.
+// with single dots between them, 64 characters in all (RFC 1123; the length is the system's).
+// Anything else is refused; `set` takes what it is given.
 class ConfigHostName : public ConfigurableString {
  public:
   using ConfigurableString::ConfigurableString;

@@ -27,7 +27,7 @@ std::vector<std::string> WordsOf(const std::string& line) {
   return {std::istream_iterator<std::string>(in), {}};
 }
 
-// Nothing if `text` is no IPv4 address: somebody else's, of hardware say.
+// Nothing if `text` is not an IPv4 address, but a hardware address, for example.
 std::optional<SocketAddress> AddressOf(const std::string& text) {
   try {
     const SocketAddress address(text);
@@ -66,10 +66,10 @@ NetworkConfig::NetworkConfig(std::string interface, std::string hostname_path,
 }
 
 // The options of one stanza, line by line. Commented ones count too, since they keep manual values
-// over a time of DHCP, but not against what stands there for the system.
+// during a time of DHCP, but options that the system reads go before them.
 class NetworkConfig::Stanza {
  public:
-  explicit Stanza(Values& into) : values(into) {}
+  explicit Stanza(Values& values) : values(values) {}
 
   void Take(const std::string& line) {
     const std::size_t start = line.find_first_not_of(" \t#");
@@ -166,14 +166,16 @@ void NetworkConfig::CopyOthers(std::istream& from, std::ostream& to) const {
   bool dropping = false;
   for (std::string line; std::getline(from, line);) {
     if (dropping && (line.empty() || line.starts_with('#') || BeginsWithSpace(line))) continue;
-    // A line that ends a stanza is copied, whatever it is, but for another stanza of the head.
+    // A line that ends a stanza is copied, whatever it is, unless it begins another stanza of the
+    // head.
     const bool ends_stanza = dropping;
     dropping = BeginsStanza(line);
     if (!dropping) to << (ends_stanza ? line + "\n" : WithoutAuto(line));
   }
 }
 
-// A line as it is to be copied, with its line feed: without the interface, if it starts it first.
+// A line as it is to be copied, with its line feed, and without the interface if the line was to
+// start it first.
 std::string NetworkConfig::WithoutAuto(const std::string& line) const {
   std::vector<std::string> words;
   if (line.starts_with("auto")) words = WordsOf(line);

@@ -19,14 +19,13 @@ class NetworkConfig {
   };
 
   // Reads the files, that of the interfaces as the system does (interfaces(5)). What they don't
-  // tell, or not as IPv4 addresses, stays as above. `machine` must outlive this.
+  // give, or don't give as IPv4 addresses, stays as above. `machine` must outlive this.
   NetworkConfig(std::string interface, std::string hostname_path, std::string interfaces_path,
                 const Machine& machine);
 
   const Values& Get() const { return values; }
-  // Writes the files that the new values change. One that can't be written is a line on standard
-  // output, and is left for SaveAgain. Throws std::runtime_error when rights can't be
-  // had.
+  // Writes the files that the new values change. A file that can't be written is reported in a line
+  // on standard output, and left for SaveAgain. Throws std::runtime_error when rights can't be had.
   void set(const Values& wanted);
   // Writes what could not be written. Fails as `set` does.
   void SaveAgain() { apply(); }

@@ -37,9 +37,9 @@ PtpConfig::PtpConfig(std::string options_path, std::string script_path, const Ma
   }
 }
 
-void PtpConfig::Set(int new_mode) {
-  if (new_mode == mode) return;
-  write(new_mode);
+void PtpConfig::Set(int wanted) {
+  if (wanted == mode) return;
+  write(wanted);
   script.restart();
 }
 
@@ -49,8 +49,8 @@ void PtpConfig::SaveAgain() {
   if (!unsaved) script.restart();
 }
 
-void PtpConfig::write(int new_mode) {
-  mode = new_mode;
+void PtpConfig::write(int wanted) {
+  mode = wanted;
   unsaved = true;
   std::ifstream old_file(path);
   const PrivilegeGuard rights(machine);

@@ -4,8 +4,8 @@
 
 #include "common/machine.h"
 
-// Runs the script of a system service, with rights for the length of the call. What comes of it is
-// not looked at. Throws std::runtime_error when rights can't be had.
+// Runs the script of a system service, with rights for the duration of the call. Its result is
+// ignored. Throws std::runtime_error when rights can't be had.
 class ServiceControl {
  public:
   // `machine` must outlive this.
@@ -34,14 +34,14 @@ class PtpConfig {
 
   int GetMode() const { return mode; }
   // Writes the file and restarts the service, unless the mode is that already. A file that can't be
-  // written is a line on standard output, and is left for SaveAgain. Throws std::runtime_error when
-  // rights can't be had.
-  void Set(int new_mode);
+  // written is reported in a line on standard output, and left for SaveAgain. Throws
+  // std::runtime_error when rights can't be had.
+  void Set(int wanted);
   // Writes what could not be written, and restarts the service after that. Fails as Set does.
   void SaveAgain();
 
  private:
-  void write(int new_mode);
+  void write(int wanted);
 
   std::string path;
   const Machine& machine;

@@ -20,7 +20,7 @@ using self_test::ExpectThrows;
 using self_test::ExpectTrue;
 namespace fs = std::filesystem;
 
-// A host whose files are in a directory of their own, and whose acts are written down.
+// A host whose files are in a directory of their own, and whose acts are recorded.
 struct TestHost {
   TestHost() {
     for (const char* directory : {"/etc/network", "/etc/sysconfig"})
@@ -28,7 +28,7 @@ struct TestHost {
     for (const char* file : {"zones/UTC", "zones/Europe/Berlin", "zones/Europe/.hidden",
                              "zones/America/Indiana/Knox", "dev/rtc0"})
       root.Write(file, "");
-    // Taken and given back by turns, whoever runs this.
+    // Rights are taken and given back in turn, whoever runs this.
     machine.set_effective_user = [this, raised = false](uid_t) mutable {
       raised = !raised;
       acts << (raised ? "(" : ")");
@@ -104,7 +104,7 @@ void PtpCases() {
   }
 }
 
-void NetworkCases() {
+void SetNetworkCases() {
   const std::string manual =
       "auto eth0\niface eth0 inet static\n\taddress 10.0.0.7\n\tnetmask 255.255.0.0\n"
       "\tbroadcast 10.0.255.255\n\tgateway 10.0.0.1\n";
@@ -130,7 +130,7 @@ void NetworkCases() {
       {"no file", "", true, "192.168.1.95", true, commented},
       {"several stanzas", manual + "auto lo\n" + manual, false, "10.0.0.7", true,
        "auto lo\n" + commented},
-      // The line behind a stanza is copied, whatever it is; names count by their beginning.
+      // The line after a stanza is copied, whatever it is; names count by their beginning.
       {"an interface of two families", "iface eth0 inet dhcp\niface eth0 inet6 auto\n\tx 1\n", true,
        "192.168.1.95", false, "iface eth0 inet6 auto\n\tx 1\n" + manual},
       {"static in two families",
@@ -170,7 +170,9 @@ void NetworkCases() {
     ExpectEqual(again.Get().dhcp, row.wanted_dhcp, row.name);
     ExpectEqual(again.Get().gateway.ToString(), "10.0.0.1", row.name);
   }
+}
 
+void ReadNetworkCases() {
   // Options as the system reads them: address, netmask, gateway.
   const struct {
     const char* options;
@@ -200,7 +202,9 @@ void NetworkCases() {
         read.address.ToString() + " " + read.netmask.ToString() + " " + read.gateway.ToString(),
         row.values, row.options);
   }
+}
 
+void HostNameCases() {
   TestHost host;
   host.root.Write("etc/hostname", "old\nname\n");
   NetworkConfig network("eth0", host.hostname, host.interfaces, host.machine);
@@ -235,7 +239,7 @@ void ClockCases() {
               "America/Indiana/Knox");
   ExpectThrows<std::runtime_error>([&] { clock.SetZone("Mars"); }, "Invalid timezone \"Mars\"");
 
-  // What can't be saved is wanted still.
+  // What can't be saved is still wanted.
   fs::create_directory(host.timezone + ".new");
   ExpectThrows<ErrnoError>(
       [&] { clock.SetZone("UTC"); },
@@ -253,7 +257,11 @@ void ClockCases() {
   host.Acts();
   clock.SaveAgain();
   ExpectEqual(host.Acts(), "", "saved");
+}
 
+void ClockFailureCases() {
+  TestHost host;
+  SystemClock clock(host.zoneinfo, host.localtime, host.timezone, host.device, host.machine);
   // Whatever fails, rights are given back.
   const std::string device = host.device;
   fs::remove(device);
@@ -286,6 +294,9 @@ void ClockCases() {
 
 void SystemFileCases() {
   PtpCases();
-  NetworkCases();
+  SetNetworkCases();
+  ReadNetworkCases();
+  HostNameCases();
   ClockCases();
+  ClockFailureCases();
 }

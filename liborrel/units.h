@@ -1,6 +1,6 @@
 #pragma once
 
-// Unit texts, UTF-8. Each stands once, since items share their unit by its address.
+// Unit texts, UTF-8. Each is here once, since items share their unit by its address.
 namespace units {
 
 inline constexpr const char* kNone = nullptr;

@@ -12,17 +12,18 @@
 #include <string>
 
 #include "bench/broker.h"
+#include "bench/free_port.h"
 #include "bench/head.h"
 #include "client/console.h"
 #include "common/socket.h"
 
 namespace {
 
-// A head on a bus, which has said and subscribed to all it does at a connect.
+// A head on a bus, which has published and subscribed to all that it does at a connect.
 struct BusHead {
   explicit BusHead(int broker_port, Head::PlayedBy processor = Head::PlayedBy::kCaller)
       : head(root.Path(), processor,
-             {.bench = {"--broker-port", std::to_string(broker_port), "--rate", "200"}}) {
+             {.bench = {"--broker", "[::1]:" + std::to_string(broker_port), "--rate", "200"}}) {
     BusClient({.port = broker_port}).WaitForHead();
   }
 
@@ -30,19 +31,33 @@ struct BusHead {
   Head head;
 };
 
+std::string OwnHostName() {
+  std::array<char, 128> name = {};
+  gethostname(name.data(), name.size() - 1);
+  return name.data();
+}
+
+// Samples a sixteenth of a second apart for ten seconds of their own time, all at once.
+void SendTenSeconds(Processor& processor, std::uint32_t start) {
+  RecordWriter records;
+  WireSample sample;
+  sample.code = 1;
+  for (std::uint32_t i = 0; i <= 160; ++i) {
+    sample.tick = i * 62'500;
+    records.Sample({start + i / 16, 0}, sample);
+  }
+  processor.Send(records);
+}
+
 TEST(Bus, KeepsWhatLastsAndTellsWhatHappens) {
   const TemporaryDirectory directory;
   const FreePort port;
   const Broker broker(directory.Path(), port);
   BusHead bench(port);
   Head& head = bench.head;
-  const std::string host = [] {
-    std::array<char, 128> name = {};
-    gethostname(name.data(), name.size() - 1);
-    return std::string(name.data());
-  }();
+  const std::string host = OwnHostName();
 
-  // One that comes late finds what is retained.
+  // A client that comes late finds what is retained.
   BusClient late({.port = port});
   std::map<std::string, std::string> retained;
   while (retained.size() < 4) {
@@ -55,16 +70,8 @@ TEST(Bus, KeepsWhatLastsAndTellsWhatHappens) {
   EXPECT_EQ(retained[bus_topic::kIdentity],
             R"({"MODEL":"TAVO","VERSION":"1.3.1","NAME":")" + host + R"(","SN":"TVF-XXXX"})");
 
-  // Samples a sixteenth of a second apart for ten seconds of their own time, in no time of ours.
-  RecordWriter records;
-  WireSample sample;
-  sample.code = 1;
   const std::uint32_t start = StampNow().seconds;
-  for (std::uint32_t i = 0; i <= 160; ++i) {
-    sample.tick = i * 62'500;
-    records.Sample({start + i / 16, 0}, sample);
-  }
-  head.SignalProcessor().Send(records);
+  SendTenSeconds(head.SignalProcessor(), start);
   std::map<std::string, int> published;
   for (double time = 0; time < start + 10;) {
     const BusMessage message = late.Next();
@@ -89,7 +96,7 @@ TEST(Bus, KeepsWhatLastsAndTellsWhatHappens) {
   late.Publish("nemra/kesh/scripts/power/constants/update", "[1");
   late.Publish("nemra/system/start", "now");
 
-  // Its orderly end takes back what it was.
+  // Its orderly end takes back its identity.
   EXPECT_EQ(head.Stop(), 0);
   EXPECT_EQ(late.WaitFor(bus_topic::kIdentity).payload, "{}");
   const BusMessage last = late.Next();
@@ -102,7 +109,7 @@ TEST(Bus, ComesBackWithTheBroker) {
   const FreePort port;
   auto broker = std::make_unique<Broker>(directory.Path(), port);
   BusHead bench(port, Head::PlayedBy::kSimulator);
-  // One that stands still for a while costs no row and no connection.
+  // A broker that stands still for a while costs no row and no connection.
   ConsoleClient client(bench.head.Port());
   kill(broker->Process().Pid(), SIGSTOP);
   int rows = 0;
@@ -122,7 +129,7 @@ TEST(Bus, ComesBackWithTheBroker) {
   fresh.WaitFor(bus_topic::kDocument);
   fresh.WaitFor(bus_topic::kData);
   bench.head.WaitForLog("MQTT Connected", from);
-  // Whose death the broker tells.
+  // The broker announces its death.
   bench.head.Stop(SIGKILL);
   BusMessage message;
   do message = fresh.Next();
@@ -131,7 +138,7 @@ TEST(Bus, ComesBackWithTheBroker) {
   EXPECT_EQ(message.topic, "nemra/ROLES/deactivate/tavo");
 }
 
-// What listens where the broker should be, and is none.
+// Something that listens where the broker should be, and is not one.
 class Stranger {
  public:
   Stranger() {
@@ -172,6 +179,30 @@ class Stranger {
   int port = 0;
 };
 
+// The rows of a head, while it deals with a broker.
+class RowWatch {
+ public:
+  RowWatch(Head& head, ConsoleClient& client) : head(head), client(client) {}
+
+  // The rows come until the head has said this, and for a while longer.
+  void ExpectRowsUntil(const std::string& line) {
+    const auto end = std::chrono::steady_clock::now() + kDeadline;
+    int rows_after = 0;
+    const auto gap = LongestGap(client, [&](auto&) {
+      if (std::chrono::steady_clock::now() > end) throw std::runtime_error("it never says " + line);
+      head.HasLogged(line);
+      return head.WaitForLog("").find(line, from) != std::string::npos && ++rows_after == 100;
+    });
+    EXPECT_LT(gap, kLongestGap) << line;
+    from = head.WaitForLog(line, from).size();
+  }
+
+ private:
+  Head& head;
+  ConsoleClient& client;
+  std::size_t from = 0;  // what it said before that has been seen
+};
+
 TEST(Bus, SamplesDoNotWaitForWhateverTheBrokerIs) {
   const Stranger stranger;
   // They fill its queue, and the head does not inherit them.
@@ -185,22 +216,10 @@ TEST(Bus, SamplesDoNotWaitForWhateverTheBrokerIs) {
   }
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kSimulator,
-            {.bench = {"--broker-port", std::to_string(stranger.Port()), "--rate", "200"}});
+            {.bench = {"--broker", "[::1]:" + std::to_string(stranger.Port()), "--rate", "200"}});
   ConsoleClient client(head.Port());
-  std::size_t from = 0;
-  // The rows come until the head has said this, and for a while longer.
-  const auto expect_rows = [&](const std::string& line) {
-    const auto end = std::chrono::steady_clock::now() + kDeadline;
-    int rows_after = 0;
-    const auto gap = LongestGap(client, [&](auto&) {
-      if (std::chrono::steady_clock::now() > end) throw std::runtime_error("it never says " + line);
-      head.HasLogged(line);
-      return head.WaitForLog("").find(line, from) != std::string::npos && ++rows_after == 100;
-    });
-    EXPECT_LT(gap, kLongestGap) << line;
-    from = head.WaitForLog(line, from).size();
-  };
-  expect_rows(
+  RowWatch watch(head, client);
+  watch.ExpectRowsUntil(
       "Unable to connect to MQTT broker ::1: Unable to connect: "
       "MQTTClient: Connection timed out\n");
   for (Socket& other : others) other.Close();
@@ -211,25 +230,34 @@ TEST(Bus, SamplesDoNotWaitForWhateverTheBrokerIs) {
     std::string garbage(1 << 16, '\0');
     for (char& letter : garbage) letter = static_cast<char>(random());
     connection.Write(garbage);
-    expect_rows("MQTT Disconnected\n");
+    watch.ExpectRowsUntil("MQTT Disconnected\n");
   }
   {
-    // Silent; and the only connection that is made.
+    // Silent, and the only connection that is made.
     const Socket connection = stranger.Accept();
     int rows = 0;
     EXPECT_LT(LongestGap(client, [&](auto&) { return ++rows == 400; }), kLongestGap);
     EXPECT_FALSE(stranger.HasNext());
   }
-  expect_rows("MQTT Disconnected\n");
+  watch.ExpectRowsUntil("MQTT Disconnected\n");
   {
     Socket connection = stranger.Welcome();
     connection.Write("\x30\x80\x80\x80\x32");  // to be followed by 100 MiB
-    expect_rows("MQTT broker sends 104857605 bytes at once, closing the connection\n");
+    watch.ExpectRowsUntil("MQTT broker sends 104857605 bytes at once, closing the connection\n");
   }
+  EXPECT_EQ(head.Stop(), 0);
+}
 
-  // One that reads next to nothing, while more is published than may wait.
+// A broker that reads next to nothing, while more is published than may wait.
+TEST(Bus, KeepsNoMoreForASlowBrokerThanMayWait) {
+  const Stranger stranger;
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kSimulator,
+            {.bench = {"--broker", "[::1]:" + std::to_string(stranger.Port()), "--rate", "200"}});
+  ConsoleClient client(head.Port());
+  RowWatch watch(head, client);
   Socket connection = stranger.Welcome();
-  expect_rows("MQTT Connected\n");
+  watch.ExpectRowsUntil("MQTT Connected\n");
   GapMeter gap;
   int changes = 0;
   while (!head.HasLogged("MQTT broker does not take what is published, ")) {
@@ -296,7 +324,7 @@ TEST(Bus, BadMessagesCostNothingButLines) {
       bus.Publish(topic, payload);
       while (const auto message = client.Take()) gap.Saw(*message);
     }
-    // Until it has taken them all, and a last one that is in order.
+    // Until it has taken them all, and a last one that is valid.
     bus.Set("cfg/fan_freq", std::to_string(500 + random() % 400));
     const auto is_change = [](const ConsoleMessage& message) {
       const auto* event = std::get_if<EventRow>(&message);

@@ -68,8 +68,8 @@ TEST(Client, TakesOnlyRowsThatAreWhole) {
     EXPECT_FALSE(RowReader::IsRow(line)) << line;
 }
 
-// Requests are numbered from 1; what is found is told as "1: answer", "1! failure", "~ change" or
-// "? stray", each in brackets.
+// Requests are numbered from 1; what is found is written as "1: answer", "1! failure", "~ change"
+// or "? stray", each in brackets.
 TEST(Client, FindsWhereAnswersEnd) {
   const std::string ack = "<nemra><tavo><ack>true</ack></tavo></nemra>";
   const std::string error = "<nemra><tavo><error>bad</error></tavo></nemra>";
@@ -110,7 +110,7 @@ TEST(Client, FindsWhereAnswersEnd) {
       {{"<a/>"}, true, {news, news, ack}, "[~ " + news + "][1: " + news + "]"},
       {{"<a/>"}, true, {news, "DATA", "", ack}, "[~ " + news + "][1: ]"},
       {{"<a/>", "<b/>"}, true, {"1", ack, news, "2", ack}, "[1: 1][~ " + news + "][2: 2]"},
-      // What nobody asked for.
+      // Lines that nobody asked for.
       {{}, false, {"hello"}, "[? ]"},
       {{}, false, {ack}, "[? ]"},
       {{"<a/>"}, false, {"1", "DATA", "2", ack}, "[? ][1: 2]"},
@@ -228,7 +228,7 @@ TEST(Client, ServesAProgramWithALoopOfItsOwn) {
   EXPECT_EQ(changed, "33");
   EXPECT_TRUE(has_row);
 
-  // The words of the head, and of waits in vain.
+  // The head's words, and those for waiting in vain.
   EXPECT_EQ(TextOf([&] { client.Set("cfg/clock/date", "never"); }),
             "the head refused: Invalid date format (should be YYYY-MM-DD): never");
   EXPECT_EQ(TextOf([&] { client.Get("cfg/nonsense"); }), "the head has no setting 'cfg/nonsense'");
@@ -245,7 +245,7 @@ TEST(Client, ServesAProgramWithALoopOfItsOwn) {
   EXPECT_TRUE(TextOf([&] { ConsoleClient(head.Port()); }).ends_with(": Connection refused"));
 }
 
-// Somebody answers who is no head, or one that sends damaged rows.
+// What answers is not a head, or one that sends damaged rows.
 TEST(Client, TellsWhatCameInstead) {
   Socket listener(AF_INET6, SOCK_STREAM, 0);
   listener.Bind(SocketAddress("::1"));

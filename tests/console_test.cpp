@@ -1,4 +1,4 @@
-// The console protocol, as transcripts: files under tests/data/console. A line tells what a client
+// The console protocol, as transcripts: files under tests/data/console. A line says what a client
 // sends or hears next ("A> text", "A< line"), in the order of the transcript; "A<<" passes lines up
 // to this one, as at a connect; "DSP<" is what the processor gets, in hexadecimal without its zero
 // times, and "DSP>" a register's value, or "init" for its first text after a start. '#' begins a
@@ -42,7 +42,7 @@ class Transcript {
       ASSERT_EQ(ClientNamed(who).ReadLine(), text);
   }
 
-  // Nobody has heard anything more than told.
+  // Nobody has heard anything beyond the transcript.
   void Finish() {
     for (auto& [name, client] : clients) {
       if (client.IsClosed()) continue;

@@ -1,6 +1,6 @@
-// A layer between a program under test and its disk, to be preloaded. By its environment it makes
-// the disk slow (DISK_DELAY_MS, before each sync), and writes down what the program does to the
-// files below a directory (DISK_ROOT) into a journal (DISK_JOURNAL), whose form is told in
+// A layer between a program under test and its disk, to be preloaded. As its environment says, it
+// makes the disk slow (DISK_DELAY_MS, before each sync), and writes down what the program does to
+// the files below a directory (DISK_ROOT) in a journal (DISK_JOURNAL), whose form is described in
 // power_cut_test.cpp.
 
 // Both widths of offsets have their own names here.
@@ -22,7 +22,7 @@
 
 namespace {
 
-// The operation that stands behind this layer.
+// The operation that this layer covers.
 template <class Function>
 Function* Real(Function*, const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -57,7 +57,7 @@ std::string WatchedPath(int fd) {
   return IsWatched(text) ? text : "";
 }
 
-// One line of words, and behind it the bytes of a write.
+// One line of words, and after it the bytes of a write.
 void Note(const std::string& line, std::string_view bytes = {}) {
   static const int journal = [] {
     const std::string path(Setting("DISK_JOURNAL"));
@@ -111,7 +111,7 @@ int open64(const char* path, int flags, ...) {
   return fd;
 }
 
-// By which the standard streams open files.
+// The standard streams open files with this one.
 FILE* fopen64(const char* path, const char* mode) {
   FILE* file = REAL(fopen64)(path, mode);
   if (file != nullptr && mode[0] != 'r') NoteOpen(fileno(file), mode[0] == 'w');

@@ -1,13 +1,13 @@
 # Tests of a build for another processor: its programs run emulated, driven by the tests of the
 # build in LUMET_NATIVE_BUILD, and must give the bytes that are kept here or that the native
-# programs give. Nothing of them depends on how fast the emulator is.
+# programs give. None of them depends on how fast the emulator is.
 set(LUMET_NATIVE_BUILD ${PROJECT_SOURCE_DIR}/build/release CACHE PATH
     "Build of this machine's own whose tests drive the emulated head")
 set(emulated ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:lumet-bench>)
 list(JOIN emulated " " emulated)
 set(native ${LUMET_NATIVE_BUILD}/lumet-bench)
 
-# The self-tests say what they see, their directories apart.
+# The self-tests print what they see, which must be the same apart from their directories.
 set(self_tests ${CMAKE_BINARY_DIR}/self_tests)
 add_test(NAME self_tests
          COMMAND sh -ec "\
@@ -23,7 +23,7 @@ add_test(NAME default_tree
                         diff ${PROJECT_SOURCE_DIR}/tests/data/default_tree.txt -")
 
 # An emulator lends its programs the wide files and times of this machine's kernel, so it is their
-# calls of the C library that tell: the narrow ones bear the plain names.
+# calls of the C library that show it: the narrow ones have the plain names.
 string(CONCAT narrow "(open|openat|creat|fopen|freopen|lseek|fseeko|ftello|truncate|ftruncate|"
   "pread|pwrite|mmap|stat|fstat|lstat|fstatat|readdir|scandir|statvfs|sendfile|"
   "time|gettimeofday|settimeofday|clock_gettime|clock_settime|clock_nanosleep|nanosleep|"

@@ -1,5 +1,5 @@
-// What the head finds out about the bench's leaves, by its own analysis and by fits, beside what
-// is true of them.
+// What the head finds out about the bench's leaves, by its own analysis and by fits, compared with
+// what is true of them.
 
 #include "bench/leaf.h"
 
@@ -49,7 +49,7 @@ double Mean(const Samples& samples, std::uint16_t code) {
 // A leaf under the simulated processor, measured with the head's quantities and analysis.
 class Desk {
  public:
-  // In red light of `q` µmol/m²/s. Flashes are of `flash` and sampled at `outrate`.
+  // In red light of `q` µmol/m²/s. Flashes have `flash` and are sampled at `outrate`.
   Desk(const std::string& leaf, double q, double flash, std::uint32_t outrate)
       : dsp(10, 1, *Leaf::Named(leaf)) {
     BiasConfig bias;
@@ -89,7 +89,7 @@ class Desk {
     return Mean(Pass(1), 1);
   }
 
-  // The samples of a flash or dark pulse that takes so many seconds.
+  // The samples of a flash or dark pulse that takes this many seconds.
   Samples Event(DSPCode start, double seconds) {
     Command(start, {});
     Samples samples = Pass(seconds);
@@ -238,7 +238,7 @@ TEST_P(Leaves, AreWhatTheHeadFindsThemToBe) {
     EXPECT_NEAR(flash.front().values[DataSample::PFD], 242, 1);
     EXPECT_GT(F(flash[3]), 1.1 * fo);
 
-    // The same leaf in the same light, of which all is known.
+    // The same leaf in the same light, about which everything is known.
     Leaf truth = *Leaf::Named(GetParam());
     const double scale = fo / truth.Fo();
     truth.Advance(900, q + 19.4, 0);

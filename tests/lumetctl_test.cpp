@@ -10,6 +10,7 @@
 #include <string>
 
 #include "bench/broker.h"
+#include "bench/free_port.h"
 #include "bench/head.h"
 
 namespace {
@@ -21,7 +22,7 @@ class Lumetctl : public testing::Test {
     std::string said;  // on standard output, and then standard error
   };
 
-  // Runs it by a shell, in the test's directory.
+  // Runs it in a shell, in the test's directory.
   Result Run(const std::string& words) const {
     const std::string error = directory.Path() + "/stderr";
     ChildProcess shell({"sh", "-c",
@@ -45,7 +46,7 @@ class Lumetctl : public testing::Test {
   const Broker broker{directory.Path() + "/broker", port};
   Head head{directory.Path() + "/head",
             Head::PlayedBy::kSimulator,
-            {.bench = {"--broker-port", std::to_string(port), "--rate", "50"}}};
+            {.bench = {"--broker", "[::1]:" + std::to_string(port), "--rate", "50"}}};
 };
 
 TEST_F(Lumetctl, TellsWhatTheHeadMadeOfIt) {
@@ -62,16 +63,16 @@ TEST_F(Lumetctl, TellsWhatTheHeadMadeOfIt) {
       {"set cfg/fan_duty=33 cfg/fan_mode=percent", 0, ""},
       // A mistyped tag anywhere sets nothing.
       {"set cfg/fan_duty=34 cfg/fan_mod=auto", 1, ".*'cfg/fan_mod'; there is cfg/fan_mode\n"},
-      {"set cfg=1", 1, ".*'cfg' is no setting but holds \\d+ of them\n"},
+      {"set cfg=1", 1, ".*'cfg' is not a setting but holds \\d+ of them\n"},
       {"get cfg/fan_duty", 0, "33\n"},
-      // Clamped, cut, refused, read-only: each told, and the others set.
+      // Clamped, cut, refused, read-only: each is reported, and the others are set.
       {"set cfg/fan_duty=101 cfg/fan_freq=7x cfg/fan_mode=fast ver=2 cfg/measure/outrate=20", 1,
        ".*fan_duty: asked for '101', the head holds '100'; it takes integer 0...100\n"
        ".*fan_freq: asked for '7x', the head holds '7';.*\n"
        ".*fan_mode: the head refused: invalid option: fast; it holds 'percent'\n"
        ".*ver: asked for '2', the head holds '1.3.1'\n.*4 of 5 settings.*\n"},
       {"get cfg/measure/outrate", 0, "20\n"},
-      // What the head prints otherwise than it was asked for.
+      // Values that the head prints in another form than they were asked for.
       {"set cfg/lightsource/transmittance=0.123456789 cfg/lightsource/Q_setpoint=1e2 "
        "cfg/clock/date=2026-7-1 cfg/fan_duty=+07",
        0, ""},
@@ -80,7 +81,7 @@ TEST_F(Lumetctl, TellsWhatTheHeadMadeOfIt) {
       {"rows --count 2 --columns LUMET,CODE", 0, "LUMET,CODE\n([\\d.]+,1\n){2}"},
       {"rows --status --count 1 --columns TDrive", 0, "TDrive\n33\n"},
       {"rows --columns F", 1, ".*no column 'F'; it has TIME, DIAG, LUMET.*\n"},
-      {"rows --for 1x", 2, ".*1x is no time(.|\n)*"},
+      {"rows --for 1x", 2, ".*1x is not a time(.|\n)*"},
       {"rows --for 300ms --csv rows.csv", 0, "\\d+ rows in 0.\\d s to rows.csv\n"},
       {"rows | head -1", 0, "TIME,DIAG(,[A-Z]+)+\n"},
       {"rows --csv none/rows.csv", 4, ".*unable to write none/rows.csv: No such file.*\n"},
@@ -88,7 +89,7 @@ TEST_F(Lumetctl, TellsWhatTheHeadMadeOfIt) {
       {"--head [::1]:1 status", 3, ".*unable to connect to \\[::1\\]:1: Connection refused;.*\n"},
       {"--head :7 status", 2, "(.|\n)*names no machine\n(.|\n)*"},
       {"--version", 0, "lumetctl \\d+\\.\\d+\\.\\d+\n"},
-      {"status", 0, "head +TAVO TVF-XXXX(.|\n)*TDigital 28.5 °C(.|\n)*DIAG +nothing to tell\n"},
+      {"status", 0, "head +TAVO TVF-XXXX(.|\n)*TDigital 28.5 °C(.|\n)*DIAG +nothing to report\n"},
   };
   for (const auto& row : rows) {
     const Result result = Run(row.words);
@@ -160,7 +161,7 @@ TEST_F(Lumetctl, FlashesWithAReference) {
   ChildProcess events({"sh", "-c",
                        LUMETCTL " --broker [::1]:" + std::to_string(port) +
                            " events --count 1 --save " + directory.Path() + "/events"});
-  // It may not listen yet at the first.
+  // It may not be listening yet at the first attempt.
   while (!events.HasSaid("RECT")) RunForJson("flash rect --before 100ms");
   EXPECT_EQ(events.Wait(), 0);
   const std::string file =

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bench/broker.h"
+#include "bench/free_port.h"
 #include "bench/head.h"
 #include "client/bus.h"
 #include "client/console.h"
@@ -92,7 +93,7 @@ TEST(Measurement, EventsOfEachKindReachTheBus) {
   const FreePort port;
   const Broker broker(root.Path() + "/broker", port);
   Head head(root.Path(), Head::PlayedBy::kSimulator,
-            {.bench = {"--broker-port", std::to_string(port), "--speed", "5"}});
+            {.bench = {"--broker", "[::1]:" + std::to_string(port), "--speed", "5"}});
   BusClient({.port = port}).WaitForHead();
   BusClient bus({.port = port, .topics = {bus_topic::kFlash, bus_topic::kDark}});
   ConsoleClient client(head.Port());

@@ -34,6 +34,34 @@ std::string Browse(const NetworkHost& host, const std::string& type, const std::
   return whole.substr(at, whole.find('\n', at) - at);
 }
 
+const std::string kUnreachable =
+    "ip -6 neigh replace fe80::b dev eth0 nud permanent lladdr 02:00:00:00:00:99";
+const std::string kReachable = "ip -6 neigh del fe80::b dev eth0";
+
+void ExpectRecord(NetworkHost& other, int port) {
+  const std::string record = Browse(other, "_nemra-tavo._tcp", "IPv6");
+  EXPECT_TRUE(record.starts_with("=;eth0;IPv6;head;_nemra-tavo._tcp;local;head.local;fe80::a;" +
+                                 std::to_string(port) + ";"))
+      << record;
+  for (const char* text : {"\"company=Nemra Sciences\"", "\"dsp=bench-1.0\"", "\"fpga=bench-1.0\"",
+                           "\"macaddress=", "\"model=TAVO\"", "\"sn=TVF-XXXX\"",
+                           "\"type=Fluorometer System\"", "\"ver=1.3.1\""})
+    EXPECT_NE(record.find(text), std::string::npos) << record;
+}
+
+// A broker that falls silent and comes back costs no sample, and no connection if it is quick.
+void ExpectRowsPastASilentBroker(NetworkHost& host, ConsoleClient& client, BusClient& bus) {
+  host.Run(kUnreachable);
+  const auto silent = LongestGap(client, [deadline = Clock::now() + std::chrono::seconds(3)](
+                                             auto&) { return Clock::now() > deadline; });
+  std::cout << "longest gap between rows, with a silent broker: " << silent.count() << " ms\n";
+  EXPECT_LT(silent, kLongestGap);
+  host.Run(kReachable);
+  while (bus.Take()) {
+  }
+  bus.WaitFor(bus_topic::kData);
+}
+
 TEST_F(Network, HeadFindsTheBrokerOfItsConsoleUnit) {
   const TemporaryDirectory root;
   NetworkHost a("head");
@@ -43,9 +71,9 @@ TEST_F(Network, HeadFindsTheBrokerOfItsConsoleUnit) {
   b.StartDiscovery();
   const Broker own_broker(root.Path() + "/own", 1883, a.Wrapper());
   const Broker broker(root.Path() + "/broker", 1883, b.Wrapper());
-  Head head(
-      root.Path(), Head::PlayedBy::kSimulator,
-      {.wrapper = a.Wrapper(), .bench = {"--broker-port", "1883", "--discovery", "--rate", "200"}});
+  Head head(root.Path(), Head::PlayedBy::kSimulator,
+            {.wrapper = a.Wrapper(),
+             .bench = {"--broker", "[::1]:1883", "--discovery", "--rate", "200"}});
   const auto client = [&] {
     const NetworkHost::Visit visit(a);
     return std::make_unique<ConsoleClient>(head.Port());
@@ -53,20 +81,12 @@ TEST_F(Network, HeadFindsTheBrokerOfItsConsoleUnit) {
   EXPECT_EQ(client->Get("ipaddress").text, "10.99.0.10");
 
   // Others see its record.
-  const std::string record = Browse(b, "_nemra-tavo._tcp", "IPv6");
-  EXPECT_TRUE(record.starts_with("=;eth0;IPv6;head;_nemra-tavo._tcp;local;head.local;fe80::a;" +
-                                 std::to_string(head.Port()) + ";"))
-      << record;
-  for (const char* text : {"\"company=Nemra Sciences\"", "\"dsp=bench-1.0\"", "\"fpga=bench-1.0\"",
-                           "\"macaddress=", "\"model=TAVO\"", "\"sn=TVF-XXXX\"",
-                           "\"type=Fluorometer System\"", "\"ver=1.3.1\""})
-    EXPECT_NE(record.find(text), std::string::npos) << record;
+  ExpectRecord(b, head.Port());
 
-  // Content with the broker on its own machine it finds its unit, and moves at once. But what is
+  // Content with the broker on its own machine, it finds its unit, and moves at once. But what is
   // sent to the unit vanishes, so its broker is as good as gone; samples don't wait for it.
   std::size_t from = head.WaitForLog("MQTT Connected\n").size();
-  const std::string unreachable = "ip -6 neigh replace fe80::b dev eth0 nud permanent lladdr ";
-  a.Run(unreachable + "02:00:00:00:00:99");
+  a.Run(kUnreachable);
   const auto stranger =
       b.Start({"avahi-publish", "-s", "Stranger", "_nemra-kesh._tcp", "1884", "chamber=TVF-0001"});
   const auto unit =
@@ -82,7 +102,7 @@ TEST_F(Network, HeadFindsTheBrokerOfItsConsoleUnit) {
   EXPECT_LT(gap, kLongestGap);
 
   // The way is there again.
-  a.Run("ip -6 neigh del fe80::b dev eth0");
+  a.Run(kReachable);
   from = head.WaitForLog("MQTT Connected\n", from).size();
   const auto bus = [&] {
     const NetworkHost::Visit visit(b);
@@ -91,18 +111,9 @@ TEST_F(Network, HeadFindsTheBrokerOfItsConsoleUnit) {
   bus->WaitForHead();
   bus->WaitFor(bus_topic::kData);
 
-  // A broker that falls silent and comes back costs no sample, and no connection if it is quick.
-  a.Run(unreachable + "02:00:00:00:00:99");
-  const auto silent = LongestGap(*client, [deadline = Clock::now() + std::chrono::seconds(3)](
-                                              auto&) { return Clock::now() > deadline; });
-  std::cout << "longest gap between rows, with a silent broker: " << silent.count() << " ms\n";
-  EXPECT_LT(silent, kLongestGap);
-  a.Run("ip -6 neigh del fe80::b dev eth0");
-  while (bus->Take()) {
-  }
-  bus->WaitFor(bus_topic::kData);
+  ExpectRowsPastASilentBroker(a, *client, *bus);
 
-  // Discovery that starts anew costs nothing, and finds the head at its next announcement.
+  // Discovery that restarts costs nothing, and finds the head at its next announcement.
   a.StopDiscovery();
   a.StartDiscovery();
   kill(head.Pid(), SIGUSR1);

@@ -1,11 +1,11 @@
-// What the files of a head are after a cut of the power, at any moment of its work.
+// What is left of the files of a head after a power cut at any moment of its work.
 //
 // A head runs on the layer of disk_layer.cpp, which writes down all that it does to its files, one
 // line for each act: "create PATH", "append PATH", "write BYTES PATH" and the bytes, "sync PATH",
 // "rename FROM TO", "link FROM TO", "symlink TARGET PATH", "unlink PATH PATH". From that, every
 // state is built that a journaling file system may leave: what was done to names is kept in its
-// order, up to any place behind the last sync; of the bytes that no sync has reached, any number
-// of the first ones are there, and the others are missing or zeros.
+// order, up to any place after the last sync; of the bytes that no sync has reached, any number of
+// the first ones are there, and the others are missing or zeros.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -51,7 +51,7 @@ std::vector<Act> ReadJournal(const std::string& path) {
 
 struct Inode {
   std::string bytes;
-  std::size_t synced = 0;              // so many of them are on the disk
+  std::size_t synced = 0;              // how many of them are on the disk
   std::vector<std::size_t> ends = {};  // of the writes since then
   bool is_link = false;
 };
@@ -141,7 +141,7 @@ class PowerCut : public testing::Test {
       GTEST_SKIP() << "no layer can be loaded ahead of AddressSanitizer's own";
   }
 
-  // A head that is set, zeroed, given other zones, and ended. `disk` becomes what it started from.
+  // A head that is set, zeroed, given other zones, and ended. `disk` becomes what it started with.
   void Work(Disk& disk) {
     // The bench writes files of its own at the first start.
     EXPECT_EQ(Head(root.Path(), Head::PlayedBy::kSimulator).Stop(), 0);
@@ -177,7 +177,7 @@ class PowerCut : public testing::Test {
   const std::string journal = outside.Path() + "/journal";
 };
 
-// Whether a settings file is one that was wholly written, by what starts from it.
+// Whether a settings file is one that was wholly written, judged by a head that starts with it.
 bool IsWhole(const Instrument& instrument, const Machine& machine, const std::string& path,
              const std::string& content) {
   WriteFile(path, content);
@@ -259,7 +259,7 @@ TEST_F(PowerCut, LeavesTheOldSettingsOrTheNewAndAllLinesOfLogsButTheLast) {
         const std::size_t lost = log == there.calibration_log && lines == 2 ? 2 : 1;
         EXPECT_GE(static_cast<std::size_t>(kept) + lost, lines) << log << " after " << cut;
         if (log != there.run_time_log || kept == 0) return;
-        // Who starts from it counts on.
+        // A head that starts with it goes on counting.
         WriteFile(instrument.run_time_log, *content);
         { RunTimeEventLogger starts(instrument.run_time_log); }
         const std::string after = ReadFile(instrument.run_time_log);
@@ -273,7 +273,7 @@ TEST_F(PowerCut, LeavesTheOldSettingsOrTheNewAndAllLinesOfLogsButTheLast) {
   std::cout << states << " states after " << acts.size() << " acts\n";
 }
 
-// Fifty settings of one packet are one save, of which each file costs one sync and its directory
+// Fifty settings in one packet are one save, for which each file costs one sync and its directory
 // another.
 TEST_F(PowerCut, CostsNoMoreSyncsThanItNeeds) {
   Head head(root.Path(), Head::PlayedBy::kSimulator,

@@ -35,7 +35,7 @@ const std::string kUsage =
     "  -u   Run unit tests\n"
     "\n";
 
-// Commands as they stand on the wire.
+// Commands as they are on the wire.
 const std::string kNoTime = "0000000000000000";
 const std::string kSetOutputFormat2 = kNoTime + "13200400" + "02000000";
 const std::string kRequestVersion = kNoTime + "05000000";
@@ -116,10 +116,10 @@ TEST(Process, StopsAtOptionsThatOnlyTellOrSignal) {
 TEST(Process, LivesFromItsPidFileToTheSafeState) {
   const TemporaryDirectory root;
   const std::string pid_file = root.Path() + "/run/lumet.pid";
-  // Left behind by a crash, and longer than what will stand there.
+  // Left behind by a crash, and longer than what will be written there.
   WriteFile(pid_file, "123456789012345\n");
   Head head(root.Path(), Head::PlayedBy::kCaller, {.lumet = {"-t"}});
-  // The bias once because everything is new, and once because this is a start.
+  // The bias comes once because everything is new, and once because this is a start.
   EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()),
             kSetOutputFormat2 + kRequestVersion + kDefaultTiming + kDefaultBias + kDefaultBias);
   const std::string pid = std::to_string(head.Pid()) + "\n";
@@ -180,7 +180,7 @@ TEST(Process, WaitsForNoReaderOfItsLog) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller, {.lumet = {"-d"}});
   ConsoleClient client(head.Port());
-  // Of each there are some 100 bytes in the log, and a pipe holds 65536.
+  // Each leaves some 100 bytes in the log, and a pipe holds 65536.
   constexpr int kRequests = 2000;
   for (int i = 0; i < kRequests; ++i)
     client.Request("<nemra><tavo><site>" + std::to_string(i) + "</site></tavo></nemra>");
@@ -280,7 +280,7 @@ int RunInChild(const Instrument& instrument, const Machine& machine,
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Whoever orders its end during its start is heard.
+// An order to end is heard even during its start.
 TEST(Process, SignalsDuringItsStartAreKept) {
   const TemporaryDirectory root;
   const struct {

@@ -101,7 +101,7 @@ TEST(Rows, AClientThatDisappearsLeavesTheOthersAlone) {
     for (int i = 0; i < 2 * NumberedSamples::kInPacket; ++i) {
       const int number = round * 2 * NumberedSamples::kInPacket + i;
       ASSERT_EQ(NextNumber(stays), number);
-      // Who closed only its sending side still gets everything.
+      // A client that closed only its sending side still gets everything.
       if (round % 4 == 2) {
         ASSERT_EQ(NextNumber(leaves), number);
       }

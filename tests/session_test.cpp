@@ -11,6 +11,7 @@
 #include <string>
 
 #include "bench/broker.h"
+#include "bench/free_port.h"
 #include "bench/head.h"
 #include "bench/recording.h"
 #include "client/bus.h"
@@ -20,7 +21,7 @@ namespace {
 
 const std::string kData = TEST_DATA "/session/";
 
-// The commands that begin something, of those in a packet.
+// Those commands in a packet that begin something.
 std::string StartsIn(std::span<const std::uint8_t> packet) {
   std::string starts;
   ForEachRecord(packet, [&](const RecordHeader& header, std::span<const std::uint8_t>) {
@@ -49,6 +50,25 @@ int SamplesIn(std::span<const std::uint8_t> packet) {
   return samples;
 }
 
+// What is published up to the message on `end`, that included.
+std::string PublishedUpTo(const std::string& end, BusClient& bus) {
+  std::string published;
+  BusMessage message;
+  do {
+    message = bus.Next();
+    published += (message.retained ? "1 " : "0 ") + message.topic + " " + message.payload + "\n";
+  } while (message.topic != end);
+  return published;
+}
+
+void CompareWithGolden(const std::string& transcript) {
+  const std::string golden = ReadFile(kData + "golden.txt");
+  if (transcript == golden) return;
+  std::string seen = std::filesystem::temp_directory_path() / "lumet-session-XXXXXX";
+  StreamFileBase(mkstemp(seen.data())).GetOStream() << transcript;
+  FAIL() << "compare " << seen << " with " << kData << "golden.txt";
+}
+
 TEST(Session, ReplaysToItsGoldenTranscript) {
   const TemporaryDirectory root;
   for (const char* file : {"tavo.conf", "factorytavo.conf"})
@@ -56,7 +76,7 @@ TEST(Session, ReplaysToItsGoldenTranscript) {
   const FreePort port;
   const Broker broker(root.Path() + "/broker", port);
   Head head(root.Path(), Head::PlayedBy::kCaller,
-            {.wrapper = {"env", "TZ=UTC"}, .bench = {"--broker-port", std::to_string(port)}});
+            {.wrapper = {"env", "TZ=UTC"}, .bench = {"--broker", "[::1]:" + std::to_string(port)}});
   BusClient({.port = port}).WaitForHead();
   BusClient bus({.port = port, .topics = {"nemra/tavo/output/#"}});
   LineClient client(head.Port());
@@ -98,12 +118,7 @@ TEST(Session, ReplaysToItsGoldenTranscript) {
   EXPECT_EQ(head.Stop(), 0);
   const std::string end = "nemra/tavo/output/end";
   bus.Publish(end, "");
-  std::string published;
-  BusMessage message;
-  do {
-    message = bus.Next();
-    published += (message.retained ? "1 " : "0 ") + message.topic + " " + message.payload + "\n";
-  } while (message.topic != end);
+  const std::string published = PublishedUpTo(end, bus);
   const std::string log = head.WaitForLog("");
 
   std::string transcript = "# clients\n" + rows + "# bus\n" + published + "# log\n" +
@@ -113,11 +128,7 @@ TEST(Session, ReplaysToItsGoldenTranscript) {
       "# calibration log\n" +
       std::regex_replace(ReadFile(root.Path() + "/var/log/cal"),
                          std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d"), "(time)");
-  const std::string golden = ReadFile(kData + "golden.txt");
-  if (transcript == golden) return;
-  std::string seen = std::filesystem::temp_directory_path() / "lumet-session-XXXXXX";
-  StreamFileBase(mkstemp(seen.data())).GetOStream() << transcript;
-  FAIL() << "compare " << seen << " with " << kData << "golden.txt";
+  CompareWithGolden(transcript);
 }
 
 TEST(Session, CanBePlayedBackOnTheBench) {

@@ -76,7 +76,7 @@ TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
         std::string_view("<error>Test error message</error>"), std::string_view("<ack>true</ack>")})
     EXPECT_NE(dump.find(part), std::string::npos) << part;
 
-  // Measuring light of 100 counts at 1 Hz, by the calibration that was read.
+  // Measuring light of 100 counts at 1 Hz, with the calibration that was read.
   RecordWriter records;
   WireSample sample;
   sample.code = 1;
@@ -88,7 +88,7 @@ TEST(Settings, AreReadAtTheStartAndAgainOnDemand) {
   EXPECT_EQ(row["PFD"], 2);
   EXPECT_EQ(row["REDMODAVG"], 2);
   EXPECT_EQ(row["REDFRAC"] + row["BLUEFRAC"] + row["FARREDFRAC"], 0);
-  // By that of the moment: a standing query may write it.
+  // With the calibration of the moment: a standing query may write it.
   LineClient writer(head.Port());
   writer.Send(
       "<nemra><tavo><factory><calibration><F_modred>3</F_modred></calibration></factory>"
@@ -130,7 +130,7 @@ TEST(Settings, AreWrittenOnceAndWithoutWhatIsMasked) {
     EXPECT_EQ(written.find(masked), std::string::npos) << masked;
   EXPECT_FALSE(std::filesystem::exists(path + ".new"));
 
-  // A new file that can't be opened is said, and the head runs.
+  // A new file that can't be opened is reported, and the head runs.
   std::filesystem::remove(path);
   std::filesystem::create_directory(path + ".new");
   Head head(root.Path(), Head::PlayedBy::kCaller);

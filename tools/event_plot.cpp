@@ -21,7 +21,7 @@ constexpr double kReciprocal = 10000;
 constexpr double kPanelWidth = 560;
 constexpr double kPanelHeight = 300;
 constexpr double kMargin = 64;
-// A drawing shows no more points than this of a curve.
+// A drawing shows no more points of a curve than this.
 constexpr std::size_t kMostPoints = 4000;
 
 struct Range {

@@ -31,6 +31,7 @@ EventRecord NextOnBus(const std::string& host, int port, Timeout timeout) {
 int main(int argc, char** argv) {
   CLI::App app("Draws the record of a flash or dark pulse, and prints its results as a table.",
                "lumet-plot");
+  app.set_version_flag("--version", "lumet-plot " LUMET_VERSION);
   std::string input;
   std::string output;
   std::string host = "::1";

@@ -15,7 +15,7 @@
 
 namespace {
 
-// The man page tells them.
+// The man page lists them.
 enum ExitStatus { kDone = 0, kFailed = 1, kMisused = 2, kUnreachable = 3, kFileTrouble = 4 };
 
 Timeout DurationOf(const std::string& text) {
@@ -28,7 +28,7 @@ Timeout DurationOf(const std::string& text) {
   constexpr double kLongest = 1e9;  // seconds
   if (error != std::errc() || unit == kUnits.end() || !(number > 0) ||
       number * unit->second > kLongest)
-    throw CLI::ValidationError(text + " is no time such as 10s, 500ms, 5min or 2h");
+    throw CLI::ValidationError(text + " is not a time such as 10s, 500ms, 5min or 2h");
   return Timeout(std::max<Timeout::rep>(1, std::llround(number * unit->second * 1000)));
 }
 
@@ -38,7 +38,7 @@ struct CommandLine {
 
   CLI::App app{
       "Operates chlorophyll-fluorescence heads. Settings are named by their paths, such as\n"
-      "cfg/lightsource/control; lumetctl(1) tells more.",
+      "cfg/lightsource/control; see lumetctl(1) for more.",
       "lumetctl"};
   std::function<void()> run;
 
@@ -54,7 +54,7 @@ struct CommandLine {
   std::vector<std::string> paths;
   std::string path;
   std::string file;
-  bool only_tell = false;
+  bool dry_run = false;
   Timeout duration = kNoLimit;
   Timeout search = std::chrono::seconds(2);
   RowsOptions rows;
@@ -80,11 +80,11 @@ CLI::App* CommandLine::Add(const std::string& name, const std::string& help,
   return command;
 }
 
-void CommandLine::AddDuration(CLI::App* command, const std::string& names, Timeout& target,
+void CommandLine::AddDuration(CLI::App* command, const std::string& names, Timeout& duration,
                               const std::string& help) {
   command
       ->add_option_function<std::string>(
-          names, [&target](const std::string& text) { target = DurationOf(text); }, help)
+          names, [&duration](const std::string& text) { duration = DurationOf(text); }, help)
       ->type_name("TIME");
 }
 
@@ -101,34 +101,34 @@ void CommandLine::AddGlobals() {
          [this, place](const std::string& text) {
            ctl.head = place(text, LineClient::kConsolePort);
          },
-         "Where the head is; ::1, port 7246 without it")
+         "Where the head is; ::1, port 7246 by default")
       ->type_name("HOST[:PORT]")
       ->take_last();
   app.add_option_function<std::string>(
          "--broker",
          [this, place](const std::string& text) { ctl.broker = place(text, BusOptions().port); },
-         "Where its message bus is; the head's machine, port 1883 without it")
+         "Where its message bus is; the head's machine, port 1883 by default")
       ->type_name("HOST[:PORT]")
       ->take_last();
   app.add_flag("--json", ctl.json, "Print JSON, for scripts");
-  AddDuration(&app, "--timeout", ctl.timeout, "Longest wait for the head, 20s without it");
+  AddDuration(&app, "--timeout", ctl.timeout, "Longest wait for the head, 20s by default");
 }
 
 void CommandLine::AddSettings() {
   Add("get", "Print settings: the bare value of one, else PATH=VALUE lines", [this] {
     GetSettings(ctl, paths);
-  })->add_option("PATH", paths, "Settings or branches; all without one");
+  })->add_option("PATH", paths, "Settings or branches; all by default");
   Add("set", "Set settings together, read them back and compare",
       [this] { SetSettings(ctl, paths); })
       ->add_option("PATH=VALUE", paths, "What to set")
       ->required();
   Add("tree", "Print settings with units, types and ranges", [this] {
     PrintTree(ctl, path);
-  })->add_option("PATH", path, "A branch; all without it");
+  })->add_option("PATH", path, "A branch; all by default");
   CLI::App* const watch = Add("watch", "Print settings as they change, until Ctrl-C",
                               [this] { WatchSettings(ctl, paths, duration); });
-  watch->add_option("PATH", paths, "Settings or branches; all without one");
-  AddDuration(watch, "--for", duration, "Ends after this time");
+  watch->add_option("PATH", paths, "Settings or branches; all by default");
+  AddDuration(watch, "--for", duration, "End after this time");
   CLI::App* const save = Add("save", "Save settings into a file, in the language of the head",
                              [this] { SaveSettings(ctl, file, paths); });
   save->add_option("FILE", file, "The file; - for standard output")->required();
@@ -136,9 +136,9 @@ void CommandLine::AddSettings() {
                    "Branches below cfg, cal or factory; cfg without clock and network\n"
                    "if none is named");
   CLI::App* const restore = Add("restore", "Set what a file holds and the head does not",
-                                [this] { RestoreSettings(ctl, file, only_tell); });
+                                [this] { RestoreSettings(ctl, file, dry_run); });
   restore->add_option("FILE", file, "The file; - for standard input")->required();
-  restore->add_flag("--dry-run", only_tell, "Only tell what would change");
+  restore->add_flag("--dry-run", dry_run, "Only print what would change");
 }
 
 void CommandLine::AddMeasurements() {
@@ -146,14 +146,14 @@ void CommandLine::AddMeasurements() {
 
   CLI::App* const data =
       Add("rows", "Write rows of samples as CSV, until Ctrl-C", [this] { PrintRows(ctl, rows); });
-  data->add_option("--csv", rows.csv, "File to write; standard output without it")
+  data->add_option("--csv", rows.csv, "File to write; standard output by default")
       ->type_name("FILE");
-  data->add_option("--columns", rows.columns, "Such as TIME,LUMET,PFD; all without it")
+  data->add_option("--columns", rows.columns, "Such as TIME,LUMET,PFD; all by default")
       ->delimiter(',')
       ->type_name("NAME,...");
-  AddDuration(data, "--for", rows.duration, "Ends after this time");
-  data->add_option("--count", rows.count, "Ends after so many rows")->check(CLI::PositiveNumber);
-  data->add_flag("--status", rows.status, "The rows of temperatures instead");
+  AddDuration(data, "--for", rows.duration, "End after this time");
+  data->add_option("--count", rows.count, "End after this many rows")->check(CLI::PositiveNumber);
+  data->add_flag("--status", rows.status, "Write the rows of temperatures instead");
 
   CLI::App* const event = Add("flash", "Start a flash or dark pulse and print its results",
                               [this] { Flash(ctl, flash); });
@@ -161,11 +161,11 @@ void CommandLine::AddMeasurements() {
       ->required()
       ->check(CLI::IsMember({"rect", "mpf", "induction", "dark"}))
       ->type_name("");
-  event->add_option("-o,--plot", flash.plot, "Drawing to write: .svg, or .png by gnuplot")
+  event->add_option("-o,--plot", flash.plot, "Drawing to write: .svg, or .png with gnuplot")
       ->type_name("FILE");
   event->add_option("--save", flash.save, "Write the record as it came; - for standard output")
       ->type_name("FILE");
-  AddDuration(event, "--before", flash.before, "How long F is measured before it, 1s without it");
+  AddDuration(event, "--before", flash.before, "How long F is measured before it, 1s by default");
   CLI::Option* const adapted =
       event->add_flag("--dark-adapted", flash.is_dark_adapted,
                       "The leaf is dark-adapted: keep F and FMAX as the reference,\n"
@@ -173,7 +173,7 @@ void CommandLine::AddMeasurements() {
   CLI::Option* const reference =
       event
           ->add_option("--reference", flash.reference,
-                       "File of the reference; without it the last one of this\nhead")
+                       "File of the reference; by default the last one of this\nhead")
           ->type_name("FILE");
   CLI::Option* const Fo = event->add_option("--fo", flash.Fo, "Fo of the reference, counts")
                               ->check(CLI::PositiveNumber)
@@ -192,17 +192,17 @@ void CommandLine::AddMeasurements() {
 
   CLI::App* const events = Add("events", "Print flashes and dark pulses as they end, until Ctrl-C",
                                [this] { PrintEvents(ctl, directory, duration, count); });
-  events->add_option("--save", directory, "Directory to which each record goes, a file each")
+  events->add_option("--save", directory, "Directory for the records, a file each")
       ->type_name("DIR");
-  AddDuration(events, "--for", duration, "Ends after this time");
-  events->add_option("--count", count, "Ends after so many events")->check(CLI::PositiveNumber);
+  AddDuration(events, "--for", duration, "End after this time");
+  events->add_option("--count", count, "End after this many events")->check(CLI::PositiveNumber);
 
   CLI::App* const discover =
       Add("discover", "List the heads on the network", [this] { Discover(ctl, search); });
-  AddDuration(discover, "--for", search, "How long to look, 2s without it");
+  AddDuration(discover, "--for", search, "How long to look, 2s by default");
 }
 
-// What completion has to know of the options.
+// What completion has to know about the options.
 std::vector<CommandWords> WordsOf(const CLI::App& app) {
   std::vector<const CLI::App*> apps = {&app};
   for (const CLI::App* each : app.get_subcommands([](const CLI::App*) { return true; }))
@@ -252,7 +252,7 @@ ConsoleClient Ctl::Connect() const {
     return ConsoleClient({.host = head.host, .port = head.port, .timeout = timeout});
   } catch (const NoConnection& error) {
     throw NoConnection(std::string(error.what()) +
-                       "; is a head there? Name another by --head HOST[:PORT]");
+                       "; is a head there? Name another with --head HOST[:PORT]");
   }
 }
 

@@ -8,14 +8,14 @@
 
 #include "client/bus.h"
 #include "client/console.h"
-#include "client/host_port.h"
 #include "client/setting.h"
+#include "common/host_port.h"
 #include "tools/terminal.h"
 
-// The commands of lumetctl. Each prints its result on standard output and throws for what goes
-// wrong: ClientError, NoConnection, FileError, or Failed.
+// The commands of lumetctl. Each prints its result on standard output and throws when something
+// goes wrong: ClientError, NoConnection, FileError, or Failed.
 
-// What a command has found wrong, after it has said all that it had to say.
+// What a command has found wrong, thrown after it has printed all that it had to say.
 class Failed : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -24,11 +24,11 @@ class Failed : public std::runtime_error {
 // How to reach a head, and how to answer.
 struct Ctl {
   HostPort head = {"::1", LineClient::kConsolePort};
-  std::optional<HostPort> broker;  // the head's machine where none is named
+  std::optional<HostPort> broker;  // the head's machine if none is named
   Timeout timeout = std::chrono::seconds(20);
   bool json = false;
 
-  // Each throws NoConnection with what to do about it, as client/ does otherwise.
+  // Each throws as client/ does, but its NoConnection also says what to do about it.
   ConsoleClient Connect() const;
   HostPort Broker() const;
   BusClient ConnectBus(const std::vector<std::string>& topics) const;
@@ -37,20 +37,20 @@ struct Ctl {
 // Prints a line that begins with the program's name on standard error.
 void Warn(const std::string& text);
 
-// Settings. Paths may be those of branches; none stands for all.
+// Settings. Paths may be those of branches; no path stands for all settings.
 void GetSettings(const Ctl& ctl, const std::vector<std::string>& paths);
 void SetSettings(const Ctl& ctl, const std::vector<std::string>& assignments);
 void PrintTree(const Ctl& ctl, const std::string& path);
 void WatchSettings(const Ctl& ctl, const std::vector<std::string>& paths, Timeout duration);
 void SaveSettings(const Ctl& ctl, const std::string& file, const std::vector<std::string>& paths);
-void RestoreSettings(const Ctl& ctl, const std::string& file, bool only_tell);
-// All settings, and those of them at the paths. Throws ClientError, with the paths of the
-// like-named, for a path that the head does not have.
+void RestoreSettings(const Ctl& ctl, const std::string& file, bool dry_run);
+// Those of all settings that are at the paths. Throws ClientError, with the paths of similar
+// names, for a path that the head does not have.
 std::vector<Setting> Select(const std::vector<Setting>& all, const std::vector<std::string>& paths);
 
 struct RowsOptions {
   std::string csv = "-";
-  std::vector<std::string> columns;  // all where none is named
+  std::vector<std::string> columns;  // all if none is named
   Timeout duration = kNoLimit;
   std::size_t count = 0;  // 0 for no limit
   bool status = false;    // DATASTAT instead of DATA
@@ -63,7 +63,7 @@ struct FlashOptions {
   std::string save;
   Timeout before = std::chrono::seconds(1);  // of F before the flash
   bool is_dark_adapted = false;
-  std::string reference;  // file; by the head's serial number where none is named
+  std::string reference;  // file; by the head's serial number if none is named
   std::optional<double> Fo;
   std::optional<double> Fm;
 };
@@ -76,14 +76,14 @@ void PrintEvents(const Ctl& ctl, const std::string& directory, Timeout duration,
 void PrintStatus(const Ctl& ctl);
 void Discover(const Ctl& ctl, Timeout duration);
 
-// Ways to hear a head.
+// Ways to listen to a head.
 
-// Hands what comes from the head to `take` until that returns false, the deadline, or an interrupt;
-// `turn` is called at least twenty times a second. Damaged rows are told and passed over; returns
-// how many there were.
+// Passes what comes from the head to `take` until that returns false, the deadline, or an
+// interrupt; `turn` is called at least twenty times a second. Damaged rows are reported and
+// skipped; returns how many there were.
 std::size_t Listen(ConsoleClient& head, const Deadline& end,
                    const std::function<bool(const ConsoleMessage&)>& take,
                    const std::function<bool()>& turn = {});
-// Sets one setting of "cmd" to true. Throws Refused, or tells what the head said where it has taken
-// it all the same.
+// Sets one setting of "cmd" to true. Throws Refused, or prints what the head said if it took the
+// order all the same.
 void Order(ConsoleClient& head, const std::string& command);

@@ -18,8 +18,8 @@ struct CommandWords {
   std::vector<Option> options;
 };
 
-// What the last of `words` may become, a line each; words as they stand after the program's name.
-// Asks the head for paths, choices and columns; nothing where it does not answer at once, or where
-// a name of a file is wanted. `commands` begins with the program itself.
+// What the last of `words` may become, a line each; the words are those after the program's name.
+// Asks the head for paths, choices and columns; returns nothing if it does not answer at once, or
+// if the name of a file is wanted. `commands` begins with the program itself.
 std::vector<std::string> Candidates(const std::vector<CommandWords>& commands,
                                     const std::vector<std::string>& words);

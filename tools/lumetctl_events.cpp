@@ -160,16 +160,17 @@ std::string JsonMembers(const EventRecord& event) {
 // A flash with what was measured before it, and what it is compared with.
 class FlashReport {
  public:
-  FlashReport(const EventRecord& record, const Steady& before, const std::string& light,
-              const std::string& path, std::optional<DarkReference> dark, bool is_of_this)
-      : event(record),
-        steady(before),
-        measuring_light(light),
-        reference_path(path),
-        reference(std::move(dark)),
-        is_own(is_of_this) {
+  FlashReport(const EventRecord& event, const Steady& steady, const std::string& measuring_light,
+              const std::string& reference_path, std::optional<DarkReference> reference,
+              bool is_own)
+      : event(event),
+        steady(steady),
+        measuring_light(measuring_light),
+        reference_path(reference_path),
+        reference(std::move(reference)),
+        is_own(is_own) {
     const auto fmax = event.Number("FMAX");
-    if (fmax && IsMeasured(*fmax) && *fmax > 0 && light != "off") Fm_light = *fmax;
+    if (fmax && IsMeasured(*fmax) && *fmax > 0 && measuring_light != "off") Fm_light = *fmax;
   }
 
   void Print() const {
@@ -184,7 +185,7 @@ class FlashReport {
                    result.meaning});
     if (Fm_light && !is_own)
       table.Add({"ΦPSII", NumberText(PhiPSII(steady.F, *Fm_light), 4), "",
-                 "(Fm' - F)/Fm', by F and FMAX above"});
+                 "(Fm' - F)/Fm', from F and FMAX above"});
     if (reference) AddReference(table);
     std::cout << Heading(event) << ", " << event.curve.seconds.size() << " samples in "
               << NumberText(event.curve.seconds.back(), 4) << " s\n"
@@ -212,11 +213,11 @@ class FlashReport {
   // What makes the comparison doubtful.
   void PrintDoubts() const {
     if (measuring_light == "off") {
-      Warn("the measuring light is off (cfg/measure/control), so F tells nothing");
+      Warn("the measuring light is off (cfg/measure/control), so F means nothing");
     } else if (reference && !reference->measuring_light.empty() &&
                reference->measuring_light != measuring_light) {
       Warn("the measuring light is at " + measuring_light + ", and was at " +
-           reference->measuring_light + " for the reference: Fo and Fm don't compare");
+           reference->measuring_light + " for the reference: Fo and Fm can't be compared");
     }
     constexpr double kDark = 2;  // µmol/m²/s; the measuring light alone gives less
     if (is_own && steady.PFD > kDark)
@@ -258,7 +259,7 @@ std::optional<DarkReference> ReferenceFor(const FlashOptions& options, const std
     return own;
   }
   if (options.Fo) return DarkReference{*options.Fo, *options.Fm, "", "the command line", ""};
-  // What is kept by itself may be missing; what was asked for may not.
+  // The reference that is kept by default may be missing; one that was asked for may not.
   auto kept = path.empty() ? std::nullopt : ReadReference(path);
   if (!kept && !options.reference.empty()) throw FileError("unable to read " + options.reference);
   return kept;
@@ -361,8 +362,7 @@ void Zero(const Ctl& ctl, const std::string& detector) {
   });
   progress.Wipe();
   if (IsInterrupted()) throw Failed("interrupted; the head goes on with the zero");
-  if (!follower.HasEnded())
-    throw TimedOut("the head took the order, but the zero did not come to its end");
+  if (!follower.HasEnded()) throw TimedOut("the head took the order, but the zero did not finish");
   const std::string after = head.Get("cal/" + name).text;
   const int reading = std::atoi(after.c_str()) - std::atoi(before.c_str());
   if (ctl.json)

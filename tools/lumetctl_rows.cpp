@@ -16,18 +16,18 @@ namespace {
 
 constexpr Timeout kTurn = std::chrono::milliseconds(50);
 
-// Where the wanted columns stand; all of them where none is wanted. Throws ClientError.
-std::vector<std::size_t> IndicesOf(const Columns& told, const std::vector<std::string>& wanted) {
+// The places of the wanted columns; of all if none is named. Throws ClientError.
+std::vector<std::size_t> IndicesOf(const Columns& columns, const std::vector<std::string>& wanted) {
   std::vector<std::size_t> indices;
-  for (const std::string& column : wanted.empty() ? told.names : wanted) {
-    const auto found = std::find(told.names.begin(), told.names.end(), column);
-    if (found == told.names.end()) {
+  for (const std::string& column : wanted.empty() ? columns.names : wanted) {
+    const auto found = std::find(columns.names.begin(), columns.names.end(), column);
+    if (found == columns.names.end()) {
       std::string names;
-      for (const std::string& name : told.names) names += (names.empty() ? "" : ", ") + name;
-      throw ClientError("the row " + told.row + " has no column " + Quoted(column) + "; it has " +
-                        names);
+      for (const std::string& name : columns.names) names += (names.empty() ? "" : ", ") + name;
+      throw ClientError("the row " + columns.row + " has no column " + Quoted(column) +
+                        "; it has " + names);
     }
-    indices.push_back(static_cast<std::size_t>(found - told.names.begin()));
+    indices.push_back(static_cast<std::size_t>(found - columns.names.begin()));
   }
   return indices;
 }

@@ -41,8 +41,8 @@ std::size_t Distance(const std::string& a, const std::string& b) {
   return row[b.size()];
 }
 
-// The paths that somebody who wrote `path` may have meant: of the same name elsewhere, or else
-// of a name with a letter or two wrong.
+// The paths that somebody who wrote `path` may have meant: those with the same name elsewhere, or
+// else with a letter or two different.
 std::string LikeNamed(const std::vector<Setting>& all, const std::string& path) {
   constexpr std::size_t kMost = 4;
   const std::string tag = LowerCase(LastTag(path));
@@ -130,7 +130,7 @@ std::string Complaint(const Assignment& assignment) {
   return is_text ? text : text + "; it takes " + TypeText(setting);
 }
 
-// Says all that went wrong, and ends the command if anything did.
+// Reports all that went wrong, and ends the command if anything did.
 void Check(const std::vector<Assignment>& outcome) {
   std::size_t wrong = 0;
   for (const Assignment& assignment : outcome) {
@@ -244,7 +244,7 @@ void SetSettings(const Ctl& ctl, const std::vector<std::string>& assignments) {
   std::vector<Assignment> asked;
   for (const std::string& text : assignments) {
     const std::size_t equals = text.find('=');
-    if (equals == std::string::npos) throw ClientError("this is no PATH=VALUE: " + Quoted(text));
+    if (equals == std::string::npos) throw ClientError("this is not PATH=VALUE: " + Quoted(text));
     asked.push_back({SettingPath(text.substr(0, equals)), text.substr(equals + 1), {}, ""});
   }
   ConsoleClient head = ctl.Connect();
@@ -253,7 +253,7 @@ void SetSettings(const Ctl& ctl, const std::vector<std::string>& assignments) {
   for (const Assignment& each : asked) {
     const std::vector<Setting> found = Select(all, {each.path});
     if (found.size() != 1 || found.front().path != each.path)
-      throw ClientError(Quoted(each.path) + " is no setting but holds " +
+      throw ClientError(Quoted(each.path) + " is not a setting but holds " +
                         std::to_string(found.size()) + " of them");
   }
   const std::vector<Assignment> outcome = Assign(head, all, asked);
@@ -298,7 +298,7 @@ void WatchSettings(const Ctl& ctl, const std::vector<std::string>& paths, Timeou
   std::vector<std::string> watched;
   for (const std::string& path : paths) watched.push_back(SettingPath(path));
   if (paths.empty()) watched.emplace_back();
-  // What stands in a branch that is watched would be told twice.
+  // What is in a watched branch would be printed twice.
   for (const std::string& path : watched)
     if (std::none_of(watched.begin(), watched.end(), [&](const std::string& other) {
           return other != path && IsAtOrBelow(path, other);
@@ -339,7 +339,7 @@ void SaveSettings(const Ctl& ctl, const std::string& file, const std::vector<std
   WriteOutput(file, DocumentOf(settings));
 }
 
-void RestoreSettings(const Ctl& ctl, const std::string& file, bool only_tell) {
+void RestoreSettings(const Ctl& ctl, const std::string& file, bool dry_run) {
   const std::vector<Setting> wanted = SettingsIn(file);
   ConsoleClient head = ctl.Connect();
   const std::vector<Setting> all = SettingsAt(head, "");
@@ -368,5 +368,5 @@ void RestoreSettings(const Ctl& ctl, const std::string& file, bool only_tell) {
   else
     std::cout << table.Text();
   Flush();
-  if (!only_tell && !differing.empty()) Check(Assign(head, all, differing));
+  if (!dry_run && !differing.empty()) Check(Assign(head, all, differing));
 }

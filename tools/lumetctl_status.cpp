@@ -40,7 +40,7 @@ Present Measure(ConsoleClient& head) {
   return present;
 }
 
-// A source by its own setting, as its `control` tells.
+// The light, by the setting that its `control` selects.
 std::string LightText(const Element& light) {
   const std::string& control = light.At("control").text;
   const auto text = [&](const char* name) { return light.At(name).text; };
@@ -114,7 +114,7 @@ void PrintText(const Ctl& ctl, const HeadIdentity& identity, const Element& tree
       {"zeros", "DC0 " + tree.At("cal/DC0").text + ", Pc0 " + tree.At("cal/Pc0").text + " counts"});
   std::vector<std::string> words;
   for (const std::string& bit : diag) words.push_back(DiagInWords(bit));
-  if (words.empty()) words.emplace_back("nothing to tell");
+  if (words.empty()) words.emplace_back("nothing to report");
   for (std::size_t i = 0; i < words.size(); ++i) table.Add({i == 0 ? "DIAG" : "", words[i]});
   if (const std::string& error = tree.At("error").text; !error.empty())
     table.Add({"last error", error});

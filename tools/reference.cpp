@@ -28,7 +28,7 @@ std::string ReferencePath(const std::string& device) {
     directory = std::string(home) + "/.local/state";
   else
     throw FileError(
-        "there is no home directory to keep a reference in; name a file by --reference");
+        "there is no home directory to keep a reference in; name a file with --reference");
   return directory + "/lumet/reference-" + AsFileName(device) + ".json";
 }
 
@@ -54,6 +54,6 @@ std::optional<DarkReference> ReadReference(const std::string& path) {
     return DarkReference{Fo, Fm, members["DEVICE"].asString(), members["TAKEN"].asString(),
                          members["MEASURING_LIGHT"].asString()};
   } catch (const std::exception& error) {
-    throw FileError(path + " is no reference: " + error.what());
+    throw FileError(path + " is not a reference: " + error.what());
   }
 }

@@ -55,7 +55,7 @@ std::string Table::Text(std::string_view indent) const {
   std::vector<std::size_t> widths;
   for (const auto& line : lines) {
     widths.resize(std::max(widths.size(), line.size()));
-    // The last cell of a line stands under nothing.
+    // The last cell of a line needs no padding.
     for (std::size_t i = 0; i + 1 < line.size(); ++i)
       widths[i] = std::max(widths[i], WidthOf(line[i]));
   }
@@ -95,7 +95,7 @@ void WriteOutput(const std::string& path, const std::string& text) {
     std::cout << text;
     return Flush();
   }
-  // Who waits for the file finds it whole.
+  // Whoever waits for the file finds it whole.
   const std::string part = path + ".part";
   std::ofstream file(part, std::ios::binary);
   file << text;

@@ -7,15 +7,15 @@
 
 // What a command-line tool says, and how it is stopped.
 
-// A number with `digits` significant ones.
+// A number with so many significant digits.
 std::string NumberText(double number, int digits = 6);
 
 // A text between the quotes of JSON, escaped.
 std::string JsonText(std::string_view text);
-// A number as JSON; null for what is none, such as "nan".
+// A number as JSON; null for what JSON has no number for, such as "nan".
 std::string JsonNumber(const std::string& text);
 
-// Lines whose columns stand one below the other. Widths are those of letters, not bytes.
+// Lines with aligned columns. Widths are those of letters, not bytes.
 class Table {
  public:
   void Add(std::vector<std::string> cells) { lines.push_back(std::move(cells)); }
@@ -26,7 +26,7 @@ class Table {
   std::vector<std::vector<std::string>> lines;
 };
 
-// A line that changes in place, on standard error. It shows only where that is a terminal, and is
+// A line that changes in place, on standard error. It shows only if that is a terminal, and is
 // wiped at the end.
 class Progress {
  public:
@@ -45,7 +45,7 @@ class Progress {
   double last = 0;
 };
 
-// What goes wrong with a file.
+// A file that can't be read or written.
 class FileError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -58,7 +58,7 @@ void WriteOutput(const std::string& path, const std::string& text);
 void CatchInterrupts();
 bool IsInterrupted();
 
-// Sends what has been printed on its way. Throws OutputClosed when nobody reads it any longer, and
+// Writes out what has been printed. Throws OutputClosed when nobody reads it any longer, and
 // FileError when it can't be written.
 void Flush();
 class OutputClosed {};

@@ -9,7 +9,7 @@
 
 #include "client/bus.h"
 #include "client/console.h"
-#include "client/host_port.h"
+#include "common/host_port.h"
 #include "client/setting.h"
 
 // All that comes from one head, by one console client and one subscriber of its message bus.

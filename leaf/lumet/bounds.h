@@ -2,23 +2,23 @@
 
 #include <cstddef>
 
-// How much a head takes from its neighbours and keeps for them, so that nothing that they do makes
-// it grow or stand still. docs/operating.md tells what happens beyond each bound.
+// How much a head accepts from its neighbours and keeps for them, so that nothing they do makes it
+// grow without limit or stall. docs/operating.md says what happens beyond each bound.
 namespace bounds {
 
 constexpr std::size_t kKiB = 1024;
 constexpr std::size_t kMiB = 1024 * kKiB;
 
-// Clients that are connected at a time.
+// Clients connected at a time.
 constexpr std::size_t kClients = 1200;
-// Bytes of one line of a client, and of all lines that have not ended yet.
+// Bytes of one line from a client, and of all unfinished lines together.
 constexpr std::size_t kLongestRequest = 4 * kMiB;
 constexpr std::size_t kUnfinishedInAll = 16 * kMiB;
 
 // Bytes of one answer.
 constexpr std::size_t kLongestAnswer = 2 * kMiB;
-// Bytes that wait for all clients together; beyond it a client gets what makes no more than this
-// share wait for it.
+// Bytes queued for all clients together; beyond it a client gets only what keeps its own queue
+// within this share.
 constexpr std::size_t kQueuedInAll = 8 * kMiB;
 constexpr std::size_t kQueuedShare = 16 * kKiB;
 

@@ -5,20 +5,20 @@
 #include <utility>
 
 // Where a head lives: its files and devices, its account, and its ports. All paths lie below one
-// directory, which is that of the system on an instrument and one of its own on the bench.
+// directory: the system's root on an instrument, a directory of its own on the bench.
 struct Instrument {
   explicit Instrument(std::string root_directory = "") : root(std::move(root_directory)) {}
 
   const std::string root;
 
-  // Files of the kernel that set the processor up.
+  // Kernel files that set up the processor.
   std::string cpu_alignment = root + "/proc/cpu/alignment";
   std::string cpu_governor = root + "/sys/devices/system/cpu/cpu0/cpufreq/scaling_governor";
   std::string cpu_speed = root + "/sys/devices/system/cpu/cpu0/cpufreq/scaling_setspeed";
 
   std::string pid_file = root + "/run/lumet.pid";
 
-  // Settings: of the factory, the zeros with their history, and all the rest.
+  // Settings: those of the factory, the zeros with their history, and all the rest.
   std::string factory_settings = root + "/etc/factorytavo.conf";
   std::string cal_settings = root + "/etc/caltavo.conf";
   std::string main_settings = root + "/etc/tavo.conf";
@@ -28,7 +28,7 @@ struct Instrument {
   std::string calibration_log = root + "/var/log/cal";
 
   // The system's time: its zones, the zone in force as a link and as a name, the hardware clock,
-  // and the service that keeps it, options and script.
+  // and the service that keeps it: its options and its script.
   std::string zoneinfo = root + "/usr/share/zoneinfo/posix";
   std::string localtime = root + "/etc/localtime";
   std::string timezone = root + "/etc/timezone";
@@ -48,18 +48,19 @@ struct Instrument {
   std::string dsp_device = root + "/dev/dsporrel";
   int dsp_fd = -1;
 
-  // Who the daemon works as once it is set up; empty: who it was started as.
+  // The account that the daemon works as once it is set up; if empty, the one that started it.
   std::string account = "nemra";
 
   // Where the console service listens. Port 0 lets the system choose.
   std::string console_address = "::";
   int console_port = 7246;
-  // Hears the port once the service listens.
+  // Called with the port once the service listens.
   std::function<void(int port)> console_listens = [](int) {};
 
   // The interface by which the head is known on its network.
   std::string network_interface = "eth0";
-  // Where the broker of the message bus listens, on whichever machine it is.
+  // The broker of the message bus: the address of the first one, and the port of every one.
+  std::string broker_address = "::1";
   int broker_port = 1883;
   // Whether the head announces itself on the network, and looks for its console unit there.
   bool discovery = true;

@@ -23,10 +23,10 @@
 
 namespace {
 
-// Listeners hear in the order of their names; this one is first.
+// Listeners are called in the order of their names; this one comes first.
 const std::string kListenerName = "00-Lumet";
 
-// The record follows start and versions after a moment, in which more of them may come.
+// The service record follows the start and new versions after a moment, in which more may come.
 constexpr int kAnnounceMs = 3000;
 
 // The one output format that DSPDevice can read.
@@ -63,13 +63,13 @@ Lumet::Lumet(const Instrument& instrument, const Machine& machine, bool debug, b
       network(instrument.network_interface, instrument.hostname_path, instrument.interfaces_path,
               machine),
       system_settings(system_clock, ptp_service, network),
-      bus(instrument.broker_port, this, doc),
+      bus(instrument.broker_address, instrument.broker_port, this, doc),
       files(doc, {instrument.factory_settings, instrument.cal_settings, instrument.main_settings},
             machine),
       saver(files, system_settings, [this] { SendCommands(); }),
       dsp(instrument.dsp_fd >= 0 ? DSPDevice(instrument.dsp_fd)
                                  : DSPDevice(instrument.dsp_device, &machine)),
-      server("\n", AF_INET6),
+      server("\n", SocketAddress(instrument.console_address).Family()),
       clients(server),
       registers(dsp, clients, debug),
       console(doc, clients, registers, instrument.network_interface, debug,
@@ -121,14 +121,14 @@ void Lumet::run() {
   dsp.AllOff();
   Guarded([this] { dsp.Drain(std::chrono::steady_clock::now() + DSPDevice::kLongestStop); });
   saver.Save();
-  // The processor needs a moment for that before its device closes; clients may use it.
+  // The processor needs a moment for that before its device closes; clients get it too.
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   Guarded([&] { server.Drain(end); });
   std::this_thread::sleep_until(end);
 }
 
 void Lumet::readconfig() {
-  // What clients have been told of, or will be, is not to be read over.
+  // What clients have been told, or will be, must not be overwritten by what is read.
   saver.Save();
   system_settings.FillInZones(doc.Conf());
   files.load_factory();
@@ -164,7 +164,7 @@ void Lumet::item_changed(const ConfigurableEvent&) {
                               cfg.Rectflash().has_changed() ||
                               cfg.Multiphaseflash().has_changed() ||
                               cfg.Inductionflash().has_changed() || cfg.Darkpulse().has_changed();
-  // A change of raw capture, or outside of these, goes to disk with the next one that does.
+  // A change of raw capture, or outside these, goes to disk with the next change that does.
   const bool save_main = timing_changed || cfg.FanMode().has_changed() ||
                          cfg.FanDuty().has_changed() || cfg.FanFreq().has_changed();
   Steps steps;
@@ -241,7 +241,7 @@ void Lumet::GotData(DataSample& sample) {
   FollowEvents(sample);
 }
 
-// By the count of the leaves themselves: a standing query writes them without a word to anybody.
+// Goes by the leaves' own count, since a standing query writes them without notifying anybody.
 void Lumet::FollowCalibration() {
   const std::uint32_t count = doc.Conf().Factory().Calibration().change_count();
   if (count == calibration_count) return;
@@ -312,7 +312,7 @@ void Lumet::FollowEvents(const DataSample& sample) {
 void Lumet::FinishEvent() {
   const EventRecorder::Context context = {run_time_logger.NextValue("event_id"), flash_mode,
                                           flash_modrate_in_force, dark_modrate_in_force};
-  // Whatever comes of it, the next event is another one; and the number of this is used.
+  // Whatever comes of it, the next event is a new one, and the number of this one is used up.
   EventRecorder finished = std::exchange(events, {});
   trimmer.Soon();
   if (!bus.IsConnected() && !debug) return;
@@ -378,7 +378,7 @@ void Lumet::LostDevice() { registers.LostAllReads(); }
 
 void Lumet::ClientConnected(SocketClient* client) {
   console.ClientConnected(client);
-  // The server has just deleted those that are gone.
+  // The server has just deleted the clients that are gone.
   trimmer.Soon();
 }
 

@@ -34,7 +34,7 @@
 #include "liborrel/doctavo/doc_tavo.h"
 
 // The running instrument: owns everything long-lived, listens to all of it, and is the place where
-// its events meet. Each handler is a list of steps; the steps stand in the files named after them.
+// its events meet. Each handler is a list of steps; the steps are in the files named after them.
 class Lumet : public DSPDevice::Listener,
               public SocketServerListener,
               public ConfigurableListener,
@@ -53,11 +53,11 @@ class Lumet : public DSPDevice::Listener,
   // Turns the loop until quit, then takes the processor to its safe state and gives clients a
   // second to take what is queued for them. Lets no exception out.
   void run();
-  // Reads the settings files and sets the head up by them; SIGUSR1 does it again.
+  // Reads the settings files and sets up the head accordingly; SIGUSR1 does it again.
   void readconfig();
 
   // The road of a setting: what changed in the document reaches the processor, the system and the
-  // files. Each step runs, even if one before it throws; the first exception comes out of here.
+  // files. Each step runs, even if one before it throws; the first exception is thrown at the end.
   void item_changed(const ConfigurableEvent& event) override;
 
   // The road of a sample.
@@ -106,25 +106,25 @@ class Lumet : public DSPDevice::Listener,
   // The console and the temperature in DIAG; a fault shuts the light off.
   void UpdateDiagnostics(float max_temperature);
   void TellOfTemperatureFault();
-  // Has the light quantities derived by the calibration as it is now.
+  // Makes the light quantities follow the calibration as it is now.
   void FollowCalibration();
-  // Once a second by the time of the samples, and twice a second.
+  // Once a second, and twice a second, by the time of the samples.
   void PublishStatus(const DataSample& sample, float max_temperature);
   void PublishData(const DataSample& sample);
-  // Gathers what belongs to an event, ends it, and lets the light follow in between.
+  // Gathers what belongs to an event and ends it; between events, steps the light controller.
   void FollowEvents(const DataSample& sample);
   void FinishEvent();
   // After a reading that went into the zero of this name.
   void FinishZeroing(const std::string& zero);
-  // What messages of the bus ask for.
+  // What messages from the bus ask for.
   void HandleMessages();
   void HandleXMLUpdate(const std::string& payload);
   void HandleSystemShutdown(const std::string& payload);
   void _HandlePowerButton(const std::string& payload);
   void ShowMessage(std::string_view prefix, std::string_view text);
-  // Puts what the head knows of itself into the document.
+  // Puts what the head knows about itself into the document.
   void FillInIdentity();
-  // Sends the processor all that it works by: the only way in which light levels, rates and flash
+  // Sends the processor its timing record: the only way in which light levels, rates and flash
   // shapes reach it. In a temperature fault the light is shut off instead, for good.
   void ApplyTimingSettings();
   void SelectFlash(FlashMode mode);
@@ -136,7 +136,7 @@ class Lumet : public DSPDevice::Listener,
   // Ends the process, in good order. `order` is what the machine is to do after that: `reboot` or
   // `poweroff`, which may be null.
   void End(bool* order);
-  // Gives the processor the commands that are queued for it, as far as it takes them at once.
+  // Writes the commands queued for the processor, as far as it takes them at once.
   void SendCommands();
   void SaveAll();
   void Dump();

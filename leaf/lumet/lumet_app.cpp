@@ -55,7 +55,7 @@ LumetApp::LumetApp(const Instrument& instrument, const Machine& machine)
     : DaemonApp(instrument.pid_file), instrument(instrument), machine(machine) {}
 
 int LumetApp::run(bool* reboot, bool* poweroff, int argc, char** argv) {
-  // An interrupt during the start must not skip the clean-up.
+  // An interrupt during start-up must not skip the clean-up.
   catch_signal(pending_signals(), SIGINT);
   // A write to a peer that is gone is an error like any other.
   ignore_signal(pending_signals(), SIGPIPE);

@@ -21,7 +21,7 @@ class LumetApp : public DaemonApp {
  private:
   // True: go on. False: stop with `exit_status`. Options -k and -r act as they are met.
   bool parse_options(int argc, char** argv, int* exit_status);
-  // Signal a running instance; 1, or 0 after a line that tells why it failed.
+  // Signal a running instance. Return 1, or 0 after a line that says why it failed.
   int shutdown();
   int readconfig();
   int Signal(int signo, const char* who);
@@ -30,7 +30,7 @@ class LumetApp : public DaemonApp {
   void set_cpu_alignment();
   // Lowest real-time priority, all memory locked.
   void set_real_time_priority();
-  // Goes on as the account of the instrument; the real user stays, so rights can be had back.
+  // Goes on as the account of the instrument; the real user stays, so rights can be regained.
   void drop_privileges();
 
   const Instrument& instrument;

@@ -8,7 +8,7 @@
 #include "leaf/lumet/console/answer.h"
 #include "leaf/lumet/lumet.h"
 
-// What clients and the bus order: the commands of the document, and the messages.
+// Carries out what clients and the bus order: the commands of the document, and messages.
 
 void Lumet::CarryOutCommands() {
   ConfigCmdTavo& cmd = doc.Conf().Cmd();
@@ -39,7 +39,7 @@ void Lumet::CarryOutCommands() {
 }
 
 void Lumet::StartSequence(ConfigCmdTavo& cmd) {
-  // Only the first that is set acts.
+  // Protocol: only the first that is set acts.
   if (cmd.Rect().get()) {
     SelectFlash(FlashMode::kRect);
     dsp.StartRectFlash();
@@ -104,7 +104,7 @@ void Lumet::HandleXMLUpdate(const std::string& payload) {
     console.RefreshDynamicFields();
     doc.request(in, unheard);
   });
-  // This runs after a failure too: the marks that it has left would fail every later update.
+  // This runs after a failure too: the marks that it has left would make every later update fail.
   attempt([&] { console.CheckForChanges(); });
 }
 
@@ -125,6 +125,6 @@ void Lumet::_HandlePowerButton(const std::string& payload) {
     // The disks are synced before the power goes; the shutdown itself has a message of its own.
     if (json.isObject() && json["PowerAction"] == "shutdown") sync();
   } catch (const Json::Exception&) {
-    // JSON that is nested too deep to be read is passed over like what is no JSON.
+    // JSON that is nested too deeply to be read is ignored, like anything that is not JSON.
   }
 }

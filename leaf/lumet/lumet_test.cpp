@@ -1,6 +1,6 @@
 #include <ostream>
 
-// Each stands in the *_test.cpp beside the code that it checks.
+// Each is defined in the *_test.cpp beside the code that it checks.
 void DSPDeviceCases();
 void SampleClockCases();
 void RawCaptureCases();

@@ -2,7 +2,7 @@
 
 #include "common/test_registry.h"
 
-// Each stands in the *_test.cpp beside the code that it checks.
+// Each is defined in the *_test.cpp beside the code that it checks.
 void TestLumet(std::ostream& out);
 void TestDocTavo(std::ostream& out);
 void TestDocKesh(std::ostream& out);
@@ -23,8 +23,7 @@ namespace {
 
 class NamedTest : public Test {
  public:
-  NamedTest(const char* test_name, void (*cases)(std::ostream&))
-      : Test(test_name, kPriority), run(cases) {}
+  NamedTest(const char* name, void (*run)(std::ostream&)) : Test(name, kPriority), run(run) {}
   void Run(std::ostream& out) override { run(out); }
 
  private:

@@ -35,7 +35,7 @@ bool ConfigCalHistoryTavo::read_child_element(std::string_view tag, XMLParser& p
     any_read = true;
     return ConfigurableCompositeDynamic::read_child_element(tag, parser, writer);
   }
-  // All of them are told at once: an answer of a million errors helps nobody.
+  // One error reports all of them: an answer of a million errors helps nobody.
   if (!std::exchange(any_refused, true))
     write_error("more than " + std::to_string(limit) + " records", writer);
   parser.PassElement();

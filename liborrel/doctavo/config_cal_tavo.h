@@ -23,8 +23,8 @@ class ConfigCalTavo : public ConfigurableComposite {
 class ConfigCalRecordTavo : public ConfigurableComposite {
  public:
   // An empty record, to be read from a document.
-  explicit ConfigCalRecordTavo(const std::string& item_name)
-      : ConfigCalRecordTavo(item_name, Timestamp(), "", 0, 0) {}
+  explicit ConfigCalRecordTavo(const std::string& name)
+      : ConfigCalRecordTavo(name, Timestamp(), "", 0, 0) {}
   ConfigCalRecordTavo(const Timestamp& when, const std::string& kind, int dc0, int pc0)
       : ConfigCalRecordTavo("record", when, kind, dc0, pc0) {}
 
@@ -34,9 +34,9 @@ class ConfigCalRecordTavo : public ConfigurableComposite {
   IntegerLeaf Pc0;
 
  private:
-  ConfigCalRecordTavo(const std::string& item_name, const Timestamp& when, const std::string& kind,
+  ConfigCalRecordTavo(const std::string& name, const Timestamp& when, const std::string& kind,
                       int dc0, int pc0)
-      : ConfigurableComposite(item_name),
+      : ConfigurableComposite(name),
         Time(this, "time", units::kNone, "When the zero was taken", when),
         Type(this, "type", units::kNone, "Kind of zero", kind),
         DC0(this, "DC0", units::kNone, "Zero of the detector from then on", dc0),
@@ -44,7 +44,7 @@ class ConfigCalRecordTavo : public ConfigurableComposite {
 };
 
 // All zeros that were taken, in the order of arrival. Two records of one time are the same. With a
-// limit, further records of a document are refused, and one that is added takes the oldest's place.
+// limit, further records of a document are refused, and an added one takes the place of the oldest.
 class ConfigCalHistoryTavo : public ConfigurableCompositeDynamic<ConfigCalRecordTavo> {
  public:
   ConfigCalHistoryTavo() : ConfigurableCompositeDynamic("history") {}

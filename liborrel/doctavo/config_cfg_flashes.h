@@ -33,9 +33,9 @@ class ConfigCfgMultiPhaseFlash : public ConfigurableComposite {
   IntegerLeaf Phase3Duration{
       this, "phase3_duration", units::kMs, "Length of the third phase, at full light", 0, 0, 3000};
   FloatLeaf QRedSetpoint{this, "Q_red_setpoint", units::kPFD,
-                         "Flux of red light in full, unless light is set in percent", 0.0F};
+                         "Flux of red light at full light, unless light is set in percent", 0.0F};
   FloatLeaf DRedPercent{this, "D_red_percent", units::kPercent,
-                        "Red light in full where light is set in percent", 0.0F};
+                        "Red light at full light where light is set in percent", 0.0F};
   FloatLeaf Ramp{this,
                  "ramp",
                  units::kPercent,

@@ -3,7 +3,7 @@
 #include "configurable/child.h"
 #include "liborrel/units.h"
 
-// Commands. The document resets them ahead of each request, so that true is always a change.
+// Commands. The document resets them before each request, so that true is always a change.
 class ConfigCmdTavo : public ConfigurableComposite {
  public:
   ConfigCmdTavo() : ConfigurableComposite("cmd") {}
@@ -16,18 +16,17 @@ class ConfigCmdTavo : public ConfigurableComposite {
                    "Takes the reading of the detector in the dark into DC0", false};
   BoolLeaf ZeroPc0{this, "zero_pc0", units::kNone,
                    "Takes the reading of the light sensor in the dark into Pc0", false};
-  BoolLeaf Break{this, "break", units::kNone, "Ends the flash or dark pulse that runs", false};
-  BoolLeaf Reset{this, "reset", units::kNone, "Takes the signal processor back to plain measuring",
+  BoolLeaf Break{this, "break", units::kNone, "Ends the running flash or dark pulse", false};
+  BoolLeaf Reset{this, "reset", units::kNone, "Returns the signal processor to plain measuring",
                  false};
-  BoolLeaf Reboot{this, "reboot", units::kNone, "Starts the machine anew", false};
+  BoolLeaf Reboot{this, "reboot", units::kNone, "Restarts the machine", false};
   BoolLeaf Rawcapture{this, "rawcapture", units::kNone, "Starts a capture of raw detector data",
                       false};
   BoolLeaf Redmodon{this, "redmodon", units::kNone,
                     "Switches the modulation of red measuring light on", false};
   BoolLeaf Redmodoff{this, "redmodoff", units::kNone,
                      "Switches the modulation of red measuring light off", false};
-  BoolLeaf Testvecton{this, "testvecton", units::kNone,
-                      "Puts a test vector in the place of the detectors", false};
-  BoolLeaf Testvectoff{this, "testvectoff", units::kNone, "Puts the detectors back in their place",
-                       false};
+  BoolLeaf Testvecton{this, "testvecton", units::kNone, "Replaces the detectors by a test vector",
+                      false};
+  BoolLeaf Testvectoff{this, "testvectoff", units::kNone, "Returns to the detectors", false};
 };

@@ -3,7 +3,7 @@
 #include "configurable/child.h"
 #include "liborrel/units.h"
 
-// Switches of the outgoing streams; one client's at a time.
+// Switches of the outgoing streams, of one client at a time.
 class ConfigOutputTavo : public ConfigurableComposite {
  public:
   ConfigOutputTavo() : ConfigurableComposite("output") {}

@@ -20,13 +20,14 @@ class ConfigTavo : public ConfigurableComposite {
   Child<ConfigurableStringProxyReadOnly> Serialnumber{this, "serialnumber", units::kNone,
                                                       "Serial number of the instrument", nullptr};
   StringLeaf Ipaddress{this, "ipaddress", units::kNone, "Address in force", ""};
-  Child<ConfigOutputTavo> Output{this, "Switches of the outgoing streams, for each client its own"};
+  Child<ConfigOutputTavo> Output{this,
+                                 "Switches of the outgoing streams, separate for each client"};
   Child<ConfigCfgTavo> Cfg{this, "How the head measures"};
   Child<ConfigCalTavo> Cal{this, "The zeros in force"};
   Child<ConfigCalHistoryTavo> History{this, "The zeros that were taken"};
   Child<ConfigCmdTavo> Cmd{this, "Commands; each acts when it becomes true"};
   Child<ConfigFactoryTavo> Factory{this, "What belongs to this one instrument"};
-  StringLeaf Error{this, "error", units::kNone, "The last error told to a client", ""};
+  StringLeaf Error{this, "error", units::kNone, "The last error reported to a client", ""};
 
   // Whether something has changed that clients hear of as a change of the configuration. Commands,
   // records and the last error alone do not count.

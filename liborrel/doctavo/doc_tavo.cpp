@@ -12,16 +12,16 @@ std::istream& DocTavo::request(std::istream& in, std::ostream& out) {
   return in;
 }
 
-void DocTavo::add_listener(const std::string& listener_name, ConfigurableListener* listener) {
-  listeners[listener_name] = listener;
+void DocTavo::add_listener(const std::string& name, ConfigurableListener* listener) {
+  listeners[name] = listener;
 }
 
-void DocTavo::remove_listener(const std::string& listener_name) { listeners.erase(listener_name); }
+void DocTavo::remove_listener(const std::string& name) { listeners.erase(name); }
 
 void DocTavo::notify() {
   Steps steps;
   for (auto next = listeners.begin(); next != listeners.end();) {
-    // Found again by name: a listener may take off any of them.
+    // The next one is found again by name, since a listener may remove any of them.
     const std::string listener_name = next->first;
     steps.Run([&] { next->second->item_changed(ConfigurableEvent(*this)); });
     next = listeners.upper_bound(listener_name);

@@ -16,16 +16,16 @@ class DocTavo : public ConfigurableComposite {
   Child<ConfigTavo> Conf{this, "One head"};
 
   // The one entry for a client's document: resets the commands, reads, answers on `out`, and tells
-  // the listeners if something has changed, also when an item has thrown out of the reading: what
-  // was taken before that is live. The exception comes out of here when they have all heard.
-  // Settings files are read with read_document instead.
+  // the listeners if something has changed, even when reading an item has thrown: what was taken
+  // before that is live. The exception leaves this call when all listeners have heard. Settings
+  // files are read with read_document instead.
   std::istream& request(std::istream& in, std::ostream& out);
 
   // Listeners to the whole document, not owned, hear item_changed with the root as its source, in
   // the order of the names under which they are registered. Each hears, even if one before it
-  // throws; the first exception comes out of notify, and further ones are printed.
-  void add_listener(const std::string& listener_name, ConfigurableListener* listener);
-  void remove_listener(const std::string& listener_name);
+  // throws; the first exception leaves notify, and further ones are printed.
+  void add_listener(const std::string& name, ConfigurableListener* listener);
+  void remove_listener(const std::string& name);
   void notify();
   void notify_if_changed();
 

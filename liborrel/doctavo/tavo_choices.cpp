@@ -21,8 +21,8 @@ Choices* ModulationRates() {
 
 }  // namespace
 
-ConfigModRate::ConfigModRate(const std::string& item_name, int default_index)
-    : ConfigurableMultipleChoice(item_name, ModulationRates(), default_index) {}
+ConfigModRate::ConfigModRate(const std::string& name, int default_index)
+    : ConfigurableMultipleChoice(name, ModulationRates(), default_index) {}
 
 std::uint32_t ConfigModRate::Hz() const {
   return kModulationRates[static_cast<std::size_t>(get())];

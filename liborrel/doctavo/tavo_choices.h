@@ -38,6 +38,6 @@ class ConfigRawCaptureStart : public ConfigurableChoice<ConfigRawCaptureStart> {
 // A modulation rate that the processor can make. The texts are the rates in Hz.
 class ConfigModRate : public ConfigurableMultipleChoice {
  public:
-  ConfigModRate(const std::string& item_name, int default_index);
+  ConfigModRate(const std::string& name, int default_index);
   std::uint32_t Hz() const;
 };

@@ -1,6 +1,6 @@
 # A toolchain file includes this after setting LUMET_ARCHITECTURE, Debian's name of the
 # architecture, LUMET_TRIPLET, the prefix of its tools, and LUMET_EMULATOR, which runs its programs.
-# The sysroot is what make-sysroot makes; ./dev does it.
+# The sysroot is what make-sysroot makes; ./dev runs it.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_CXX_COMPILER ${LUMET_TRIPLET}-g++)

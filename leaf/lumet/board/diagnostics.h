@@ -7,7 +7,7 @@
 #include "leaf/lumet/link/sample.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
-// DIAG after a look at the console and the highest temperature, °C. The warning stands from 70 on,
+// DIAG after a look at the console and the highest temperature, °C. The warning is set from 70 on,
 // the fault from 75 until it is below 70 again.
 std::uint32_t NextDiagnostics(std::uint32_t diag_word, bool console_connected,
                               float max_temperature);
@@ -19,11 +19,11 @@ constexpr bool IsAtLeast(float temperature, float bound) {
 // Whether a temperature shuts the light off.
 constexpr bool IsTooHot(float max_temperature) { return IsAtLeast(max_temperature, 75.0F); }
 
-// Drives the fan by its mode: not at all, as it is told, or by temperature in four steps.
+// Drives the fan by its mode: not at all, at a set duty, or by temperature in four steps.
 class FanStepper {
  public:
   // Both must outlive this.
-  FanStepper(DSPDevice& device, const DocTavo& document) : dsp(device), doc(document) {}
+  FanStepper(DSPDevice& dsp, const DocTavo& doc) : dsp(dsp), doc(doc) {}
 
   // Once a second or so, with the highest temperature in °C.
   void Step(float max_temperature);

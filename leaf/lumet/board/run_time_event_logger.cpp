@@ -18,12 +18,12 @@ namespace {
 
 constexpr const char* kEventId = "event_id";
 
-// Hands on the lines of `file`, the last one first, until `take` returns true. The log may have
-// grown for years, and its end is all that counts.
+// Passes the lines of `file`, the last one first, to `take` until that returns true. The log may
+// have grown for years, and its end is all that counts.
 template <class Take>
 void ForEachLineFromTheEnd(std::ifstream& file, Take take) {
   file.seekg(0, std::ios::end);
-  std::string rest;  // what was read and not handed on, ahead of it
+  std::string rest;  // what was read and not passed on
   for (std::streamoff start = file.tellg(); start > 0;) {
     // Twice as much each time, so that a line of any length costs no more than its length.
     const auto size =
@@ -68,7 +68,7 @@ int EventIdIn(std::string_view line) {
   return highest;
 }
 
-// Whether what is appended to the file stands on a line of its own.
+// Whether what is appended to the file gets a line of its own.
 bool EndsInALine(const std::string& path) {
   std::ifstream file(path, std::ios::ate);
   if (!file || file.tellg() <= 0) return true;
@@ -80,8 +80,8 @@ bool EndsInALine(const std::string& path) {
 
 class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
  public:
-  explicit RunTimeEventLoggerImpl(const std::string& log_path)
-      : PollTimer(kPeriodMs, true), path(log_path) {
+  explicit RunTimeEventLoggerImpl(const std::string& path)
+      : PollTimer(kPeriodMs, true), path(path) {
     state[kMinutes] = 0;
     ReadLastSnapshot();
     NextValue("powercycle_count");
@@ -126,7 +126,7 @@ class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
         torn_event_id = std::max(torn_event_id, EventIdIn(line));
       return snapshot.has_value();
     });
-    // Records that bear the numbers up to that one may be about.
+    // There may be records with numbers up to that one.
     const Json::Value& event_id = std::as_const(state)[kEventId];
     if (torn_event_id > (event_id.isInt() ? event_id.asInt() : 0)) state[kEventId] = torn_event_id;
   }
@@ -140,7 +140,7 @@ class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
     state["timestamp"] = text.data();
     Json::StreamWriterBuilder compact;
     compact["indentation"] = "";
-    // A power cut, a full disk: what failed before is no reason not to try again.
+    // After a power cut or with a full disk, an earlier failure is no reason not to try again.
     AppendToLog(path, (EndsInALine(path) ? "" : "\n") + Json::writeString(compact, state) + "\n");
   }
 

@@ -10,7 +10,7 @@ class RunTimeEventLogger {
  public:
   // Goes on from the last whole line of the log at `path`, and counts a power cycle. After a torn
   // line that still shows an event number, the next number is above it. A log that can't be read or
-  // written is not noticed; each line that is due tries it again.
+  // written goes unnoticed; each line that is due tries again.
   explicit RunTimeEventLogger(const std::string& path);
   ~RunTimeEventLogger();
   RunTimeEventLogger(const RunTimeEventLogger&) = delete;

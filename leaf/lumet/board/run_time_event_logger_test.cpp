@@ -39,7 +39,7 @@ void RunTimeEventLoggerCases() {
     ExpectEqual(last.substr(0, last.find("\"timestamp\"")), row.after, row.before);
   }
 
-  // What is torn stands alone, and a disk that is full for a while costs the lines of that while.
+  // A torn line stays by itself, and a disk that is full for a while costs the lines of that time.
   const std::string torn = "{\"event_id\":41}\n" + std::string(5000, 'x');
   directory.Write("log", torn);
   struct rlimit before = {};

@@ -22,11 +22,11 @@ void Try(Act act) {
 
 }  // namespace
 
-Saver::Saver(SettingsFiles& settings_files, SystemSettings& settings_of_system,
+Saver::Saver(SettingsFiles& files, SystemSettings& system_settings,
              std::function<void()> send_commands)
     : PollTimer(kRetryMs, true),
-      files(settings_files),
-      system_settings(settings_of_system),
+      files(files),
+      system_settings(system_settings),
       send_commands(std::move(send_commands)) {}
 
 void Saver::Changed(SettingsFiles::Parts parts) {

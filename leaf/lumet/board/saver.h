@@ -13,21 +13,20 @@ class SocketClient;
 // Says when settings are saved: once for all changes that come together, after the commands to the
 // processor that they have caused, and before anybody is told that they are in force. What could
 // not be saved, of the settings and of the system's files, is tried again every ten seconds until
-// it succeeds; what fails is a line on standard output each time.
+// it succeeds; each failure is a line on standard output.
 class Saver : public PollTimer {
  public:
   // The files and the settings must outlive this. `send_commands` gives the processor what is
   // queued for it.
-  Saver(SettingsFiles& settings_files, SystemSettings& settings_of_system,
-        std::function<void()> send_commands);
+  Saver(SettingsFiles& files, SystemSettings& system_settings, std::function<void()> send_commands);
 
-  // Something of `parts` has changed. Throws std::runtime_error when rights to save can't be had;
-  // it is saved later then.
+  // Something in `parts` has changed. Throws std::runtime_error when rights to save can't be had;
+  // it is then saved later.
   void Changed(SettingsFiles::Parts parts);
   // Saves now what has changed. Lets no exception out.
   void Save();
 
-  // `client` has been told something. What leaves for it waits for the save of what has changed.
+  // `client` has been told something. What is sent to it waits until what has changed is saved.
   void Told(const SocketClient* client);
   // Whether what is queued for `client` may leave, after a save if it waits for one. False while
   // more changes may belong to those that have just come: then ask again in the next turn.
@@ -49,5 +48,5 @@ class Saver : public PollTimer {
   const std::function<void()> send_commands;
   std::vector<const SocketClient*> waiting;
   bool changed_in_this_turn = false;
-  std::chrono::steady_clock::time_point first_change;  // of those that are not saved
+  std::chrono::steady_clock::time_point first_change;  // of those that are not saved yet
 };

@@ -35,8 +35,8 @@ class SettingsFiles::Mask {
   std::vector<Configurable*> masked;
 };
 
-SettingsFiles::SettingsFiles(DocTavo& document, const Paths& paths, const Machine& machine)
-    : doc(document),
+SettingsFiles::SettingsFiles(DocTavo& doc, const Paths& paths, const Machine& machine)
+    : doc(doc),
       machine(machine),
       factory{paths.factory, saved_factory_count},
       cal{paths.cal, saved_cal_count},
@@ -140,7 +140,7 @@ bool SettingsFiles::Read(File& file, std::istringstream& in) {
 
 bool SettingsFiles::Take(File& file, std::istream& in) {
   try {
-    // At the end of the stream the document had none.
+    // If the stream is at its end, the document had no end of its own.
     file.bad = !doc.read_document(in, std::cout).good();
   } catch (const std::exception& error) {
     std::cout << error.what() << "\n";

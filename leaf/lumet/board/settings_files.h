@@ -13,9 +13,9 @@
 
 // The three settings files of the head, each a document from the root of the tree: the factory
 // values, the zeros with their history, and all the rest. A file that is missing or can't be read
-// leaves the defaults; what stands before an error in a bad one is taken, and the errors go to
+// leaves the defaults; what comes before an error in a bad one is taken, and the errors go to
 // standard output. A file that could not be read to the end of its document is kept under its name
-// with ".bad" at its end before it is replaced.
+// with ".bad" appended before it is replaced.
 class SettingsFiles {
  public:
   struct Paths {
@@ -24,8 +24,8 @@ class SettingsFiles {
     std::string main;
   };
 
-  // `document` and `machine` must outlive this.
-  SettingsFiles(DocTavo& document, const Paths& paths, const Machine& machine);
+  // `doc` and `machine` must outlive this.
+  SettingsFiles(DocTavo& doc, const Paths& paths, const Machine& machine);
 
   void load_factory();
   void load_cal();
@@ -40,8 +40,8 @@ class SettingsFiles {
     bool main = false;
   };
 
-  // Notes of which parts SaveChanges is to save what has changed. Throws std::runtime_error when
-  // rights can't be had, so that whoever made the change hears of it.
+  // Notes the parts in which SaveChanges must save what has changed. Throws std::runtime_error when
+  // rights can't be had, so that whoever made the change learns of it.
   void SaveLater(Parts parts);
   // Whether there is something that was noted and not tried to save yet.
   bool HasChanges() const { return factory.noted || cal.noted || main.noted; }
@@ -49,7 +49,7 @@ class SettingsFiles {
   // What can't be written is a line on standard output, and is left for the next change or
   // SaveAgain. Throws std::runtime_error when rights can't be had.
   void SaveChanges();
-  // Saves what could not be saved, too. Fails as SaveChanges does.
+  // Also saves what could not be saved before. Fails as SaveChanges does.
   void SaveAgain();
   // One part at once. Each fails as SaveChanges does.
   void save_factory() { SaveNow({.factory = true}); }

@@ -109,7 +109,7 @@ void SystemSettings::ApplyClock(ConfigCfgClock& settings) {
 
 void SystemSettings::SetClock(std::time_t seconds) {
   if (ptp_service.GetMode() == PtpConfig::kSlaveOnly) return;
-  // The text has its own line feed. A moment beyond every calendar has none.
+  // The text has its own line feed. A time beyond every calendar has no text.
   std::array<char, 64> text = {};
   const char* shown = ctime_r(&seconds, text.data());
   std::cout << "Set clock to: " << (shown != nullptr ? shown : "\n");

@@ -15,14 +15,14 @@ class SystemSettings {
   SystemSettings(SystemClock& system_clock, PtpConfig& ptp_service, NetworkConfig& network)
       : system_clock(system_clock), ptp_service(ptp_service), network(network) {}
 
-  // The list of zones that the document offers, unless it has one already.
+  // Fills in the zones that the document offers, unless it has them already.
   void FillInZones(ConfigTavo& tavo) const;
-  // The values of the system, without marks.
+  // Fills in the values of the system, without change marks.
   void FillIn(ConfigTavo& tavo) const;
   // Carries what is marked through to the system: each setting, even if one before it fails. Throws
-  // std::runtime_error for a text that is no date or time, for a zone that is none of the list, for
-  // what the system refuses, and when rights can't be had; of several failures the first, and the
-  // others are printed.
+  // std::runtime_error for a text that is not a date or time, for a zone that is not in the list,
+  // for what the system refuses, and when rights can't be had; of several failures the first is
+  // thrown and the others are printed.
   void Apply(ConfigTavo& tavo);
   // Tries again what could not be written to the system's files. Throws as Apply.
   void SaveAgain();

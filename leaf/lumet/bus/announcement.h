@@ -8,7 +8,7 @@
 
 // The head's place in service discovery: its own record, and the console unit that it looks for.
 
-// Renews the record from nothing, with the versions and the serial number that `tavo` holds now,
+// Publishes the record anew, with the versions and the serial number that `tavo` holds now,
 // and browses for console units. Clients are served on `port`; `interface` gives the hardware
 // address.
 void Announce(const ConfigTavo& tavo, const std::string& interface, int port,

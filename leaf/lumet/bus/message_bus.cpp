@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr const char* kFirstBroker = "::1";
 constexpr const char* kConnectedTopic = "data/DATAEVENT/CONNECTED";
 constexpr const char* kDeactivateTopic = "nemra/ROLES/deactivate/tavo";
 constexpr int kFirstAttemptMs = 1000;
@@ -26,10 +25,11 @@ void Attempt(Act act) {
 
 }  // namespace
 
-MessageBus::MessageBus(int broker_port, MQTTClient::Listener* listener, const DocTavo& doc)
+MessageBus::MessageBus(const std::string& broker_address, int broker_port,
+                       MQTTClient::Listener* listener, const DocTavo& doc)
     : doc(doc),
       mqtt(listener, "Lumet-" + GetHostName(), true),
-      mqttWatcher(mqtt, kFirstBroker, broker_port) {
+      mqttWatcher(mqtt, broker_address, broker_port) {
   mqtt.SetWill(kDeactivateTopic, GetHostName(), 0, false);
   mqttWatcher.SetTimeout(kFirstAttemptMs);
 }
@@ -109,7 +109,7 @@ void MessageBus::PublishDocument() {
 }
 
 std::string MessageBus::IdentityObject() const {
-  // Protocol: names and serial number stand as they are, without escapes.
+  // Protocol: names and serial number are written as they are, without escapes.
   return std::string(R"({"MODEL":"TAVO","VERSION":")")
       .append(doc.Conf().Ver().get())
       .append(R"(","NAME":")")

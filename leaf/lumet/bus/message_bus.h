@@ -12,7 +12,7 @@
 #include "liborrel/doctavo/doc_tavo.h"
 
 // What the head says on the message bus that it shares with its console unit and its sibling heads,
-// and how it comes to a broker. What is said while there is no connection is lost; everything that
+// and how it finds a broker. What is said while there is no connection is lost; everything that
 // lasts is said again at every connect.
 //
 // What a slow broker has not taken yet waits in memory, up to kMostWaiting; the one publication
@@ -27,16 +27,17 @@ class MessageBus {
   using Handler = std::function<void(const std::string& prefix, const std::string& leaf,
                                      const std::string& payload)>;
 
-  // Tries the broker on this machine, for the first time after one second. All must outlive this;
-  // `listener` hands what it hears to the operations below.
-  MessageBus(int broker_port, MQTTClient::Listener* listener, const DocTavo& doc);
+  // Tries the broker, for the first time after one second. All must outlive this; `listener` hands
+  // what it hears to the operations below.
+  MessageBus(const std::string& broker_address, int broker_port, MQTTClient::Listener* listener,
+             const DocTavo& doc);
 
-  // `topic` is subscribed to at each connect, in the order of these calls. Without a '/' in it
-  // nothing happens.
+  // `topic` is subscribed to at each connect, in the order of these calls. One without a '/' is
+  // ignored.
   void Handle(const std::string& topic, Handler handler);
 
   // What to do when the broker has answered, is lost, has taken a publication, or sends a message.
-  // Of a message's topic, its last element takes no part in finding the handler; messages that
+  // The last element of a message's topic takes no part in finding the handler; messages that
   // nobody handles are ignored.
   void Connected();
   void Lost();
@@ -45,9 +46,9 @@ class MessageBus {
 
   // Whether anything that is published now goes anywhere.
   bool IsConnected() const { return mqtt.IsConnected(); }
-  // Publishes under the head's own topics. What goes wrong is a line on standard output.
+  // Publishes under the head's own topics. A failure is a line on standard output.
   void PublishRelative(const std::string& name, const std::string& payload, bool retain);
-  // The whole document, and what has changed of it.
+  // Publishes the whole document, and what has changed in it.
   void PublishDocument();
   // Takes back what lasts, and waits until that has left, for a second at most.
   void SayGoodbye();
@@ -59,7 +60,7 @@ class MessageBus {
  private:
   void Publish(const std::string& topic, const std::string& payload, bool retain);
   bool HasRoomFor(const std::string& payload) const;
-  // All that lasts of the head itself.
+  // Publishes all that lasts of the head itself.
   void PublishWhatLasts();
   std::string IdentityObject() const;
 
@@ -69,11 +70,11 @@ class MessageBus {
   std::string topicRoot;  // empty until the first connect
   std::vector<std::string> topics;
   std::unordered_map<std::string, Handler> topicHandlers;  // by topic up to the last '/'
-  // What was dropped since there was no room: how many publications, and whether one of them would
+  // What was dropped for lack of room: how many publications, and whether one of them would
   // have lasted.
   std::size_t dropped = 0;
   bool dropped_what_lasts = false;
-  // Where the broker was found; both empty while it is the one to begin with.
+  // Where the broker was found; both are empty while it is the first one.
   std::string brokerAddress;
   std::string brokerServiceName;
 };

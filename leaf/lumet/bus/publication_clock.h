@@ -3,14 +3,14 @@
 #include <bit>
 #include <cstdint>
 
-// The time of the latest publication, by which the next one is due: in seconds of the samples, once
-// a period, and when that time steps back by more than a second. Small steps are waited out.
+// Says when the next publication is due by the time of the samples, in seconds: once a period, and
+// when that time steps back by more than a second. Smaller steps are waited out.
 class PublicationClock {
  public:
   explicit PublicationClock(double period_s) : period(period_s) {}
 
-  // True once for each publication. Asked for every sample: by far the most times lie so surely
-  // within the period that a look at their bits, which are in the order of the numbers, will do.
+  // True once for each publication. Asked for every sample: by far most times lie so surely within
+  // the period that a look at their bits, which are in the order of the numbers, will do.
   bool NextIsDue(double time) {
     const auto bits = std::bit_cast<std::uint64_t>(time);
     return (bits < quiet_from || bits >= quiet_until) && HasPassed(time);

@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
-// Collects the text of an answer. What would make it longer than its limit throws TooLong out of
-// the writing, so that nobody goes on to compose what nobody gets.
+// Collects the text of an answer. Writing beyond its limit throws TooLong, so that nobody goes on
+// composing what nobody gets.
 class Answer : public std::ostream {
  public:
   class TooLong : public std::length_error {
@@ -21,7 +21,7 @@ class Answer : public std::ostream {
     rdbuf(&buffer);
     exceptions(badbit);
   }
-  // Drops what was written, for a few words of error.
+  // Drops what was written, to make room for a short error.
   void Restart() {
     clear();
     buffer.text = std::string();
@@ -31,7 +31,7 @@ class Answer : public std::ostream {
 
  private:
   struct Buffer : std::streambuf {
-    explicit Buffer(std::size_t bytes) : limit(bytes) {}
+    explicit Buffer(std::size_t limit) : limit(limit) {}
     int_type overflow(int_type byte) override {
       const char letter = traits_type::to_char_type(byte);
       if (!traits_type::eq_int_type(byte, traits_type::eof())) xsputn(&letter, 1);

@@ -31,7 +31,7 @@ bool Contains(std::string_view word, std::string_view part) {
   return word.find(part) != std::string_view::npos;
 }
 
-// By what is shown, since the zone may change within a second.
+// Compares what is shown, since the zone may change within a second.
 bool SameSecond(const struct tm& a, const struct tm& b) {
   return a.tm_sec == b.tm_sec && a.tm_min == b.tm_min && a.tm_hour == b.tm_hour &&
          a.tm_mday == b.tm_mday && a.tm_mon == b.tm_mon && a.tm_year == b.tm_year;
@@ -170,7 +170,7 @@ void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
 void Console::RefreshDynamicFields() {
   ConfigTavo& tavo = doc.Conf();
   ConfigCfgClock& clock = tavo.Cfg().Clock();
-  // Ahead of everything that is refreshed: the marks of that climb.
+  // Noted before anything is refreshed, since its change marks climb.
   const bool clock_was_changed = clock.has_changed();
   const bool doc_was_changed = doc.has_changed();
   tavo.Cmd().reset();
@@ -234,7 +234,7 @@ void Console::CheckForChanges() {
   if (!doc.has_changed()) return;
   if (doc.Conf().needs_saving())
     clients.SendToAll("DATAEVENT\tCONFIGCHANGED\n", BacklogLimit::kReply);
-  // By place: a query whose client fails meanwhile takes itself off.
+  // By index: a query whose client fails meanwhile removes itself.
   for (std::size_t i = 0; i < standingQueries.size(); ++i) {
     const auto [client, query] = standingQueries[i];
     // Its answer would be lost, and need not be composed.

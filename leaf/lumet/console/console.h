@@ -18,9 +18,9 @@
 class KeptDocument;
 
 // The application's side of the console service: what clients send, line by line, and what they
-// hear of it. A line that begins with '<' or '&' is a document for the settings tree; every other
-// line is a text command. One client at a time may hold the console role; while there is one, the
-// others can't change settings by documents.
+// get in return. A line that begins with '<' or '&' is a document for the settings tree; every
+// other line is a text command. One client at a time may hold the console role; while there is one,
+// the others can't change settings by documents.
 class Console {
  public:
   // `doc`, `clients` and `registers` must outlive this. `interface` is the network interface that
@@ -44,8 +44,8 @@ class Console {
   // queries, publishes the document on the bus, and clears the marks.
   void CheckForChanges();
 
-  // Runs ahead of each document of a client or the bus: resets the commands, and fills in what is
-  // of the moment, clock and address. Only an address that is another one counts as a change.
+  // Runs before each document from a client or the bus: resets the commands, and fills in clock and
+  // address as they are at the moment. Only a different address counts as a change.
   void RefreshDynamicFields();
 
   bool HasConsole() const { return consoleClient != nullptr; }
@@ -56,7 +56,7 @@ class Console {
   void Dispatch(SocketClient* client, const std::string& text);
   void HandleRequestXML(SocketClient* client, const std::string& text);
   void HandleRequestText(SocketClient* client, const std::string& text);
-  // What document request it answers, its reply: errors that are thrown become its `error` element.
+  // The reply that `compose` writes to `client`; what it throws becomes an `error` element.
   template <class Compose>
   std::string Reply(const SocketClient& client, Compose compose);
   void AddStandingQuery(SocketClient* client, const std::string& text);
@@ -74,7 +74,7 @@ class Console {
   const std::function<void()> publish_document;
   SocketClient* consoleClient = nullptr;
   std::string consoleName;
-  // Shared, since a query whose client fails takes itself off while it runs.
+  // Shared, since a query whose client fails removes itself while it runs.
   std::vector<std::pair<SocketClient*, std::shared_ptr<KeptDocument>>> standingQueries;
   ValueStreams streams;  // for requests and replies
   // The second that `clock_text` and `date_text` show.

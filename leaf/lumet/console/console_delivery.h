@@ -34,8 +34,8 @@ struct BacklogLimit {
 // loses the text and stays connected, and so does one that is behind while too much waits for all.
 class ConsoleDelivery {
  public:
-  // `console_server` must outlive this.
-  explicit ConsoleDelivery(SocketServer& console_server) : server(console_server) {}
+  // `server` must outlive this.
+  explicit ConsoleDelivery(SocketServer& server) : server(server) {}
 
   // A null client is ignored.
   void SendToClient(SocketClient* client, std::string_view text, std::size_t limit);
@@ -60,5 +60,5 @@ class ConsoleDelivery {
   SocketServer& server;
   // Memory of all queues, or more: what was sent since it was counted is added.
   std::size_t queued = 0;
-  bool crowded = false;  // it was said that too much waits
+  bool crowded = false;  // it was printed that too much waits
 };

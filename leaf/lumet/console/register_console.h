@@ -18,8 +18,8 @@ class RegisterConsole {
   RegisterConsole(DSPDevice& dsp, ConsoleDelivery& clients, bool debug)
       : dsp(dsp), clients(clients), debug(debug) {}
 
-  // `client` is the one that sent the command; `arguments` follow its word. What can't be read does
-  // nothing.
+  // `client` is the one that sent the command; `arguments` follow its word. A command that can't be
+  // read does nothing.
   void Read(SocketClient* client, std::string_view arguments);
   void Write(SocketClient* client, std::string_view arguments);
   // "<address>=<value>" writes; an address alone reads.
@@ -28,9 +28,9 @@ class RegisterConsole {
   void Out();
   void Clear() { registerValues.clear(); }
 
-  // The processor's answer to a read, or a value that it tells on its own.
+  // The processor's answer to a read, or a value that it sends unasked.
   void GotValue(std::uint16_t address, std::uint16_t value);
-  // So many reads will not be answered. Rows that waited for them alone go out with what has come.
+  // `count` reads will not be answered. Rows that waited only for them go out with what has come.
   void LostReads(std::size_t count);
   // No read that was sent up to now will be answered.
   void LostAllReads() { LostReads(pendingRegisterReads); }

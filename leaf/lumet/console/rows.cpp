@@ -228,7 +228,7 @@ std::string_view DataRowComposer::Compose(const DataSample& sample, std::uint32_
   char* to = PutTime(row, before, sample.time);
   *to++ = '\t';
 
-  // By their bits, so that nan is like itself, and -0 unlike 0.
+  // By their bits, so that NaN equals itself and -0 differs from 0.
   Columns news;
   news.front() = diag;
   for (std::size_t i = 0; i < kPrintedValues.size(); ++i)

@@ -28,7 +28,7 @@ std::span<const OutputChannel> DataChannels();
 // Those of the DATASTAT row: time, DIAG, and the temperature of each sensor.
 std::span<const OutputChannel> StatusChannels();
 
-// What there is to publish, in the order of the channels.
+// The values to publish, in the order of the channels.
 std::array<double, 15> DataValues(const DataSample& sample, std::uint32_t diag);
 std::array<double, 2 + kSensors.size()> StatusValues(double time, std::uint32_t diag,
                                                      const BoardTemperatures& temperatures);
@@ -56,7 +56,7 @@ constexpr std::string_view kDataClockHeader = "DATACLOCKH\tSECONDS\tNANOSECONDS\
 std::string RegisterNamesRow(const std::map<std::uint16_t, std::uint16_t>& values);
 std::string RegisterValuesRow(const std::map<std::uint16_t, std::uint16_t>& values, double time);
 
-// A text from the signal processor, after a prefix that tells its kind.
+// A text from the signal processor, after a prefix that says what kind it is.
 std::string DataMsgRow(std::string_view prefix, std::string_view text);
 
 // What a client is sent when it connects. `console_name` is that of the client with the console
@@ -90,8 +90,8 @@ class DataRowComposer {
 
   char* PutTime(Row& row, const Row& before, double time);
 
-  // The latest row and the one before it: many values stand still from sample to sample, and their
-  // text is taken over.
+  // The latest row and the one before it: many values stay the same from sample to sample, and
+  // their text is taken over.
   std::array<Row, 2> rows;
   std::size_t latest = 0;
   Columns columns = {};  // of the latest row

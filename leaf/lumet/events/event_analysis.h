@@ -4,11 +4,11 @@
 
 #include "leaf/lumet/events/event_samples.h"
 
-// What the run of samples of one flash or dark pulse tells.
+// What the samples of one flash or dark pulse show.
 
 // The highest and the lowest of a run of values, of which the first few count for nothing.
 struct ValueRange {
-  explicit ValueRange(int samples_to_skip) : skip(samples_to_skip) {}
+  explicit ValueRange(int skip) : skip(skip) {}
   void Add(float value);
 
   int skip;
@@ -16,10 +16,10 @@ struct ValueRange {
   float min = std::numeric_limits<float>::max();
 };
 
-// A phase that never came leaves its results where they start. F is fluorescence (LUMET), Q is PFD
-// in µmol/m²/s.
+// The results of a phase that never came keep their initial values. F is fluorescence (LUMET), Q is
+// PFD in µmol/m²/s.
 struct EventAnalysis {
-  // The family of the last sample that belongs to any.
+  // The family of the last sample that belongs to one.
   enum Kind { kNone = 0, kFlash = 3, kMultiPhase = 4, kDark = 12 };
   Kind kind = kNone;
 

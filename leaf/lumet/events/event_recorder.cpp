@@ -113,7 +113,7 @@ std::size_t EventRecorder::RecordRoom() const {
 
 namespace {
 
-// Writes what `value` makes of each of `column`, and frees the column.
+// Writes `value(i)` for each place of `column`, and frees the column.
 template <class Column, class Value>
 void WriteArray(std::ostream& out, const char* name, Column& column, Value value) {
   constexpr std::ptrdiff_t kLongest = 32;  // with what PutGeneral writes beyond its end

@@ -11,10 +11,10 @@
 #include "leaf/lumet/link/sample.h"
 #include "liborrel/doctavo/config_tavo.h"
 
-// Gathers the samples of a flash or dark pulse, and writes what they tell as one JSON text.
+// Gathers the samples of a flash or dark pulse, and writes what they show as one JSON text.
 class EventRecorder {
  public:
-  // What the head knows of the event beside its samples.
+  // What the head knows about the event besides its samples.
   struct Context {
     int event_id;
     FlashMode flash_mode;
@@ -24,12 +24,12 @@ class EventRecorder {
 
   void Gather(const DataSample& sample) { event_buffer.Add(sample); }
   bool IsEmpty() const { return event_buffer.empty(); }
-  // What comes after as many samples as this is another event's.
+  // Whether there is no room for more samples: what comes next belongs to another event.
   bool IsFull() const { return event_buffer.size() >= bounds::kEventSamples; }
 
-  // Writes the record of what was gathered, with the settings of `tavo` that made it. Needs one
-  // sample at least, and is empty then: a column of samples goes as soon as it is written. Each
-  // member stands on a line of its own; results come in single precision, numbers with six
+  // Writes the record of what was gathered, with the settings in `tavo` that made it. Needs at
+  // least one sample, and is empty afterwards: a column of samples is freed as soon as it is
+  // written. Each member is on a line of its own; results are in single precision, numbers have six
   // significant digits.
   EventAnalysis::Kind WriteEvent(std::ostream& out, const ConfigTavo& tavo, const Context& context);
   // Bytes that the text of the record will take at most.

@@ -16,7 +16,7 @@ using self_test::ExpectEqual;
 struct Run {
   std::uint16_t code;
   std::initializer_list<float> F;
-  std::initializer_list<float> Q;  // the last one stays
+  std::initializer_list<float> Q;  // the last one is repeated
 };
 
 constexpr double kStart = 1795248523.25;
@@ -50,7 +50,7 @@ std::string Record(EventRecorder events, FlashMode mode) {
   return record.str();
 }
 
-// From TYPE on, without the array of times, in one line.
+// From TYPE on, without the array of times, on one line.
 std::string Essence(const std::string& record) {
   std::string rest = record.substr(record.find("\"TYPE\""));
   const std::size_t secs = rest.find("\"SECS\"");
@@ -59,9 +59,7 @@ std::string Essence(const std::string& record) {
   return rest;
 }
 
-}  // namespace
-
-void EventRecorderCases() {
+void MultiPhaseCases() {
   // F is 100 - 4 (10000 / Q) in phase 2, where Q falls by 8400 a second.
   const EventRecorder multiphase = Gathered({{2, {50}, {200}},
                                              {4, {1, 2, 3, 4, 5, 60, 55, 58}, {5100}},
@@ -75,7 +73,9 @@ void EventRecorderCases() {
       R"("QMAX":5100, "MODRATE":250000, "P1_MAXF":60, "P2_SLP":-4, "P2_INT":100, "P2_R2":1, )"
       R"("P2_SLP_SE":0, "P2_INT_SE":0, "P2_DQDT":-0.0084, "P3_Q":5000, "P3_MAXF":88, )"
       R"("P3_PREDF":92, "P3_DELTAF":-4, "LUMET":[50)");
+}
 
+void RecordCases() {
   const struct {
     const char* name;
     std::initializer_list<Run> runs;
@@ -111,7 +111,9 @@ void EventRecorderCases() {
   };
   for (const auto& row : rows)
     ExpectEqual(Essence(Record(Gathered(row.runs), row.mode)), row.expected, row.name);
+}
 
+void StrangeValueCases() {
   // The sign of nan shows nowhere; an infinity keeps its own.
   const float nan = -std::numeric_limits<float>::quiet_NaN();
   const EventRecorder strange = Gathered({{3, {nan, -INFINITY}, {nan}}});
@@ -119,8 +121,19 @@ void EventRecorderCases() {
               R"("TYPE":"ZERO", "FMAX":-inf, "QMAX":-3.40282e+38, "MODRATE":250000, )"
               R"("LUMET":[nan,-inf], "DC":[7,7], "PFD":[nan,nan], "REDMODAVG":[1,1], )"
               R"("CODE":[3,3] } 3)");
+}
 
+void DarkCases() {
   const EventRecorder dark = Gathered({{12, {1}, {5}}, {14, {9, 2, 8, 7, 11}, {3, 2, 4}}});
   const std::string dark_record = Record(dark, FlashMode::kRect);
   ExpectEqual(dark_record.substr(dark_record.find("\"FMIN\""), 18), "\"FMIN\":7,\n\"QMIN\":2");
+}
+
+}  // namespace
+
+void EventRecorderCases() {
+  MultiPhaseCases();
+  RecordCases();
+  StrangeValueCases();
+  DarkCases();
 }

@@ -6,8 +6,8 @@
 
 #include "leaf/lumet/link/sample.h"
 
-// What is kept of the samples of an event, in columns, each of which can be given back by itself:
-// 30 bytes for each sample.
+// What is kept of the samples of an event, in columns, each of which can be freed by itself: 30
+// bytes for each sample.
 struct EventSamples {
   void Add(const DataSample& sample) {
     time.push_back(sample.time);

@@ -112,7 +112,7 @@ bool LumetLightController::Step(float measured_pfd) {
     _dac_fraction = kHighestFraction;
   else if (_dac_fraction < kLowestFraction)
     _dac_fraction = kLowestFraction;
-  else if (!std::isnan(_dac_fraction))  // as it is with such a setpoint
+  else if (!std::isnan(_dac_fraction))  // a NaN setpoint makes it NaN
     _Q_err_integrator = integral;
   _err_sum = 0;
   _err_count = 0;

@@ -11,7 +11,7 @@
 // from the document, which must outlive it, and follows their changes.
 class LumetLightController : public ConfigurableListener {
  public:
-  // `verbose` tells of each update on standard output.
+  // If `verbose`, each update is printed on standard output.
   LumetLightController(DocTavo& doc, bool verbose);
   ~LumetLightController() override;
   LumetLightController(const LumetLightController&) = delete;

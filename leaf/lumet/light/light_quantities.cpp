@@ -23,11 +23,11 @@ LightQuantities::Source::Source(const LightSourceCalibration& calibration)
     : F(calibration.F), per_count(calibration.F * calibration.u), dac_zero(calibration.dac_zero) {}
 
 bool LightQuantities::Source::TakeLevel(float dac) {
-  // By its bits, so that nan is like itself.
+  // Compared by its bits, so that NaN equals itself.
   const auto bits = std::bit_cast<std::uint32_t>(dac);
   if (bits == level_bits) return false;
   level_bits = bits;
-  // A source that is off gives none, whatever its zero.
+  // A source that is off gives no light, whatever its zero.
   flux = IsAtMostZero(dac) ? 0 : per_count * (dac - dac_zero);
   return true;
 }

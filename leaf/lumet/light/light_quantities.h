@@ -18,12 +18,12 @@ struct LightCalibration {
   LightSourceCalibration modred;
 };
 
-// The nearest number that 16 bits hold, halves upwards; NaN gives 0.
+// The nearest number that fits into 16 bits, halves rounded up; NaN gives 0.
 std::uint16_t RoundToWord(float value);
 
-// Derives the light quantities of one sample after another. The levels of the sources mostly stand
-// still, and a sample then costs one division: what follows from a level is worked out when it
-// changes. Single precision throughout, in one order, whatever was kept from earlier samples.
+// Derives the light quantities of one sample after another. The levels of the sources rarely
+// change, and a sample then costs one division: what follows from a level is worked out when it
+// changes. Arithmetic is in single precision and one order, whatever was kept from earlier samples.
 class LightQuantities {
  public:
   explicit LightQuantities(const LightCalibration& calibration = {});
@@ -37,7 +37,7 @@ class LightQuantities {
   class Source {
    public:
     explicit Source(const LightSourceCalibration& calibration);
-    // Takes a level in DAC counts; true if it is another one.
+    // Takes a level in DAC counts; true if it has changed.
     bool TakeLevel(float dac);
 
     float F;          // µmol/m²/s/Pc
@@ -59,7 +59,7 @@ class LightQuantities {
   std::uint32_t rate_bits = 0;
   float redmodavg = 0;
   bool has_actinic = false;
-  float counts_per_flux = 0;  // of the light sensor, in the actinic light as it is mixed
+  float counts_per_flux = 0;  // of the light sensor, in the present mix of actinic light
 };
 
 // The same for a single sample.

@@ -13,7 +13,7 @@ std::uint16_t DacOf(float q, const LightSourceCalibration& source) {
   return FluxToDac(q, source.F, source.u, source.dac_zero);
 }
 
-// Settings are 32 bits wide, and some of them without a limit.
+// Settings are 32 bits wide, and some of them have no limit.
 std::uint16_t Field(int setting) { return static_cast<std::uint16_t>(setting); }
 
 unsigned Setting(const ConfigurableInteger& item) { return static_cast<unsigned>(item.get()); }
@@ -38,7 +38,7 @@ Actinic PercentActinic(const ConfigLightSourceTavo& light, unsigned dark_modrate
   return actinic;
 }
 
-// With a wanted flux, of which the measuring light makes a part.
+// For a wanted flux, part of which comes from the measuring light.
 Actinic FluxActinic(const ConfigLightSourceTavo& light, const LightCalibration& calibration,
                     std::uint16_t measure_modred, unsigned dark_modrate, unsigned light_modrate,
                     const std::array<std::uint16_t, 3>& controller_dacs) {
@@ -50,7 +50,7 @@ Actinic FluxActinic(const ConfigLightSourceTavo& light, const LightCalibration& 
           ? 0
           : (modred.F * modred.u) * (static_cast<float>(measure_modred) - modred.dac_zero) * 1e-6F;
   float average = static_cast<float>(light_modrate) * per_pulse;
-  // No more than a third of it.
+  // The measuring light gives no more than a third of it.
   if (average * 3.0F > wanted) {
     actinic.measure_modrate = dark_modrate;
     average = static_cast<float>(dark_modrate) * per_pulse;
@@ -97,7 +97,7 @@ void SetFlashTiming(TimingConfig& timing, const ConfigCfgTavo& cfg, FlashMode fl
   const auto set = [&](const ConfigurableInteger& outrate, const ConfigurableInteger& margin) {
     const unsigned rate = ComputeOutputRate(modrate, Setting(outrate));
     const unsigned around = Setting(margin) * kMicrosecondsPerSecond / rate;
-    // Protocol: a multiphase flash bears the duration of the rectangular one, and has no use for
+    // Protocol: a multiphase flash carries the duration of the rectangular one, and has no use for
     // it.
     SetFlashRates(timing, modrate, rate, cfg.Rectflash().Duration().get(), around, around);
   };
@@ -117,8 +117,8 @@ void SetFlashTiming(TimingConfig& timing, const ConfigCfgTavo& cfg, FlashMode fl
   }
 }
 
-// What the lights of flashes and dark pulses come to: each has a setting in percent and one for its
-// flux, and the way in which actinic light is set decides which of them counts.
+// The DAC counts for the lights of flashes and dark pulses: each has a setting in percent and one
+// for its flux, and the way in which actinic light is set decides which of them counts.
 class Levels {
  public:
   Levels(const ConfigTavo& tavo, const LightCalibration& calibration)

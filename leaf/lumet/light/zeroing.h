@@ -10,28 +10,28 @@
 #include "leaf/lumet/link/sample.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
-// Takes the reading of a detector in the dark into its zero, and keeps the records of that.
+// Adds the reading of a detector in the dark to its zero, and keeps the records of that.
 //
-// Once armed, the fifth sample of a flash decides, whichever flash it belongs to, and over
-// several of them if need be; nothing else disarms. The flash is meant to be the dark one that a
-// zero command starts.
+// Once armed, the fifth flash sample decides, whichever flash it belongs to, counted over several
+// flashes if need be; nothing else disarms. The flash is meant to be the dark one that a zero
+// command starts.
 class Zeroing {
  public:
-  // `document` and `machine` must outlive this.
-  Zeroing(DocTavo& document, std::string calibration_log, const Machine& machine)
-      : doc(document), calibration_log(std::move(calibration_log)), machine(machine) {}
+  // `doc` and `machine` must outlive this.
+  Zeroing(DocTavo& doc, std::string calibration_log, const Machine& machine)
+      : doc(doc), calibration_log(std::move(calibration_log)), machine(machine) {}
 
-  // Take the place of what was armed before.
+  // Each replaces what was armed before.
   void ArmDC0() { Arm(&Zeroing::ZeroDC0); }
   void ArmPc0() { Arm(&Zeroing::ZeroPc0); }
 
-  // Takes a sample. When its reading has gone into a zero, returns the name of that.
+  // Takes a sample. When its reading has gone into a zero, returns the name of that zero.
   std::optional<std::string> Take(double time, float dc, float pc, std::uint16_t code) {
     return zero_callback == nullptr ? std::nullopt : (this->*zero_callback)(time, dc, pc, code);
   }
 
   // Adds the zeros in force to the history, which keeps the latest of each type, and as a line to
-  // the log. A log that can't be written is not noticed. Throws std::runtime_error when rights
+  // the log. A log that can't be written goes unnoticed. Throws std::runtime_error when rights
   // can't be had.
   void LogCalibration(const Timestamp& time, const std::string& type);
 

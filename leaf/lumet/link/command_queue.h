@@ -24,7 +24,7 @@ class CommandQueue {
   // What to write next: as many whole records as fit into `size` bytes. If a record has been cut,
   // its rest comes first. Valid until the next call that changes the queue.
   std::span<const std::uint8_t> Packet(std::size_t size) const;
-  // So many bytes of it were written.
+  // `count` bytes of it were written.
   void Written(std::size_t count);
 
   // Removes all but the rest of a record that has been cut; calls `visit(code)` for each record
@@ -46,6 +46,6 @@ class CommandQueue {
   void Compact();
 
   std::vector<std::uint8_t> records;
-  std::size_t begin = 0;  // of the first record that has not been written to its end
+  std::size_t begin = 0;  // of the first record that has not been fully written
   std::size_t begun = 0;  // bytes of that record which have been written
 };

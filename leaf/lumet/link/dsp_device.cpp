@@ -22,7 +22,7 @@ constexpr std::size_t kReadSize = 16384;  // bytes
 constexpr int kOpenFlags = O_RDWR | O_NONBLOCK;
 
 constexpr int kWriteAgainMs = 20;   // after a write that failed
-constexpr int kLookAgainMs = 1000;  // at a device that has hung up, or has nothing where it says so
+constexpr int kLookAgainMs = 1000;  // at a device that has hung up, or falsely says it has data
 constexpr int kReadsInVain = 2;     // in a row, until the device is given that pause
 
 constexpr short kHangUpEvents = POLLERR | POLLHUP | POLLNVAL;
@@ -72,8 +72,8 @@ DSPDevice::DSPDevice(int descriptor)
   PollItem::Add();
 }
 
-DSPDevice::Listener* DSPDevice::SetListener(Listener* new_listener) {
-  return std::exchange(listener, new_listener);
+DSPDevice::Listener* DSPDevice::SetListener(Listener* listener) {
+  return std::exchange(this->listener, listener);
 }
 
 void DSPDevice::RequestVersion() { SendBytes(DSPCode::RequestVersion, {}); }
@@ -130,7 +130,7 @@ void DSPDevice::AllOff() {
     if (code == static_cast<std::uint16_t>(DSPCode::ReadRegister)) ++reads;
     Owe(code);
   });
-  // Also to a device that has hung up: nothing is left untried.
+  // Even to a device that has hung up: nothing is left untried.
   Push(static_cast<std::uint16_t>(DSPCode::ResetSequencer), {});
   SetTimingConfig(kSafeTiming);
   if (is_away) Push(static_cast<std::uint16_t>(DSPCode::SetTimingConfig), kSafeTiming.Encode());
@@ -147,7 +147,7 @@ bool DSPDevice::Drain(std::chrono::steady_clock::time_point end) {
     const auto left =
         std::chrono::duration_cast<Milliseconds>(end - std::chrono::steady_clock::now());
     if (has_ended || left <= Milliseconds(0)) return false;
-    // A pause, or until there is room.
+    // Wait for room, or pause.
     const bool can_wait = !is_away && !is_resting;
     struct pollfd entry = {file.GetFD(), POLLOUT, 0};
     poll(&entry, can_wait ? 1 : 0,
@@ -247,7 +247,7 @@ void DSPDevice::HandleWrite() {
 void DSPDevice::HandleEvents(int revents) {
   PollItem::HandleEvents(revents);
   if (write_queue.Empty() && !is_away) SendOwed();
-  // As long as there is something to read, that is read first.
+  // As long as there is something to read, it is read first.
   const bool had_data = (revents & POLLIN) != 0 && reads_in_vain == 0;
   if ((revents & kHangUpEvents) != 0 && !had_data) HungUp();
 }
@@ -304,7 +304,7 @@ void DSPDevice::Expired() {
 }
 
 void DSPDevice::Reopen() {
-  // What fails here needs no word: it was said that the device is away, and it still is.
+  // A failure here is not printed: the device was reported away, and still is.
   try {
     try {
       file.Open(path, kOpenFlags);
@@ -371,7 +371,7 @@ std::size_t DSPDevice::DecodeRecord(std::span<const std::uint8_t> bytes) {
   if (RecordHeader::kSize + header.length > bytes.size()) return bytes.size();
   const std::uint8_t* payload = bytes.data() + RecordHeader::kSize;
   listener->GotRecord(header.time, header.code, payload, header.length);
-  // A listener may take itself off inside a call.
+  // A listener may remove itself inside a call.
   if (listener != nullptr) Dispatch(header, payload);
   return RecordHeader::kSize + PaddedLength(header.length);
 }
@@ -433,7 +433,7 @@ void DSPDevice::Dispatch(const RecordHeader& header, const std::uint8_t* payload
       if (length >= WireBatch::kSize) DispatchBatch(header.time, payload);
       return;
     case DSPCode::RawCaptureRecord: {
-      // An index and a count of bytes stand before the bytes.
+      // An index and a count of bytes come before the bytes.
       if (length < 8) return;
       const std::uint32_t count = GetU32(payload + 4);
       if (count > std::min<std::size_t>(length, Bounds::kPayload) - 8) return;

@@ -17,40 +17,40 @@
 
 // The link to the signal processor: sends it commands, takes its records apart and calls one
 // listener operation for each. The device gives whole records on each read, so nothing is carried
-// over from one read to the next; what is cut off or too short is dropped without a word.
+// over from one read to the next; what is cut off or too short is dropped silently.
 //
 // There is no time-out: a processor that falls silent simply sends no samples. A write that fails
 // is tried again until it works; the first failure prints a line, and so does the first success
 // after it.
 //
-// A device that hangs up prints a line, and the head does without it. It is looked at, and opened
-// again, once a second. When it is back, it is reset and gets all that sets it up, as it was
-// ordered last; flashes and the like that were ordered while it was away are dropped.
+// A device that hangs up prints a line, and the head does without it. Once a second it is checked
+// and opened again. When it is back, it is reset and gets all that sets it up, as last ordered;
+// flashes and the like that were ordered while it was away are dropped.
 class DSPDevice : public PollItem, public PollTimer {
  public:
   // The bounds of the link, in bytes, and what happens beyond them.
   struct Bounds {
     // Of a payload; the rest is cut off.
     static constexpr std::size_t kPayload = 404;
-    // Of one write, which holds whole records; the others follow with the next one.
+    // Of one write, which holds whole records; the others follow with the next write.
     static constexpr std::size_t kPacket = 16384;
     // Of all commands that wait. Those beyond are dropped; what sets the processor up is sent again
     // when the queue is empty. A line is printed.
     static constexpr std::size_t kQueue = std::size_t{1} << 20;
-    // Of the queue as register commands may fill it, so that there is room for light. Those beyond
-    // are dropped, which their caller is told.
+    // Of the queue, as far as register commands may fill it, so that room is left for light. Those
+    // beyond are dropped, and their caller learns of it.
     static constexpr std::size_t kRegisterQueue = kQueue - (std::size_t{64} << 10);
   };
   // How long the end of the process may wait for the safe state to be written.
   static constexpr auto kLongestStop = std::chrono::seconds(1);
 
-  // Hears what the processor sends. What is handed over is valid only for the call. Commands may
-  // be sent from inside any of these. A std::exception thrown here is printed, and drops the rest
-  // of that read.
+  // Receives what the processor sends. What is handed over is valid only during the call. Commands
+  // may be sent from inside any of these. A std::exception thrown here is printed, and drops the
+  // rest of that read.
   class Listener {
    public:
     virtual ~Listener() = default;
-    // Every record, ahead of its own operation below.
+    // Every record, before its own operation below.
     virtual void GotRecord(const RecordTime& /*time*/, std::uint16_t /*code*/,
                            const std::uint8_t* /*payload*/, std::uint16_t /*length*/) {}
     virtual void GotUnknownMessage(std::uint16_t /*code*/, const std::uint8_t* /*payload*/,
@@ -75,7 +75,7 @@ class DSPDevice : public PollItem, public PollTimer {
     // A `count` of 0 ends the capture.
     virtual void GotRawCapture(std::uint32_t /*index*/, const std::uint8_t* /*bytes*/,
                                std::uint32_t /*count*/) {}
-    // AllOff has removed so many register reads from the queue; there will be no answers to them.
+    // AllOff has removed `count` register reads from the queue; there will be no answers to them.
     virtual void LostRegisterReads(std::size_t /*count*/) {}
     // The device has hung up; nothing that it was asked will be answered.
     virtual void LostDevice() {}
@@ -85,11 +85,11 @@ class DSPDevice : public PollItem, public PollTimer {
   // is opened again with superuser rights where the account's own do not suffice.
   explicit DSPDevice(const std::string& path, const Machine* machine = nullptr);
   // Takes over a descriptor that is open already, one end of a SOCK_SEQPACKET pair. Its end of
-  // file prints a line and ends the loop, since there is no processor any more.
+  // file prints a line and ends the loop, since the processor is gone.
   explicit DSPDevice(int descriptor);
 
   // Returns the previous listener. Without one, what is read is dropped.
-  Listener* SetListener(Listener* new_listener);
+  Listener* SetListener(Listener* listener);
 
   // Each queues one command; the loop writes it.
   void RequestVersion();
@@ -114,15 +114,16 @@ class DSPDevice : public PollItem, public PollTimer {
   void TestVectorOn();
   void TestVectorOff();
 
-  // Takes the processor to its safe state. This goes ahead of everything that waits, and removes it
-  // from the queue; of that, the loop sends only what sets the processor up again, light aside.
+  // Takes the processor to its safe state. This goes ahead of everything that waits, which is
+  // removed from the queue; of that, the loop later sends only what sets up the processor, light
+  // aside.
   // Writes at once, since at the end of the process the loop no longer turns.
   void AllOff();
   // Writes what is queued, until `end` at the latest. Returns whether all of it was written.
   bool Drain(std::chrono::steady_clock::time_point end);
 
-  // What all commands come down to. A payload is cut off at its bound. Returns false if the command
-  // was dropped.
+  // Every command ends up here. A payload is cut off at its bound. Returns false if the command was
+  // dropped.
   bool Send(std::uint16_t code, const void* payload, std::size_t length);
 
   int GetFD() override { return file.GetFD(); }
@@ -143,14 +144,14 @@ class DSPDevice : public PollItem, public PollTimer {
                                         DSPCode::SetGpio,          DSPCode::SetTimingConfig};
   // The place in `in_force` of what is set by this code; its size for other codes.
   static std::size_t SetUpPlace(std::uint16_t code);
-  // What was dropped of these is sent again as it is then in force, when the queue is empty.
+  // Those that were dropped are sent when the queue is empty, with what is in force by then.
   void Owe(std::uint16_t code);
   void SendOwed();
 
   // Puts a command into the queue, if there is room.
   bool Push(std::uint16_t code, std::span<const std::uint8_t> payload);
 
-  // Leaves a device alone for a moment that takes nothing, or that gives nothing.
+  // Leaves a device that takes nothing, or gives nothing, alone for a moment.
   void Rest();
   void NothingRead();
   void UpdateEvents();
@@ -165,7 +166,7 @@ class DSPDevice : public PollItem, public PollTimer {
   void SetUpAgain();
 
   void DecodeRecords(std::size_t count);
-  // Handles the record at the front of `bytes`, which holds a header at least; returns its length
+  // Handles the record at the front of `bytes`, which holds at least a header; returns its length
   // with header and padding.
   std::size_t DecodeRecord(std::span<const std::uint8_t> bytes);
   void Dispatch(const RecordHeader& header, const std::uint8_t* payload);

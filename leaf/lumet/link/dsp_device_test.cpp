@@ -49,8 +49,7 @@ std::string Batch(std::uint16_t count, const std::vector<std::uint32_t>& ticks) 
   return payload + Number(count, 2) + Number(0, 2);
 }
 
-// Writes down what it hears; each call but GotRecord gives one word, which a call for its record
-// comes before.
+// Writes down what it hears: one word for each call but GotRecord, which it counts.
 struct Recorder : DSPDevice::Listener {
   std::ostringstream log;
   int records = 0;
@@ -169,7 +168,7 @@ void ReceiveCases() {
     ExpectEqual(link.listener.log.str(), row.heard, "heard of " + Hex(row.packet));
     ExpectEqual(link.listener.records, row.records, "records in " + Hex(row.packet));
   }
-  // The last sample of a batch carries the stamp; the others keep their distance to it.
+  // The last sample of a batch carries the stamp; the others keep their distance from it.
   constexpr std::uint32_t kLastTick = 0xFFFFFFFF;
   Link clocked;
   clocked.Deliver(Record(0x200A, Batch(2, {kLastTick - 2'999'999, kLastTick - 1'999'999}), 1997));
@@ -248,7 +247,7 @@ void TimingAndBiasCases() {
   ExpectEqual(Hex(link.Sent()), Hex(Record(0x2008, "") + Record(0x2001, off)), "the safe state");
 }
 
-// What does not fit, and what stops the light all the same.
+// Commands that do not fit, and the safe state, which goes out all the same.
 void BoundCases() {
   constexpr std::size_t kReadSize = 16;
   Link link;
@@ -261,7 +260,7 @@ void BoundCases() {
   link.device.SetBiasConfig(bias);
   ExpectEqual(link.Sent().size(), DSPDevice::Bounds::kPacket, "bytes of the first packet");
 
-  // The safe state, alone; then what sets the processor up and was in the queue.
+  // The safe state goes alone; then comes what was in the queue and sets up the processor.
   link.device.AllOff();
   ExpectEqual(link.listener.lost_reads, taken - DSPDevice::Bounds::kPacket / kReadSize);
   const std::string safe = link.Sent();

@@ -6,8 +6,8 @@
 
 namespace {
 
-// Each wire struct has one table below, a function Fields that names every field with its offset.
-// It is run by one of the two codecs here.
+// Each wire struct has one table below, a function that names every field with its offset. It is
+// run with one of the two codecs here.
 
 std::uint16_t Clamp10(std::uint16_t value) { return std::min<std::uint16_t>(value, 10); }
 
@@ -19,7 +19,7 @@ std::uint16_t Quantise16(std::uint16_t value) {
 
 class Encoder {
  public:
-  explicit Encoder(std::uint8_t* bytes) : base(bytes) {}
+  explicit Encoder(std::uint8_t* base) : base(base) {}
   void U16(std::size_t offset, std::uint16_t value) { PutU16(base + offset, value); }
   void U32(std::size_t offset, std::uint32_t value) { PutU32(base + offset, value); }
   void F32(std::size_t offset, float value) { PutF32(base + offset, value); }
@@ -32,7 +32,7 @@ class Encoder {
 
 class Decoder {
  public:
-  explicit Decoder(const std::uint8_t* bytes) : base(bytes) {}
+  explicit Decoder(const std::uint8_t* base) : base(base) {}
   void U16(std::size_t offset, std::uint16_t& value) { value = GetU16(base + offset); }
   void U32(std::size_t offset, std::uint32_t& value) { value = GetU32(base + offset); }
   void F32(std::size_t offset, float& value) { value = GetF32(base + offset); }
@@ -90,7 +90,7 @@ void BiasFields(Codec wire, Config& config) {
   wire.F32(20, config.blue.F);
   wire.F32(24, config.farred.u);
   wire.F32(32, config.farred.F);
-  // Protocol: blue stands before red here, unlike above.
+  // Protocol: blue comes before red here, unlike above.
   wire.F32(36, config.dac_blue_zero);
   wire.F32(40, config.dac_red_zero);
   wire.F32(44, config.dac_farred_zero);
@@ -197,11 +197,11 @@ DataSample ToDataSample(const WireSample& wire, double time) {
   return sample;
 }
 
-LegacySample LegacySample::Decode(const RecordTime& record_time, const std::uint8_t* at) {
-  // Which word of the record each channel is; the further channels are 0.
+LegacySample LegacySample::Decode(const RecordTime& time, const std::uint8_t* at) {
+  // The word of the record for each channel; the other channels are 0.
   constexpr std::array<std::size_t, 12> kWords = {11, 12, 13, 14, 7, 8, 9, 10, 3, 4, 5, 6};
   LegacySample sample;
-  sample.time = record_time.InSeconds();
+  sample.time = time.InSeconds();
   for (std::size_t i = 0; i < kWords.size(); ++i)
     sample.values[i] = static_cast<float>(GetU32(at + 4 * kWords[i]));
   const std::uint32_t bits = GetU32(at + std::size_t{4} * 15);

@@ -9,7 +9,7 @@
 
 // The wire format between the head and its signal processor. Both directions carry records: a
 // header, a payload, and padding up to a multiple of 4. All numbers are little-endian, floats are
-// IEEE 754 single precision. Offsets stand in dsp_records.cpp, once for both directions.
+// IEEE 754 single precision. Offsets are in dsp_records.cpp, once for both directions.
 
 // What a record is.
 enum class DSPCode : std::uint16_t {
@@ -62,7 +62,7 @@ struct RecordHeader {
   static constexpr std::size_t kSize = 12;
 
   RecordTime time;
-  std::uint16_t code = 0;    // DSPCode, or one that nobody knows
+  std::uint16_t code = 0;    // DSPCode, or an unknown one
   std::uint16_t length = 0;  // payload bytes, without the padding
 
   static RecordHeader Decode(const std::uint8_t* at);
@@ -118,8 +118,7 @@ struct TimingConfig {
   std::array<std::uint8_t, kSize> Encode() const;
 };
 
-// All lights off: what the processor is told when it is to be safe. Rates and durations must not
-// be 0.
+// All lights off: what the processor gets when it must be safe. Rates and durations must not be 0.
 inline constexpr TimingConfig kSafeTiming = {
     .measure_modrate = 1,
     .flash_modrate = 1,
@@ -208,7 +207,7 @@ std::uint16_t BatchSize(std::uint32_t output_rate);
 // The sample as the head works with it, taken at `time`, in seconds of the system clock.
 DataSample ToDataSample(const WireSample& wire, double time);
 
-// A sample of the further format that this head does not use.
+// A sample in the other format, which this head does not use.
 struct LegacySample {
   static constexpr std::size_t kMinimumSize = 64;
 

@@ -11,9 +11,9 @@
 // as many rows as it takes, and an empty row at its end.
 class RawCapture {
  public:
-  // Takes the bytes of one record; none end the capture. Returns the rows that are due, which is
-  // nothing until they are worth sending. A record of more than the compressor has room for, which
-  // is many times what the processor sends in one, is lost in part. Throws std::runtime_error when
+  // Takes the bytes of one record; none end the capture. Returns the rows that are due, or nothing
+  // until they are worth sending. A record larger than the compressor has room for, which is many
+  // times what the processor sends in one, is lost in part. Throws std::runtime_error when
   // compression fails.
   std::string Take(std::span<const std::uint8_t> bytes);
 

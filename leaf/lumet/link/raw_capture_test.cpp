@@ -46,14 +46,14 @@ std::string Captured(RawCapture& capture, std::span<const std::uint8_t> bytes) {
 
 }  // namespace
 
-// Words of a detector at rest: bytes on the edge of what can be compressed, in runs of every
-// length, so that the compressor's output comes in pieces of every size.
+// Words of a detector at rest: bytes that can barely be compressed, in runs of every length, so
+// that the compressor's output comes in pieces of every size.
 void RawCaptureCases() {
   constexpr std::size_t kLargest = 2'000'000;
   RawCapture capture;
   for (unsigned seed = 0; seed < 300; ++seed) {
     std::mt19937 random(seed);
-    // Most are small enough to have this over soon.
+    // Most are small, so that this is soon over.
     const std::size_t most = seed % 4 == 0 ? kLargest : kLargest / 20;
     std::normal_distribution<float> words(2000, std::array{3.0F, 30.0F, 300.0F}[seed % 3]);
     std::vector<std::uint8_t> bytes(random() % most);

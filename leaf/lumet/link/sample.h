@@ -58,5 +58,5 @@ struct DataSample {
   double time = 0;  // seconds of the system clock
   std::array<float, count> values = {};
   std::uint32_t flags = 0;  // bits of DIAG
-  std::uint16_t code = 0;   // SampleCode, or one that nobody knows
+  std::uint16_t code = 0;   // SampleCode, or an unknown one
 };

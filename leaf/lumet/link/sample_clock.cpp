@@ -9,10 +9,10 @@ namespace {
 constexpr std::uint64_t kEpochBits = std::uint64_t{1023 + 30} << 52;
 constexpr std::uint64_t kMantissa = (std::uint64_t{1} << 52) - 1;
 
-// tick / 1e6 in units of 2^-22, rounded. It is never in the middle of two: that would take a
-// fraction of 15625 that is a half.
+// tick / 1e6 in units of 2^-22, rounded. It is never halfway between two: that would take a
+// fraction of 15625 equal to one half.
 std::uint64_t TickUnits(std::uint32_t tick) {
-  // 2^22 / 1e6 = 4 + kMore / 2^56, to more bits than 32 of a tick can move.
+  // 2^22 / 1e6 = 4 + kMore / 2^56, to more bits than a 32-bit tick can affect.
   constexpr std::uint64_t kMore = 14001078751945550;
   const std::uint64_t upper =
       std::uint64_t{tick} * (kMore >> 32) + (std::uint64_t{tick} * (kMore & 0xFFFF'FFFF) >> 32);

@@ -19,15 +19,15 @@ class SampleClock {
   double Synchronise(std::uint32_t tick, const RecordTime& stamp);
 
  private:
-  // The time at tick 0 of the turn `w`.
+  // Goes to turn `w`, and works out the time at its tick 0.
   void SetTurn(std::uint32_t w);
 
   bool near_wrap = false;   // in the 10 s before a wrap, or not 10 s past it
   std::uint32_t wraps = 0;  // completed and 10 s past
   double clock_offset = 0;  // seconds to add to the unwrapped tick
   std::int32_t last_second = 0;
-  // The turn of the latest sample, and the time at its start, seconds; in units of 2^-22 s as well,
-  // or 0 if it is not the double of a time of our days.
+  // The turn of the latest sample, and the time at its start, in seconds; also in units of 2^-22 s,
+  // or 0 outside the years 2004 to 2038.
   std::uint32_t turn = 0;
   double turn_start = 0;
   std::uint64_t turn_start_units = 0;

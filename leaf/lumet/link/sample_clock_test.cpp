@@ -13,7 +13,7 @@ namespace {
 using self_test::ExpectEqual;
 using self_test::ExpectTrue;
 
-// Times are the sums of doubles, whatever way they are worked out.
+// Times are the sums of doubles, however they are worked out.
 void SumCases() {
   std::mt19937_64 random(3);
   for (const std::uint32_t second : {5U, 1'073'741'000U, 1'795'235'804U, 2'147'480'000U}) {

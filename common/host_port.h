@@ -2,7 +2,7 @@
 
 #include <string>
 
-// A machine and a port, as "HOST", "HOST:PORT", "[ADDRESS]:PORT" or an address of IPv6. Throws
+// A machine and a port, as "HOST", "HOST:PORT", "[ADDRESS]:PORT" or an IPv6 address. Throws
 // std::invalid_argument.
 struct HostPort {
   static HostPort Parse(const std::string& text, int default_port);

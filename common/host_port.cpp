@@ -1,4 +1,4 @@
-#include "client/host_port.h"
+#include "common/host_port.h"
 
 #include <charconv>
 #include <stdexcept>

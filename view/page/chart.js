@@ -1,0 +1,108 @@
+// What all charts have in common: colours of the theme, axes with units, and drawings as PNG.
+/* global Dygraph */
+
+const wantsDark = matchMedia('(prefers-color-scheme: dark)');
+
+export const colour = (name) => getComputedStyle(document.documentElement).getPropertyValue(`--${name}`).trim();
+
+// Calls `redraw` when the theme changes.
+export function onThemeChange(redraw) { wantsDark.addEventListener('change', redraw); }
+
+export function makeChart(place, data, options) {
+  const {axes = {}, ...rest} = options;
+  const axis = {axisLineColor: colour('line'), gridLineColor: colour('grid'), axisLabelFontSize: 12};
+  const chart = new Dygraph(place, data, {
+    legend: 'never',
+    labelsKMB: false,
+    strokeWidth: 1.4,
+    highlightCircleSize: 3,
+    xRangePad: 0,
+    connectSeparatedPoints: false,
+    axes: {
+      x: {...axis, ...axes.x},
+      y: {...axis, axisLabelWidth: 52, ...axes.y},
+      y2: {...axis, axisLabelWidth: 56, drawGrid: false, independentTicks: true, ...axes.y2},
+    },
+    ...rest,
+  });
+  if (rest.colors.length > 1) place.append(legendOf(rest.labels.slice(1), rest.colors));
+  return chart;
+}
+
+function legendOf(names, colours) {
+  const legend = document.createElement('div');
+  legend.className = 'legend';
+  names.forEach((name, i) => {
+    const entry = document.createElement('span');
+    entry.textContent = name;
+    entry.style.color = colours[i];
+    legend.append(entry);
+  });
+  return legend;
+}
+
+// Shades spans of the x axis: [{from, to, colour, name}].
+export function shade(context, area, chart, spans) {
+  context.save();
+  context.font = '11px system-ui, sans-serif';
+  context.textAlign = 'center';
+  for (const {from, to, fill, name} of spans) {
+    const left = Math.max(area.x, chart.toDomXCoord(from));
+    const right = Math.min(area.x + area.w, chart.toDomXCoord(to));
+    if (!(right > left)) continue;
+    context.fillStyle = fill;
+    context.fillRect(left, area.y, Math.max(1, right - left), area.h);
+    if (!name || context.measureText(name).width > right - left - 4) continue;
+    context.fillStyle = colour('muted');
+    context.fillText(name, (left + right) / 2, area.y + 13);
+  }
+  context.restore();
+}
+
+// One picture of charts, each as it stands on the page, below a title.
+export function pictureOf(charts, title) {
+  const scale = 2;
+  const titleHeight = 36;
+  const places = charts.map((chart) => chart.graphDiv.getBoundingClientRect());
+  const width = Math.max(...places.map((place) => place.width));
+  const canvas = document.createElement('canvas');
+  canvas.width = width * scale;
+  canvas.height = (titleHeight + places.reduce((sum, place) => sum + place.height + 8, 0)) * scale;
+  const context = canvas.getContext('2d');
+  context.scale(scale, scale);
+  context.fillStyle = colour('card');
+  context.fillRect(0, 0, canvas.width, canvas.height);
+  context.fillStyle = colour('text');
+  context.font = '600 15px system-ui, sans-serif';
+  context.fillText(title, 8, 24);
+  let top = titleHeight;
+  charts.forEach((chart, i) => {
+    for (const layer of chart.graphDiv.querySelectorAll('canvas')) {
+      const place = layer.getBoundingClientRect();
+      context.drawImage(layer, place.left - places[i].left, top + place.top - places[i].top, place.width, place.height);
+    }
+    drawLabels(context, chart.graphDiv, places[i], top);
+    top += places[i].height + 8;
+  });
+  return new Promise((resolve) => canvas.toBlob(resolve, 'image/png'));
+}
+
+// The library puts its labels beside its canvas.
+function drawLabels(context, graph, origin, top) {
+  for (const label of graph.querySelectorAll('.dygraph-axis-label, .dygraph-label, .legend span')) {
+    const leaf = label.classList.contains('dygraph-label') ? label.firstElementChild ?? label : label;
+    const place = leaf.getBoundingClientRect();
+    const style = getComputedStyle(leaf);
+    context.save();
+    context.font = `${style.fontSize} system-ui, sans-serif`;
+    context.fillStyle = style.color;
+    context.translate(place.left - origin.left + place.width / 2, top + place.top - origin.top + place.height / 2);
+    if (/ylabel|y2label/.test(label.className + leaf.className)) context.rotate(-Math.PI / 2);
+    context.textBaseline = 'middle';
+    const isLeft = /axis-label-y1/.test(label.className);
+    const isRight = /axis-label-y2/.test(label.className);
+    context.textAlign = isLeft ? 'right' : isRight ? 'left' : 'center';
+    context.fillText(leaf.textContent, isLeft ? place.width / 2 : isRight ? -place.width / 2 : 0, 0);
+    context.restore();
+  }
+}
