@@ -63,7 +63,8 @@ export function shade(context, area, chart, spans) {
 export function pictureOf(charts, title) {
   const scale = 2;
   const titleHeight = 36;
-  const places = charts.map((chart) => chart.graphDiv.getBoundingClientRect());
+  const frames = charts.map((chart) => chart.graphDiv.parentElement);
+  const places = frames.map((frame) => frame.getBoundingClientRect());
   const width = Math.max(...places.map((place) => place.width));
   const canvas = document.createElement('canvas');
   canvas.width = width * scale;
@@ -76,20 +77,20 @@ export function pictureOf(charts, title) {
   context.font = '600 15px system-ui, sans-serif';
   context.fillText(title, 8, 24);
   let top = titleHeight;
-  charts.forEach((chart, i) => {
-    for (const layer of chart.graphDiv.querySelectorAll('canvas')) {
+  frames.forEach((frame, i) => {
+    for (const layer of frame.querySelectorAll('canvas')) {
       const place = layer.getBoundingClientRect();
       context.drawImage(layer, place.left - places[i].left, top + place.top - places[i].top, place.width, place.height);
     }
-    drawLabels(context, chart.graphDiv, places[i], top);
+    drawLabels(context, frame, places[i], top);
     top += places[i].height + 8;
   });
   return new Promise((resolve) => canvas.toBlob(resolve, 'image/png'));
 }
 
 // The library puts its labels beside its canvas.
-function drawLabels(context, graph, origin, top) {
-  for (const label of graph.querySelectorAll('.dygraph-axis-label, .dygraph-label, .legend span')) {
+function drawLabels(context, frame, origin, top) {
+  for (const label of frame.querySelectorAll('.dygraph-axis-label, .dygraph-label, .legend span')) {
     const leaf = label.classList.contains('dygraph-label') ? label.firstElementChild ?? label : label;
     const place = leaf.getBoundingClientRect();
     const style = getComputedStyle(leaf);

@@ -36,7 +36,7 @@ export class Status {
     const names = Object.keys(values).filter((name) => name.startsWith('T') && name !== 'TIME');
     names.sort((one, other) => known.indexOf(one) - known.indexOf(other));
     this.temperatures = names.map((name) => [sensorNames[name] ?? name, `${numberText(values[name], 3)} °C`]);
-    this.setFact('DIAG', diag.length > 0 ? diag.join('; ') : 'nothing to tell', diag.some((text) => /SATURATED|TEMP|OFF|TEST/.test(text)));
+    this.setFact('DIAG', diag.length > 0 ? diag.join('; ') : 'nothing to report', diag.some((text) => /SATURATED|TEMP|OFF|TEST/.test(text)));
   }
 
   takeMessage(text) { this.setFact('Processor', text); }
