@@ -147,7 +147,7 @@ std::string Browser::Complaints() {
 }
 
 Json::Value Browser::Call(const std::string& method, const std::string& path,
-                          const Json::Value& value) {
+                          const Json::Value& value) const {
   const std::string body = method == "POST" ? TextOf(value) : "";
   const Deadline deadline(std::chrono::seconds(60));
   Socket socket;
@@ -168,9 +168,9 @@ Json::Value Browser::Call(const std::string& method, const std::string& path,
     if (count <= 0) throw std::runtime_error("the browser's driver is gone: " + reply);
     reply.append(piece.data(), static_cast<std::size_t>(count));
     const std::size_t end = reply.find("\r\n\r\n");
-    const std::size_t length = reply.find("Content-Length: ");
+    const std::size_t length = reply.find("Content-Length:");
     if (whole == std::string::npos && end != std::string::npos && length < end)
-      whole = end + 4 + std::stoul(reply.substr(length + 16));
+      whole = end + 4 + std::stoul(reply.substr(length + 15));
   }
   const Json::Value answer = ReadJson(reply.substr(reply.find("\r\n\r\n") + 4), "answer");
   if (answer["value"].isObject() && answer["value"].isMember("error"))

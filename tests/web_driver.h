@@ -36,7 +36,8 @@ class Browser {
   std::string Complaints();
 
  private:
-  Json::Value Call(const std::string& method, const std::string& path, const Json::Value& value);
+  Json::Value Call(const std::string& method, const std::string& path,
+                   const Json::Value& value) const;
   // A command of the browser's own protocol.
   void Tell(const std::string& command, const Json::Value& parameters);
   void Resize(int width, int height);

@@ -73,9 +73,10 @@ void BeforeEvents::Saw(double time, int code, double F, double PFD) {
 
 std::optional<BeforeEvent> BeforeEvents::Of(double timestamp) const {
   constexpr double kAsPrinted = 0.1;  // records tell it to a tenth of a second
-  for (auto each = begun.rbegin(); each != begun.rend(); ++each)
-    if (std::abs(each->time - timestamp) <= kAsPrinted && each->before.rows > 0)
-      return each->before;
+  const auto found = std::find_if(begun.rbegin(), begun.rend(), [timestamp](const Begun& each) {
+    return std::abs(each.time - timestamp) <= kAsPrinted && each.before.rows > 0;
+  });
+  if (found != begun.rend()) return found->before;
   return std::nullopt;
 }
 
@@ -99,10 +100,10 @@ const EventStore::Kept& EventStore::Add(ReadEvent event, const BeforeEvents& bef
   events.push_back({std::move(event), ++last_key, known});
   if (events.size() > kMostEvents) events.pop_front();
   std::size_t bytes = 0;
-  for (auto each = events.rbegin(); each != events.rend(); ++each) {
-    bytes += each->record.size();
-    if (bytes > kMostBytes) each->record = std::string();
-  }
+  std::for_each(events.rbegin(), events.rend(), [&bytes](Kept& each) {
+    bytes += each.record.size();
+    if (bytes > kMostBytes) each.record = std::string();
+  });
   return events.back();
 }
 

@@ -134,7 +134,7 @@ void HeadFeed::TurnBus() {
   }
 }
 
-int HeadFeed::Ask(const std::string& document) {
+int HeadFeed::Ask(const std::string& document) const {
   if (!head.found.client) throw NoConnection("the head is not connected");
   return head.found.client->Ask(document);
 }

@@ -9,8 +9,8 @@
 
 #include "client/bus.h"
 #include "client/console.h"
-#include "common/host_port.h"
 #include "client/setting.h"
+#include "common/host_port.h"
 
 // All that comes from one head, by one console client and one subscriber of its message bus.
 //
@@ -47,7 +47,7 @@ class HeadFeed {
   void Turn();
   // Sends a document; its answer will bear the number that is returned. Throws ClientError, also
   // when there is no head.
-  int Ask(const std::string& document);
+  int Ask(const std::string& document) const;
 
  private:
   using Time = std::chrono::steady_clock::time_point;

@@ -116,18 +116,22 @@ void Serve(ViewOptions& options) {
   viewer.Run(stop);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   CLI::App app("Shows one head in the browser, live, and operates it.", "lumet-view");
   ViewOptions options;
   AddOptions(app, options);
   CLI11_PARSE(app, argc, argv);
   for (const int signo : {SIGINT, SIGTERM}) std::signal(signo, [](int) { stop = 1; });
   std::signal(SIGPIPE, SIG_IGN);
+  Serve(options);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    Serve(options);
-    return 0;
+    return Run(argc, argv);
   } catch (const std::exception& error) {
     std::cerr << "lumet-view: " << error.what() << std::endl;
     return 1;

@@ -17,8 +17,8 @@ std::string JsonText(const Json::Value& value);
 Json::Value JsonOf(const HeadIdentity& identity, const Columns& columns);
 Json::Value JsonOf(const std::vector<Setting>& settings);
 Json::Value JsonOfValues(const std::vector<Setting>& changes);
-Json::Value JsonOf(const EventStore::Kept& event);
-Json::Value JsonOfCurve(const EventStore::Kept& event);
+Json::Value JsonOf(const EventStore::Kept& kept);
+Json::Value JsonOfCurve(const EventStore::Kept& kept);
 Json::Value JsonOf(const std::vector<Assignment>& outcome);
 Json::Value JsonOf(const DataRow& row);
 

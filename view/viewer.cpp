@@ -69,21 +69,21 @@ void Viewer::TellAll(const char* name, const Json::Value& value) {
 
 // The head and its rows.
 
-void Viewer::FoundHead(const HeadIdentity& identity, const Columns& told,
-                       std::vector<Setting> found) {
-  std::cout << "lumet-view: connected to the head " << identity.serial_number << std::endl;
+void Viewer::FoundHead(const HeadIdentity& identity, const Columns& told_columns,
+                       std::vector<Setting> found_settings) {
+  std::cerr << "lumet-view: connected to the head " << identity.serial_number << std::endl;
   head = {true, ""};
-  if (head_json["columns"] != JsonOf(identity, told)["columns"]) past.clear();
+  if (head_json["columns"] != JsonOf(identity, told_columns)["columns"]) past.clear();
   serial_number = identity.serial_number;
-  head_json = JsonOf(identity, told);
-  settings = std::move(found);
+  head_json = JsonOf(identity, told_columns);
+  settings = std::move(found_settings);
   TellAll("head", head_json);
   TellAll("settings", JsonOf(settings));
   TellAll("state", State());
 }
 
 void Viewer::LostHead(const std::string& reason) {
-  std::cout << "lumet-view: no head: " << reason << std::endl;
+  std::cerr << "lumet-view: no head: " << reason << std::endl;
   head = {false, reason};
   columns.reset();
   rate = 0;
@@ -98,7 +98,7 @@ void Viewer::FoundBus() {
 }
 
 void Viewer::LostBus(const std::string& reason) {
-  std::cout << "lumet-view: no message bus, so no events: " << reason << std::endl;
+  std::cerr << "lumet-view: no message bus, so no events: " << reason << std::endl;
   bus = {false, reason};
   TellAll("state", State());
 }
@@ -129,8 +129,8 @@ void Viewer::GotStatus(const DataRow& row, const std::vector<std::string>& diag)
   TellAll("status", status_json);
 }
 
-void Viewer::GotConsole(const std::optional<std::string>& name) {
-  console = name;
+void Viewer::GotConsole(const std::optional<std::string>& holder) {
+  console = holder;
   TellAll("state", State());
 }
 
@@ -149,7 +149,7 @@ void Viewer::GotChanges(const std::vector<Setting>& changes) {
 
 void Viewer::GotEvent(const BusMessage& message) {
   if (records.size() >= kMostRecords) {
-    std::cout << "lumet-view: events come faster than they can be read; one is left out"
+    std::cerr << "lumet-view: events come faster than they can be read; one is left out"
               << std::endl;
     return;
   }
@@ -167,7 +167,7 @@ void Viewer::TakeRecords() {
       TellAll("event", JsonOf(events.Add(std::move(read), before_events)));
     } catch (const ClientError& error) {
       records.pop_front();
-      std::cout << "lumet-view: " << error.what() << std::endl;
+      std::cerr << "lumet-view: " << error.what() << std::endl;
     }
   }
 }

@@ -45,14 +45,14 @@ class Viewer : private HeadFeed::Listener, private WebServer::Listener {
     std::string reason = "looking for it";
   };
 
-  void FoundHead(const HeadIdentity& identity, const Columns& columns,
-                 std::vector<Setting> settings) override;
+  void FoundHead(const HeadIdentity& identity, const Columns& told_columns,
+                 std::vector<Setting> found_settings) override;
   void LostHead(const std::string& reason) override;
   void FoundBus() override;
   void LostBus(const std::string& reason) override;
   void GotRow(const DataRow& row) override;
   void GotStatus(const DataRow& row, const std::vector<std::string>& diag) override;
-  void GotConsole(const std::optional<std::string>& console) override;
+  void GotConsole(const std::optional<std::string>& holder) override;
   void GotMessage(const std::string& text) override;
   void GotChanges(const std::vector<Setting>& changes) override;
   void GotAnswer(int request, const Answer& answer) override;
@@ -68,7 +68,7 @@ class Viewer : private HeadFeed::Listener, private WebServer::Listener {
   void TakeRecords();
   // Throws ClientError for one that is not kept.
   const EventStore::Kept& KeptEvent(int key) const;
-  void Reply(const Pending& pending, const std::string& error);
+  void Reply(const Pending& answered, const std::string& error);
   bool MayChange(WebServer::Browser browser) const;
   Json::Value AccessOf(WebServer::Browser browser) const;
   Json::Value State() const;

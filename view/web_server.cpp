@@ -21,14 +21,15 @@ constexpr const char* kProtocol = "lumet-view";
 
 // What browsers are to keep to: nothing comes from elsewhere, and nobody frames the page. The
 // charts' library writes styles into elements.
-const std::array<struct lws_protocol_vhost_options, 3> kHeaders = {{
-    {&kHeaders[1], nullptr, "content-security-policy:",
-     "default-src 'none'; img-src 'self' data: blob:; script-src 'self'; style-src 'self' "
-     "'unsafe-inline'; connect-src 'self'; frame-ancestors 'none'; base-uri 'none'; form-action "
-     "'self'"},
-    {&kHeaders[2], nullptr, "x-content-type-options:", "nosniff"},
-    {nullptr, nullptr, "referrer-policy:", "no-referrer"},
-}};
+const struct lws_protocol_vhost_options kNoReferrer = {nullptr, nullptr,
+                                                       "referrer-policy:", "no-referrer"};
+const struct lws_protocol_vhost_options kNoGuess = {&kNoReferrer, nullptr,
+                                                    "x-content-type-options:", "nosniff"};
+const struct lws_protocol_vhost_options kHeaders = {
+    &kNoGuess, nullptr, "content-security-policy:",
+    "default-src 'none'; img-src 'self' data: blob:; script-src 'self'; style-src 'self' "
+    "'unsafe-inline'; connect-src 'self'; frame-ancestors 'none'; base-uri 'none'; form-action "
+    "'self'"};
 
 std::string Header(struct lws* socket, lws_token_indexes header) {
   std::array<char, 512> text{};
@@ -137,8 +138,8 @@ std::shared_ptr<WebServer::Message> WebServer::Message::Numbers(
       new Message(numbers.data(), numbers.size() * sizeof(double), false));
 }
 
-void WebServer::ContextDeleter::operator()(struct lws_context* used) const {
-  lws_context_destroy(used);
+void WebServer::ContextDeleter::operator()(struct lws_context* old) const {
+  lws_context_destroy(old);
 }
 
 bool WebServer::IsLoopback(const std::string& host) {
@@ -172,9 +173,7 @@ WebServer::WebServer(const Options& options, Listener& listener)
   info.user = library.get();
   info.retry_and_idle_policy = &library->idle;
   info.fd_limit_per_thread = kMostDescriptors;
-  info.gid = static_cast<gid_t>(-1);
-  info.uid = static_cast<uid_t>(-1);
-  info.headers = kHeaders.data();
+  info.headers = &kHeaders;
   info.options = LWS_SERVER_OPTION_VALIDATE_UTF8 | LWS_SERVER_OPTION_FAIL_UPON_UNABLE_TO_BIND;
   context.reset(lws_create_context(&info));
   if (!context)

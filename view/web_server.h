@@ -80,13 +80,13 @@ class WebServer {
     std::string incoming;
   };
   struct ContextDeleter {
-    void operator()(struct lws_context* context) const;
+    void operator()(struct lws_context* old) const;
   };
 
   bool Admits(struct lws* socket) const;
   void Receive(Browser browser, std::string_view piece, bool is_last);
   // False when the connection is lost.
-  bool Write(Connection& connection);
+  static bool Write(Connection& connection);
 
   Listener& listener;
   bool is_loopback;

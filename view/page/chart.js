@@ -19,7 +19,7 @@ export function makeChart(place, data, options) {
     xRangePad: 0,
     connectSeparatedPoints: false,
     axes: {
-      x: {...axis, ...axes.x},
+      x: {...axis, axisTickSize: 6, ...axes.x},
       y: {...axis, axisLabelWidth: 52, ...axes.y},
       y2: {...axis, axisLabelWidth: 56, drawGrid: false, independentTicks: true, ...axes.y2},
     },
@@ -54,7 +54,7 @@ export function shade(context, area, chart, spans) {
     context.fillRect(left, area.y, Math.max(1, right - left), area.h);
     if (!name || context.measureText(name).width > right - left - 4) continue;
     context.fillStyle = colour('muted');
-    context.fillText(name, (left + right) / 2, area.y + 13);
+    context.fillText(name, (left + right) / 2, area.y + area.h - 7);
   }
   context.restore();
 }

@@ -91,7 +91,7 @@ export function outcomeText({error, results = []}) {
   for (const {path, asked, value, refusal, done} of results) {
     if (error || done) continue;
     const name = path.replace(/^cfg\//, '');
-    parts.push(refusal ? `The head says of ${name} = ${asked}: ${refusal.trim()} It holds ${value || 'nothing'}.`
+    parts.push(refusal ? `The head says of ${name} = ${asked}: ${refusal.trim()}. It holds ${value || 'nothing'}.`
                        : `${name}: asked for ${asked}, the head holds ${value}.`);
   }
   return {done: parts.length === 0, text: parts.join(' ')};

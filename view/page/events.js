@@ -234,7 +234,7 @@ export class Events {
       xlabel: '10 000/PFD (m² s/µmol)',
       ylabel: 'F (counts)',
       connectSeparatedPoints: true,
-      axes: {x: {axisLabelFormatter: tickText, valueFormatter: numberText}, y: {valueFormatter: numberText, pixelsPerLabel: 30}},
+      axes: {x: {axisLabelFormatter: tickText, valueFormatter: numberText, pixelsPerLabel: 40}, y: {valueFormatter: numberText, pixelsPerLabel: 30}},
     });
   }
 

@@ -57,17 +57,17 @@ export class Light {
   }
 
   groupOf({title, control, rows}) {
+    const setting = control && this.settings.get(control);
+    const choice = setting ? [this.fieldOf(setting).input] : [];
+    choice.forEach((input) => input.setAttribute('aria-label', title));
     const entries = rows.map(({when, name, paths}) => {
       const settings = paths.map((path) => this.settings.get(path)).filter(Boolean);
       const inputs = settings.map((setting) => this.fieldOf(setting).input);
       inputs.forEach((input) => input.setAttribute('aria-label', `${title}: ${name}`));
-      return element('div', {class: 'entry', 'data-when': when ?? '', 'data-control': control ?? ''},
+      return element('div', {class: paths.length > 1 ? 'entry several' : 'entry', 'data-when': when ?? '', 'data-control': control ?? ''},
         element('span', {class: 'name'}, name), element('span', {class: 'inputs'}, ...inputs),
         element('small', {}, settings[0]?.unit ?? ''));
     });
-    const setting = control && this.settings.get(control);
-    const choice = setting ? [this.fieldOf(setting).input] : [];
-    choice.forEach((input) => input.setAttribute('aria-label', title));
     return element('div', {class: 'group'}, element('h3', {}, element('span', {}, title), ...choice), ...entries);
   }
 
