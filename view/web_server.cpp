@@ -103,7 +103,7 @@ int WebServer::Library::Call(struct lws* socket, enum lws_callback_reasons reaso
         return 0;
       case LWS_CALLBACK_SERVER_WRITEABLE: {
         const auto found = server.browsers.find(*browser);
-        return found != server.browsers.end() && server.Write(found->second) ? 0 : -1;
+        return found != server.browsers.end() && WebServer::Write(found->second) ? 0 : -1;
       }
       default:
         return lws_callback_http_dummy(socket, reason, user, data, size);
