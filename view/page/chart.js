@@ -41,14 +41,31 @@ function legendOf(names, colours) {
   return legend;
 }
 
+// Ticks of a logarithmic axis of seconds: one for each power of ten.
+export function decades(start, end) {
+  const ticks = [];
+  for (let power = Math.ceil(Math.log10(start)); power <= Math.log10(end); ++power) {
+    const [unit, factor] = power < -3 ? ['µs', 6] : power < 0 ? ['ms', 3] : ['s', 0];
+    ticks.push({v: 10 ** power, label: `${Math.round(10 ** (power + factor))} ${unit}`});
+  }
+  return ticks;
+}
+
+// The library's own answer leaves the logarithm out.
+function placeOf(chart, area, value) {
+  if (!chart.getOptionForAxis('logscale', 'x')) return chart.toDomXCoord(value);
+  const [start, end] = chart.xAxisRange().map(Math.log);
+  return area.x + area.w * (value > 0 ? (Math.log(value) - start) / (end - start) : -1);
+}
+
 // Shades spans of the x axis: [{from, to, colour, name}].
 export function shade(context, area, chart, spans) {
   context.save();
   context.font = '11px system-ui, sans-serif';
   context.textAlign = 'center';
   for (const {from, to, fill, name} of spans) {
-    const left = Math.max(area.x, chart.toDomXCoord(from));
-    const right = Math.min(area.x + area.w, chart.toDomXCoord(to));
+    const left = Math.max(area.x, placeOf(chart, area, from));
+    const right = Math.min(area.x + area.w, placeOf(chart, area, to));
     if (!(right > left)) continue;
     context.fillStyle = fill;
     context.fillRect(left, area.y, Math.max(1, right - left), area.h);

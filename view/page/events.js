@@ -1,6 +1,6 @@
 // Flashes and dark pulses: the list of the last hundred, and the one that is looked at.
 
-import {colour, makeChart, onThemeChange, pictureOf, shade} from './chart.js';
+import {colour, decades, makeChart, onThemeChange, pictureOf, shade} from './chart.js';
 import {byId, dateText, download, element, numberText, tickText} from './format.js';
 import {Reference} from './reference.js';
 
@@ -8,6 +8,8 @@ const mostListed = 100;
 // In less light than this a leaf is in the dark: the measuring light alone gives less.
 const dark = 2;  // µmol/m²/s
 const typeNames = {RECT: 'Rectangular flash', MPF: 'Multiphase flash', INDUCTION: 'Induction', DARK: 'Dark pulse', ZERO: 'Zero'};
+
+const shortNames = {RECT: 'Rectangular', MPF: 'Multiphase', DARK: 'Dark', ZERO: 'Zero'};
 
 export const nameOf = (event) => `${typeNames[event.values.TYPE] ?? event.values.TYPE} ${event.values.EVENT_ID}`;
 const resultOf = (event, name) => event.results.find((result) => result.name === name)?.value ?? null;
@@ -62,7 +64,8 @@ export class Events {
     byId('event-table').tBodies[0].replaceChildren(...[...this.events.values()].reverse().map((event) => {
       const box = element('input', {type: 'checkbox', checked: this.over === event.key, 'aria-label': `Lay ${nameOf(event)} over`});
       box.onchange = () => this.layOver(box.checked ? event.key : null);
-      const button = element('button', {class: 'link', onclick: () => this.choose(event.key)}, nameOf(event));
+      const button = element('button', {class: 'link', onclick: () => this.choose(event.key)},
+        `${shortNames[event.values.TYPE] ?? nameOf(event).replace(/ \d+$/, '')} ${event.values.EVENT_ID}`);
       return element('tr', {'aria-current': String(event.key === this.event?.key)},
         element('td', {}, button), element('td', {}, event.values.TIME),
         element('td', {class: 'number'}, numberText(event.before?.F)),
@@ -147,11 +150,17 @@ export class Events {
     if (!event) return;
     byId('last-title').textContent = `${nameOf(event)}, ${event.values.TIME}`;
     const wanted = ['Fv/Fm', 'ΦPSII', 'NPQ', 'FMAX', 'FMIN'];
+    const ratios = {'Fv/Fm': 3, ΦPSII: 3, NPQ: 2};
     const labels = {FMAX: event.before?.PFD < dark ? 'Fm' : 'Fm′', FMIN: 'Fo′'};
     const parts = this.numbersOf(event).filter(([name]) => wanted.includes(name))
       .sort(([one], [other]) => wanted.indexOf(one) - wanted.indexOf(other))
-      .map(([name, value]) => `${labels[name] ?? name} ${numberText(value, name.startsWith('F') && name !== 'Fv/Fm' ? 4 : 3)}`);
+      .map(([name, value]) => `${labels[name] ?? name} ${name in ratios ? value.toFixed(ratios[name]) : numberText(value)}`);
     byId('last-numbers').textContent = parts.join(' · ') || 'no result';
+  }
+
+  looksOf(code, place) {
+    const name = this.phases[code] ?? 'margin';
+    return name === 'margin' ? {name: '', fill: 'transparent'} : {name, fill: colour(place % 2 ? 'shade' : 'shade2')};
   }
 
   phaseSpans(curve, shift) {
@@ -161,7 +170,7 @@ export class Events {
       if (spans.at(-1)?.code === code) spans.at(-1).to = time;
       else {
         if (spans.length > 0) spans.at(-1).to = time;
-        spans.push({code, from: time, to: time, name: this.phases[code] ?? '', fill: code === 2 || code === 7 ? 'transparent' : colour(spans.length % 2 ? 'shade' : 'shade2')});
+        spans.push({code, from: time, to: time, ...this.looksOf(code, spans.length)});
       }
     });
     return spans;
@@ -200,7 +209,7 @@ export class Events {
       y2label: 'PFD (µmol/m²/s)',
       includeZero: true,
       axes: {
-        x: {logscale: isLog, valueFormatter: numberText, axisLabelFormatter: tickText, pixelsPerLabel: 60},
+        x: {logscale: isLog, valueFormatter: numberText, axisLabelFormatter: tickText, pixelsPerLabel: 60, ...(isLog ? {ticker: decades} : {})},
         y: {valueFormatter: numberText, pixelsPerLabel: 30}, y2: {valueFormatter: numberText, pixelsPerLabel: 30, includeZero: true},
       },
       highlightCallback: (_, time, points) => {
