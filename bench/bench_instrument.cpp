@@ -56,7 +56,7 @@ Instrument BenchInstrument(const std::string& root) {
        {"/proc/cpu/", "/sys/devices/system/cpu/cpu0/cpufreq/", "/sys/bus/i2c/devices/", "/run/",
         "/etc/network/", "/etc/sysconfig/", "/etc/rc.d/init.d/", "/var/log/", "/dev/"})
     MakeDirectoriesTo(root + directory);
-  std::ofstream(instrument.clock_device, std::ios::app);
+  const std::ofstream clock_device(instrument.clock_device, std::ios::app);
   instrument.zoneinfo = Instrument().zoneinfo;
   // A user without a name keeps working as itself.
   const struct passwd* user = getpwuid(geteuid());

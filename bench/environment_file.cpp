@@ -9,8 +9,10 @@
 
 namespace {
 
-Environment Read(const std::string& text) {
-  Environment environment;
+Surroundings Read(const std::string& text) {
+  Surroundings surroundings;
+  Environment& environment = surroundings.environment;
+  ProcessorFaults& faults = surroundings.faults;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
     std::istringstream words(line);
@@ -18,16 +20,28 @@ Environment Read(const std::string& text) {
     double number = 0;
     if (!(words >> word)) continue;
     const bool complete = words >> number && (words >> std::ws).eof();
-    if (complete && word == "temperature" && number >= -10 && number <= 60)
+    const auto is = [&](const char* name, double low, double high) {
+      return complete && word == name && number >= low && number <= high;
+    };
+    if (is("temperature", -10, 60))
       environment.temperature = number;
-    else if (complete && word == "health" && number >= 0.01 && number <= 1)
+    else if (is("health", 0.01, 1))
       environment.health = number;
+    else if (is("silent", 0, 1))
+      faults.is_silent = number != 0;
+    else if (is("damage", 0, 1))
+      faults.damage = number;
+    else if (is("resets", 0, 1e9))
+      faults.resets = static_cast<int>(number);
+    else if (is("count", 0, 1e9))
+      faults.count_every = static_cast<int>(number);
     else
       throw std::invalid_argument("'" + line +
-                                  "' is neither 'temperature' with -10 to 60 (°C) nor 'health' "
-                                  "with 0.01 to 1");
+                                  "' is neither 'temperature' with -10 to 60 (°C), 'health' with "
+                                  "0.01 to 1, 'silent' or 'damage' with 0 to 1, nor 'resets' or "
+                                  "'count' with a number");
   }
-  return environment;
+  return surroundings;
 }
 
 }  // namespace
@@ -36,7 +50,7 @@ void EnvironmentFile::Provide(const std::string& path) {
   if (!std::filesystem::exists(path)) WriteFile(path, "temperature 25\nhealth 1\n");
 }
 
-std::optional<Environment> EnvironmentFile::Changed() {
+std::optional<Surroundings> EnvironmentFile::Changed() {
   constexpr std::chrono::milliseconds kBetweenLooks(200);
   const auto now = std::chrono::steady_clock::now();
   if (looked && now - *looked < kBetweenLooks) return std::nullopt;

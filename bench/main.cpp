@@ -19,6 +19,7 @@
 #include "bench/processor_link.h"
 #include "bench/quiet_departures.h"
 #include "bench/recording.h"
+#include "bench/settings_reference.h"
 #include "bench/simulated_process.h"
 #include "bench/start_checks.h"
 #include "common/host_port.h"
@@ -83,6 +84,7 @@ struct BenchOptions {
   bool routes = false;
   bool view = false;
   bool print_tree = false;
+  bool print_reference = false;
   std::vector<std::string> lumet_options;
 };
 
@@ -101,8 +103,9 @@ void AddOptions(CLI::App& app, BenchOptions& options) {
       ->check(CLI::Range(1, 10000));
   app.add_option("--seed", options.seed, "Seed of the noise")->capture_default_str();
   app.add_option("--leaf", options.leaf,
-                 "What is in front of the head. Its temperature and health are in\n"
-                 "'environment' in the bench's directory, to be changed at any time")
+                 "What is in front of the head. Its temperature and health, and faults of the\n"
+                 "processor, are in 'environment' in the bench's directory, to be changed at\n"
+                 "any time")
       ->check(CLI::IsMember(Leaf::Names()))
       ->capture_default_str();
   app.add_option("--speed", options.speed,
@@ -133,6 +136,8 @@ void AddOptions(CLI::App& app, BenchOptions& options) {
                "Serve the page of lumet-view, the program beside this one, for the head");
   app.add_flag("--print-tree", options.print_tree,
                "Print the settings of a new head, and the type of each, and run nothing");
+  app.add_flag("--print-reference", options.print_reference,
+               "Print the page docs/settings-reference.md, and run nothing");
   app.add_option("LUMET_OPTIONS", options.lumet_options,
                  "After --: options of lumet itself, such as -- -d");
 }
@@ -252,17 +257,18 @@ int RunBench(BenchOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app(
-      "Runs a head on the desk: the real daemon, with a simulated signal processor. It needs no\n"
-      "rights and touches nothing outside its directory.",
-      "lumet-bench");
-  BenchOptions options;
-  AddOptions(app, options);
-  app.set_version_flag("--version", "lumet-bench " + std::string(kLumetVersion));
-  CLI11_PARSE(app, argc, argv);
   try {
-    if (!options.print_tree) return RunBench(options);
-    PrintTree();
+    CLI::App app(
+        "Runs a head on the desk: the real daemon, with a simulated signal processor. It needs no\n"
+        "rights and touches nothing outside its directory.",
+        "lumet-bench");
+    BenchOptions options;
+    AddOptions(app, options);
+    app.set_version_flag("--version", "lumet-bench " + std::string(kLumetVersion));
+    CLI11_PARSE(app, argc, argv);
+    if (!options.print_tree && !options.print_reference) return RunBench(options);
+    if (options.print_tree) PrintTree();
+    if (options.print_reference) PrintSettingsReference(std::cout);
     return 0;
   } catch (const std::exception& error) {
     std::cerr << "lumet-bench: " << error.what() << "\n";

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <ctime>
 #include <optional>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -22,6 +23,8 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
+// How long a silent processor waits for the end of its silence, microseconds.
+constexpr std::uint64_t kLookAtFile = 100'000;
 constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 
 // Simulated time, microseconds after the start.
@@ -81,8 +84,15 @@ class Link {
     return (entry.revents & POLLOUT) != 0;
   }
 
+  // The share of packets that are damaged on their way.
+  void SetDamage(double new_share) { damage = new_share; }
+
   // False if the other end is gone.
-  bool Send(const Bytes& bytes, bool& sent) {
+  bool Send(const Bytes& whole, bool& sent) {
+    Bytes damaged;
+    const bool hit = damage > 0 && std::bernoulli_distribution(damage)(random);
+    if (hit) damaged = Damaged(whole);
+    const Bytes& bytes = hit ? damaged : whole;
     const ssize_t count = send(descriptor, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     sent = count >= 0;
     if (sent) Record(RecordedPacket::kFromProcessor, bytes);
@@ -112,6 +122,15 @@ class Link {
   // Whether a call failed for good.
   static bool Gone(ssize_t result) { return result < 0 && errno != EAGAIN && errno != EINTR; }
 
+  // Some bytes are others, and the end may be missing.
+  Bytes Damaged(Bytes bytes) {
+    constexpr std::size_t kMostBytes = 20;
+    for (std::size_t count = random() % kMostBytes + 1; count > 0; --count)
+      bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
+    if (random() % 2 == 0) bytes.resize(random() % bytes.size() + 1);
+    return bytes;
+  }
+
   void Record(RecordedPacket::Direction direction, std::span<const std::uint8_t> bytes) {
     if (recording) recording->Write(clock.Latest(), direction, bytes);
   }
@@ -121,6 +140,8 @@ class Link {
   Bytes packet;
   struct pollfd entry = {};
   std::optional<RecordingWriter> recording;
+  double damage = 0;
+  std::mt19937_64 random;
 };
 
 }  // namespace
@@ -129,17 +150,27 @@ void RunSimulatedDSP(int descriptor, SimulatedDSP& dsp, const LinkOptions& optio
   Link link(descriptor, options);
   std::optional<EnvironmentFile> environment_file;
   if (!options.environment.empty()) environment_file.emplace(options.environment);
+  ProcessorFaults faults;
+  const auto surround = [&](const Surroundings& now) {
+    dsp.SetEnvironment(now.environment);
+    link.SetDamage(now.faults.damage);
+    dsp.CountEvery(static_cast<std::uint64_t>(now.faults.count_every));
+    if (now.faults.resets != faults.resets) dsp.Reset(link.Clock().Stamp());
+    faults = now.faults;
+  };
   auto& waiting = dsp.Output().packets;
   dsp.Start(link.Clock().Stamp());
   while (true) {
     if (environment_file)
-      if (const auto environment = environment_file->Changed()) dsp.SetEnvironment(*environment);
+      if (const auto changed = environment_file->Changed()) surround(*changed);
     // While the head is behind, time passes and samples are lost, as they are with the device.
-    if (waiting.empty()) {
+    if (waiting.empty() && !faults.is_silent) {
       const std::uint64_t now = link.Clock().Now(dsp.NextRecordDue());
       dsp.Advance(link.Clock().Stamp(), now);
     }
-    if (link.Wait(!waiting.empty(), dsp.NextRecordDue())) {
+    const std::uint64_t due =
+        faults.is_silent ? link.Clock().Latest() + kLookAtFile : dsp.NextRecordDue();
+    if (link.Wait(!waiting.empty() && !faults.is_silent, due)) {
       bool sent = false;
       if (!link.Send(waiting.front(), sent)) return;
       if (sent) waiting.pop_front();

@@ -31,7 +31,7 @@ float Between(float from, float to, float share) { return from + (to - from) * s
 }  // namespace
 
 SimulatedDSP::SimulatedDSP(std::uint32_t rate, std::uint64_t seed, const Leaf& leaf)
-    : random(seed), leaf(leaf), timing(StartTiming(rate)) {
+    : random(seed), start_rate(rate), leaf(leaf), timing(StartTiming(rate)) {
   measure = MeasureSegment();
 }
 
@@ -42,6 +42,20 @@ void SimulatedDSP::SetEnvironment(const Environment& environment) {
 
 void SimulatedDSP::Start(const RecordTime& now) {
   output.Text(now, DSPCode::InitTextRecord, "simulated processor ready");
+}
+
+void SimulatedDSP::Reset(const RecordTime& now) {
+  AdvanceLeaf(last_elapsed);
+  gathered = 0;
+  sequence.clear();
+  registers.clear();
+  raw = {};
+  red_modulation = true;
+  timing = StartTiming(start_rate);
+  measure = MeasureSegment();
+  tick_start = last_elapsed;
+  Start(now);
+  Begin(now);
 }
 
 void SimulatedDSP::HandleCommands(const RecordTime& now, std::span<const std::uint8_t> packet) {
@@ -62,13 +76,7 @@ void SimulatedDSP::HandleCommand(const RecordTime& now, const RecordHeader& head
       return Begin(now);
     case DSPCode::SetTimingConfig:
       if (!holds(TimingConfig::kSize)) break;
-      timing = TimingConfig::Decode(payload.data());
-      AdvanceLeaf(last_elapsed);
-      // A running sequence goes on as it began.
-      if (sequence.empty()) FlushBatch(now);
-      measure = MeasureSegment();
-      if (sequence.empty()) Begin(now);
-      return;
+      return SetTiming(now, TimingConfig::Decode(payload.data()));
     case DSPCode::SetBiasConfig:
       if (!holds(BiasConfig::kSize)) break;
       AdvanceLeaf(last_elapsed);
@@ -115,6 +123,15 @@ void SimulatedDSP::HandleCommand(const RecordTime& now, const RecordHeader& head
   }
   output.Text(now, DSPCode::BadCommandRecord,
               "code " + std::to_string(header.code) + ", length " + std::to_string(header.length));
+}
+
+void SimulatedDSP::SetTiming(const RecordTime& now, const TimingConfig& new_timing) {
+  timing = new_timing;
+  AdvanceLeaf(last_elapsed);
+  // A sequence that runs goes on as it began.
+  if (sequence.empty()) FlushBatch(now);
+  measure = MeasureSegment();
+  if (sequence.empty()) Begin(now);
 }
 
 SimulatedDSP::Segment SimulatedDSP::MeasureSegment() const {
@@ -283,7 +300,7 @@ WireSample SimulatedDSP::MakeSample(std::uint64_t elapsed) {
   LightDrive drive;
   const LeafLight light = LightAt(elapsed, drive);
   WireSample sample;
-  sample.tick = static_cast<std::uint32_t>(elapsed);
+  sample.tick = static_cast<std::uint32_t>(elapsed - tick_start);
   sample.red_dac = std::round(drive.red);
   sample.blue_dac = drive.blue;
   sample.farred_dac = drive.farred;
@@ -304,7 +321,11 @@ void SimulatedDSP::FlushBatch(const RecordTime& now) {
     output.Sample(now, batch[0]);
   else
     output.Batch(now, std::span(batch).first(gathered));
+  const std::uint64_t before = sent;
+  sent += gathered;
   gathered = 0;
+  if (count_every > 0 && before / count_every != sent / count_every)
+    output.Text(now, DSPCode::InfoTextRecord, std::to_string(sent) + " samples sent");
 }
 
 void SimulatedDSP::SendRawCapture(const RecordTime& now) {

@@ -29,6 +29,11 @@ class SimulatedDSP {
 
   // Says that the processor has started.
   void Start(const RecordTime& now);
+  // Starts anew: what was set and what runs is forgotten, but for the output format, and ticks
+  // count from 0 again.
+  void Reset(const RecordTime& now);
+  // From now on, it says after about each `samples` how many it has sent since the start; 0: never.
+  void CountEvery(std::uint64_t samples) { count_every = samples; }
   // Takes one packet of commands.
   void HandleCommands(const RecordTime& now, std::span<const std::uint8_t> packet);
 
@@ -58,6 +63,7 @@ class SimulatedDSP {
   void StartDarkPulse(const RecordTime& now);
   Segment FlashSegment(std::uint16_t code, std::uint64_t duration) const;
   Segment DarkSegment(std::uint16_t code, std::uint64_t duration) const;
+  void SetTiming(const RecordTime& now, const TimingConfig& new_timing);
   Segment MeasureSegment() const;
 
   const Segment& Current() const { return sequence.empty() ? measure : sequence.front(); }
@@ -77,6 +83,7 @@ class SimulatedDSP {
   RecordWriter output;
   std::mt19937_64 random;
   std::normal_distribution<float> normal;
+  const std::uint32_t start_rate;  // Hz
   std::map<std::uint16_t, std::uint16_t> registers;
   Leaf leaf;
   LightPath optics;
@@ -90,6 +97,9 @@ class SimulatedDSP {
   std::uint64_t made = 0;           // samples since then
   std::uint64_t leaf_at = 0;        // how far the leaf has come
   std::uint64_t last_elapsed = 0;
+  std::uint64_t tick_start = 0;  // when ticks were 0
+  std::uint64_t sent = 0;        // samples, since the start
+  std::uint64_t count_every = 0;
 
   std::array<WireSample, WireBatch::kSlots> batch;
   std::size_t gathered = 0;

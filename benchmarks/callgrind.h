@@ -8,9 +8,14 @@
 
 // Instructions of a program that runs under callgrind, which counts those of user mode.
 
-// The words that, put in front of a command, count its instructions into the file `log`.
-inline std::vector<std::string> CallgrindWords(const std::string& log) {
-  return {"valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--log-file=" + log};
+// The words that, put in front of a command, count its instructions into the file `log`; `options`
+// are more of callgrind's.
+inline std::vector<std::string> CallgrindWords(const std::string& log,
+                                               const std::vector<std::string>& options = {}) {
+  std::vector<std::string> words = {"valgrind", "--tool=callgrind",
+                                    "--callgrind-out-file=/dev/null", "--log-file=" + log};
+  words.insert(words.end(), options.begin(), options.end());
+  return words;
 }
 
 // The count in `log` once the program has ended. Throws std::runtime_error if there is none.

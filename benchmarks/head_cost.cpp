@@ -1,14 +1,19 @@
-// What a head costs while nothing happens: memory for each client that is connected, and how often
-// the daemon wakes up. The daemon is measured alone, in a process of its own.
+// What a head costs while nothing happens: memory for each client that is connected, and for each
+// that has been served, and how often the daemon wakes up. The daemon is measured alone, in a
+// process of its own.
 
+#include <array>
 #include <chrono>
 #include <iostream>
+#include <iterator>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "bench/head.h"
 #include "client/console.h"
+#include "client/lines.h"
 
 namespace {
 
@@ -21,6 +26,44 @@ double WakeUpsPerSecond(const Head& head) {
   const long before = head.Status(counter);
   std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
   return static_cast<double>(head.Status(counter) - before) / kSeconds;
+}
+
+// Has everybody served: each client alone with an answer of many kilobytes, and all at once with
+// the rows of as many samples as one read of the processor brings.
+void Serve(Head& head, const std::vector<std::unique_ptr<LineClient>>& clients) {
+  constexpr int kSamples = 390;
+  for (const auto& client : clients) {
+    client->Send("&query;\n");
+    while (client->ReadLine().find("<ack>") == std::string::npos) {
+    }
+  }
+  RecordWriter records;
+  std::array<WireSample, WireBatch::kSlots> batch;
+  for (WireSample& sample : batch) sample.code = kMeasuring;
+  for (std::size_t i = 0; i < kSamples; i += batch.size()) records.Batch(StampNow(), batch);
+  head.SignalProcessor().Send(records);
+  for (const auto& client : clients)
+    for (int i = 0; i < kSamples; ++i) client->ReadLineThatBegins("DATA\t");
+}
+
+// Bytes that each client takes once it has been served and leaves the head in peace.
+long BytesPerServedClient() {
+  constexpr int kServed = 1000;
+  // The daemon gives memory back a moment after it was last needed.
+  constexpr auto kMoment = std::chrono::milliseconds(2500);
+  const TemporaryDirectory root;
+  Head head(root.Path(), Head::PlayedBy::kCaller);
+  head.SignalProcessor().ReadPacket();
+  std::vector<std::unique_ptr<LineClient>> clients;
+  const auto memory_for = [&](int count) {
+    while (std::ssize(clients) < count)
+      clients.push_back(std::make_unique<LineClient>(head.Port()));
+    Serve(head, clients);
+    std::this_thread::sleep_for(kMoment);
+    return head.Status("RssAnon");
+  };
+  const long before = memory_for(1);
+  return (memory_for(1 + kServed) - before) * 1024 / kServed;
 }
 
 }  // namespace
@@ -38,6 +81,7 @@ int main() {
     for (int i = 0; i < kClients; ++i) clients.push_back(connect());
     const long kilobytes = head.Status("RssAnon") - before;
     std::cout << "bytes per idle client:              " << kilobytes * 1024 / kClients << "\n"
+              << "bytes per served client:            " << BytesPerServedClient() << "\n"
               << "wake-ups per second, no samples:    " << WakeUpsPerSecond(head) << "\n";
   }
   const TemporaryDirectory root;

@@ -64,8 +64,8 @@ std::map<std::string, double> BusMessage::Values() const {
   return values;
 }
 
-void BusClient::HandleDeleter::operator()(struct mosquitto* client) const {
-  mosquitto_destroy(client);
+void BusClient::HandleDeleter::operator()(struct mosquitto* handle) const {
+  mosquitto_destroy(handle);
 }
 
 BusClient::BusClient(const BusOptions& options)

@@ -37,7 +37,8 @@ void ConsoleClient::ReadOpening() {
       if (row->event == "SN") identity.serial_number = row->value;
       if (row->event == "CONSOLECONNECTED") identity.console = row->value;
     }
-    if (const auto* row = std::get_if<PlainRow>(&*message); row && row->name == "DATADIAGH") {
+    if (const auto* row = std::get_if<PlainRow>(&*message);
+        row != nullptr && row->name == "DATADIAGH") {
       if (!identity.model.empty() && rows.ColumnsOf("DATA")) return;
       throw ClientError("what answers at " + connection.Peer() + " is no head");
     }
@@ -62,8 +63,9 @@ void ConsoleClient::Receive(std::string line) {
 
 void ConsoleClient::ReceiveRow(std::string line) {
   try {
-    std::visit([&](auto&& row) { kept.emplace_back(ConsoleMessage(std::move(row))); },
-               rows.Read(std::move(line)));
+    std::visit(
+        [&](auto&& row) { kept.emplace_back(ConsoleMessage(std::forward<decltype(row)>(row))); },
+        rows.Read(std::move(line)));
   } catch (const ClientError& error) {
     kept.emplace_back(error);
   }

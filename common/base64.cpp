@@ -14,7 +14,7 @@ constexpr std::array<std::uint8_t, 128> MakeDecoding() {
   std::array<std::uint8_t, 128> table = {};
   table.fill(kForeign);
   for (std::size_t i = 0; i < kAlphabet.size(); ++i)
-    table[static_cast<std::size_t>(kAlphabet[i])] = static_cast<std::uint8_t>(i);
+    table[static_cast<unsigned char>(kAlphabet[i])] = static_cast<std::uint8_t>(i);
   return table;
 }
 constexpr std::array<std::uint8_t, 128> kDecoding = MakeDecoding();

@@ -80,12 +80,12 @@ class BonjourClient::Core {
  private:
   static void Browsed(AvahiServiceBrowser* browser, AvahiIfIndex interface, AvahiProtocol protocol,
                       AvahiBrowserEvent event, const char* name, const char* type,
-                      const char* domain, AvahiLookupResultFlags flags, void* core);
+                      const char* domain, AvahiLookupResultFlags flags, void* object);
   static void Resolved(AvahiServiceResolver* resolver, AvahiIfIndex interface,
                        AvahiProtocol protocol, AvahiResolverEvent event, const char* name,
                        const char* type, const char* domain, const char* host_name,
                        const AvahiAddress* address, std::uint16_t port, AvahiStringList* txt,
-                       AvahiLookupResultFlags flags, void* core);
+                       AvahiLookupResultFlags flags, void* object);
   // Runs a listener's operation on behalf of the library, which no exception may cross.
   template <class Operation>
   void Tell(Operation operation) {

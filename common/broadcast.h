@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/memory.h"
+
 // Text on its way to many readers, kept once for all of them: bytes are appended at the end, and
 // forgotten at the front when the last reader has passed them.
 class Broadcast {
@@ -26,8 +28,7 @@ class Broadcast {
   void Keep(std::size_t length) {
     constexpr std::size_t kMostKeptRoom = std::size_t{128} << 10;
     if (length == 0) {
-      bytes.clear();
-      if (bytes.capacity() > kMostKeptRoom) bytes = std::string();
+      Release(bytes, kMostKeptRoom);
     } else if (bytes.size() / 2 >= length) {
       // Only once moving the rest is cheap compared with what has gone.
       bytes.erase(0, bytes.size() - length);

@@ -8,11 +8,12 @@
 #include <csignal>
 #include <fstream>
 #include <stdexcept>
+#include <utility>
 
 #include "common/errno_error.h"
 #include "common/signals.h"
 
-DaemonApp::DaemonApp(const std::string& path) : pid_path(path) {}
+DaemonApp::DaemonApp(std::string path) : pid_path(std::move(path)) {}
 
 DaemonApp::~DaemonApp() {
   if (pid_fd >= 0 && close(pid_fd) == 0) unlink(pid_path.c_str());

@@ -7,7 +7,7 @@
 class DaemonApp {
  public:
   // Opens nothing.
-  explicit DaemonApp(const std::string& path);
+  explicit DaemonApp(std::string path);
   // Closes and removes the pid file if it is held.
   virtual ~DaemonApp();
   DaemonApp(const DaemonApp&) = delete;
@@ -25,7 +25,7 @@ class DaemonApp {
 
   // Forks twice, detaches from the terminal and closes the descriptors 0 to 63. False in each
   // parent, which should then exit; true in the final child. Throws ErrnoError.
-  bool Daemonize();
+  static bool Daemonize();
 
  protected:
   // The lock step of LockPidFile alone; closes the descriptor before it throws.

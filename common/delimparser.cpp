@@ -15,7 +15,7 @@ void DelimParser::AddDelimiter(const std::string& delimiter) {
 void DelimParser::GiveBackRoom() {
   constexpr std::size_t kMostKeptRoom = 1024;
   if (Pending() > 0 || buffer.capacity() <= kMostKeptRoom) return;
-  buffer = std::string();
+  Release(buffer, kMostKeptRoom);
   taken = searched = 0;
 }
 

@@ -81,13 +81,15 @@ struct HTTPParser::State {
         state.listener.GotHTTPResponse(state.headers, state.body);
       else
         state.listener.GotHTTPRequest(state.url, state.headers, state.body);
+      state.has_upgraded = parser->upgrade != 0;
     });
   }
 
   Listener& listener;
   http_parser_settings settings;
   http_parser parser;
-  bool value_last = false;  // the last piece of a header was of its value
+  bool has_upgraded = false;  // what follows is no HTTP any more; the library would begin anew
+  bool value_last = false;    // the last piece of a header was of its value
   std::string url;
   Headers headers;
   std::string body;
@@ -103,10 +105,11 @@ HTTPParser::~HTTPParser() = default;
 
 void HTTPParser::Parse(std::string_view text) {
   http_parser& parser = state->parser;
+  if (state->has_upgraded) return;
   const std::size_t taken =
       http_parser_execute(&parser, &state->settings, text.data(), text.size());
   if (state->caught) std::rethrow_exception(std::exchange(state->caught, nullptr));
-  if (taken < text.size() && parser.upgrade == 0) throw Error("ERROR in HTTPParser");
+  if (taken < text.size() && !state->has_upgraded) throw Error("ERROR in HTTPParser");
 }
 
 void HTTPParser::Finish() { Parse(""); }

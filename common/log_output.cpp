@@ -14,7 +14,7 @@
 namespace {
 
 // Text that ends no line is not gathered beyond this.
-constexpr std::size_t kMostGathered = 64 * 1024;
+constexpr std::size_t kMostGathered = std::size_t{64} * 1024;
 // What a terminal or pipe takes without waiting when poll says that it has room.
 constexpr std::size_t kSurelyTaken = 256;
 
@@ -32,7 +32,7 @@ bool HasRoom(int fd) {
 
 }  // namespace
 
-LogOutput::LogOutput() : PollItem(POLLOUT, false), before(std::cout.rdbuf()), kind(Kind::kShared) {
+LogOutput::LogOutput() : PollItem(POLLOUT, false), before(std::cout.rdbuf()) {
   std::cout.flush();
   struct stat status = {};
   const bool known = fstat(STDOUT_FILENO, &status) == 0;

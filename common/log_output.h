@@ -44,7 +44,7 @@ class LogOutput : public std::streambuf, public PollItem {
   void StopWaiting();
 
   std::streambuf* before;
-  Kind kind;
+  Kind kind = Kind::kShared;
   int fd;
   bool awaits_room = false;   // is on the loop
   std::string gathered;       // written, and neither ended nor flushed

@@ -23,9 +23,8 @@ void MemoryTrimmer::Expired() {
   TrimMemory();
 }
 
-void Release(std::string& text) {
-  constexpr std::size_t kSmallChange = 16384;
+void Release(std::string& text, std::size_t small_change) {
   text.clear();
   // Assigning an empty string would leave it its memory.
-  if (text.capacity() > kSmallChange) text.shrink_to_fit();
+  if (text.capacity() > small_change) text.shrink_to_fit();
 }

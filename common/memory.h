@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "common/poll_processor.h"
@@ -24,5 +25,6 @@ class MemoryTrimmer : public PollTimer {
   bool asked = false;
 };
 
-// Empties `text`, and frees its memory if that is more than small change.
-void Release(std::string& text);
+// Empties `text`, and frees its memory if that is more than this many bytes, which are small change
+// for what there is once.
+void Release(std::string& text, std::size_t small_change = 16384);

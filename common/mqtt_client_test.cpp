@@ -165,7 +165,7 @@ void HostLookupCases() {
   lookup.Start("localhost", found);
   ExpectTrue(lookup.IsRunning(), "names take time");
   while (lookup.IsRunning()) PollProcessor::Instance()->Process(1000);
-  ExpectTrue(addresses.at(0) == "::1" || addresses.at(0) == "127.0.0.1", addresses.at(0).c_str());
+  ExpectTrue(addresses.at(0) == "::1" || addresses.at(0) == "127.0.0.1", addresses.at(0));
   lookup.Start("no such host", found);
   while (lookup.IsRunning()) PollProcessor::Instance()->Process(1000);
   ExpectTrue(addresses.empty(), "a name that is none");

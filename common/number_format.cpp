@@ -5,6 +5,8 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <limits>
+#include <utility>
 
 namespace {
 
@@ -25,7 +27,40 @@ constexpr std::array<char, 200> MakePairs() {
 }
 constexpr std::array<char, 200> kPairs = MakePairs();
 
-void PutPair(char* to, std::uint32_t number) { std::memcpy(to, &kPairs[2 * number], 2); }
+// Copies so few bytes that a call of the library would cost more, which is what compilers make of
+// memcpy for processors that want every word in its place.
+template <std::size_t kBytes>
+void CopyFew(const char* from, char* to) {
+#if defined(__arm__) && !defined(__ARM_FEATURE_UNALIGNED)
+  [&]<std::size_t... kAt>(std::index_sequence<kAt...>) {
+    const char bytes[] = {from[kAt]...};
+    ((to[kAt] = bytes[kAt]), ...);
+  }
+  (std::make_index_sequence<kBytes>());
+#else
+  std::array<char, kBytes> bytes;
+  std::memcpy(bytes.data(), from, kBytes);
+  std::memcpy(to, bytes.data(), kBytes);
+#endif
+}
+
+void PutPair(char* to, std::uint32_t number) { CopyFew<2>(&kPairs[std::size_t{2} * number], to); }
+
+// The three digits of every number below 1000, with one byte more, since four are moved at once.
+using Triple = std::array<char, 4>;
+constexpr std::array<Triple, 1000> MakeTriples() {
+  std::array<Triple, 1000> triples = {};
+  for (std::size_t i = 0; i < triples.size(); ++i)
+    triples[i] = {static_cast<char>('0' + i / 100), static_cast<char>('0' + i / 10 % 10),
+                  static_cast<char>('0' + i % 10)};
+  return triples;
+}
+constexpr std::array<Triple, 1000> kTriples = MakeTriples();
+
+// Writes one character more.
+void PutTriple(char* to, std::uint32_t number) {
+  CopyFew<sizeof(Triple)>(kTriples[number].data(), to);
+}
 
 // A product of a number of 32 bits with one of 64: its 32 bits before the point, which stands
 // above the lower 64, and those after it.
@@ -107,9 +142,10 @@ struct Binade {
 // six digits and this far above there is no float, so what is found there is the middle.
 constexpr std::uint32_t kScaleExcess = 1U << 24;
 
-constexpr int kSmallestBinade = -22;  // as the bits of a normal number would count it
-constexpr int kLargestBinade = 254;
-constexpr int kBinades = kLargestBinade - kSmallestBinade + 1;
+// Of the positive floats with all their bits, in units of the last one.
+constexpr std::uint32_t kSmallestNormal = 0x0080'0000;
+constexpr std::uint32_t kInfinity = 0x7F80'0000;
+constexpr int kBinades = (kInfinity - kSmallestNormal) >> 23;
 
 // power × 2^binary, rounded up.
 constexpr Scale MakeScale(const PowerOfTen& power, int binary, bool exact) {
@@ -123,7 +159,7 @@ constexpr Scale MakeScale(const PowerOfTen& power, int binary, bool exact) {
 
 constexpr std::array<Binade, kBinades> MakeBinades() {
   constexpr int kLargestExponent = 38;
-  constexpr int kSmallestExponent = -45;
+  constexpr int kSmallestExponent = -38;
   // 10^(5 - exponent) for every exponent and one more.
   constexpr int kLowestPower = kDigits - 2 - kLargestExponent;
   constexpr int kHighestPower = kDigits - 1 - kSmallestExponent;
@@ -138,7 +174,7 @@ constexpr std::array<Binade, kBinades> MakeBinades() {
   int exponent = kSmallestExponent;
   for (int i = 0; i < kBinades; ++i) {
     // Of the last of the 24 bits.
-    const int binary = i + kSmallestBinade - 127 - 23;
+    const int binary = i + 1 - 127 - 23;
     const auto scale = [&](int at_exponent) {
       const int k = kDigits - 1 - at_exponent;
       return MakeScale(power(k), binary + 64, k >= 0);
@@ -161,16 +197,17 @@ char* PutText(char* to, const char* text, std::size_t length) {
 // zeros.
 char* PutDigits(char* to, std::uint32_t digits, int exponent) {
   if (exponent >= 0 && exponent < kDigits) {
-    PutSixDigits(to + 1, digits);
-    for (int i = 0; i <= exponent; ++i) to[i] = to[i + 1];
-    to += exponent + 1;
-    *to = '.';
-    char* last = to + (kDigits - 1 - exponent);
+    PutSixDigits(to, digits);
+    // As many as there are at most are moved, since that takes fewer steps than to count them.
+    char* const point = to + exponent + 1;
+    CopyFew<kDigits - 1>(point, point + 1);
+    *point = '.';
+    char* last = to + kDigits;
     while (*last == '0') --last;
-    return last == to ? to : last + 1;
+    return last == point ? last : last + 1;
   }
   if (exponent < 0 && exponent >= -4) {
-    std::memcpy(to, "0.000", 5);
+    CopyFew<5>("0.000", to);
     to += 1 - exponent;
     PutSixDigits(to, digits);
     char* last = to + kDigits - 1;
@@ -189,9 +226,31 @@ char* PutDigits(char* to, std::uint32_t digits, int exponent) {
   return to + 2;
 }
 
+// mantissa × scale to the nearest, from the middle to the even one.
+inline std::uint32_t Scaled(std::uint32_t mantissa, const Scale& scale) {
+  // The higher part of the scale alone gives less than the product, by less than this. That is
+  // enough unless the middle may lie in between.
+  constexpr std::uint32_t kMissing = 1U << 24;
+  const std::uint64_t product = std::uint64_t{mantissa} * scale.high;
+  if (static_cast<std::uint32_t>(product) - (kHalf - kMissing) <= kMissing) [[unlikely]]
+    return Product(mantissa, scale.high, scale.low).Rounded(kScaleExcess);
+  return static_cast<std::uint32_t>((product + kHalf) >> 32);
+}
+
 char* PutSlowly(char* to, std::size_t room, double value, std::chars_format format, int precision) {
   if (std::isnan(value)) return PutText(to, "nan", 3);
   return std::to_chars(to, to + room, value, format, precision).ptr;
+}
+
+// All floats but the positive ones with all their bits.
+char* PutUnusual(char* to, float value) {
+  const auto bits = std::bit_cast<std::uint32_t>(value);
+  if ((bits & ~kHalf) == 0) return PutText(to, bits == 0 ? "0" : "-0", bits == 0 ? 1 : 2);
+  if (value < 0 && -value >= std::numeric_limits<float>::min() && !std::isinf(value)) {
+    *to = '-';
+    return PutFloat(to + 1, -value);
+  }
+  return PutSlowly(to, kLongestGeneral, double{value}, std::chars_format::general, kDigits);
 }
 
 // The bits as a float of a double that is a float as well; 0 if it is not.
@@ -206,44 +265,18 @@ std::uint32_t BitsAsFloat(std::uint64_t bits) {
 }  // namespace
 
 void PutSixDigits(char* to, std::uint32_t number) {
-  // A little above number / 10000, in units of 2^-32: too little to reach the next digit.
-  std::uint64_t pairs = std::uint64_t{number} * 429497;
-  PutPair(to, static_cast<std::uint32_t>(pairs >> 32));
-  pairs = std::uint64_t{static_cast<std::uint32_t>(pairs)} * 100;
-  PutPair(to + 2, static_cast<std::uint32_t>(pairs >> 32));
-  pairs = std::uint64_t{static_cast<std::uint32_t>(pairs)} * 100;
-  PutPair(to + 4, static_cast<std::uint32_t>(pairs >> 32));
+  PutTriple(to, number / 1000);
+  PutTriple(to + 3, number % 1000);
 }
 
 char* PutFloat(char* to, float value) {
-  constexpr std::uint32_t kInfinity = 0x7F80'0000;
   const auto bits = std::bit_cast<std::uint32_t>(value);
-  const std::uint32_t magnitude = bits & ~kHalf;
-  if (magnitude > kInfinity) return PutText(to, "nan", 3);
-  if (bits != magnitude) *to++ = '-';
-  if (magnitude == 0) return PutText(to, "0", 1);
-  if (magnitude == kInfinity) return PutText(to, "inf", 3);
-
-  auto place = static_cast<int>(magnitude >> 23);
-  std::uint32_t mantissa = (magnitude & 0x7F'FFFF) | 0x80'0000;
-  if (place == 0) {
-    const int missing = std::countl_zero(magnitude) - 8;
-    mantissa = magnitude << missing;
-    place = 1 - missing;
-  }
-  const Binade& binade = kBinadeTable[static_cast<std::size_t>(place - kSmallestBinade)];
-  int exponent = binade.exponent;
-  Product product(mantissa, binade.scales[0].high, binade.scales[0].low);
-  if (product.whole >= kPastDigits) {
-    product = Product(mantissa, binade.scales[1].high, binade.scales[1].low);
-    ++exponent;
-  }
-  std::uint32_t digits = product.Rounded(kScaleExcess);
-  if (digits == kPastDigits) {
-    digits = kPastDigits / 10;
-    ++exponent;
-  }
-  return PutDigits(to, digits, exponent);
+  if (bits - kSmallestNormal >= kInfinity - kSmallestNormal) return PutUnusual(to, value);
+  const Binade& binade = kBinadeTable[(bits >> 23) - 1];
+  const std::uint32_t mantissa = (bits & 0x7F'FFFF) | 0x80'0000;
+  const std::uint32_t digits = Scaled(mantissa, binade.scales[0]);
+  if (digits < kPastDigits) return PutDigits(to, digits, binade.exponent);
+  return PutDigits(to, Scaled(mantissa, binade.scales[1]), binade.exponent + 1);
 }
 
 char* PutGeneral(char* to, double value) {
@@ -256,7 +289,7 @@ char* PutGeneral(char* to, double value) {
   // The place of the first digit: 0 for 1 to 9, -1 for 0.1.
   int exponent = magnitude >= 1 ? 0 : -1;
   if (magnitude >= 1)
-    while (magnitude >= kPowersOfTen[static_cast<std::size_t>(exponent + 1)]) ++exponent;
+    while (magnitude >= kPowersOfTen[static_cast<std::size_t>(exponent) + 1]) ++exponent;
   else
     while (magnitude * kPowersOfTen[static_cast<std::size_t>(-exponent)] < 1) --exponent;
   // The error is less than 1e-9, and matters only when this is so near the middle.

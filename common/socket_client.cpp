@@ -92,10 +92,7 @@ std::size_t SocketClient::Unread() const { return server.broadcast.End() - next_
 void SocketClient::StartFollowing() {
   // It keeps some of the room that its own queue has needed for the next answers.
   constexpr std::size_t kMostKeptRoom = 1024;
-  for (std::string* queue : {&pending, &inFlight}) {
-    queue->clear();
-    if (queue->capacity() > kMostKeptRoom) *queue = std::string();
-  }
+  for (std::string* queue : {&pending, &inFlight}) Release(*queue, kMostKeptRoom);
   written = 0;
   next_place = tick_place = server.broadcast.End();
   follows = true;

@@ -32,7 +32,7 @@ std::string StripEndWS(std::string_view text) {
 }
 
 char FirstNonSpace(std::string_view text) {
-  const auto found = std::find_if_not(text.begin(), text.end(), IsSpace);
+  const auto* const found = std::find_if_not(text.begin(), text.end(), IsSpace);
   return found == text.end() ? '\0' : *found;
 }
 

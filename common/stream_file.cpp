@@ -106,9 +106,10 @@ StreamFileBase& StreamFileBase::operator=(const StreamFileBase& other) {
   return *this;
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): a failing close ends the process
 StreamFileBase::~StreamFileBase() { Close(); }
 
-void StreamFileBase::SetNonBlocking() {
+void StreamFileBase::SetNonBlocking() const {
   const int flags = fcntl(fd, F_GETFL);
   if (flags < 0) throw ErrnoError("StreamFileBase: unable to get file flags");
   if (fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0)

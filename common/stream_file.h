@@ -30,12 +30,13 @@ class StreamFileBase {
   // Protocol: descriptor 0 is not duplicated and leaves this closed.
   StreamFileBase& operator=(const StreamFileBase& other);
   // Closes. A failing close ends the process here.
+  // NOLINTNEXTLINE(bugprone-exception-escape): it does
   virtual ~StreamFileBase();
 
   // -1 when closed.
   int GetFD() const { return fd; }
   bool IsOpen() const { return fd >= 0; }
-  void SetNonBlocking();
+  void SetNonBlocking() const;
   // Has no effect on a closed object.
   void Close();
   // Closes, then takes `descriptor` over; a negative one throws.

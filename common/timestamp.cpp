@@ -93,8 +93,9 @@ void ReadTime(std::istream& in, char separator, Fields& fields) {
     if (!(in >> digits) || !(std::fabs(digits) < kMost)) return;
     const int whole = static_cast<int>(digits);
     fields.hour = whole / 10000;
-    fields.minute = whole / 100 % 100;
-    fields.second = digits - whole / 100 * 100;
+    const int whole_minutes = whole / 100;
+    fields.minute = whole_minutes % 100;
+    fields.second = digits - whole_minutes * 100;
     return;
   }
   // Any one character serves between these.
@@ -114,8 +115,8 @@ Timestamp::Timestamp(int year, int month, int day, int hour, int minute, double 
   if (years < 0 || years > kLastYear - kFirstYear) return;
   const auto month_index = static_cast<std::size_t>(months - FloorDiv(months, 12) * 12);
   const int block_year = static_cast<int>(years % 4);
-  const std::int64_t days = years / 4 * kBlockDays + block_year * kYearDays +
-                            kDaysBefore[IsLeap(block_year)][month_index] + day - 1;
+  const std::int64_t days = years / 4 * kBlockDays + std::int64_t{block_year} * kYearDays +
+                            kDaysBefore[IsLeap(block_year) ? 1 : 0][month_index] + day - 1;
   seconds = static_cast<double>(days * kDaySeconds + std::int64_t{hour} * 3600 +
                                 std::int64_t{minute} * 60) +
             second;
@@ -144,7 +145,7 @@ Timestamp::Date Timestamp::GetDate() const {
   const int block_year = std::min(block_day / kYearDays, 3);
   const bool leap = IsLeap(block_year);
   const int year_day = block_day - block_year * kYearDays;
-  const auto& before = kDaysBefore[leap];
+  const auto& before = kDaysBefore[leap ? 1 : 0];
   const auto month = std::upper_bound(before.begin(), before.end(), year_day) - before.begin();
   return {static_cast<int>(kFirstYear + blocks * 4 + block_year), static_cast<int>(month),
           year_day - before[static_cast<std::size_t>(month) - 1] + 1, leap};

@@ -80,9 +80,9 @@ ZlibStream::ZlibStream(EndCall end_call) : stream(nullptr, Ender{end_call}) {}
 
 ZlibStream::~ZlibStream() = default;
 
-void ZlibStream::Ender::operator()(z_stream_s* ended) const {
-  call(ended);
-  delete ended;
+void ZlibStream::Ender::operator()(z_stream_s* stream) const {
+  call(stream);
+  delete stream;
 }
 
 void ZlibStream::Restart(int (*begin)(z_stream*), const char* failure) {

@@ -18,6 +18,9 @@ class ZlibStream {
  public:
   static constexpr std::size_t kBufferSize = 36864;
 
+  ZlibStream(const ZlibStream&) = delete;
+  ZlibStream& operator=(const ZlibStream&) = delete;
+
   // Free room for input.
   std::span<std::uint8_t> Input();
   // `bytes` of that room are filled.
@@ -32,8 +35,6 @@ class ZlibStream {
   using EndCall = int (*)(z_stream_s*);
   explicit ZlibStream(EndCall end_call);
   ~ZlibStream();
-  ZlibStream(const ZlibStream&) = delete;
-  ZlibStream& operator=(const ZlibStream&) = delete;
 
   // A fresh stream, begun by `begin`, and empty buffers.
   void Restart(int (*begin)(z_stream_s*), const char* failure);

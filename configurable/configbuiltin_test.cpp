@@ -181,7 +181,7 @@ void DefaultCases(TestDoc& doc) {
 template <class Number>
 void CompareNumber(ValueStreams& streams, Number value, std::string text) {
   std::ostringstream by_operator;
-  if (value != value)
+  if (std::isnan(value))
     by_operator << "nan";
   else
     by_operator << value;

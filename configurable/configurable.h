@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "configurable/configurable_visitor.h"
 
@@ -37,11 +38,13 @@ class ConfigurableListener {
   virtual void item_changed(const ConfigurableEvent& /*event*/) {}
   virtual void item_read_begin(const ConfigurableEvent& /*event*/) {}
   virtual void item_read_end(const ConfigurableEvent& /*event*/) {}
+  // Texts are the listener's own, to keep.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): the default keeps none
   virtual void item_text(const ConfigurableEvent& /*event*/, std::string /*text*/) {}
   // `stream` is where the answer goes.
   virtual void item_text_stream(const ConfigurableEvent& event, std::string text,
                                 std::ostream& /*stream*/) {
-    item_text(event, text);
+    item_text(event, std::move(text));
   }
   virtual void item_write_begin(const ConfigurableEvent& /*event*/) {}
   virtual void item_write_end(const ConfigurableEvent& /*event*/) {}
@@ -113,6 +116,7 @@ class Configurable {
   virtual void on_changed() {}
   virtual void on_read_begin(XMLParser& /*parser*/, XMLWriter& /*writer*/) {}
   virtual void on_read_end() {}
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): it is the hook's own, to keep
   virtual void on_read_text(std::string /*text*/, std::ostream& /*out*/) {}
   virtual void on_write_begin() const {}
   virtual void on_write_end() const {}

@@ -25,15 +25,16 @@ bool ConfigurableAttributes::read_attribute(std::string_view attribute, XMLWrite
 bool ConfigurableAttributes::read_attribute_value(std::string_view attribute,
                                                   std::string_view value, XMLWriter& writer) {
   // Returns to plain mode on every path, including an error that throws.
-  struct ValueMode {
-    explicit ValueMode(bool& mode) : value_mode(mode) { value_mode = true; }
-    ~ValueMode() { value_mode = false; }
-    ValueMode(const ValueMode&) = delete;
-    ValueMode& operator=(const ValueMode&) = delete;
+  struct PlainMode {
+    explicit PlainMode(bool& value_mode) : value_mode(value_mode) {}
+    ~PlainMode() { value_mode = false; }
+    PlainMode(const PlainMode&) = delete;
+    PlainMode& operator=(const PlainMode&) = delete;
     bool& value_mode;
   };
   _current_name = attribute;
-  const ValueMode value_mode(_value_mode);
+  const PlainMode afterwards(_value_mode);
+  _value_mode = true;
   return process_text(value, writer, false);
 }
 

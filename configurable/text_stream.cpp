@@ -40,7 +40,7 @@ TextInput::Buffer::pos_type TextInput::Buffer::seekoff(off_type offset, std::ios
 
 TextInput::Buffer::pos_type TextInput::Buffer::seekpos(pos_type position, std::ios_base::openmode) {
   const off_type offset = position;
-  if (offset < 0 || offset > egptr() - eback()) return pos_type(off_type(-1));
+  if (offset < 0 || offset > egptr() - eback()) return {off_type(-1)};
   setg(eback(), eback() + offset, egptr());
   return position;
 }

@@ -57,7 +57,7 @@ struct TestHost {
     machine.take_zone = [this] { acts << "zone"; };
   }
   std::string Acts() {
-    const std::string done = acts.str();
+    std::string done = acts.str();
     acts.str("");
     return done;
   }

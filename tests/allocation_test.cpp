@@ -21,6 +21,7 @@ std::atomic<std::uint64_t> allocations = 0;
 
 }  // namespace
 
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): these are what others are to use
 void* operator new(std::size_t size) {
   ++allocations;
   if (void* memory = std::malloc(size)) return memory;
@@ -28,6 +29,7 @@ void* operator new(std::size_t size) {
 }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+// NOLINTEND(cppcoreguidelines-no-malloc)
 
 namespace {
 

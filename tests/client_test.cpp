@@ -262,7 +262,7 @@ TEST(Client, TellsWhatCameInstead) {
       char byte = 0;
       recv(connection.GetFD(), &byte, 1, 0);  // until the client goes
     });
-    const std::string text = TextOf([&] {
+    std::string text = TextOf([&] {
       ConsoleClient client(options);
       for (const char* expected : {"damaged row", "asked for"})
         EXPECT_NE(TextOf([&] { client.Next(); }).find(expected), std::string::npos);

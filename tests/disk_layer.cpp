@@ -1,7 +1,8 @@
 // A layer between a program under test and its disk, to be preloaded. As its environment says, it
 // makes the disk slow (DISK_DELAY_MS, before each sync), and writes down what the program does to
 // the files below a directory (DISK_ROOT) in a journal (DISK_JOURNAL), whose form is described in
-// power_cut_test.cpp.
+// power_cut_test.cpp. What the file DISK_STATE says holds from then on: "slow MS", as above, or for
+// the files below that directory "full" or "readonly".
 
 // Both widths of offsets have their own names here.
 #undef _FILE_OFFSET_BITS
@@ -13,6 +14,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -27,6 +29,7 @@ template <class Function>
 Function* Real(Function*, const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
+// NOLINTNEXTLINE(bugprone-macro-parentheses,cppcoreguidelines-macro-usage): of a name, its text too
 #define REAL(name) Real(&name, #name)
 
 std::string_view Setting(const char* name) {
@@ -34,8 +37,21 @@ std::string_view Setting(const char* name) {
   return value != nullptr ? value : "";
 }
 
+// What DISK_STATE says now.
+std::string State() {
+  const std::string path(Setting("DISK_STATE"));
+  std::array<char, 64> text = {};
+  const int file = path.empty() ? -1 : REAL(open)(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return "";
+  const ssize_t length = read(file, text.data(), text.size() - 1);
+  close(file);
+  return length > 0 ? text.data() : "";
+}
+
 void Delay() {
+  const std::string state = State();
   const char* milliseconds = std::getenv("DISK_DELAY_MS");
+  if (state.starts_with("slow ")) milliseconds = state.c_str() + 5;
   if (milliseconds == nullptr) return;
   const long ms = std::atol(milliseconds);
   const struct timespec time = {ms / 1000, ms % 1000 * 1'000'000};
@@ -45,6 +61,13 @@ void Delay() {
 bool IsWatched(std::string_view path) {
   const std::string_view root = Setting("DISK_ROOT");
   return !root.empty() && path.starts_with(root);
+}
+
+// Whether nothing may be changed at `path`, which errno tells then.
+bool IsReadOnly(const char* path) {
+  if (!IsWatched(path) || !State().starts_with("readonly")) return false;
+  errno = EROFS;
+  return true;
 }
 
 // What a descriptor is open on; empty if that is not watched.
@@ -82,7 +105,11 @@ void NoteWrite(int fd, std::string_view bytes) {
   if (!path.empty()) Note("write " + std::to_string(bytes.size()) + " " + path, bytes);
 }
 
-int NoteNames(int result, const char* what, const char* from, const char* to) {
+// `function` is one that changes names, and stands behind this layer.
+template <class Function>
+int ChangeNames(Function* function, const char* what, const char* from, const char* to) {
+  if (IsReadOnly(to)) return -1;
+  const int result = function(from, to);
   if (result == 0 && IsWatched(to)) Note(std::string(what) + " " + from + " " + to);
   return result;
 }
@@ -96,6 +123,7 @@ int open(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
   va_end(arguments);
+  if ((flags & O_ACCMODE) != O_RDONLY && IsReadOnly(path)) return -1;
   const int fd = REAL(open)(path, flags, mode);
   if ((flags & O_ACCMODE) != O_RDONLY) NoteOpen(fd, (flags & O_TRUNC) != 0);
   return fd;
@@ -106,6 +134,7 @@ int open64(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
   va_end(arguments);
+  if ((flags & O_ACCMODE) != O_RDONLY && IsReadOnly(path)) return -1;
   const int fd = REAL(open64)(path, flags, mode);
   if ((flags & O_ACCMODE) != O_RDONLY) NoteOpen(fd, (flags & O_TRUNC) != 0);
   return fd;
@@ -113,18 +142,25 @@ int open64(const char* path, int flags, ...) {
 
 // The standard streams open files with this one.
 FILE* fopen64(const char* path, const char* mode) {
+  if (mode[0] != 'r' && IsReadOnly(path)) return nullptr;
   FILE* file = REAL(fopen64)(path, mode);
   if (file != nullptr && mode[0] != 'r') NoteOpen(fileno(file), mode[0] == 'w');
   return file;
 }
 
 FILE* fopen(const char* path, const char* mode) {
+  if (mode[0] != 'r' && IsReadOnly(path)) return nullptr;
   FILE* file = REAL(fopen)(path, mode);
   if (file != nullptr && mode[0] != 'r') NoteOpen(fileno(file), mode[0] == 'w');
   return file;
 }
 
 ssize_t write(int fd, const void* bytes, size_t size) {
+  static const bool may_be_full = !Setting("DISK_STATE").empty();
+  if (may_be_full && State().starts_with("full") && !WatchedPath(fd).empty()) {
+    errno = ENOSPC;
+    return -1;
+  }
   const ssize_t written = REAL(write)(fd, bytes, size);
   if (written > 0) NoteWrite(fd, {static_cast<const char*>(bytes), static_cast<size_t>(written)});
   return written;
@@ -169,17 +205,18 @@ void sync() {
 }
 
 int rename(const char* from, const char* to) {
-  return NoteNames(REAL(rename)(from, to), "rename", from, to);
+  return ChangeNames(REAL(rename), "rename", from, to);
 }
 
-int link(const char* from, const char* to) {
-  return NoteNames(REAL(link)(from, to), "link", from, to);
-}
+int link(const char* from, const char* to) { return ChangeNames(REAL(link), "link", from, to); }
 
 int symlink(const char* target, const char* path) {
-  return NoteNames(REAL(symlink)(target, path), "symlink", target, path);
+  return ChangeNames(REAL(symlink), "symlink", target, path);
 }
 
-int unlink(const char* path) { return NoteNames(REAL(unlink)(path), "unlink", path, path); }
+int unlink(const char* path) {
+  const auto remove = [](const char* at, const char*) { return REAL(unlink)(at); };
+  return ChangeNames(+remove, "unlink", path, path);
+}
 
 }  // extern "C"

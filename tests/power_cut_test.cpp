@@ -268,7 +268,7 @@ TEST_F(PowerCut, LeavesTheOldSettingsOrTheNewAndAllLinesOfLogsButTheLast) {
         EXPECT_GE(std::stoi(after.substr(count + 19)), 2) << after;
       });
   }
-  EXPECT_GT(states, 500u);
+  EXPECT_GT(states, 500U);
   RecordProperty("states", static_cast<int>(states));
   std::cout << states << " states after " << acts.size() << " acts\n";
 }

@@ -35,6 +35,8 @@ const std::string kUsage =
     "  -u   Run unit tests\n"
     "\n";
 
+std::string Zeros(std::size_t bytes) { return std::string(2 * bytes, '0'); }
+
 // Commands as they are on the wire.
 const std::string kNoTime = "0000000000000000";
 const std::string kSetOutputFormat2 = kNoTime + "13200400" + "02000000";
@@ -49,13 +51,11 @@ const std::string kDefaultBias = kNoTime + "02204800" +
                                  "0000803f"
                                  "00000000"
                                  "0000803f" +
-                                 std::string(2 * 20, '0') + std::string(2 * 8, '0') +
-                                 "2f0d640b00080000";
+                                 Zeros(20) + Zeros(8) + "2f0d640b00080000";
 // No light, and one sample a second.
-const std::string kDefaultTiming =
-    kNoTime + "01205c00" + "010000000100000001000000010000000100000001000000" +
-    std::string(2 * 16, '0') + "0100" + std::string(2 * 8, '0') + "0100" +
-    std::string(2 * 18, '0') + "0100" + std::string(2 * 20, '0');
+const std::string kDefaultTiming = kNoTime + "01205c00" +
+                                   "010000000100000001000000010000000100000001000000" + Zeros(16) +
+                                   "0100" + Zeros(8) + "0100" + Zeros(18) + "0100" + Zeros(20);
 const std::string kSafeState =
     kNoTime + "08200000" + kNoTime + "01205c00" +
     "01000000010000000100000001000000010000000100000001000000010000000100000001000000"

@@ -26,15 +26,17 @@ std::string Settings(const std::string& clock_or_network) {
 }
 
 struct SystemHead {
-  explicit SystemHead(const std::string& root, const HeadOptions& options = {})
-      : root(root), head(root, Head::PlayedBy::kCaller, options), client(head.Port()) {}
+  explicit SystemHead(std::string root, const HeadOptions& options = {})
+      : root(std::move(root)),
+        head(this->root, Head::PlayedBy::kCaller, options),
+        client(head.Port()) {}
 
   std::string Ask(const std::string& request) { return client.Request(request).text; }
   // What the head has said up to `text`, from where it was looked at last.
   std::string Said(const std::string& text) {
     const std::string all = head.WaitForLog(text, looked_at);
     const std::size_t end = all.find(text, looked_at) + text.size();
-    const std::string said = all.substr(looked_at, end - looked_at);
+    std::string said = all.substr(looked_at, end - looked_at);
     looked_at = end;
     return said;
   }

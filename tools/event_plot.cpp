@@ -240,7 +240,8 @@ void PrintResults(const EventRecord& event, std::ostream& out) {
     std::string line = name;
     line.resize(20, ' ');
     const auto* number = std::get_if<double>(&found->second);
-    out << line << (number ? Number(*number) : std::get<std::string>(found->second)) << "\n";
+    out << line << (number != nullptr ? Number(*number) : std::get<std::string>(found->second))
+        << "\n";
   }
   out << "samples             " << event.curve.seconds.size() << "\n";
 }

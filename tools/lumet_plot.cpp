@@ -13,10 +13,10 @@
 namespace {
 
 std::string ReadAll(const std::string& path) {
-  if (path == "-") return std::string(std::istreambuf_iterator<char>(std::cin), {});
+  if (path == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
   std::ifstream file(path);
   if (!file) throw std::runtime_error("unable to read " + path);
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // The next record on the bus.
@@ -28,7 +28,7 @@ EventRecord NextOnBus(const std::string& host, int port, Timeout timeout) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   CLI::App app("Draws the record of a flash or dark pulse, and prints its results as a table.",
                "lumet-plot");
   app.set_version_flag("--version", "lumet-plot " LUMET_VERSION);
@@ -49,15 +49,13 @@ int main(int argc, char** argv) {
   app.add_option("--timeout", seconds, "Seconds to wait for the record, no limit by default")
       ->check(CLI::Range(0.1, 1e6));
   CLI11_PARSE(app, argc, argv);
-  try {
-    const Timeout timeout = seconds > 0 ? Timeout(std::llround(seconds * 1000)) : kNoLimit;
-    const EventRecord event =
-        input.empty() ? NextOnBus(host, port, timeout) : EventRecord::Parse(ReadAll(input));
-    PrintResults(event, std::cout);
-    if (!output.empty()) DrawFile(event, output);
-    return 0;
-  } catch (const std::exception& error) {
-    std::cerr << "lumet-plot: " << error.what() << "\n";
-    return 1;
-  }
+  const Timeout timeout = seconds > 0 ? Timeout(std::llround(seconds * 1000)) : kNoLimit;
+  const EventRecord event =
+      input.empty() ? NextOnBus(host, port, timeout) : EventRecord::Parse(ReadAll(input));
+  PrintResults(event, std::cout);
+  if (!output.empty()) DrawFile(event, output);
+  return 0;
+} catch (const std::exception& error) {
+  std::cerr << "lumet-plot: " << error.what() << "\n";
+  return 1;
 }

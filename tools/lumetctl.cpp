@@ -44,8 +44,8 @@ struct CommandLine {
 
  private:
   CLI::App* Add(const std::string& name, const std::string& help, std::function<void()> act);
-  void AddDuration(CLI::App* command, const std::string& names, Timeout& duration,
-                   const std::string& help);
+  static void AddDuration(CLI::App* command, const std::string& names, Timeout& duration,
+                          const std::string& help);
   void AddGlobals();
   void AddSettings();
   void AddMeasurements();
@@ -272,7 +272,7 @@ BusClient Ctl::ConnectBus(const std::vector<std::string>& topics) const {
 
 void Warn(const std::string& text) { std::cerr << "lumetctl: " << text << std::endl; }
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   std::ios::sync_with_stdio(false);
   std::signal(SIGPIPE, SIG_IGN);
   CommandLine line;
@@ -289,4 +289,7 @@ int main(int argc, char** argv) {
   }
   CatchInterrupts();
   return Run(line.run);
+} catch (const std::exception& error) {
+  Warn(error.what());
+  return kFailed;
 }

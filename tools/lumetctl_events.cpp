@@ -160,17 +160,16 @@ std::string JsonMembers(const EventRecord& event) {
 // A flash with what was measured before it, and what it is compared with.
 class FlashReport {
  public:
-  FlashReport(const EventRecord& event, const Steady& steady, const std::string& measuring_light,
-              const std::string& reference_path, std::optional<DarkReference> reference,
-              bool is_own)
+  FlashReport(const EventRecord& event, const Steady& steady, std::string measuring_light,
+              std::string reference_path, std::optional<DarkReference> reference, bool is_own)
       : event(event),
         steady(steady),
-        measuring_light(measuring_light),
-        reference_path(reference_path),
+        measuring_light(std::move(measuring_light)),
+        reference_path(std::move(reference_path)),
         reference(std::move(reference)),
         is_own(is_own) {
     const auto fmax = event.Number("FMAX");
-    if (fmax && IsMeasured(*fmax) && *fmax > 0 && measuring_light != "off") Fm_light = *fmax;
+    if (fmax && IsMeasured(*fmax) && *fmax > 0 && this->measuring_light != "off") Fm_light = *fmax;
   }
 
   void Print() const {

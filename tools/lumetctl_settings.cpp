@@ -177,7 +177,7 @@ std::string DocumentOf(const std::vector<Setting>& settings) {
   for (const Setting& setting : settings) {
     std::vector<std::string> tags;
     std::string rest = setting.path;
-    for (std::size_t slash; (slash = rest.find('/')) != std::string::npos;
+    for (std::size_t slash = 0; (slash = rest.find('/')) != std::string::npos;
          rest = rest.substr(slash + 1))
       tags.push_back(rest.substr(0, slash));
     const auto same = std::mismatch(open.begin(), open.end(), tags.begin(), tags.end());

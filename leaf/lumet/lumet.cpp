@@ -115,7 +115,8 @@ void Lumet::run() {
       SaveAll();
       Dump();
     }
-    while (loop->Process(saver.Wait())) saver.EndTurn();
+    while (Turn()) {
+    }
     std::cout << "Exiting...\n";
   });
   dsp.AllOff();
@@ -125,6 +126,12 @@ void Lumet::run() {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   Guarded([&] { server.Drain(end); });
   std::this_thread::sleep_until(end);
+}
+
+bool Lumet::Turn(int timeout_ms) {
+  if (!PollProcessor::Instance()->Process(saver.IsUrgent() ? 0 : timeout_ms)) return false;
+  saver.EndTurn();
+  return true;
 }
 
 void Lumet::readconfig() {

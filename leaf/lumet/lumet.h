@@ -53,6 +53,9 @@ class Lumet : public DSPDevice::Listener,
   // Turns the loop until quit, then takes the processor to its safe state and gives clients a
   // second to take what is queued for them. Lets no exception out.
   void run();
+  // One turn of the loop, which waits `timeout_ms` at most (negative: no limit), with the saves
+  // that belong to it. False once the head is to end.
+  bool Turn(int timeout_ms = -1);
   // Reads the settings files and sets up the head accordingly; SIGUSR1 does it again.
   void readconfig();
 
@@ -120,7 +123,7 @@ class Lumet : public DSPDevice::Listener,
   void HandleMessages();
   void HandleXMLUpdate(const std::string& payload);
   void HandleSystemShutdown(const std::string& payload);
-  void _HandlePowerButton(const std::string& payload);
+  void _HandlePowerButton(const std::string& payload) const;
   void ShowMessage(std::string_view prefix, std::string_view text);
   // Puts what the head knows about itself into the document.
   void FillInIdentity();
@@ -135,7 +138,7 @@ class Lumet : public DSPDevice::Listener,
   void StartSequence(ConfigCmdTavo& cmd);
   // Ends the process, in good order. `order` is what the machine is to do after that: `reboot` or
   // `poweroff`, which may be null.
-  void End(bool* order);
+  static void End(bool* order);
   // Writes the commands queued for the processor, as far as it takes them at once.
   void SendCommands();
   void SaveAll();

@@ -78,7 +78,7 @@ void Lumet::SelectFlash(FlashMode mode) {
 }
 
 void Lumet::HandleMessages() {
-  const auto handler = [this](void (Lumet::*handle)(const std::string& payload)) {
+  const auto handler = [this](auto handle) {
     return [this, handle](const std::string&, const std::string&, const std::string& payload) {
       (this->*handle)(payload);
     };
@@ -116,7 +116,7 @@ void Lumet::End(bool* order) {
   PollProcessor::Instance()->Quit();
 }
 
-void Lumet::_HandlePowerButton(const std::string& payload) {
+void Lumet::_HandlePowerButton(const std::string& payload) const {
   try {
     Json::Value json;
     std::istringstream in(payload);

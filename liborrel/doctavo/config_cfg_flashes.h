@@ -77,9 +77,12 @@ class ConfigCfgDarkPulse : public ConfigurableComposite {
   IntegerLeaf Before{
       this, "before", units::kSecs, "When far-red light goes on, from the start of the pulse",
       0,    0};
-  IntegerLeaf After{
-      this, "after", units::kSecs, "When far-red light goes off, from the start of the pulse",
-      0,    0};
+  IntegerLeaf After{this,
+                    "after",
+                    units::kSecs,
+                    "When far-red light goes off, likewise; a second before its end at the latest",
+                    0,
+                    0};
   FloatLeaf QFarredSetpoint{this, "Q_farred_setpoint", units::kPFD,
                             "Flux of far-red light, unless light is set in percent", 0.0F};
   FloatLeaf DFarredPercent{this, "D_farred_percent", units::kPercent,

@@ -89,5 +89,6 @@ class ConfigCfgRawDataCapture : public ConfigurableComposite {
 
   Child<ConfigRawCaptureStart> When{this, "when", units::kNone, "What a capture waits for",
                                     ConfigRawCaptureStart::Now};
-  IntegerLeaf Size{this, "size", units::kNone, "Bytes to capture", 0, 0};
+  IntegerLeaf Size{
+      this, "size", units::kNone, "How much to capture, as the signal processor counts it", 0, 0};
 };

@@ -13,6 +13,7 @@ class ConfigOutputTavo : public ConfigurableComposite {
   BoolLeaf Status{this, "status", units::kNone, "DATASTAT rows", false};
   BoolLeaf Dataclock{this, "dataclock", units::kNone,
                      "Data clock rows, of which this head makes none", false};
-  BoolLeaf Datatest{this, "datatest", units::kNone, "DATATEST rows", false};
+  BoolLeaf Datatest{this, "datatest", units::kNone, "DATATEST rows; a client begins with them on",
+                    false};
   BoolLeaf Datarawcapture{this, "datarawcapture", units::kNone, "DATAFLRAW rows", false};
 };

@@ -80,8 +80,8 @@ bool EndsInALine(const std::string& path) {
 
 class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
  public:
-  explicit RunTimeEventLoggerImpl(const std::string& path)
-      : PollTimer(kPeriodMs, true), path(path) {
+  explicit RunTimeEventLoggerImpl(std::string path)
+      : PollTimer(kPeriodMs, true), path(std::move(path)) {
     state[kMinutes] = 0;
     ReadLastSnapshot();
     NextValue("powercycle_count");
@@ -93,9 +93,10 @@ class RunTimeEventLogger::RunTimeEventLoggerImpl : public PollTimer {
 
   int NextValue(const std::string& key) {
     Json::Value& counter = state[key];
-    // A non-numeric counter restarts at 1: somebody may have edited the line.
-    const int next =
-        counter.isInt() && counter.asInt() < Json::Value::maxInt ? counter.asInt() + 1 : 1;
+    // What is no count restarts at 1: somebody may have edited the line.
+    const bool goes_on =
+        counter.isInt() && counter.asInt() >= 0 && counter.asInt() < Json::Value::maxInt;
+    const int next = goes_on ? counter.asInt() + 1 : 1;
     counter = next;
     return next;
   }

@@ -34,8 +34,8 @@ class Saver : public PollTimer {
   // To be called after each turn of the loop. A change that nobody waits for is saved one turn
   // after it has come.
   void EndTurn();
-  // How long the loop may wait for its next event, in milliseconds; negative: for ever.
-  int Wait() const { return files.HasChanges() ? 0 : -1; }
+  // Whether the next turn is to wait for nothing.
+  bool IsUrgent() const { return files.HasChanges(); }
 
   void Expired() override;
   const char* GetName() override { return "Saver"; }

@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "common/memory.h"
+
 // Collects the text of an answer. Writing beyond its limit throws TooLong, so that nobody goes on
 // composing what nobody gets.
 class Answer : public std::ostream {
@@ -24,7 +26,7 @@ class Answer : public std::ostream {
   // Drops what was written, to make room for a short error.
   void Restart() {
     clear();
-    buffer.text = std::string();
+    Release(buffer.text);
     buffer.limit = std::string::npos;
   }
   std::string Take() { return std::move(buffer.text); }

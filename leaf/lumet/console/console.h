@@ -36,7 +36,7 @@ class Console {
 
   void ClientConnected(SocketClient* client);
   void ClientDisconnected(SocketClient* client);
-  void ClientSentTooMuch(SocketClient* client);
+  static void ClientSentTooMuch(SocketClient* client);
   // One line, with its line feed.
   void GotRequest(SocketClient* client, const std::string& text);
 

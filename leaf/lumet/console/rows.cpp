@@ -25,26 +25,33 @@ std::string HeadingRow(std::string_view row_name, std::span<const OutputChannel>
   return row + "\tCHK\n";
 }
 
-// Writes the checksum of a row, and the line feed after it, to `at`. Returns the end.
+// Writes the checksum of a row, which has ASCII characters alone, and the line feed after it to
+// `at`. Returns the end.
 char* PutChecksum(const char* row, const char* row_end, char* at) {
-  // A word at a time, in lanes of 16 bits. Each turn adds two bytes to every lane, which has room
-  // for 128 turns; only rows of many registers take more.
+  // Two words at a time, whose bytes are below 128 and so fit a byte when they are added, into
+  // lanes of 16 bits. After 32 turns all lanes together still fit one.
   using Word = std::size_t;
   constexpr auto kLanes = static_cast<Word>(0x00FF00FF00FF00FF);
-  constexpr std::ptrdiff_t kTurns = 128;
+  constexpr auto kOnes = static_cast<Word>(0x0001000100010001);
+  constexpr std::ptrdiff_t kTurns = 32;
   constexpr std::ptrdiff_t kBytes = sizeof(Word);
+  const auto word = [](const char* from) {
+    Word bytes = 0;
+    std::memcpy(&bytes, std::assume_aligned<kBytes>(from), sizeof bytes);
+    return bytes;
+  };
   unsigned sum = 0;
   for (; row != row_end && reinterpret_cast<std::uintptr_t>(row) % kBytes != 0; ++row)
     sum += static_cast<unsigned char>(*row);
-  while (row_end - row >= kBytes) {
+  while (row_end - row >= 2 * kBytes) {
     Word lanes = 0;
-    for (std::ptrdiff_t turns = std::min((row_end - row) / kBytes, kTurns); turns > 0; --turns) {
-      Word bytes = 0;
-      std::memcpy(&bytes, std::assume_aligned<sizeof(Word)>(row), sizeof bytes);
-      lanes += (bytes & kLanes) + (bytes >> 8 & kLanes);
-      row += kBytes;
+    const char* const stop = row + std::min((row_end - row) / (2 * kBytes), kTurns) * 2 * kBytes;
+    for (; row != stop; row += 2 * kBytes) {
+      const Word pairs = word(row) + word(row + kBytes);
+      lanes += (pairs & kLanes) + (pairs >> 8 & kLanes);
     }
-    for (int lane = 0; lane < kBytes * 8; lane += 16) sum += static_cast<unsigned>(lanes >> lane);
+    // The highest lane of the product is the sum of all.
+    sum += static_cast<unsigned>(lanes * kOnes >> (8 * kBytes - 16));
   }
   for (; row != row_end; ++row) sum += static_cast<unsigned char>(*row);
   sum %= 256;
@@ -189,35 +196,32 @@ std::string OpeningBlock(std::string_view version, std::string_view host_name,
 
 DataRowComposer::DataRowComposer() {
   // The columns of a sample of zeros.
-  for (std::size_t i = 0; i <= kColumns; ++i) {
+  for (std::size_t i = 0; i < kColumns; ++i) {
     rows[0].text[2 * i] = '0';
     rows[0].text[2 * i + 1] = '\t';
-    rows[0].places[i] = static_cast<std::uint32_t>(2 * i);
   }
+  lengths.fill(2);
 }
 
-char* DataRowComposer::PutTime(Row& row, const Row& before, double time) {
+char* DataRowComposer::PutTime(Row& row, double time) {
   constexpr std::string_view kName = "DATA\t";
-  constexpr std::size_t kSeconds = 16;  // the name, ten digits, and the point
   char* const text = row.text.data();
   std::uint32_t whole = 0;
   std::uint32_t micros = 0;
   if (!SplitMicros(time, whole, micros)) {
-    fraction_place = 0;
+    row.fraction_place = 0;
     std::memcpy(text, kName.data(), kName.size());
     return PutFixed6(text + kName.size(), time);
   }
-  if (whole == seconds && fraction_place != 0) {
-    std::memcpy(text, before.text.data(), kSeconds);
-  } else {
+  if (whole != row.seconds || row.fraction_place == 0) {
     std::memcpy(text, kName.data(), kName.size());
     char* const point = PutUnsigned(text + kName.size(), whole);
     *point = '.';
-    fraction_place = static_cast<std::uint32_t>(point + 1 - text);
-    seconds = whole;
+    row.fraction_place = static_cast<std::uint32_t>(point + 1 - text);
+    row.seconds = whole;
   }
-  PutSixDigits(text + fraction_place, micros);
-  return text + fraction_place + 6;
+  PutSixDigits(text + row.fraction_place, micros);
+  return text + row.fraction_place + 6;
 }
 
 std::string_view DataRowComposer::Compose(const DataSample& sample, std::uint32_t diag) {
@@ -225,35 +229,43 @@ std::string_view DataRowComposer::Compose(const DataSample& sample, std::uint32_
   latest = 1 - latest;
   Row& row = rows[latest];
   char* const text = row.text.data();
-  char* to = PutTime(row, before, sample.time);
+  char* to = PutTime(row, sample.time);
   *to++ = '\t';
 
-  // By their bits, so that NaN equals itself and -0 differs from 0.
-  Columns news;
-  news.front() = diag;
-  for (std::size_t i = 0; i < kPrintedValues.size(); ++i)
-    news[i + 1] = std::bit_cast<std::uint32_t>(sample.values[kPrintedValues[i]]);
-  news.back() = sample.code;
-
-  for (std::size_t i = 0; i < kColumns;) {
-    const auto place = static_cast<std::uint32_t>(to - text);
-    if (news[i] != columns[i]) {
-      row.places[i] = place;
-      to = i == 0 || i == kColumns - 1 ? PutUnsigned(to, news[i])
-                                       : PutFloat(to, std::bit_cast<float>(news[i]));
-      *to++ = '\t';
-      ++i;
-      continue;
+  // The unchanged part of the row before, up to the column that is looked at.
+  const char* kept = before.text.data() + diag_place;
+  const char* kept_end = kept;
+  diag_place = static_cast<std::uint32_t>(to - text);
+  constexpr std::ptrdiff_t kWorthACall = 8;
+  const auto put_kept = [&] {
+    if (kept_end - kept >= kWorthACall) {
+      std::memcpy(to, kept, static_cast<std::size_t>(kept_end - kept));
+      to += kept_end - kept;
+    } else {
+      while (kept != kept_end) *to++ = *kept++;
     }
-    const std::uint32_t from = before.places[i];
-    for (; i < kColumns && news[i] == columns[i]; ++i)
-      row.places[i] = before.places[i] + (place - from);
-    const std::size_t length = before.places[i] - from;
-    std::memcpy(to, before.text.data() + from, length);
-    to += length;
-  }
-  row.places[kColumns] = static_cast<std::uint32_t>(to - text);
-  columns = news;
+  };
+  // Values are compared by their bits, so that NaN equals itself and -0 differs from 0.
+  const auto put = [&](std::size_t i, std::uint32_t value, auto put_text) {
+    if (value != columns[i]) {
+      if (kept != kept_end) put_kept();
+      kept = kept_end + lengths[i];
+      char* const end = put_text(to, value);
+      *end = '\t';
+      kept_end += lengths[i];
+      lengths[i] = static_cast<std::uint8_t>(end + 1 - to);
+      to = end + 1;
+      columns[i] = value;
+    } else {
+      kept_end += lengths[i];
+    }
+  };
+  put(0, diag, PutUnsigned);
+  for (std::size_t i = 0; i < kPrintedValues.size(); ++i)
+    put(i + 1, std::bit_cast<std::uint32_t>(sample.values[kPrintedValues[i]]),
+        [](char* at, std::uint32_t value) { return PutFloat(at, std::bit_cast<float>(value)); });
+  put(kColumns - 1, sample.code, PutUnsigned);
+  put_kept();
   const char* const end = PutChecksum(text, to, to);
   return {text, static_cast<std::size_t>(end - text)};
 }

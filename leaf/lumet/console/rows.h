@@ -84,18 +84,21 @@ class DataRowComposer {
   struct Row {
     // Room for every column at its longest: a time of 309 digits and 14 shorter numbers.
     alignas(8) std::array<char, 768> text;
-    // Where each column begins, and CHK.
-    std::array<std::uint32_t, kColumns + 1> places;
+    // The whole seconds that it begins with, and where their fraction stands; 0 if it has none.
+    std::uint32_t seconds = 0;
+    std::uint32_t fraction_place = 0;
   };
 
-  char* PutTime(Row& row, const Row& before, double time);
+  // Writes the row as far as its time; returns the end of that.
+  static char* PutTime(Row& row, double time);
 
   // The latest row and the one before it: many values stay the same from sample to sample, and
   // their text is taken over.
   std::array<Row, 2> rows;
   std::size_t latest = 0;
-  Columns columns = {};  // of the latest row
-  // The whole seconds in the latest row, and where their fraction begins; 0 if it had none.
-  std::uint32_t seconds = 0;
-  std::uint32_t fraction_place = 0;
+  // Of the latest row: what the columns hold, the length of each with its tab, and where DIAG
+  // stands.
+  Columns columns = {};
+  std::array<std::uint8_t, kColumns> lengths;
+  std::uint32_t diag_place = 0;
 };

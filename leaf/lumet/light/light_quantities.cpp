@@ -16,6 +16,7 @@ bool IsAtMostZero(float value) { return std::bit_cast<std::int32_t>(value) <= 0 
 std::uint16_t RoundToWord(float value) {
   if (!(value >= 0)) return 0;
   if (value > 65535) return 65535;
+  // NOLINTNEXTLINE(bugprone-incorrect-roundings): not below 0, and rounded in single precision
   return static_cast<std::uint16_t>(value + 0.5F);
 }
 

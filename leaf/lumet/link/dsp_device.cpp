@@ -1,41 +1,31 @@
 #include "leaf/lumet/link/dsp_device.h"
 
-#include <fcntl.h>
 #include <poll.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <iostream>
+#include <optional>
 #include <sstream>
 #include <utility>
 
 #include "common/errno_error.h"
 #include "common/little_endian.h"
-#include "common/privilege_guard.h"
 
 namespace {
 
 constexpr std::size_t kReadSize = 16384;  // bytes
 
-// A device that takes or gives nothing must not stop the loop.
-constexpr int kOpenFlags = O_RDWR | O_NONBLOCK;
-
 constexpr int kWriteAgainMs = 20;   // after a write that failed
 constexpr int kLookAgainMs = 1000;  // at a device that has hung up, or falsely says it has data
 constexpr int kReadsInVain = 2;     // in a row, until the device is given that pause
-
-constexpr short kHangUpEvents = POLLERR | POLLHUP | POLLNVAL;
 
 // Whether a call may well work at once the next time.
 bool IsMomentary(const std::exception& error) {
   const auto* failure = dynamic_cast<const ErrnoError*>(&error);
   return failure != nullptr &&
          (failure->ErrorNumber() == EAGAIN || failure->ErrorNumber() == EINTR);
-}
-
-bool LacksRights(const ErrnoError& error) {
-  return error.ErrorNumber() == EACCES || error.ErrorNumber() == EPERM;
 }
 
 bool IsRegisterCommand(std::uint16_t code) {
@@ -52,23 +42,12 @@ std::vector<std::uint16_t> Words(const std::uint8_t* from, std::size_t bytes) {
 }  // namespace
 
 DSPDevice::DSPDevice(const std::string& path, const Machine* machine)
-    : PollItem(POLLIN, false),
-      PollTimer(-1, true),
-      path(path),
-      machine(machine),
-      file(path, kOpenFlags),
-      borrowed_end(false),
-      read_buffer(kReadSize) {
+    : PollItem(POLLIN, false), PollTimer(-1, true), file(path, machine), read_buffer(kReadSize) {
   PollItem::Add();
 }
 
 DSPDevice::DSPDevice(int descriptor)
-    : PollItem(POLLIN, false),
-      PollTimer(-1, true),
-      file(descriptor),
-      borrowed_end(true),
-      read_buffer(kReadSize) {
-  file.SetNonBlocking();
+    : PollItem(POLLIN, false), PollTimer(-1, true), file(descriptor), read_buffer(kReadSize) {
   PollItem::Add();
 }
 
@@ -128,13 +107,13 @@ void DSPDevice::AllOff() {
   std::size_t reads = 0;
   write_queue.RemoveWaiting([&](std::uint16_t code) {
     if (code == static_cast<std::uint16_t>(DSPCode::ReadRegister)) ++reads;
-    Owe(code);
+    orders.Owe(code);
   });
   // Even to a device that has hung up: nothing is left untried.
   Push(static_cast<std::uint16_t>(DSPCode::ResetSequencer), {});
   SetTimingConfig(kSafeTiming);
   if (is_away) Push(static_cast<std::uint16_t>(DSPCode::SetTimingConfig), kSafeTiming.Encode());
-  owed[SetUpPlace(static_cast<std::uint16_t>(DSPCode::SetTimingConfig))] = false;
+  orders.Forgive(static_cast<std::uint16_t>(DSPCode::SetTimingConfig));
   HandleWrite();
   if (reads > 0 && listener != nullptr) listener->LostRegisterReads(reads);
 }
@@ -152,7 +131,7 @@ bool DSPDevice::Drain(std::chrono::steady_clock::time_point end) {
     struct pollfd entry = {file.GetFD(), POLLOUT, 0};
     poll(&entry, can_wait ? 1 : 0,
          static_cast<int>(std::min<std::int64_t>(left.count(), kWriteAgainMs)));
-    if (is_away) Reopen();
+    if (is_away) file.Reopen();
   }
 }
 
@@ -173,8 +152,7 @@ bool DSPDevice::SendPair(DSPCode code, std::uint16_t first, std::uint16_t second
 bool DSPDevice::Send(std::uint16_t code, const void* payload, std::size_t length) {
   const std::span bytes(static_cast<const std::uint8_t*>(payload),
                         std::min(length, Bounds::kPayload));
-  const std::size_t place = SetUpPlace(code);
-  if (place < in_force.size()) in_force[place].assign(bytes.begin(), bytes.end());
+  orders.Keep(code, bytes);
   return !is_away && Push(code, bytes);
 }
 
@@ -186,25 +164,14 @@ bool DSPDevice::Push(std::uint16_t code, std::span<const std::uint8_t> payload) 
     is_overfull = true;
     std::cout << "DSPDevice: the queue to the signal processor is full; commands are dropped\n";
   }
-  if (!fits) Owe(code);
+  if (!fits) orders.Owe(code);
   UpdateEvents();
   return fits;
 }
 
-std::size_t DSPDevice::SetUpPlace(std::uint16_t code) {
-  const auto* found = std::find(kSetUp.begin(), kSetUp.end(), static_cast<DSPCode>(code));
-  return static_cast<std::size_t>(found - kSetUp.begin());
-}
-
-void DSPDevice::Owe(std::uint16_t code) {
-  const std::size_t place = SetUpPlace(code);
-  if (place < owed.size()) owed[place] = true;
-}
-
 void DSPDevice::SendOwed() {
-  for (std::size_t place = 0; place < kSetUp.size(); ++place)
-    if (std::exchange(owed[place], false) && !in_force[place].empty())
-      Push(static_cast<std::uint16_t>(kSetUp[place]), in_force[place]);
+  orders.SendOwed(
+      [this](std::uint16_t code, std::span<const std::uint8_t> payload) { Push(code, payload); });
   UpdateEvents();
 }
 
@@ -216,8 +183,7 @@ void DSPDevice::Rest() {
 void DSPDevice::UpdateEvents() {
   unsigned mask = 0;
   if (!is_deaf) mask |= POLLIN;
-  const bool owes = std::ranges::find(owed, true) != owed.end();
-  if (!is_resting && (owes || !write_queue.Empty())) mask |= POLLOUT;
+  if (!is_resting && (orders.AnyOwed() || !write_queue.Empty())) mask |= POLLOUT;
   // An item without events is not polled, whatever its descriptor says.
   SetEvents(static_cast<unsigned short>(is_away ? 0 : mask));
 }
@@ -249,7 +215,7 @@ void DSPDevice::HandleEvents(int revents) {
   if (write_queue.Empty() && !is_away) SendOwed();
   // As long as there is something to read, it is read first.
   const bool had_data = (revents & POLLIN) != 0 && reads_in_vain == 0;
-  if ((revents & kHangUpEvents) != 0 && !had_data) HungUp();
+  if (DeviceFile::HasHungUp(revents) && !had_data) HungUp();
 }
 
 void DSPDevice::HandleRead() {
@@ -263,7 +229,7 @@ void DSPDevice::HandleRead() {
     return NothingRead();
   }
   read_failed = false;
-  if (count == 0) return borrowed_end ? EndOfFile() : NothingRead();
+  if (count == 0) return file.IsEndOfPair() ? EndOfFile() : NothingRead();
   reads_in_vain = 0;
   DecodeRecords(static_cast<std::size_t>(count));
 }
@@ -277,7 +243,7 @@ void DSPDevice::NothingRead() {
 
 void DSPDevice::HungUp() {
   if (is_away || has_ended) return;
-  if (borrowed_end) return EndOfFile();
+  if (file.IsEndOfPair()) return EndOfFile();
   std::cout << "DSPDevice: the signal processor's device has hung up\n";
   is_away = true;
   is_resting = is_deaf = write_failed = read_failed = is_overfull = false;
@@ -303,54 +269,21 @@ void DSPDevice::Expired() {
   }
 }
 
-void DSPDevice::Reopen() {
-  // A failure here is not printed: the device was reported away, and still is.
-  try {
-    try {
-      file.Open(path, kOpenFlags);
-    } catch (const ErrnoError& error) {
-      if (machine == nullptr || !LacksRights(error)) return;
-      // The device was opened first while the process still had all its rights.
-      const PrivilegeGuard rights(*machine);
-      file.Open(path, kOpenFlags);
-    }
-  } catch (const std::exception&) {
-  }
-}
-
-bool DSPDevice::IsBack(std::size_t& count) {
-  if (!file.IsOpen()) return false;
-  struct pollfd entry = {file.GetFD(), POLLIN, 0};
-  if (poll(&entry, 1, 0) < 0) return false;
-  if ((entry.revents & kHangUpEvents) == 0) return true;
-  if ((entry.revents & POLLIN) == 0) return false;
-  try {
-    count = static_cast<std::size_t>(
-        file.Read(read_buffer.data(), static_cast<unsigned>(read_buffer.size())));
-  } catch (const std::exception&) {
-    return false;
-  }
-  return count > 0;
-}
-
 bool DSPDevice::GoOn() {
-  std::size_t count = 0;
-  if (!IsBack(count)) {
-    Reopen();
-    if (!IsBack(count)) return false;
-  }
+  const std::optional<std::size_t> count = file.LookAgain(read_buffer);
+  if (!count) return false;
   std::cout << "DSPDevice: the signal processor's device is back\n";
   is_away = false;
   reads_in_vain = 0;
   write_queue.Clear();
   SetUpAgain();
-  if (count > 0) DecodeRecords(count);
+  if (*count > 0) DecodeRecords(*count);
   return true;
 }
 
 void DSPDevice::SetUpAgain() {
   ResetSequencer();
-  owed.fill(true);
+  orders.OweAll();
   SendOwed();
   RequestVersion();
 }
@@ -392,13 +325,8 @@ void DSPDevice::Dispatch(const RecordHeader& header, const std::uint8_t* payload
       return listener->GotBadCommand(text());
     case DSPCode::FatalTextRecord:
       return listener->GotFatalMessage(text());
-    case DSPCode::VersionRecord: {
-      std::istringstream words(text());
-      std::string dsp;
-      std::string fpga;
-      words >> dsp >> fpga;
-      return listener->GotVersion(dsp, fpga);
-    }
+    case DSPCode::VersionRecord:
+      return DispatchVersion(text());
     case DSPCode::LegacyStatusRecord: {
       if (length < LegacySample::kMinimumSize) return;
       LegacySample sample = LegacySample::Decode(header.time, payload);
@@ -423,25 +351,31 @@ void DSPDevice::Dispatch(const RecordHeader& header, const std::uint8_t* payload
     case DSPCode::RegisterValueRecord:
       if (length >= 4) listener->GotRegisterValue(GetU16(payload), GetU16(payload + 2));
       return;
-    case DSPCode::DataSampleRecord: {
-      if (length < WireSample::kSize) return;
-      const WireSample wire = WireSample::Decode(payload);
-      DataSample sample = ToDataSample(wire, sample_clock.Synchronise(wire.tick, header.time));
-      return listener->GotData(sample);
-    }
+    case DSPCode::DataSampleRecord:
+      if (length >= WireSample::kSize) DispatchSample(header.time, payload);
+      return;
     case DSPCode::DataBatchRecord:
       if (length >= WireBatch::kSize) DispatchBatch(header.time, payload);
       return;
-    case DSPCode::RawCaptureRecord: {
-      // An index and a count of bytes come before the bytes.
-      if (length < 8) return;
-      const std::uint32_t count = GetU32(payload + 4);
-      if (count > std::min<std::size_t>(length, Bounds::kPayload) - 8) return;
-      return listener->GotRawCapture(GetU32(payload), payload + 8, count);
-    }
+    case DSPCode::RawCaptureRecord:
+      return DispatchRawCapture(payload, length);
     default:
       return listener->GotUnknownMessage(header.code, payload, length);
   }
+}
+
+void DSPDevice::DispatchVersion(const std::string& text) {
+  std::istringstream words(text);
+  std::string dsp;
+  std::string fpga;
+  words >> dsp >> fpga;
+  listener->GotVersion(dsp, fpga);
+}
+
+void DSPDevice::DispatchSample(const RecordTime& stamp, const std::uint8_t* payload) {
+  const WireSample wire = WireSample::Decode(payload);
+  DataSample sample = ToDataSample(wire, sample_clock.Synchronise(wire.tick, stamp));
+  listener->GotData(sample);
 }
 
 void DSPDevice::DispatchBatch(const RecordTime& stamp, const std::uint8_t* payload) {
@@ -456,4 +390,12 @@ void DSPDevice::DispatchBatch(const RecordTime& stamp, const std::uint8_t* paylo
     DataSample sample = ToDataSample(wire, sample_clock.Unwrap(wire.tick));
     listener->GotData(sample);
   }
+}
+
+void DSPDevice::DispatchRawCapture(const std::uint8_t* payload, std::uint16_t length) {
+  // An index and a count of bytes stand before the bytes.
+  if (length < 8) return;
+  const std::uint32_t count = GetU32(payload + 4);
+  if (count > std::min<std::size_t>(length, Bounds::kPayload) - 8) return;
+  listener->GotRawCapture(GetU32(payload), payload + 8, count);
 }

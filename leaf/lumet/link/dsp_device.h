@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -10,10 +9,11 @@
 
 #include "common/machine.h"
 #include "common/poll_processor.h"
-#include "common/stream_file.h"
 #include "leaf/lumet/link/command_queue.h"
+#include "leaf/lumet/link/device_file.h"
 #include "leaf/lumet/link/dsp_records.h"
 #include "leaf/lumet/link/sample_clock.h"
+#include "leaf/lumet/link/set_up_orders.h"
 
 // The link to the signal processor: sends it commands, takes its records apart and calls one
 // listener operation for each. The device gives whole records on each read, so nothing is carried
@@ -138,14 +138,8 @@ class DSPDevice : public PollItem, public PollTimer {
   bool SendBytes(DSPCode code, std::span<const std::uint8_t> payload);
   bool SendWord(DSPCode code, std::uint32_t word);
   bool SendPair(DSPCode code, std::uint16_t first, std::uint16_t second);
-  // Commands that set the processor up, in the order in which they are sent again: light is last.
-  static constexpr std::array kSetUp = {DSPCode::SetOutputFormat,  DSPCode::SetBiasConfig,
-                                        DSPCode::SetRedModulation, DSPCode::SetTestVector,
-                                        DSPCode::SetGpio,          DSPCode::SetTimingConfig};
-  // The place in `in_force` of what is set by this code; its size for other codes.
-  static std::size_t SetUpPlace(std::uint16_t code);
-  // Those that were dropped are sent when the queue is empty, with what is in force by then.
-  void Owe(std::uint16_t code);
+  // What was dropped of what sets the processor up is sent again as it is then in force, when the
+  // queue is empty.
   void SendOwed();
 
   // Puts a command into the queue, if there is room.
@@ -157,10 +151,6 @@ class DSPDevice : public PollItem, public PollTimer {
   void UpdateEvents();
   void HungUp();
   void EndOfFile();
-  void Reopen();
-  // Whether the device can be used. If it says that it has hung up, and still has something to
-  // read, `count` bytes of that are in `read_buffer`.
-  bool IsBack(std::size_t& count);
   // Goes on with a device that has hung up, if it is back.
   bool GoOn();
   void SetUpAgain();
@@ -170,20 +160,18 @@ class DSPDevice : public PollItem, public PollTimer {
   // with header and padding.
   std::size_t DecodeRecord(std::span<const std::uint8_t> bytes);
   void Dispatch(const RecordHeader& header, const std::uint8_t* payload);
+  void DispatchVersion(const std::string& text);
+  void DispatchSample(const RecordTime& stamp, const std::uint8_t* payload);
   void DispatchBatch(const RecordTime& stamp, const std::uint8_t* payload);
+  void DispatchRawCapture(const std::uint8_t* payload, std::uint16_t length);
 
-  std::string path;
-  const Machine* machine = nullptr;
-  StreamFile file;
-  bool borrowed_end;  // `file` is one end of a pair, and not the device
+  DeviceFile file;
   Listener* listener = nullptr;
   std::vector<std::uint8_t> read_buffer;
   CommandQueue write_queue;
-  // The payload that was sent last, by place in kSetUp; empty if there is none.
-  std::array<std::vector<std::uint8_t>, kSetUp.size()> in_force;
-  std::array<bool, kSetUp.size()> owed = {};
+  SetUpOrders orders;
   bool is_away = false;       // the device has hung up
-  bool has_ended = false;     // the borrowed end is at its end of file
+  bool has_ended = false;     // one end of a pair, at its end of file
   bool is_resting = false;    // until the timer expires, nothing is written by the loop
   bool write_failed = false;  // and no write has worked since
   bool is_overfull = false;   // a command that is no register command was dropped

@@ -1,0 +1,59 @@
+#include "common/str_util.h"
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "common/test_registry.h"
+
+void TestStrUtil(std::ostream& out);
+
+namespace {
+
+using self_test::ExpectEqual;
+
+int Sign(int number) { return number > 0 ? 1 : number < 0 ? -1 : 0; }
+
+}  // namespace
+
+void TestStrUtil(std::ostream&) {
+  const struct {
+    const char* a;
+    const char* b;
+    int sign;
+  } pairs[] = {{"hello", "HELLO", 0},        {"hello1", "HELLO2", -1}, {"HELLO2", "hello1", 1},
+               {"hello", "hello again", -1}, {"abc", "cba", -1},       {"", "", 0}};
+  for (const auto& pair : pairs) {
+    ExpectEqual(Sign(CaseInsensitiveStringCompare(pair.a, pair.b)), pair.sign, pair.a);
+    ExpectEqual(Sign(CaseInsensitiveStringCompare(pair.b, pair.a)), -pair.sign, pair.b);
+  }
+  const std::string header = "Host: x\r\ncontent-TYPE: y\r\n";
+  ExpectEqual(CaseInsensitiveStringFind(header, "Content-Type", 0), 9);
+  ExpectEqual(CaseInsensitiveStringFind(header, "Content-Type", 10), -1);
+  ExpectEqual(CaseInsensitiveStringFind(header, "", header.size()), -1);
+  const std::string spaced = " \t a \n b  c\t\n";
+  ExpectEqual(StripEndWS(spaced), "a \n b  c");
+  ExpectEqual(StripEndWS(" \n"), "");
+  ExpectEqual(FirstNonSpace(spaced), 'a');
+  ExpectEqual(FirstNonSpace(" \n"), '\0');
+  ExpectEqual(RemoveSpaceExceptBlanks(spaced), "  a  b  c");
+  ExpectEqual(CollapseSpace(spaced), " a b c");
+  ExpectEqual(RemoveChar("banana", 'a'), "bnn");
+
+  const struct {
+    const char* line;
+    const char* words;
+  } lines[] = {{"one two three four", "one|two|three|four|"},
+               {" one  two  three four ", "one|two|three|four|"},
+               {"a \"b  c\" 'd \"e'", "a|b  c|d \"e|"},
+               {"'one phrase'", "one phrase|"},
+               {"\"unended phrase", "unended phrase|"},
+               {"", ""}};
+  for (const auto& row : lines) {
+    std::vector<std::string> words;
+    SplitCommandLine(row.line, words);
+    std::string joined;
+    for (const std::string& word : words) joined += word + "|";
+    ExpectEqual(joined, row.words, row.line);
+  }
+}

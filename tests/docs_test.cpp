@@ -1,0 +1,264 @@
+// What README, the pages under docs/ and the examples show, on a running bench. A fenced block of
+// kind "console" holds shell commands after "$ " and what they print; one of kind "head" is the
+// talk of a console client: lines after "> " are sent, the others come, in this order. The blocks
+// of a page share one head, fresh and at 10 samples a second.
+//
+// Times and what was measured differ from run to run: a number with a decimal point, or of eight
+// digits or more, stands for any number, and so does every number of a row of samples. "…" stands
+// for anything within its line and, alone in a line, for any lines. Two blanks or more stand for as
+// many as a column needs.
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <valijson/adapters/jsoncpp_adapter.hpp>
+#include <valijson/schema.hpp>
+#include <valijson/schema_parser.hpp>
+#include <valijson/validator.hpp>
+#include <vector>
+
+#include "bench/broker.h"
+#include "bench/free_port.h"
+#include "bench/head.h"
+#include "client/bus.h"
+#include "client/console.h"
+
+namespace {
+
+std::vector<std::string> LinesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+std::string Replaced(std::string text, const std::string& what, const std::string& by) {
+  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
+    text.replace(at, what.size(), by);
+  return text;
+}
+
+// Whether a line of a head or a program is what the page shows.
+bool Shows(const std::string& shown, const std::string& line) {
+  static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
+  static const std::regex row(R"((DATA|DATASTAT|DATATEST)\t.*)");
+  static const std::regex any_number(R"(-?\d[\d.]*)");
+  static const std::regex volatile_number(R"(-?\d+\\\.\d+(e[-\\+]+\d+)?(?![.\d\\])|\d{8,})");
+  static const std::regex name(R"(DATAEVENT\tNAME\t.*)");
+  const std::string number = R"(-?[0-9]+(\.[0-9]+)?(e[-+][0-9]+)?)";
+  std::string pattern;
+  if (std::regex_match(shown, row))
+    pattern = std::regex_replace(shown, any_number, number);
+  else if (std::regex_match(shown, name))
+    pattern = "DATAEVENT\tNAME\t.+";
+  else
+    pattern =
+        std::regex_replace(std::regex_replace(shown, special, R"(\$&)"), volatile_number, number);
+  pattern = std::regex_replace(pattern, std::regex("  +"), " +");
+  return std::regex_match(line, std::regex(Replaced(pattern, "…", ".*")));
+}
+
+class Page {
+ public:
+  void PlayBlock(const std::string& kind, const std::vector<std::string>& lines) {
+    for (const std::string& line : lines) {
+      if (kind == "console" && line.starts_with("$ "))
+        Run(line.substr(2));
+      else if (kind == "console")
+        Expect(line, [this] { return NextSaid(); });
+      else
+        Talk(line);
+      if (testing::Test::HasFailure()) return;
+    }
+    ExpectNothingMore();
+    HangUp();
+  }
+
+ private:
+  void Run(const std::string& command) {
+    ExpectNothingMore();
+    const std::string bin = std::filesystem::path(LUMETCTL).parent_path();
+    const std::string all =
+        "exec 2>&1; PATH=/usr/bin:$PATH XDG_STATE_HOME=" + directory.Path() +
+        "; export XDG_STATE_HOME; cd " + directory.Path() + "; mkdir -p build; ln -sfn " + bin +
+        " build/release; ln -sfn " SOURCE_DIR
+        "/examples .; "
+        "lumetctl() { " LUMETCTL " --head [::1]:7246 --broker [::1]:1883 \"$@\"; }; " +
+        Replaced(command, "build/release/lumetctl", "lumetctl");
+    ChildProcess shell({"bash", "-c", WithPorts(all, true)});
+    EXPECT_EQ(shell.Wait(), 0) << command << "\n" << shell.Output();
+    for (std::string& line : LinesOf(WithPorts(shell.Output(), false)))
+      said.push_back(std::move(line));
+  }
+
+  // What the page says of 7246 and 1883 is true of this head's own ports.
+  std::string WithPorts(std::string text, bool to_own) const {
+    for (const auto& [shown, own] : {std::pair{7246, head.Port()}, std::pair{1883, int{port}}})
+      text = Replaced(text, std::to_string(to_own ? shown : own),
+                      std::to_string(to_own ? own : shown));
+    return text;
+  }
+
+  std::string NextSaid() {
+    if (said.empty()) throw std::runtime_error("it has said no more");
+    std::string line = said.front();
+    said.pop_front();
+    return line;
+  }
+  void ExpectNothingMore() {
+    if (!any_lines && !said.empty()) ADD_FAILURE() << "said, and not shown: " << said.front();
+    said.clear();
+    any_lines = false;
+  }
+
+  // The head has heard of it when this returns.
+  void HangUp() {
+    if (!client) return;
+    const auto leave = [this] {
+      client->Send("q\n");
+      while (true) client->ReadLine();
+    };
+    EXPECT_THROW(leave(), ClientError);
+    client.reset();
+  }
+
+  void Talk(const std::string& line) {
+    if (!client) client.emplace(head.Port());
+    if (line == "$ nc ::1 7246") return;
+    if (line.starts_with("> "))
+      client->Send(line.substr(2) + "\n");
+    else
+      Expect(line, [&] {
+        std::string came = client->ReadLine();
+        while (came.starts_with("DATA\t") && !line.starts_with("DATA\t")) came = client->ReadLine();
+        return came;
+      });
+  }
+
+  // `next` gives the next line that there is.
+  void Expect(const std::string& shown, const std::function<std::string()>& next) {
+    const bool some_left_out = std::exchange(any_lines, shown == "…");
+    if (any_lines) return;
+    std::string line = next();
+    while (some_left_out && !Shows(shown, line)) line = next();
+    EXPECT_TRUE(Shows(shown, line)) << "said: " << line << "\nshown: " << shown;
+  }
+
+  const TemporaryDirectory directory;
+  const FreePort port;
+  const Broker broker{directory.Path() + "/broker", port};
+  Head head{directory.Path() + "/head",
+            Head::PlayedBy::kSimulator,
+            {.bench = {"--broker", "[::1]:" + std::to_string(port)}}};
+  std::optional<LineClient> client;
+  std::deque<std::string> said;  // by the latest command, and not shown yet
+  bool any_lines = false;        // the page has left out some
+};
+
+TEST(Docs, ShowWhatAHeadSays) {
+  std::vector<std::string> pages = {SOURCE_DIR "/README.md", SOURCE_DIR "/examples/README.md"};
+  for (const auto& entry : std::filesystem::directory_iterator(SOURCE_DIR "/docs"))
+    if (entry.path().extension() == ".md") pages.push_back(entry.path());
+  for (const std::string& path : pages) {
+    std::optional<Page> page;
+    std::vector<std::string> block;
+    std::string kind;  // of the block that is open
+    int number = 0;
+    for (const std::string& line : LinesOf(ReadFile(path))) {
+      ++number;
+      const bool fence = line.starts_with("```");
+      if (fence && kind.empty()) {
+        kind = line.size() > 3 ? line.substr(3) : "plain";
+      } else if (fence) {
+        if (kind == "console" || kind == "head") {
+          SCOPED_TRACE(path + ", the block that ends in line " + std::to_string(number));
+          if (!page) page.emplace();
+          ASSERT_NO_THROW(page->PlayBlock(kind, block));
+          if (testing::Test::HasFailure()) return;
+        }
+        kind.clear();
+        block.clear();
+      } else if (!kind.empty()) {
+        block.push_back(line);
+      }
+    }
+  }
+}
+
+// Of a file under docs/schema.
+class JsonSchema {
+ public:
+  explicit JsonSchema(const std::string& name) {
+    valijson::SchemaParser().populateSchema(
+        valijson::adapters::JsonCppAdapter(Parsed(ReadFile(SOURCE_DIR "/docs/schema/" + name))),
+        schema);
+  }
+
+  static Json::Value Parsed(const std::string& text) {
+    Json::Value value;
+    std::istringstream(text) >> value;
+    return value;
+  }
+  bool Takes(const Json::Value& value) const {
+    return valijson::Validator().validate(schema, valijson::adapters::JsonCppAdapter(value),
+                                          nullptr);
+  }
+
+ private:
+  valijson::Schema schema;
+};
+
+TEST(Docs, SchemasTellWhatAHeadPublishes) {
+  const TemporaryDirectory directory;
+  const FreePort port;
+  const Broker broker(directory.Path() + "/broker", port);
+  Head head(directory.Path() + "/head", Head::PlayedBy::kSimulator,
+            {.bench = {"--broker", "[::1]:" + std::to_string(port), "--rate", "50"}});
+  BusClient bus({.port = port});
+  bus.WaitForHead();
+  ConsoleClient console(head.Port());
+  for (const char* path : {"rectflash", "multiphaseflash", "inductionflash", "darkpulse"})
+    console.Set("cfg/" + std::string(path) + "/margin", "1");
+  console.Set("cfg/inductionflash/duration", "20");
+  console.Set("cfg/darkpulse/before", "0");
+  console.Set("cfg/darkpulse/duration", "1");
+
+  const struct {
+    std::string topic;
+    const char* schema;
+    const char* command = nullptr;  // which makes it
+  } rows[] = {
+      {bus_topic::kIdentity, "identity.json"},       {bus_topic::kData, "data.json"},
+      {bus_topic::kStatus, "status.json"},           {bus_topic::kFlash, "event.json", "rect"},
+      {bus_topic::kFlash, "event.json", "mpf"},      {bus_topic::kFlash, "event.json", "induction"},
+      {bus_topic::kFlash, "event.json", "zero_dc0"}, {bus_topic::kDark, "event.json", "dark"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.command == nullptr ? row.topic : row.command);
+    BusClient late({.port = port});  // finds what is retained
+    if (row.command != nullptr) console.Set("cmd/" + std::string(row.command), "true");
+    const Json::Value message = JsonSchema::Parsed(late.WaitFor(row.topic).payload);
+    const JsonSchema schema(row.schema);
+    EXPECT_TRUE(schema.Takes(message)) << message;
+    // All of it, and nothing else.
+    Json::Value other = message;
+    other["FURTHER"] = 1;
+    EXPECT_FALSE(schema.Takes(other));
+    for (const std::string& member : message.getMemberNames()) {
+      other = message;
+      other.removeMember(member);
+      EXPECT_FALSE(schema.Takes(other)) << member;
+      other[member] = Json::Value(Json::objectValue);
+      EXPECT_FALSE(schema.Takes(other)) << member;
+    }
+  }
+}
+
+}  // namespace
