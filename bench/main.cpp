@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "bench/bench_instrument.h"
+#include "bench/bench_page.h"
 #include "bench/bench_settings.h"
 #include "bench/broker.h"
 #include "bench/environment_file.h"
@@ -87,6 +88,7 @@ struct BenchOptions {
   bool no_broker = false;
   bool discovery = false;
   bool routes = false;
+  bool view = false;
   bool print_tree = false;
   bool print_reference = false;
   std::vector<std::string> lumet_options;
@@ -140,6 +142,8 @@ void AddOptions(CLI::App& app, BenchOptions& options) {
                "Announce the head on the network of this machine, and look for its console unit");
   app.add_flag("--routes", options.routes,
                "Let the head remove routes of this machine, as an instrument does");
+  app.add_flag("--view", options.view,
+               "Serve the page of lumet-view, the program beside this one, for the head");
   app.add_flag("--print-tree", options.print_tree,
                "Print the settings of a new head, and the type of each, and run nothing");
   app.add_flag("--print-reference", options.print_reference,
@@ -270,6 +274,7 @@ int RunBench(BenchOptions& options) {
     });
   instrument.dsp_fd = processor ? processor->HeadDescriptor() : options.dsp_fd;
   std::optional<QuietDepartures> quiet;
+  BenchPage page;
   bool listens = false;
   instrument.console_listens = [&](int port) {
     listens = true;
@@ -281,10 +286,12 @@ int RunBench(BenchOptions& options) {
               << instrument.console_address << "; its files are in " << options.root << "\n"
               << "lumet-bench: to talk to it: nc " << instrument.console_address << " " << port
               << "\n";
-    if (options.no_broker) return;
-    broker.Start();
-    std::cout << "lumet-bench: to hear the bus: mosquitto_sub -h " << instrument.broker_address
-              << " -p " << instrument.broker_port << " -t 'nemra/#' -v\n";
+    if (!options.no_broker) {
+      broker.Start();
+      std::cout << "lumet-bench: to hear the bus: mosquitto_sub -h " << instrument.broker_address
+                << " -p " << instrument.broker_port << " -t 'nemra/#' -v\n";
+    }
+    if (options.view) page.Start(instrument, port);
   };
   const int exit_status = RunHead(instrument, machine, options.lumet_options);
   if (const std::string obstacle = listens ? "" : WhatIsInTheWay(instrument); !obstacle.empty())

@@ -5,7 +5,7 @@
 
 // What the results of events are, for their readers.
 
-// One line of what a record tells.
+// One line of a record's results.
 struct Result {
   const char* name;
   const char* unit;
@@ -14,7 +14,7 @@ struct Result {
 
 // Those of the records of a type, such as "MPF".
 const std::vector<Result>& Results(const std::string& type);
-// Whether a result was measured at all: a phase that never came leaves the end of the range of a
+// Whether a result was measured at all: a phase that never came leaves the largest or smallest
 // float.
 bool IsMeasured(double value);
 // The phase of samples with this code.

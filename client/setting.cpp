@@ -85,25 +85,6 @@ Element Ask(ConsoleClient& head, std::string_view path, std::string_view query) 
   return elements.empty() ? Element() : elements.front();
 }
 
-// Reads a head's answer to the assignments: refusals, and what it holds after each value.
-void ReadOutcome(const std::vector<Element>& answer, std::vector<Assignment>& assignments) {
-  std::size_t next = 0;
-  for (const Element& element : answer) {
-    if (next == assignments.size()) break;
-    Assignment& assignment = assignments[next];
-    if (element.name == "nemra") {
-      assignment.setting.value = element.At("tavo/" + assignment.path).text;
-      ++next;
-      continue;
-    }
-    if (!assignment.refusal.empty()) assignment.refusal += "; ";
-    assignment.refusal += Trimmed(element.text);
-  }
-  if (next < assignments.size())
-    throw ClientError("the head did not tell what it holds of " + Quoted(assignments[next].path) +
-                      " now");
-}
-
 }  // namespace
 
 void Setting::ReadType(std::string_view type) {
@@ -198,8 +179,8 @@ std::vector<Setting> SettingsAt(ConsoleClient& head, std::string_view path) {
   return settings;
 }
 
-std::vector<Assignment> Assign(ConsoleClient& head, const std::vector<Setting>& known,
-                               std::vector<Assignment> assignments) {
+std::string AssignmentRequest(const std::vector<Setting>& known,
+                              std::vector<Assignment>& assignments) {
   std::string content;
   for (Assignment& assignment : assignments) {
     if (assignment.asked.find('\n') != std::string::npos)
@@ -216,8 +197,31 @@ std::vector<Assignment> Assign(ConsoleClient& head, const std::vector<Setting>& 
     content += NestedElements(assignment.path, EscapedValue(assignment.asked)) +
                NestedElements(assignment.path, "&query;");
   }
-  const Answer answer = head.Request(SettingsDocument("", content));
+  return SettingsDocument("", content);
+}
+
+void ReadOutcome(const Answer& answer, std::vector<Assignment>& assignments) {
   if (answer.failed) answer.Check();
-  ReadOutcome(answer.Elements(), assignments);
+  std::size_t next = 0;
+  for (const Element& element : answer.Elements()) {
+    if (next == assignments.size()) break;
+    Assignment& assignment = assignments[next];
+    if (element.name == "nemra") {
+      assignment.setting.value = element.At("tavo/" + assignment.path).text;
+      ++next;
+      continue;
+    }
+    if (!assignment.refusal.empty()) assignment.refusal += "; ";
+    assignment.refusal += Trimmed(element.text);
+  }
+  if (next < assignments.size())
+    throw ClientError("the head did not tell what it holds of " + Quoted(assignments[next].path) +
+                      " now");
+}
+
+std::vector<Assignment> Assign(ConsoleClient& head, const std::vector<Setting>& known,
+                               std::vector<Assignment> assignments) {
+  const std::string request = AssignmentRequest(known, assignments);
+  ReadOutcome(head.Request(request), assignments);
   return assignments;
 }

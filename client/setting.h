@@ -52,6 +52,14 @@ struct Assignment {
   bool IsDone() const { return refusal.empty() && setting.Means(asked); }
 };
 
+// The request that sets the values together and reads each back. `known` must hold each path.
+// Throws ClientError for what can't be asked.
+std::string AssignmentRequest(const std::vector<Setting>& known,
+                              std::vector<Assignment>& assignments);
+// Fills in what became of them, by the answer to that request. Throws Refused when that came to
+// nothing.
+void ReadOutcome(const Answer& answer, std::vector<Assignment>& assignments);
+
 // Sets values by one request, so that they come into force together, and reads each back in it.
 // `known` must hold each path. Throws Refused when the request failed as a whole.
 std::vector<Assignment> Assign(ConsoleClient& head, const std::vector<Setting>& known,

@@ -1,8 +1,8 @@
 // lumetctl's command for the state of a head.
 
 #include <iostream>
-#include <map>
 
+#include "client/diag_words.h"
 #include "tools/lumetctl.h"
 
 namespace {
@@ -38,21 +38,6 @@ Present Measure(ConsoleClient& head) {
     present.rate = seconds > 0 ? static_cast<double>(rows - 1) / seconds : 0;
   }
   return present;
-}
-
-std::string InWords(const std::string& bit) {
-  static const std::map<std::string, std::string> kWords = {
-      {"CONSOLECONNECTED", "a client is the console"},
-      {"PARSATURATED", "the light sensor is saturated"},
-      {"DCSATURATED", "the fluorescence detector is saturated"},
-      {"TEMP_WARNING", "warm: 70 °C or more"},
-      {"REDMODOFF", "the measuring light is off by command (cmd/redmodon)"},
-      {"TESTMODEON", "the test vector is on (cmd/testvectoff)"},
-      {"TEMP_FAULT",
-       "too hot: 75 °C was reached and the light went off; "
-       "set cfg/measure/control and cfg/lightsource/control again after it has cooled"}};
-  const auto found = kWords.find(bit);
-  return found == kWords.end() ? bit : bit + ", " + found->second;
 }
 
 // The light, by the setting that its `control` selects.
@@ -128,7 +113,7 @@ void PrintText(const Ctl& ctl, const HeadIdentity& identity, const Element& tree
   table.Add(
       {"zeros", "DC0 " + tree.At("cal/DC0").text + ", Pc0 " + tree.At("cal/Pc0").text + " counts"});
   std::vector<std::string> words;
-  for (const std::string& bit : diag) words.push_back(InWords(bit));
+  for (const std::string& bit : diag) words.push_back(DiagInWords(bit));
   if (words.empty()) words.emplace_back("nothing to report");
   for (std::size_t i = 0; i < words.size(); ++i) table.Add({i == 0 ? "DIAG" : "", words[i]});
   if (const std::string& error = tree.At("error").text; !error.empty())
