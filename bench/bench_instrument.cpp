@@ -54,8 +54,10 @@ Instrument BenchInstrument(const std::string& root) {
   // The system's directories that the head expects to be there.
   for (const char* directory :
        {"/proc/cpu/", "/sys/devices/system/cpu/cpu0/cpufreq/", "/sys/bus/i2c/devices/", "/run/",
-        "/etc/network/", "/etc/sysconfig/", "/etc/rc.d/init.d/", "/var/log/", "/dev/"})
+        "/etc/network/", "/var/log/", "/dev/"})
     MakeDirectoriesTo(root + directory);
+  for (const std::string& path : {instrument.ptp_options, instrument.ptp_script})
+    MakeDirectoriesTo(path);
   const std::ofstream clock_device(instrument.clock_device, std::ios::app);
   instrument.zoneinfo = Instrument().zoneinfo;
   // A user without a name keeps working as itself.

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "common/run_command.h"
+#include "common/service_manager.h"
 #include "common/socket.h"
 
 // The acts by which a daemon changes the machine that it runs on. The defaults do them; whoever
@@ -38,6 +39,9 @@ struct Machine {
       [](int device, const struct rtc_time& time) { return ioctl(device, RTC_SET_TIME, &time); };
   std::function<int(int device, struct rtc_time& time)> read_hardware_clock =
       [](int device, struct rtc_time& time) { return ioctl(device, RTC_RD_TIME, &time); };
+  // Changes nothing by itself, so that a head on the desk does it too.
+  std::function<void(const std::string& state)> tell_service_manager =
+      [](const std::string& state) { TellServiceManager(state); };
   // Called when the zone in force has changed.
   std::function<void()> take_zone = [] { tzset(); };
 };

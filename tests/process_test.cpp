@@ -2,7 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,11 +14,14 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "bench/bench_instrument.h"
 #include "bench/head.h"
 #include "client/console.h"
+#include "common/errno_error.h"
 #include "common/run_command.h"
+#include "common/stream_file.h"
 #include "common/test_registry.h"
 #include "leaf/lumet/lumet_app.h"
 
@@ -191,6 +197,57 @@ TEST(Process, WaitsForNoReaderOfItsLog) {
   EXPECT_GT(std::stoi(said.substr(place + before.size())), 0);
   client.Request("<nemra><tavo><site>over</site></tavo></nemra>");
   head.WaitForLog("<site>over<");
+}
+
+// A service manager that only listens.
+class ServiceManager {
+ public:
+  explicit ServiceManager(const std::string& path)
+      : socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    struct sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (bind(socket.GetFD(), reinterpret_cast<const struct sockaddr*>(&address), sizeof address) !=
+        0)
+      throw ErrnoError("Unable to bind " + path);
+  }
+
+  // The next state that it is told, or "" if there is none for so long.
+  std::string Next(int timeout_ms = 10'000) {
+    struct pollfd entry = {socket.GetFD(), POLLIN, 0};
+    std::string state;
+    if (poll(&entry, 1, timeout_ms) == 1) socket.ReadString(state);
+    return state;
+  }
+
+ private:
+  StreamFileBase socket;
+};
+
+TEST(Process, TellsItsServiceManagerThatItServesAndLives) {
+  for (const bool is_watched : {true, false}) {
+    SCOPED_TRACE(is_watched);
+    const TemporaryDirectory root;
+    const std::string path = root.Path() + "/notify";
+    ServiceManager manager(path);
+    std::vector<std::string> environment = {"env", "NOTIFY_SOCKET=" + path};
+    if (is_watched) environment.emplace_back("WATCHDOG_USEC=90000");
+    Head head(root.Path() + "/head", Head::PlayedBy::kSimulator, {.wrapper = environment});
+    EXPECT_EQ(manager.Next(), "READY=1");
+    if (is_watched) {
+      for (int i = 0; i < 3; ++i) EXPECT_EQ(manager.Next(), "WATCHDOG=1");
+      // A loop that stands still feeds nobody, apart from what was on its way.
+      kill(head.Pid(), SIGSTOP);
+      for (int i = 0; i < 5; ++i) manager.Next(100);
+      EXPECT_EQ(manager.Next(300), "");
+      kill(head.Pid(), SIGCONT);
+      EXPECT_EQ(manager.Next(), "WATCHDOG=1");
+    }
+    EXPECT_EQ(head.Stop(), 0);
+    std::string last = manager.Next();
+    while (last == "WATCHDOG=1") last = manager.Next();
+    EXPECT_EQ(last, "STOPPING=1");
+  }
 }
 
 TEST(Process, WhatItRunsStartsAfresh) {

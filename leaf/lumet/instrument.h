@@ -2,12 +2,11 @@
 
 #include <functional>
 #include <string>
-#include <utility>
 
 // Where a head lives: its files and devices, its account, and its ports. All paths lie below one
 // directory: the system's root on an instrument, a directory of its own on the bench.
 struct Instrument {
-  explicit Instrument(std::string root_directory = "") : root(std::move(root_directory)) {}
+  explicit Instrument(std::string root_directory = "");
 
   const std::string root;
 
@@ -28,13 +27,17 @@ struct Instrument {
   std::string calibration_log = root + "/var/log/cal";
 
   // The system's time: its zones, the zone in force as a link and as a name, the hardware clock,
-  // and the service that keeps it: its options and its script.
+  // and the service that keeps it: its options and its script, which the build may place elsewhere.
   std::string zoneinfo = root + "/usr/share/zoneinfo/posix";
   std::string localtime = root + "/etc/localtime";
   std::string timezone = root + "/etc/timezone";
   std::string clock_device = root + "/dev/rtc0";
-  std::string ptp_options = root + "/etc/sysconfig/ptpd";
-  std::string ptp_script = root + "/etc/rc.d/init.d/ptpd";
+  std::string ptp_options;
+  std::string ptp_script;
+
+  // The programs that take the machine down, as the build names them.
+  std::string reboot;
+  std::string poweroff;
 
   // The system's network, for its next start.
   std::string hostname_path = root + "/etc/hostname";

@@ -75,6 +75,7 @@ Lumet::Lumet(const Instrument& instrument, const Machine& machine, bool debug, b
       console(doc, clients, registers, instrument.network_interface, debug,
               [this] { bus.PublishDocument(); }),
       route_watch(machine),
+      service(machine),
       reboot(reboot),
       poweroff(poweroff),
       debug(debug),
@@ -115,10 +116,12 @@ void Lumet::run() {
       SaveAll();
       Dump();
     }
+    service.Ready();
     while (Turn()) {
     }
     std::cout << "Exiting...\n";
   });
+  service.Stopping();
   dsp.AllOff();
   Guarded([this] { dsp.Drain(std::chrono::steady_clock::now() + DSPDevice::kLongestStop); });
   saver.Save();

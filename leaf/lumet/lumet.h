@@ -11,6 +11,7 @@
 #include "common/mqtt_client.h"
 #include "common/poll_processor.h"
 #include "common/restore_network_sanity.h"
+#include "common/service_status.h"
 #include "common/socket_server.h"
 #include "leaf/lumet/board/diagnostics.h"
 #include "leaf/lumet/board/hw_mon.h"
@@ -162,6 +163,7 @@ class Lumet : public DSPDevice::Listener,
   Console console;
   RestoreNetworkSanity route_watch;
   MemoryTrimmer trimmer;
+  ServiceStatus service;
   bool* reboot;
   bool* poweroff;
   bool debug;

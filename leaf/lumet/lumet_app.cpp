@@ -170,8 +170,8 @@ int RunLumet(const Instrument& instrument, const Machine& machine, int argc, cha
     PrintCurrentException();
   }
   if (reboot)
-    machine.run_command("/usr/bin/reboot");
+    machine.run_command(instrument.reboot);
   else if (poweroff)
-    machine.run_command("/usr/bin/poweroff");
+    machine.run_command(instrument.poweroff);
   return exit_status;
 }
