@@ -79,7 +79,7 @@ class GatheredOutput {
   GatheredOutput& operator=(const GatheredOutput&) = delete;
 
  private:
-  static constexpr off_t kMostPrinted = 64 * 1024;
+  static constexpr off_t kMostPrinted = off_t{64} * 1024;
 
   int memory;
   std::array<int, 2> before;  // copies of standard output and error

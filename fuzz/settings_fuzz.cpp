@@ -23,7 +23,7 @@ std::string LoadAndSave(const std::string& directory, int setpoint) {
   files.load_factory();
   files.load_cal();
   files.load_main([] {});
-  const std::string said = quiet.Text();
+  std::string said = quiet.Text();
   ConfigTavo& tavo = doc.Conf();
   // One of the two is a change, whatever was read.
   for (const int value : {setpoint + 1, setpoint}) {

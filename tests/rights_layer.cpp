@@ -27,11 +27,12 @@
 
 namespace {
 
-// The operation that stands behind this layer.
+// The operation below this layer.
 template <class Function>
 Function* Real(Function*, const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
+// NOLINTNEXTLINE(bugprone-macro-parentheses,cppcoreguidelines-macro-usage): of a name, its text too
 #define REAL(name) Real(&name, #name)
 
 int OpenPrivate(const char* variable, int flags) {
@@ -74,6 +75,7 @@ bool OpenFails(const char* path, bool to_write) { return Fails(to_write ? "open"
 
 }  // namespace
 
+// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): further arguments are the calling function's own
 #define MODE_OF(flags)                                                            \
   std::va_list arguments;                                                         \
   va_start(arguments, flags);                                                     \

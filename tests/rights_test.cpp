@@ -58,9 +58,6 @@ class Rights : public testing::Test {
 // The processor's device is a terminal, whose other end this program holds.
 struct Link {
   Link() {
-    grantpt(end.GetFD());
-    unlockpt(end.GetFD());
-    path = ptsname(end.GetFD());
     device.Open(path, O_RDWR | O_NOCTTY);
     ChildProcess({"stty", "-F", path, "raw", "-echo"}).Wait();
     end.SetNonBlocking();
@@ -83,9 +80,15 @@ struct Link {
     }
   }
 
+  static std::string NameOfOther(int end) {
+    grantpt(end);
+    unlockpt(end);
+    return ptsname(end);
+  }
+
   StreamFile end{posix_openpt(O_RDWR | O_NOCTTY)};
   StreamFile device;
-  std::string path;
+  const std::string path = NameOfOther(end.GetFD());
   float dc = 100;
   std::uint32_t tick = 0;
 };
@@ -154,7 +157,7 @@ class Daemon {
 
  private:
   // In place, since the daemon holds it open.
-  void SetFault(const std::string& text) { WriteFile(Path("fault"), text); }
+  void SetFault(const std::string& text) const { WriteFile(Path("fault"), text); }
 
   const TemporaryDirectory directory;
   NetworkHost host;

@@ -81,27 +81,34 @@ int Run(const SoakSubject::Options& options, double minutes, bool week) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Attacks a head on the bench, and checks that it loses nothing.", "soak");
-  SoakSubject::Options options;
-  options.seed = std::random_device()();
-  double minutes = 10;
-  bool week = false;
-  app.add_option("MINUTES", minutes, "How long")->check(CLI::PositiveNumber)->capture_default_str();
-  app.add_option("--rate", options.rate, "Samples per second")
-      ->check(CLI::Range(1000, 10'000))
-      ->capture_default_str();
-  app.add_option("--seed", options.seed, "Repeats the soak that printed this number");
-  app.add_flag("--week", week, "A simulated week without attacks, as fast as it goes");
-  CLI11_PARSE(app, argc, argv);
-  // Each of them has its turn in a minute.
-  options.attack =
-      std::chrono::milliseconds(std::clamp(static_cast<int>(1000 * minutes), 500, 3000));
-  if (week) {
-    options.rate = 10;
-    options.speed = "max";
+  try {
+    CLI::App app("Attacks a head on the bench, and checks that it loses nothing.", "soak");
+    SoakSubject::Options options;
+    options.seed = std::random_device()();
+    double minutes = 10;
+    bool week = false;
+    app.add_option("MINUTES", minutes, "How long")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    app.add_option("--rate", options.rate, "Samples per second")
+        ->check(CLI::Range(1000, 10'000))
+        ->capture_default_str();
+    app.add_option("--seed", options.seed, "Repeats the soak that printed this number");
+    app.add_flag("--week", week, "A simulated week without attacks, as fast as it goes");
+    CLI11_PARSE(app, argc, argv);
+    // Each of them has its turn in a minute.
+    options.attack =
+        std::chrono::milliseconds(std::clamp(static_cast<int>(1000 * minutes), 500, 3000));
+    if (week) {
+      options.rate = 10;
+      options.speed = "max";
+    }
+    // A broker that has given up its rights would outlive this.
+    for (const int signo : {SIGINT, SIGTERM})
+      std::signal(signo, [](int) { SoakSubject::Interrupt(); });
+    return Run(options, minutes, week);
+  } catch (const std::exception& error) {
+    std::cerr << "soak: " << error.what() << "\n";
+    return 1;
   }
-  // A broker that has given up its rights would outlive this.
-  for (const int signo : {SIGINT, SIGTERM})
-    std::signal(signo, [](int) { SoakSubject::Interrupt(); });
-  return Run(options, minutes, week);
 }

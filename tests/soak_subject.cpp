@@ -79,7 +79,7 @@ void SoakSubject::SetDisk(const std::string& state) {
   disk_is_bad = state == "full" || state == "readonly";
 }
 
-void SoakSubject::Send(const std::string& inside) {
+void SoakSubject::Send(const std::string& inside) const {
   LineClient client(Port());
   client.Send("<nemra><tavo>" + inside + "</tavo></nemra>\n");
   client.ReadLineThatBegins("<nemra><tavo><ack>true");

@@ -61,7 +61,7 @@ class SoakSubject {
   Broker& TheBroker() { return *broker; }
 
   // A document within `tavo`, and its answer.
-  void Send(const std::string& inside);
+  void Send(const std::string& inside) const;
   // Checks that what was acknowledged is in the file, now or after a while.
   void CheckFile(std::chrono::milliseconds patience);
   void StartEvent(const std::string& command);
