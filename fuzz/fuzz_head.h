@@ -2,6 +2,8 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -14,11 +16,14 @@
 #include "fuzz/fuzz_target.h"
 #include "leaf/lumet/lumet.h"
 
-// The kernel knows who listens to its routes by this, and there are several heads in a process.
+// The kernel knows who listens to its routes by this, and there are several heads in a process, and
+// several such processes. Real numbers are below the step.
 // NOLINTNEXTLINE(misc-definitions-in-headers): in place of the C library's; a target is one file
 extern "C" pid_t getpid() noexcept {
-  static pid_t heads = 1'000'000;
-  return ++heads;
+  constexpr unsigned kStep = 1U << 22U;
+  static auto latest = static_cast<unsigned>(syscall(SYS_getpid));
+  latest = (latest + kStep) % (1U << 31U);
+  return static_cast<pid_t>(latest);
 }
 
 // A whole head in this process, with files of its own. The target plays its processor, its clients
