@@ -82,8 +82,8 @@ TEST(Fleet, BridgesHeadsUnderTheirSerialNumbers) {
             "TVF-0003");
 
   // For a time-series store.
-  ChildProcess store({"/usr/bin/python3", SOURCE_DIR "/examples/line_protocol.py", "127.0.0.1",
-                      std::to_string(port), "12"});
+  ChildProcess store({"/usr/bin/python3", std::string(SOURCE_DIR) + "/examples/line_protocol.py",
+                      "127.0.0.1", std::to_string(port), "12"});
   EXPECT_EQ(store.Wait(), 0);
   const std::string line =
       R"((DATA|DATASTAT),serial=TVF-000[123] DIAG=0(,[A-Za-z]+=[-.0-9e]+)+ \d{19}\n)";

@@ -45,7 +45,10 @@ std::string RecordedEvent(const std::string& type) {
 // F rises from 200 to 400, 650 and 1000 counts, in steps with these times.
 std::string Induction() {
   constexpr int kBefore = 5;
-  std::ostringstream seconds, F, light, codes;
+  std::ostringstream seconds;
+  std::ostringstream F;
+  std::ostringstream light;
+  std::ostringstream codes;
   for (int i = -kBefore; i < 50'000; ++i) {
     const double t = std::max(0, i + 1) * 4e-6;
     const auto step = [t](double height, double time) {

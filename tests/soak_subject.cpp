@@ -121,7 +121,7 @@ void SoakSubject::CheckFile(milliseconds patience) {
   }
 }
 
-void SoakSubject::StartEvent(const std::string& command) {
+void SoakSubject::StartEvent(const std::string& command) const {
   Send("<cmd><" + command + ">true</" + command + "></cmd>");
 }
 

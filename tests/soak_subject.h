@@ -64,7 +64,7 @@ class SoakSubject {
   void Send(const std::string& inside) const;
   // Checks that what was acknowledged is in the file, now or after a while.
   void CheckFile(std::chrono::milliseconds patience);
-  void StartEvent(const std::string& command);
+  void StartEvent(const std::string& command) const;
   // Of each kind in turn. Work does so where simulated time is that of the clock.
   void StartNextEvent();
   void JudgeEvents();
