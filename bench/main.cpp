@@ -263,8 +263,9 @@ int RunBench(BenchOptions& options) {
     EmptyBenchDirectory(instrument);
     BenchInstrument(options.root);  // for its directories
   }
-  std::cerr << "lumet-bench: starting a head with its files in " << options.root
-            << "; what it would do to a machine is printed instead\n";
+  if (isatty(STDERR_FILENO) == 1)
+    std::cerr << "lumet-bench: starting a head with its files in " << options.root
+              << "; what it would do to a machine is printed instead\n";
   BenchBroker broker(options, instrument);
   const std::string environment = options.root + "/environment";
   std::optional<SimulatedProcess> processor;

@@ -340,19 +340,8 @@ char* PutFixed6(char* to, double value) {
   std::uint32_t micros = 0;
   if (!SplitMicros(value, whole, micros))
     return PutSlowly(to, kLongestFixed6, value, std::chars_format::fixed, kDigits);
-  to = PutUnsigned(to, whole);
+  to = std::to_chars(to, to + kLongestFixed6, whole).ptr;
   *to++ = '.';
   PutSixDigits(to, micros);
   return to + kDigits;
-}
-
-char* PutUnsigned(char* to, unsigned value) {
-  std::array<char, 10> text;
-  char* from = text.data() + text.size();
-  for (; value >= 100; value /= 100) PutPair(from -= 2, value % 100);
-  if (value >= 10)
-    PutPair(from -= 2, value);
-  else
-    *--from = static_cast<char>('0' + value);
-  return PutText(to, from, static_cast<std::size_t>(text.data() + text.size() - from));
 }

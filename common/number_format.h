@@ -23,5 +23,3 @@ char* PutFixed6(char* to, double value);
 bool SplitMicros(double value, std::uint32_t& whole, std::uint32_t& micros);
 // As "%06u", of a number below 1e6. Writes one character more, which stands for nothing.
 void PutSixDigits(char* to, std::uint32_t number);
-// As "%u". At most 10 characters.
-char* PutUnsigned(char* to, unsigned value);

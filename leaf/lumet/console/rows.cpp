@@ -2,14 +2,20 @@
 
 #include <algorithm>
 #include <bit>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <utility>
 
 #include "common/number_format.h"
 
 namespace {
+
+char* PutWhole(char* to, std::uint32_t value) {
+  return std::to_chars(to, to + std::numeric_limits<std::uint32_t>::digits10 + 1, value).ptr;
+}
 
 // The floats of a DATA row in the order of its columns; the modulation rate has none.
 constexpr std::array kPrintedValues = {
@@ -215,7 +221,7 @@ char* DataRowComposer::PutTime(Row& row, double time) {
   }
   if (whole != row.seconds || row.fraction_place == 0) {
     std::memcpy(text, kName.data(), kName.size());
-    char* const point = PutUnsigned(text + kName.size(), whole);
+    char* const point = PutWhole(text + kName.size(), whole);
     *point = '.';
     row.fraction_place = static_cast<std::uint32_t>(point + 1 - text);
     row.seconds = whole;
@@ -260,11 +266,11 @@ std::string_view DataRowComposer::Compose(const DataSample& sample, std::uint32_
       kept_end += lengths[i];
     }
   };
-  put(0, diag, PutUnsigned);
+  put(0, diag, PutWhole);
   for (std::size_t i = 0; i < kPrintedValues.size(); ++i)
     put(i + 1, std::bit_cast<std::uint32_t>(sample.values[kPrintedValues[i]]),
         [](char* at, std::uint32_t value) { return PutFloat(at, std::bit_cast<float>(value)); });
-  put(kColumns - 1, sample.code, PutUnsigned);
+  put(kColumns - 1, sample.code, PutWhole);
   put_kept();
   const char* const end = PutChecksum(text, to, to);
   return {text, static_cast<std::size_t>(end - text)};
