@@ -13,6 +13,9 @@ namespace {
 
 constexpr std::uint64_t kMicrosecondsPerSecond = 1'000'000;
 constexpr std::uint64_t kMicrosecondsPerMs = 1000;
+// Records are stamped when they are passed on. A second after its sample, a stamp would be a step
+// of the system clock for the head.
+constexpr std::uint64_t kMostLate = 900'000;
 
 // Before the head sets any light there is measuring light alone, so that the leaf starts in the
 // dark.
@@ -250,7 +253,7 @@ void SimulatedDSP::Advance(const RecordTime& now, std::uint64_t elapsed) {
   if (!streaming) return;
   std::uint64_t lost = 0;
   if (sequence.empty())
-    for (; SampleTime(made) + kMicrosecondsPerSecond < elapsed; ++made) ++lost;
+    for (; SampleTime(made) + kMostLate < elapsed; ++made) ++lost;
   if (lost > 0) output.Text(now, DSPCode::DebugTextRecord, std::to_string(lost) + " samples lost");
   while (true) {
     const std::uint64_t next = SampleTime(made);

@@ -37,9 +37,9 @@ class SimulatedDSP {
   // Takes one packet of commands.
   void HandleCommands(const RecordTime& now, std::span<const std::uint8_t> packet);
 
-  // Makes every sample that is due `elapsed` microseconds after the start. What is more than a
-  // second late in plain measuring, since nobody took the records, is left out and counted in a
-  // debug text.
+  // Makes every sample that is due `elapsed` microseconds after the start. What is more than 0.9 s
+  // late in plain measuring, since nobody took the records, is left out and counted in a debug
+  // text.
   void Advance(const RecordTime& now, std::uint64_t elapsed);
   // Microseconds after the start at which the next record will be ready.
   std::uint64_t NextRecordDue() const;
