@@ -35,7 +35,7 @@ class Plot : public testing::Test {
   const TemporaryDirectory directory;
 };
 
-// The first of a type in the session that the tests keep.
+// The first of a type in the recorded measurement.
 std::string RecordedEvent(const std::string& type) {
   const std::string golden = ReadFile(TEST_DATA "/session/golden.txt");
   const std::size_t start = golden.rfind("{\n", golden.find("\"TYPE\":\"" + type + "\""));
