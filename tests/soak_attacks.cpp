@@ -1,5 +1,3 @@
-#include "tests/soak_attacks.h"
-
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -8,6 +6,7 @@
 #include <list>
 
 #include "common/socket.h"
+#include "tests/soak_subject.h"
 
 namespace {
 
