@@ -4,33 +4,16 @@
 // power_cut_test.cpp. What the file DISK_STATE says holds from then on: "slow MS", as above, or for
 // the files below that directory "full" or "readonly".
 
-// Both widths of offsets have their own names here.
-#undef _FILE_OFFSET_BITS
-#undef _TIME_BITS
+// First of all.
+// clang-format off
+#include "tests/layer.h"
+// clang-format on
 
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <sys/uio.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
-#include <string>
-#include <string_view>
 
 namespace {
-
-// The operation that this layer covers.
-template <class Function>
-Function* Real(Function*, const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-// NOLINTNEXTLINE(bugprone-macro-parentheses,cppcoreguidelines-macro-usage): of a name, its text too
-#define REAL(name) Real(&name, #name)
 
 std::string_view Setting(const char* name) {
   const char* value = std::getenv(name);
@@ -39,9 +22,8 @@ std::string_view Setting(const char* name) {
 
 // What DISK_STATE says now.
 std::string State() {
-  const std::string path(Setting("DISK_STATE"));
   std::array<char, 64> text = {};
-  const int file = path.empty() ? -1 : REAL(open)(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int file = OpenPrivate("DISK_STATE", O_RDONLY);
   if (file < 0) return "";
   const ssize_t length = read(file, text.data(), text.size() - 1);
   close(file);
@@ -70,39 +52,25 @@ bool IsReadOnly(const char* path) {
   return true;
 }
 
-// What a descriptor is open on; empty if that is not watched.
-std::string WatchedPath(int fd) {
-  std::array<char, 4096> path;
-  const std::string link = "/proc/self/fd/" + std::to_string(fd);
-  const ssize_t length = readlink(link.c_str(), path.data(), path.size());
-  if (length <= 0) return "";
-  std::string text(path.data(), static_cast<std::size_t>(length));
-  return IsWatched(text) ? text : "";
-}
-
 // One line of words, and after it the bytes of a write.
 void Note(const std::string& line, std::string_view bytes = {}) {
-  static const int journal = [] {
-    const std::string path(Setting("DISK_JOURNAL"));
-    static auto* const real_open = REAL(open);
-    return path.empty() ? -1
-                        : real_open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-  }();
-  if (journal < 0) return;
-  static auto* const real_write = REAL(write);
-  const std::string entry = line + "\n" + std::string(bytes);
-  if (real_write(journal, entry.data(), entry.size()) < 0) std::abort();
+  static const int journal = OpenPrivate("DISK_JOURNAL", O_WRONLY | O_CREAT | O_APPEND);
+  if (journal >= 0) AppendTo(journal, line + "\n" + std::string(bytes));
 }
 
-void NoteOpen(int fd, bool truncated) {
-  if (fd < 0) return;
-  const std::string path = WatchedPath(fd);
-  if (!path.empty()) Note((truncated ? "create " : "append ") + path);
+void NoteAt(int fd, const std::string& act, std::string_view bytes = {}) {
+  const std::string path = PathOf(fd);
+  if (IsWatched(path)) Note(act + " " + path, bytes);
 }
 
-void NoteWrite(int fd, std::string_view bytes) {
-  const std::string path = WatchedPath(fd);
-  if (!path.empty()) Note("write " + std::to_string(bytes.size()) + " " + path, bytes);
+bool OpenFails(const char* path, bool to_write) { return to_write && IsReadOnly(path); }
+void NoteWritable(int fd, bool truncated) { NoteAt(fd, truncated ? "create" : "append"); }
+
+int Sync(int (*function)(int), int fd) {
+  Delay();
+  const int result = function(fd);
+  if (result == 0) NoteAt(fd, "sync");
+  return result;
 }
 
 // `function` is one that changes names, and stands behind this layer.
@@ -118,51 +86,19 @@ int ChangeNames(Function* function, const char* what, const char* from, const ch
 
 extern "C" {
 
-int open(const char* path, int flags, ...) {
-  std::va_list arguments;
-  va_start(arguments, flags);
-  const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
-  va_end(arguments);
-  if ((flags & O_ACCMODE) != O_RDONLY && IsReadOnly(path)) return -1;
-  const int fd = REAL(open)(path, flags, mode);
-  if ((flags & O_ACCMODE) != O_RDONLY) NoteOpen(fd, (flags & O_TRUNC) != 0);
-  return fd;
-}
-
-int open64(const char* path, int flags, ...) {
-  std::va_list arguments;
-  va_start(arguments, flags);
-  const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
-  va_end(arguments);
-  if ((flags & O_ACCMODE) != O_RDONLY && IsReadOnly(path)) return -1;
-  const int fd = REAL(open64)(path, flags, mode);
-  if ((flags & O_ACCMODE) != O_RDONLY) NoteOpen(fd, (flags & O_TRUNC) != 0);
-  return fd;
-}
-
-// The standard streams open files with this one.
-FILE* fopen64(const char* path, const char* mode) {
-  if (mode[0] != 'r' && IsReadOnly(path)) return nullptr;
-  FILE* file = REAL(fopen64)(path, mode);
-  if (file != nullptr && mode[0] != 'r') NoteOpen(fileno(file), mode[0] == 'w');
-  return file;
-}
-
-FILE* fopen(const char* path, const char* mode) {
-  if (mode[0] != 'r' && IsReadOnly(path)) return nullptr;
-  FILE* file = REAL(fopen)(path, mode);
-  if (file != nullptr && mode[0] != 'r') NoteOpen(fileno(file), mode[0] == 'w');
-  return file;
-}
+COVER_OPEN(open, fopen)
+COVER_OPEN(open64, fopen64)
 
 ssize_t write(int fd, const void* bytes, size_t size) {
   static const bool may_be_full = !Setting("DISK_STATE").empty();
-  if (may_be_full && State().starts_with("full") && !WatchedPath(fd).empty()) {
+  if (may_be_full && State().starts_with("full") && IsWatched(PathOf(fd))) {
     errno = ENOSPC;
     return -1;
   }
   const ssize_t written = REAL(write)(fd, bytes, size);
-  if (written > 0) NoteWrite(fd, {static_cast<const char*>(bytes), static_cast<size_t>(written)});
+  if (written > 0)
+    NoteAt(fd, "write " + std::to_string(written),
+           {static_cast<const char*>(bytes), static_cast<size_t>(written)});
   return written;
 }
 
@@ -177,22 +113,8 @@ ssize_t writev(int fd, const struct iovec* pieces, int count) {
   return written;
 }
 
-int fsync(int fd) {
-  Delay();
-  const int result = REAL(fsync)(fd);
-  const std::string path = WatchedPath(fd);
-  if (result == 0 && !path.empty()) Note("sync " + path);
-  return result;
-}
-
-int fdatasync(int fd) {
-  Delay();
-  const int result = REAL(fdatasync)(fd);
-  const std::string path = WatchedPath(fd);
-  if (result == 0 && !path.empty()) Note("sync " + path);
-  return result;
-}
-
+int fsync(int fd) { return Sync(REAL(fsync), fd); }
+int fdatasync(int fd) { return Sync(REAL(fdatasync), fd); }
 int syncfs(int fd) {
   Delay();
   Note("syncall");

@@ -3,43 +3,19 @@
 // RIGHTS_FAULT names by its name and an error number. It never sets a clock. The form of the
 // journal is told in rights_test.cpp.
 
-// Both widths of offsets and times have their own names here.
-#undef _FILE_OFFSET_BITS
-#undef _TIME_BITS
+// First of all.
+// clang-format off
+#include "tests/layer.h"
+// clang-format on
 
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <linux/rtc.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <string_view>
 
 namespace {
-
-// The operation below this layer.
-template <class Function>
-Function* Real(Function*, const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-// NOLINTNEXTLINE(bugprone-macro-parentheses,cppcoreguidelines-macro-usage): of a name, its text too
-#define REAL(name) Real(&name, #name)
-
-int OpenPrivate(const char* variable, int flags) {
-  static auto* const real_open = REAL(open);
-  const char* path = std::getenv(variable);
-  return path == nullptr ? -1 : real_open(path, flags | O_CLOEXEC, 0666);
-}
 
 // Both files are opened while the daemon has all rights; the programs that it starts are none of
 // ours.
@@ -49,9 +25,7 @@ const int faults = is_watched ? OpenPrivate("RIGHTS_FAULT", O_RDONLY) : -1;
 
 void Note(const std::string& call, const std::string& what) {
   if (journal < 0) return;
-  static auto* const real_write = REAL(write);
-  const std::string line = std::to_string(geteuid()) + " " + call + " " + what + "\n";
-  if (real_write(journal, line.data(), line.size()) < 0) std::abort();
+  AppendTo(journal, std::to_string(geteuid()) + " " + call + " " + what + "\n");
 }
 
 // Writes the call down. True, with errno set, if it is to fail.
@@ -65,40 +39,15 @@ bool Fails(const std::string& call, const std::string& what) {
   return true;
 }
 
-std::string PathOf(int fd) {
-  std::array<char, 4096> path = {};
-  const std::string link = "/proc/self/fd/" + std::to_string(fd);
-  return readlink(link.c_str(), path.data(), path.size() - 1) > 0 ? path.data() : "-";
-}
-
 bool OpenFails(const char* path, bool to_write) { return Fails(to_write ? "open" : "look", path); }
+void NoteWritable(int, bool) {}
 
 }  // namespace
 
-// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): further arguments are the calling function's own
-#define MODE_OF(flags)                                                            \
-  std::va_list arguments;                                                         \
-  va_start(arguments, flags);                                                     \
-  const unsigned mode = ((flags)&O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0; \
-  va_end(arguments)
-
 extern "C" {
 
-int open(const char* path, int flags, ...) {
-  MODE_OF(flags);
-  return OpenFails(path, (flags & O_ACCMODE) != O_RDONLY) ? -1 : REAL(open)(path, flags, mode);
-}
-int open64(const char* path, int flags, ...) {
-  MODE_OF(flags);
-  return OpenFails(path, (flags & O_ACCMODE) != O_RDONLY) ? -1 : REAL(open64)(path, flags, mode);
-}
-// By which the standard streams open files.
-FILE* fopen(const char* path, const char* mode) {
-  return OpenFails(path, mode[0] != 'r') ? nullptr : REAL(fopen)(path, mode);
-}
-FILE* fopen64(const char* path, const char* mode) {
-  return OpenFails(path, mode[0] != 'r') ? nullptr : REAL(fopen64)(path, mode);
-}
+COVER_OPEN(open, fopen)
+COVER_OPEN(open64, fopen64)
 int fsync(int fd) { return Fails("fsync", PathOf(fd)) ? -1 : REAL(fsync)(fd); }
 int fchmod(int fd, mode_t mode) {
   return Fails("fchmod", PathOf(fd)) ? -1 : REAL(fchmod)(fd, mode);
@@ -137,25 +86,22 @@ int seteuid(uid_t user) {
   return REAL(seteuid)(user);
 }
 // What a turn of the loop does with neighbours.
-int poll(struct pollfd* entries, nfds_t count, int timeout) {
-  Note("poll", "-");
-  return REAL(poll)(entries, count, timeout);
-}
-ssize_t send(int fd, const void* bytes, size_t size, int flags) {
-  Note("send", "-");
-  return REAL(send)(fd, bytes, size, flags);
-}
-ssize_t recv(int fd, void* bytes, size_t size, int flags) {
-  Note("recv", "-");
-  return REAL(recv)(fd, bytes, size, flags);
-}
+// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): of names, their texts too
+#define COVER_NEIGHBOURS(result, call, parameters, arguments) \
+  result call parameters {                                    \
+    Note(#call, "-");                                         \
+    return REAL(call) arguments;                              \
+  }
+COVER_NEIGHBOURS(int, poll, (struct pollfd * entries, nfds_t count, int ms), (entries, count, ms))
+COVER_NEIGHBOURS(ssize_t, send, (int fd, const void* bytes, size_t size, int flags),
+                 (fd, bytes, size, flags))
+COVER_NEIGHBOURS(ssize_t, recv, (int fd, void* bytes, size_t size, int flags),
+                 (fd, bytes, size, flags))
+COVER_NEIGHBOURS(int, connect, (int fd, const struct sockaddr* address, socklen_t length),
+                 (fd, address, length))
 int accept4(int fd, struct sockaddr* address, socklen_t* length, int flags) {
   Note("accept", "-");
   return REAL(accept4)(fd, address, length, flags);
-}
-int connect(int fd, const struct sockaddr* address, socklen_t length) {
-  Note("connect", "-");
-  return REAL(connect)(fd, address, length);
 }
 
 }  // extern "C"

@@ -12,7 +12,6 @@
 #include <thread>
 #include <vector>
 
-#include "tests/soak_attacks.h"
 #include "tests/soak_subject.h"
 
 namespace {

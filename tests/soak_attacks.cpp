@@ -1,5 +1,3 @@
-#include "tests/soak_attacks.h"
-
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -8,6 +6,7 @@
 #include <list>
 
 #include "common/socket.h"
+#include "tests/soak_subject.h"
 
 namespace {
 
@@ -25,103 +24,68 @@ std::string Repeated(const std::string& text, int times) {
   return all;
 }
 
-// What a stranger sends comes as far as the head lets it.
-void Try(LineClient& stranger, std::string_view text) {
-  try {
-    stranger.SetWaitLimit(seconds(2));
-    stranger.Send(text);
-  } catch (const ClientError&) {
-    // It is the head that decides.
-  }
-}
-
 std::string Noise(SoakSubject& subject, std::size_t size) {
   std::string noise(size, '\0');
   for (char& byte : noise) byte = static_cast<char>(subject.random());
   return noise;
 }
 
+// Clients that send something, as far as the head lets them, and read none of the answers.
+struct Strangers {
+  explicit Strangers(SoakSubject& subject) : subject(subject) {}
+  LineClient& Come(const std::string& text, int count = 1, int receive_buffer = 0) {
+    for (int i = 0; i < count; ++i) {
+      all.emplace_back(subject.Port(), "::1", kDefaultTimeout, receive_buffer);
+      try {
+        all.back().SetWaitLimit(seconds(2));
+        all.back().Send(text);
+      } catch (const ClientError&) {
+        // It is the head that decides.
+      }
+    }
+    return all.back();
+  }
+
+  SoakSubject& subject;
+  std::list<LineClient> all;
+};
+
 void ClientsComeAndGo(SoakSubject& subject) {
   for (int turn = 0; turn < 3; ++turn) {
-    std::list<LineClient> clients;
+    Strangers strangers(subject);
     for (int i = 0; i < 100; ++i) {
-      clients.emplace_back(subject.Port());
-      if (i % 2 == 0) clients.back().ReadLineThatBegins("DATAH");
-      if (i % 3 == 0) clients.pop_front();
+      LineClient& next = strangers.Come("");
+      if (i % 2 == 0) next.ReadLineThatBegins("DATAH");
+      if (i % 3 == 0) strangers.all.pop_front();
     }
     subject.Work(subject.Some() / 4);
   }
 }
 
-void ClientsStall(SoakSubject& subject) {
-  std::list<LineClient> clients;
-  for (int i = 0; i < 20; ++i)
-    Try(clients.emplace_back(subject.Port(), "::1", kDefaultTimeout, kSmallBuffer),
-        Repeated(kQuery, 20));
-  subject.Work(subject.Some());
-}
-
-void ClientsFlood(SoakSubject& subject) {
-  std::list<LineClient> clients;
-  for (int i = 0; i < 13; ++i)
-    Try(clients.emplace_back(subject.Port(), "::1", kDefaultTimeout, kSmallBuffer),
-        Repeated("r 1\n", 1000) + Repeated(kQuery, 30));
-  std::list<ConsoleClient> watchers;
-  for (int i = 0; i < 5; ++i) watchers.emplace_back(subject.Port()).Watch("");
-  subject.Work(subject.Some());
-}
-
 // More than a head keeps for anybody: answers, standing queries, and records of zeros.
 void ClientsAskTooMuch(SoakSubject& subject) {
   constexpr int kOfALine = 500'000;  // nearly as many as a line may hold
-  const auto in_tavo = [](const std::string& inside) {
-    return "<nemra><tavo>" + inside + "</tavo></nemra>\n";
-  };
-  std::list<LineClient> clients;
-  for (const std::string& text :
-       {in_tavo(Repeated("&query;", kOfALine)), in_tavo(Repeated("&query;", kOfALine)),
-        Repeated(in_tavo("&query_changes;" + std::string(10 << 10, ' ')), 200),
-        in_tavo("<history>" + Repeated("<r/>", kOfALine) + "</history>")}) {
-    Try(clients.emplace_back(subject.Port(), "::1", kDefaultTimeout, kSmallBuffer), text);
+  Strangers strangers(subject);
+  for (const auto& [text, times] :
+       {std::pair(Repeated("&query;", kOfALine), 1), std::pair(Repeated("&query;", kOfALine), 1),
+        std::pair("&query_changes;" + std::string(10 << 10, ' '), 200),
+        std::pair("<history>" + Repeated("<r/>", kOfALine) + "</history>", 1)}) {
+    strangers.Come(Repeated("<nemra><tavo>" + text + "</tavo></nemra>\n", times), 1, kSmallBuffer);
     subject.Work({});
-  }
-  subject.Work(subject.Some());
-}
-
-void ClientsCloseHalf(SoakSubject& subject) {
-  std::list<LineClient> clients;
-  for (int i = 0; i < 50; ++i) {
-    Try(clients.emplace_back(subject.Port()), kQuery);
-    shutdown(clients.back().Descriptor(), SHUT_WR);
   }
   subject.Work(subject.Some());
 }
 
 void ClientsSendGarbage(SoakSubject& subject) {
-  std::list<LineClient> clients;
-  for (int i = 0; i < 10; ++i)
-    Try(clients.emplace_back(subject.Port()), Noise(subject, 64 << 10) + "\n" + kQuery);
+  Strangers strangers(subject);
+  for (int i = 0; i < 10; ++i) strangers.Come(Noise(subject, 64 << 10) + "\n" + kQuery);
   // Lines that do not end: some too many of them, and one that is too long.
   for (int i = 0; i < 18; ++i) {
-    Try(clients.emplace_back(subject.Port()), std::string(1 << 20, 'x'));
+    strangers.Come(std::string(1 << 20, 'x'));
     subject.Work({});
   }
-  Try(clients.emplace_back(subject.Port()), std::string(5 << 20, '<'));
+  strangers.Come(std::string(5 << 20, '<'));
   subject.Work(subject.Some());
-}
-
-void BrokerRestarts(SoakSubject& subject) {
-  subject.excuses.bus = true;
-  subject.TheBroker().Process().Stop(SIGKILL);
-  subject.Work(subject.Some() / 2);
-  subject.StartBroker();
-}
-
-void BrokerStalls(SoakSubject& subject) {
-  subject.excuses.bus = true;
-  kill(subject.TheBroker().Process().Pid(), SIGSTOP);
-  subject.Work(subject.Some());
-  kill(subject.TheBroker().Process().Pid(), SIGCONT);
 }
 
 // Nobody takes connections from the queue, and it is full.
@@ -158,45 +122,10 @@ void BusCarriesGarbage(SoakSubject& subject) {
   subject.Work(subject.Some());
 }
 
-void SensorsVanish(SoakSubject& subject) {
-  const std::string place = subject.Path() + "/sys/bus/i2c/devices";
-  std::filesystem::rename(place, place + ".gone");
-  subject.Work(subject.Some());
-  std::filesystem::rename(place + ".gone", place);
-}
-
-void ProcessorIsSilent(SoakSubject& subject) {
+void Disturb(SoakSubject& subject, const std::string& faults, milliseconds time) {
   subject.excuses.rows = true;
-  subject.SetProcessor("silent 1\n");
-  subject.Work(subject.Some());
-  subject.SetProcessor("");
-  subject.Work(kFileIsSeen);
-}
-
-void ProcessorResets(SoakSubject& subject) {
-  static int resets = 0;
-  subject.excuses.rows = true;
-  for (int i = 0; i < 3; ++i) {
-    subject.SetProcessor("resets " + std::to_string(++resets % 2) + "\n");
-    subject.Work(kFileIsSeen);
-  }
-  subject.SetProcessor("");
-  subject.Work(kFileIsSeen);
-}
-
-void ProcessorIsDamaged(SoakSubject& subject) {
-  subject.excuses.rows = true;
-  subject.SetProcessor("damage 0.3\n");
-  subject.Work(subject.Some());
-  subject.SetProcessor("");
-  // The time of the samples is found again with the next full second.
-  subject.Work(seconds(2));
-}
-
-void DiskIsSlow(SoakSubject& subject) {
-  subject.SetDisk("slow 200");
-  subject.Work(subject.Some());
-  subject.SetDisk("");
+  subject.SetProcessor(faults);
+  subject.Work(time);
 }
 
 // What can't be saved is tried again every ten seconds.
@@ -208,24 +137,16 @@ void DiskTakesNothing(SoakSubject& subject, const char* state, const char* reaso
   subject.SetDisk("");
   subject.CheckFile(seconds(15));
 }
-void DiskIsFull(SoakSubject& subject) {
-  DiskTakesNothing(subject, "full", "No space left on device");
-}
-void DiskIsReadOnly(SoakSubject& subject) {
-  DiskTakesNothing(subject, "readonly", "Unable to open: ");
-}
 
 // An induction at the full rate of the processor, faster than most clients read rows.
 void FullRate(SoakSubject& subject) {
   constexpr std::size_t kSamples = 250'000;
-  const auto set_duration = [&](const char* ms) {
-    subject.Send("<cfg><inductionflash><duration>" + std::string(ms) +
-                 "</duration></inductionflash></cfg>");
-  };
+  const std::string settings = "<cfg><inductionflash><duration>";
+  const std::string end_of_settings = "</duration></inductionflash></cfg>";
   subject.WorkUntil("the end of an event", [&] { return !subject.Rows().IsInEvent(); });
   subject.excuses.rows = true;
   subject.most_mebibytes = 160;
-  set_duration("1000");
+  subject.Send(settings + "1000" + end_of_settings);
   subject.TakeLongestEvent();
   subject.StartEvent("induction");
   std::size_t longest = 0;
@@ -237,23 +158,90 @@ void FullRate(SoakSubject& subject) {
   else
     subject.report.Fail("the longest record has " + std::to_string(longest) + " samples of " +
                         std::to_string(kSamples));
-  set_duration("40");
+  subject.Send(settings + "40" + end_of_settings);
   subject.most_mebibytes = 64;
 }
 
 }  // namespace
 
 const std::vector<SoakAttack>& SoakAttacks() {
+  using Subject = SoakSubject;
   static const std::vector<SoakAttack> attacks = {
-      {"clients come and go", ClientsComeAndGo}, {"clients stall", ClientsStall},
-      {"clients flood", ClientsFlood},           {"clients ask too much", ClientsAskTooMuch},
-      {"clients close half", ClientsCloseHalf},  {"clients send garbage", ClientsSendGarbage},
-      {"the broker restarts", BrokerRestarts},   {"the broker stalls", BrokerStalls},
-      {"the broker is full", BrokerIsFull},      {"the bus carries garbage", BusCarriesGarbage},
-      {"sensors vanish", SensorsVanish},         {"the processor is silent", ProcessorIsSilent},
-      {"the processor resets", ProcessorResets}, {"its records are damaged", ProcessorIsDamaged},
-      {"the disk is slow", DiskIsSlow},          {"the disk is full", DiskIsFull},
-      {"the disk is read-only", DiskIsReadOnly}, {"induction at full rate", FullRate},
+      {"clients come and go", ClientsComeAndGo},
+      {"clients stall",
+       [](Subject& subject) {
+         Strangers strangers(subject);
+         strangers.Come(Repeated(kQuery, 20), 20, kSmallBuffer);
+         subject.Work(subject.Some());
+       }},
+      {"clients flood",
+       [](Subject& subject) {
+         Strangers strangers(subject);
+         strangers.Come(Repeated("r 1\n", 1000) + Repeated(kQuery, 30), 13, kSmallBuffer);
+         std::list<ConsoleClient> watchers;
+         for (int i = 0; i < 5; ++i) watchers.emplace_back(subject.Port()).Watch("");
+         subject.Work(subject.Some());
+       }},
+      {"clients ask too much", ClientsAskTooMuch},
+      {"clients close half",
+       [](Subject& subject) {
+         Strangers strangers(subject);
+         for (int i = 0; i < 50; ++i) shutdown(strangers.Come(kQuery).Descriptor(), SHUT_WR);
+         subject.Work(subject.Some());
+       }},
+      {"clients send garbage", ClientsSendGarbage},
+      {"the broker restarts",
+       [](Subject& subject) {
+         subject.excuses.bus = true;
+         subject.TheBroker().Process().Stop(SIGKILL);
+         subject.Work(subject.Some() / 2);
+         subject.StartBroker();
+       }},
+      {"the broker stalls",
+       [](Subject& subject) {
+         subject.excuses.bus = true;
+         kill(subject.TheBroker().Process().Pid(), SIGSTOP);
+         subject.Work(subject.Some());
+         kill(subject.TheBroker().Process().Pid(), SIGCONT);
+       }},
+      {"the broker is full", BrokerIsFull},
+      {"the bus carries garbage", BusCarriesGarbage},
+      {"sensors vanish",
+       [](Subject& subject) {
+         const std::string place = subject.Path() + "/sys/bus/i2c/devices";
+         std::filesystem::rename(place, place + ".gone");
+         subject.Work(subject.Some());
+         std::filesystem::rename(place + ".gone", place);
+       }},
+      {"the processor is silent",
+       [](Subject& subject) {
+         Disturb(subject, "silent 1\n", subject.Some());
+         Disturb(subject, "", kFileIsSeen);
+       }},
+      {"the processor resets",
+       [](Subject& subject) {
+         static int resets = 0;
+         for (int i = 0; i < 3; ++i)
+           Disturb(subject, "resets " + std::to_string(++resets % 2) + "\n", kFileIsSeen);
+         Disturb(subject, "", kFileIsSeen);
+       }},
+      {"its records are damaged",
+       [](Subject& subject) {
+         Disturb(subject, "damage 0.3\n", subject.Some());
+         // The time of the samples is found again with the next full second.
+         Disturb(subject, "", seconds(2));
+       }},
+      {"the disk is slow",
+       [](Subject& subject) {
+         subject.SetDisk("slow 200");
+         subject.Work(subject.Some());
+         subject.SetDisk("");
+       }},
+      {"the disk is full",
+       [](Subject& subject) { DiskTakesNothing(subject, "full", "No space left on device"); }},
+      {"the disk is read-only",
+       [](Subject& subject) { DiskTakesNothing(subject, "readonly", "Unable to open: "); }},
+      {"induction at full rate", FullRate},
   };
   return attacks;
 }

@@ -8,7 +8,6 @@
 #include <iostream>
 #include <map>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -53,47 +52,42 @@ class SoakReport {
   }
   bool HasFailed() const { return has_failed; }
 
-  // Says in one line how far it has come.
+  // Says how far the present attack has come.
   void PrintProgress() const {
     const std::lock_guard guard(mutex);
-    Line sum;
-    for (const auto& [name, line] : lines) {
-      sum.rows += line.rows;
-      sum.events += line.events;
-      sum.settings += line.settings;
-      sum.wait = std::max(sum.wait, line.wait);
-    }
-    const auto passed =
-        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start);
-    std::cout << std::setw(6) << passed.count() << " s: " << sum.rows << " rows, " << sum.events
-              << " events, " << sum.settings << " settings right; longest wait " << sum.wait.count()
-              << " ms; now " << attack << std::endl;
+    Print(attack, "goes on");
   }
 
   void PrintTable() const {
-    const auto row = [](const std::string& first, const auto&... cells) {
-      std::cout << std::left << std::setw(26) << first << std::right;
-      ((std::cout << std::setw(11) << cells), ...);
-      std::cout << "\n";
-    };
-    std::cout << std::fixed << std::setprecision(1) << "\n";
-    row("attack", "times", "rows", "events", "settings", "wait, ms", "MiB", "open files",
+    const std::lock_guard guard(mutex);
+    std::cout << "\n";
+    Row("attack", "times", "rows", "events", "settings", "wait, ms", "MiB", "open files",
         "verdict");
     for (const std::string& name : order) {
-      const Line& line = lines.at(name);
-      row(name, line.times, line.rows, line.events, line.settings, line.wait.count(),
-          line.mebibytes, line.descriptors, line.failures.empty() ? "held" : "FAILED");
-      for (const std::string& failure : line.failures) std::cout << "    " << failure << "\n";
+      Print(name, lines.at(name).failures.empty() ? "held" : "FAILED");
+      for (const std::string& failure : lines.at(name).failures)
+        std::cout << "    " << failure << "\n";
     }
     std::cout << "So many rows, events and settings were found right. The others are the worst "
                  "figures.\n";
   }
 
  private:
+  static void Row(const std::string& first, const auto&... cells) {
+    std::cout << std::left << std::setw(26) << first << std::right;
+    ((std::cout << std::setw(11) << cells), ...);
+    std::cout << std::endl;
+  }
+  void Print(const std::string& name, const char* verdict) const {
+    const Line& line = lines.at(name);
+    std::cout << std::fixed << std::setprecision(1);
+    Row(name, line.times, line.rows, line.events, line.settings, line.wait.count(), line.mebibytes,
+        line.descriptors, verdict);
+  }
+
   mutable std::mutex mutex;
   std::atomic<bool> has_failed = false;
   std::vector<std::string> order;
   std::map<std::string, Line> lines;
   std::string attack;
-  const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };

@@ -21,14 +21,14 @@ constexpr double kMayStay = 8;
 // Short events, so that a client gets all rows of them on any machine: an induction comes at
 // 250 kHz, and this many rows find room on their way.
 std::string StartSettings(int rate) {
-  const std::string hz = std::to_string(std::max(rate, 1000));
+  const std::string hz = "<outrate>" + std::to_string(std::max(rate, 1000)) + "</outrate>";
   return "<cfg>"
-         "<rectflash><outrate>" +
+         "<rectflash>" +
          hz +
-         "</outrate><duration>200</duration></rectflash>"
-         "<multiphaseflash><outrate>" +
+         "<duration>200</duration></rectflash>"
+         "<multiphaseflash>" +
          hz +
-         "</outrate><phase1_duration>100</phase1_duration>"
+         "<phase1_duration>100</phase1_duration>"
          "<phase2_duration>100</phase2_duration><phase3_duration>100</phase3_duration>"
          "</multiphaseflash>"
          "<inductionflash><margin>0</margin><duration>40</duration></inductionflash>"

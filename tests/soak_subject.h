@@ -105,3 +105,11 @@ class SoakSubject {
   Moment next_console_at = {};
   Moment next_bus_at = {};
 };
+
+// What a head meets. Each attack takes some seconds, and leaves the surroundings as they were.
+struct SoakAttack {
+  const char* name;
+  void (*run)(SoakSubject& subject);
+};
+
+const std::vector<SoakAttack>& SoakAttacks();

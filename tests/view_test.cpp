@@ -19,6 +19,8 @@
 
 namespace {
 
+const std::string kLive = "document.getElementById('connection').dataset.state === 'live'";
+
 class View : public testing::Test {
  protected:
   std::unique_ptr<ChildProcess> StartHead(const std::string& rate = "100") {
@@ -30,14 +32,10 @@ class View : public testing::Test {
   }
   // Starts it, and returns the address of the page.
   std::string StartView(const std::vector<std::string>& options = {}) {
-    std::vector<std::string> words = {LUMET_VIEW,
-                                      "--head",
-                                      "[::1]:" + std::to_string(console),
-                                      "--broker",
-                                      "[::1]:" + std::to_string(bus),
-                                      "--port",
-                                      std::to_string(web)};
-    words.insert(words.end(), options.begin(), options.end());
+    std::vector<std::string> words = options;
+    words.insert(words.begin(),
+                 {LUMET_VIEW, "--head", "[::1]:" + std::to_string(console), "--broker",
+                  "[::1]:" + std::to_string(bus), "--port", std::to_string(web)});
     view.reset();
     view = std::make_unique<ChildProcess>(words);
     const std::string& said = view->WaitForOutput(" in a browser");
@@ -67,7 +65,7 @@ TEST_F(View, TakesAFlashFromButtonToCurve) {
   BusClient events({.port = bus, .topics = {bus_topic::kFlash}});
   Browser page(directory.Path());
   page.Open(StartView());
-  page.Await("document.getElementById('connection').dataset.state === 'live'");
+  page.Await(kLive);
   page.Await("document.getElementById('charts').dataset.rows > 120");
   page.Click("flash-mpf");
   const BusMessage message = events.WaitFor(bus_topic::kFlash);
@@ -197,17 +195,17 @@ TEST_F(View, FindsALostHeadAgain) {
   page.Await("document.getElementById('notice').textContent.startsWith('No head: ')");
   {
     const auto head = StartHead();
-    page.Await("document.getElementById('connection').dataset.state === 'live'");
+    page.Await(kLive);
   }
   page.Await("document.getElementById('connection').textContent === 'no head'");
   const auto head = StartHead();
-  page.Await("document.getElementById('connection').dataset.state === 'live'");
+  page.Await(kLive);
   page.Await("document.getElementById('notice').hidden");
   // And the program itself.
   view->Stop();
   page.Await("document.getElementById('connection').textContent === 'page not connected'");
   StartView();
-  page.Await("document.getElementById('connection').dataset.state === 'live'");
+  page.Await(kLive);
 }
 
 TEST_F(View, LetsOnlyThoseChangeWhoMay) {

@@ -10,10 +10,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <initializer_list>
 #include <iostream>
 #include <span>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "client/json_text.h"
@@ -22,10 +24,10 @@
 
 namespace {
 
-std::string TextOf(const Json::Value& value) {
-  Json::StreamWriterBuilder writer;
-  writer["indentation"] = "";
-  return Json::writeString(writer, value);
+Json::Value Object(std::initializer_list<std::pair<const char*, Json::Value>> members) {
+  Json::Value value;
+  for (const auto& [name, member] : members) value[name] = member;
+  return value;
 }
 
 }  // namespace
@@ -43,10 +45,7 @@ Browser::Browser(const std::string& directory)
   if (geteuid() == 0) options["goog:chromeOptions"]["args"].append("--no-sandbox");
   options["goog:loggingPrefs"]["browser"] = "ALL";
   session = "/session/" + Call("POST", "/session", request)["sessionId"].asString();
-  Json::Value allowed;
-  allowed["behavior"] = "allow";
-  allowed["downloadPath"] = directory;
-  Tell("Browser.setDownloadBehavior", allowed);
+  Tell("Browser.setDownloadBehavior", Object({{"behavior", "allow"}, {"downloadPath", directory}}));
 }
 
 Browser::~Browser() {
@@ -58,16 +57,12 @@ Browser::~Browser() {
 }
 
 void Browser::Open(const std::string& address) {
-  Json::Value request;
-  request["url"] = address;
-  Call("POST", session + "/url", request);
+  Call("POST", session + "/url", Object({{"url", address}}));
 }
 
 Json::Value Browser::Run(const std::string& script) {
-  Json::Value request;
-  request["script"] = script;
-  request["args"] = Json::Value(Json::arrayValue);
-  return Call("POST", session + "/execute/sync", request);
+  return Call("POST", session + "/execute/sync",
+              Object({{"script", script}, {"args", Json::Value(Json::arrayValue)}}));
 }
 
 void Browser::Await(const std::string& expression) {
@@ -91,34 +86,22 @@ void Browser::Enter(const std::string& selector, const std::string& value) {
 }
 
 void Browser::Press(const std::string& key) {
-  Json::Value keys;
-  keys["type"] = "key";
-  keys["id"] = "keyboard";
-  for (const char* act : {"keyDown", "keyUp"}) {
-    Json::Value each;
-    each["type"] = act;
-    each["value"] = key;
-    keys["actions"].append(each);
-  }
   Json::Value request;
-  request["actions"].append(keys);
+  Json::Value& keys = request["actions"][0] = Object({{"type", "key"}, {"id", "keyboard"}});
+  for (const char* act : {"keyDown", "keyUp"})
+    keys["actions"].append(Object({{"type", act}, {"value", key}}));
   Call("POST", session + "/actions", request);
 }
 
 void Browser::Tell(const std::string& command, const Json::Value& parameters) {
-  Json::Value request;
-  request["cmd"] = command;
-  request["params"] = parameters;
-  Call("POST", session + "/goog/cdp/execute", request);
+  Call("POST", session + "/goog/cdp/execute", Object({{"cmd", command}, {"params", parameters}}));
 }
 
 void Browser::Resize(int width, int height) {
-  Json::Value size;
-  size["width"] = width;
-  size["height"] = height;
-  size["deviceScaleFactor"] = 1;
-  size["mobile"] = width < 600;
-  Tell("Emulation.setDeviceMetricsOverride", size);
+  Tell("Emulation.setDeviceMetricsOverride", Object({{"width", width},
+                                                     {"height", height},
+                                                     {"deviceScaleFactor", 1},
+                                                     {"mobile", width < 600}}));
 }
 
 void Browser::Picture(const std::string& name, int width, bool is_dark) {
@@ -138,27 +121,21 @@ void Browser::Picture(const std::string& name, int width, bool is_dark) {
 }
 
 std::string Browser::Complaints() {
-  Json::Value request;
-  request["type"] = "browser";
   std::string all;
-  for (const Json::Value& each : Call("POST", session + "/se/log", request))
+  for (const Json::Value& each : Call("POST", session + "/se/log", Object({{"type", "browser"}})))
     all += each["message"].asString() + "\n";
   return all;
 }
 
 Json::Value Browser::Call(const std::string& method, const std::string& path,
                           const Json::Value& value) const {
-  const std::string body = method == "POST" ? TextOf(value) : "";
+  const std::string body =
+      method == "POST" ? Json::writeString(Json::StreamWriterBuilder(), value) : "";
+  LineClient client(port, "127.0.0.1");
+  client.Send(method + " " + path + " HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
+              std::to_string(body.size()) + "\r\n\r\n" + body);
   const Deadline deadline(std::chrono::seconds(60));
-  Socket socket;
-  ConnectWithin(socket, "127.0.0.1", port, std::chrono::seconds(5));
-  std::string request = method + " " + path + " HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
-                        std::to_string(body.size()) + "\r\n\r\n" + body;
-  while (!request.empty()) {
-    deadline.WaitFor(socket.GetFD(), POLLOUT);
-    const ssize_t sent = send(socket.GetFD(), request.data(), request.size(), MSG_NOSIGNAL);
-    if (sent > 0) request.erase(0, static_cast<std::size_t>(sent));
-  }
+  const Socket& socket = client.Connection();
   std::string reply;
   std::size_t whole = std::string::npos;
   while (reply.size() < whole) {
@@ -180,7 +157,7 @@ Json::Value Browser::Call(const std::string& method, const std::string& path,
 
 void Browser::SetTheme(bool is_dark) {
   Json::Value media;
-  media["features"][0]["name"] = "prefers-color-scheme";
-  media["features"][0]["value"] = is_dark ? "dark" : "light";
+  media["features"][0] =
+      Object({{"name", "prefers-color-scheme"}, {"value", is_dark ? "dark" : "light"}});
   Tell("Emulation.setEmulatedMedia", media);
 }
