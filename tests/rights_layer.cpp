@@ -86,19 +86,22 @@ int seteuid(uid_t user) {
   return REAL(seteuid)(user);
 }
 // What a turn of the loop does with neighbours.
-// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): of names, their texts too
-#define COVER_NEIGHBOURS(result, call, parameters, arguments) \
-  result call parameters {                                    \
-    Note(#call, "-");                                         \
-    return REAL(call) arguments;                              \
-  }
-COVER_NEIGHBOURS(int, poll, (struct pollfd * entries, nfds_t count, int ms), (entries, count, ms))
-COVER_NEIGHBOURS(ssize_t, send, (int fd, const void* bytes, size_t size, int flags),
-                 (fd, bytes, size, flags))
-COVER_NEIGHBOURS(ssize_t, recv, (int fd, void* bytes, size_t size, int flags),
-                 (fd, bytes, size, flags))
-COVER_NEIGHBOURS(int, connect, (int fd, const struct sockaddr* address, socklen_t length),
-                 (fd, address, length))
+int poll(struct pollfd* entries, nfds_t count, int timeout) {
+  Note("poll", "-");
+  return REAL(poll)(entries, count, timeout);
+}
+ssize_t send(int fd, const void* bytes, size_t size, int flags) {
+  Note("send", "-");
+  return REAL(send)(fd, bytes, size, flags);
+}
+ssize_t recv(int fd, void* bytes, size_t size, int flags) {
+  Note("recv", "-");
+  return REAL(recv)(fd, bytes, size, flags);
+}
+int connect(int fd, const struct sockaddr* address, socklen_t length) {
+  Note("connect", "-");
+  return REAL(connect)(fd, address, length);
+}
 int accept4(int fd, struct sockaddr* address, socklen_t* length, int flags) {
   Note("accept", "-");
   return REAL(accept4)(fd, address, length, flags);
