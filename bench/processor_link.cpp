@@ -161,7 +161,7 @@ class Link {
   SettingsWatch settings;
   bool head_speaks = false;
   double damage = 0;
-  std::mt19937_64 random;
+  std::mt19937 random;
 };
 
 }  // namespace
