@@ -11,6 +11,7 @@
 
 #include "configurable/number_text.h"
 #include "configurable/text_stream.h"
+#include "configurable/xml_writer.h"
 
 namespace {
 
@@ -155,6 +156,11 @@ std::ostream& ConfigurableReal<Number>::print_value(std::ostream& out) const {
 }
 
 template <class Number>
+void ConfigurableReal<Number>::write_value(XMLWriter& writer) const {
+  writer.number(_value);
+}
+
+template <class Number>
 std::ostream& ConfigurableReal<Number>::print_doctype(std::ostream& out) const {
   out << RealNames<Number>::kType << ":" << _default_value;
   if (_range_mode != Range::kNone) out << ";" << _min << "..." << _max;
@@ -185,6 +191,8 @@ std::ostream& ConfigurableInteger::print_value(std::ostream& out) const {
   WriteNumber(out, _value);
   return out;
 }
+
+void ConfigurableInteger::write_value(XMLWriter& writer) const { writer.number(_value); }
 
 std::ostream& ConfigurableInteger::print_doctype(std::ostream& out) const {
   out << "integer:" << _default_value;
@@ -240,6 +248,10 @@ std::ostream& ConfigurableBool::print_value(std::ostream& out) const {
   return out;
 }
 
+void ConfigurableBool::write_value(XMLWriter& writer) const {
+  writer.text(_value ? "true" : "false", false);
+}
+
 std::ostream& ConfigurableBool::print_doctype(std::ostream& out) const {
   return out << "true|false";
 }
@@ -261,6 +273,10 @@ std::istream& ConfigurableString::read_value(std::istream& in, std::ostream& err
 std::ostream& ConfigurableString::print_value(std::ostream& out) const {
   WriteText(out, _value);
   return out;
+}
+
+void ConfigurableString::write_value(XMLWriter& writer) const {
+  writer.text(_value, !has_flag(RawText));
 }
 
 std::ostream& ConfigurableString::print_doctype(std::ostream& out) const {
@@ -302,6 +318,10 @@ std::istream& ConfigurableMultipleChoice::read_value(std::istream& in, std::ostr
 std::ostream& ConfigurableMultipleChoice::print_value(std::ostream& out) const {
   WriteText(out, text());
   return out;
+}
+
+void ConfigurableMultipleChoice::write_value(XMLWriter& writer) const {
+  writer.text(text(), !has_flag(RawText));
 }
 
 std::ostream& ConfigurableMultipleChoice::print_doctype(std::ostream& out) const {

@@ -2,6 +2,7 @@
 
 #include <ios>
 
+#include "common/memory.h"
 #include "common/timestamp.h"
 
 namespace {
@@ -45,23 +46,27 @@ TextInput::Buffer::pos_type TextInput::Buffer::seekpos(pos_type position, std::i
   return position;
 }
 
-void TextOutput::Open() {
+void TextOutput::Open(std::size_t limit) {
   buffer.text.clear();
+  buffer.limit = limit;
   Renew(*this);
+  if (limit != kNoLimit) exceptions(badbit);
 }
 
 void TextOutput::Close() {
   constexpr std::size_t kKept = 4096;
-  if (buffer.text.capacity() > kKept) buffer.text = std::string();
+  Release(buffer.text, kKept);
 }
 
 TextOutput::Buffer::int_type TextOutput::Buffer::overflow(int_type byte) {
-  if (!traits_type::eq_int_type(byte, traits_type::eof()))
-    text.push_back(traits_type::to_char_type(byte));
+  const char letter = traits_type::to_char_type(byte);
+  if (!traits_type::eq_int_type(byte, traits_type::eof())) xsputn(&letter, 1);
   return traits_type::not_eof(byte);
 }
 
 std::streamsize TextOutput::Buffer::xsputn(const char* bytes, std::streamsize count) {
+  if (static_cast<std::size_t>(count) > limit - text.size())
+    throw TooLong("The answer is longer than " + std::to_string(limit) + " bytes");
   text.append(bytes, static_cast<std::size_t>(count));
   return count;
 }

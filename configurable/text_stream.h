@@ -4,6 +4,7 @@
 #include <istream>
 #include <memory>
 #include <ostream>
+#include <stdexcept>
 #include <streambuf>
 #include <string>
 #include <string_view>
@@ -46,8 +47,16 @@ class TextInput final : public std::istream {
 // Collects what is written.
 class TextOutput : public std::ostream {
  public:
+  class TooLong : public std::length_error {
+   public:
+    using std::length_error::length_error;
+  };
+  static constexpr std::size_t kNoLimit = std::string::npos;
+
   TextOutput() : std::ostream(nullptr) { rdbuf(&buffer); }
-  void Open();
+  // Begins a new text. Writing more than `limit` bytes throws TooLong, so that nobody goes on
+  // composing what nobody gets.
+  void Open(std::size_t limit = kNoLimit);
   // Frees what a long text took.
   void Close();
   // Valid until the next Open or Close.
@@ -58,6 +67,7 @@ class TextOutput : public std::ostream {
     int_type overflow(int_type byte) override;
     std::streamsize xsputn(const char* bytes, std::streamsize count) override;
     std::string text;
+    std::size_t limit = kNoLimit;
   };
   Buffer buffer;
 };

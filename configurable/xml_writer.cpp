@@ -1,8 +1,10 @@
 #include "configurable/xml_writer.h"
 
 #include <algorithm>
+#include <charconv>
 #include <exception>
 
+#include "common/number_format.h"
 #include "configurable/xml_text.h"
 
 XMLWriter::XMLWriter(std::ostream& out, bool indented, ValueStreams* kept)
@@ -70,6 +72,17 @@ void XMLWriter::text(std::string_view value, bool escape) {
   need_space = true;
 }
 
+void XMLWriter::number(double value) {
+  std::array<char, 32> digits;
+  text({digits.data(), PutGeneral(digits.data(), value)}, false);
+}
+
+void XMLWriter::number(int value) {
+  std::array<char, 16> digits;
+  const char* end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+  text({digits.data(), end}, false);
+}
+
 void XMLWriter::error(std::string_view item, std::string_view message) {
   start_element("Error");
   attribute("Param", item);
@@ -100,8 +113,10 @@ void XMLWriter::close_tag() {
 }
 
 void XMLWriter::indent_line() {
-  put('\n');
-  for (int i = 0; i < depth; ++i) put('\t');
+  constexpr std::string_view kLine = "\n\t\t\t\t\t\t\t\t";
+  const std::size_t tabs = static_cast<std::size_t>(depth);
+  put(kLine.substr(0, 1 + tabs));
+  for (std::size_t i = kLine.size() - 1; i < tabs; ++i) put('\t');
 }
 
 void XMLWriter::put_beyond(std::string_view piece) {

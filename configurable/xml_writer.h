@@ -30,6 +30,9 @@ class XMLWriter {
   void attribute(std::string_view name, std::string_view value);
   // Without `escape`, `value` goes out as it is.
   void text(std::string_view value, bool escape);
+  // The text of a number, as WriteNumber gives it.
+  void number(double value);
+  void number(int value);
   // Writes an element that says what is wrong with the item `item`.
   void error(std::string_view item, std::string_view message);
   // Closes an open tag and ends the line.
@@ -46,11 +49,9 @@ class XMLWriter {
 
  private:
   void put(std::string_view piece) {
+    if (piece.size() > buffer.size() - used) return put_beyond(piece);
     // An empty piece may have no memory at all.
-    if (piece.size() <= buffer.size() - used)
-      used += piece.copy(buffer.data() + used, piece.size());
-    else
-      put_beyond(piece);
+    used += piece.copy(buffer.data() + used, piece.size());
   }
   void put(char byte) {
     if (used == buffer.size()) flush();

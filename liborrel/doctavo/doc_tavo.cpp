@@ -3,13 +3,20 @@
 #include "common/steps.h"
 
 std::istream& DocTavo::request(std::istream& in, std::ostream& out) {
-  Conf().Cmd().reset();
+  reset_commands();
   Steps steps;
   steps.Run([&] { read_document(in, out); });
   // A value is live as soon as it is taken, whatever fails after it.
   steps.Run([&] { notify_if_changed(); });
   steps.ThrowFirstFailure();
   return in;
+}
+
+void DocTavo::reset_commands() {
+  ConfigCmdTavo& commands = Conf().Cmd();
+  if (commands.change_count() == commands_reset_at) return;
+  commands.reset();
+  commands_reset_at = commands.change_count();
 }
 
 void DocTavo::add_listener(const std::string& name, ConfigurableListener* listener) {
