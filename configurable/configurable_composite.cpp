@@ -28,6 +28,7 @@ Configurable* ConfigurableComposite::find(std::string_view child_name) const {
 }
 
 void ConfigurableComposite::set_changed(bool changed) {
+  if (!changed && !may_be_marked()) return;
   Configurable::set_changed(changed);
   if (changed) return;
   for (Configurable* child : child_list)

@@ -3,32 +3,15 @@
 #include <ios>
 
 #include "common/memory.h"
-#include "common/timestamp.h"
 
-namespace {
-
-// Gives a stream the state of a new one.
 void Renew(std::ios& stream) {
   if (stream.exceptions() != std::ios::goodbit) stream.exceptions(std::ios::goodbit);
+  if (stream.rdstate() != std::ios::goodbit) stream.clear();
   stream.flags(std::ios::skipws | std::ios::dec);
   stream.precision(6);
   stream.width(0);
   if (stream.fill() != ' ') stream.fill(' ');
-  if (stream.rdstate() != std::ios::goodbit) stream.clear();
-  ClearTimestampFormat(stream);
-}
-
-}  // namespace
-
-void TextInput::Open(std::string_view text) {
-  buffer.Open(text);
-  Renew(*this);
-}
-
-void TextInput::Buffer::Open(std::string_view text) {
-  // A get area is not const, but nothing writes to it.
-  char* begin = const_cast<char*>(text.data());
-  setg(begin, begin, begin + text.size());
+  if (HasTimestampFormat(stream)) ClearTimestampFormat(stream);
 }
 
 TextInput::Buffer::pos_type TextInput::Buffer::seekoff(off_type offset, std::ios_base::seekdir from,
@@ -46,14 +29,7 @@ TextInput::Buffer::pos_type TextInput::Buffer::seekpos(pos_type position, std::i
   return position;
 }
 
-void TextOutput::Open(std::size_t limit) {
-  buffer.text.clear();
-  buffer.limit = limit;
-  Renew(*this);
-  if (limit != kNoLimit) exceptions(badbit);
-}
-
-void TextOutput::Close() {
+void TextOutput::Clear() {
   constexpr std::size_t kKept = 4096;
   Release(buffer.text, kKept);
 }

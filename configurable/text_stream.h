@@ -11,20 +11,36 @@
 #include <typeinfo>
 #include <vector>
 
+#include "common/timestamp.h"
+
 // Standard streams over texts in memory. Making a stream costs more than reading a setting from it,
-// so they are kept for the next value, which finds them in the initial state of a stream.
+// so they are kept for the next value, which finds them in the initial state of a stream: they are
+// given it back at the end of a use, if that has changed it at all.
+
+// Gives a stream the state of a new one.
+void Renew(std::ios& stream);
+// The same for a stream that mostly has it.
+template <class Stream>
+void RenewIfUsed(Stream& stream) {
+  constexpr std::ios::fmtflags kFlags = std::ios::skipws | std::ios::dec;
+  if (stream.flags() != kFlags || stream.precision() != 6 || stream.width() != 0 ||
+      stream.fill() != ' ' || stream.rdstate() != std::ios::goodbit ||
+      stream.exceptions() != std::ios::goodbit || HasTimestampFormat(stream))
+    Renew(stream);
+}
 
 // Reads from a text that must outlive the reading.
 class TextInput final : public std::istream {
  public:
+  static bool Is(const std::istream& in) { return typeid(in) == typeid(TextInput); }
   // `in` itself if it is one of these, else null.
   static TextInput* From(std::istream& in) {
-    return typeid(in) == typeid(TextInput) ? static_cast<TextInput*>(&in) : nullptr;
+    return Is(in) ? static_cast<TextInput*>(&in) : nullptr;
   }
 
   TextInput() : std::istream(nullptr) { rdbuf(&buffer); }
-  void Open(std::string_view text);
-  void Close() { buffer.Open({}); }
+  void Open(std::string_view text) { buffer.Open(text); }
+  void Close() { RenewIfUsed(*this); }
   // What is not read yet. Skip does not change the state of the stream.
   std::string_view Rest() const { return buffer.Rest(); }
   void Skip(std::size_t bytes) { buffer.Skip(bytes); }
@@ -32,7 +48,11 @@ class TextInput final : public std::istream {
  private:
   class Buffer : public std::streambuf {
    public:
-    void Open(std::string_view text);
+    void Open(std::string_view text) {
+      // A get area is not const, but nothing writes to it.
+      char* begin = const_cast<char*>(text.data());
+      setg(begin, begin, begin + text.size());
+    }
     std::string_view Rest() const { return {gptr(), static_cast<std::size_t>(egptr() - gptr())}; }
     void Skip(std::size_t bytes) { gbump(static_cast<int>(bytes)); }
 
@@ -45,7 +65,7 @@ class TextInput final : public std::istream {
 };
 
 // Collects what is written.
-class TextOutput : public std::ostream {
+class TextOutput final : public std::ostream {
  public:
   class TooLong : public std::length_error {
    public:
@@ -54,12 +74,17 @@ class TextOutput : public std::ostream {
   static constexpr std::size_t kNoLimit = std::string::npos;
 
   TextOutput() : std::ostream(nullptr) { rdbuf(&buffer); }
-  // Begins a new text. Writing more than `limit` bytes throws TooLong, so that nobody goes on
-  // composing what nobody gets.
-  void Open(std::size_t limit = kNoLimit);
-  // Frees what a long text took.
-  void Close();
-  // Valid until the next Open or Close.
+  // Writing more than `limit` bytes throws TooLong, so that nobody goes on composing what nobody
+  // gets.
+  void Open(std::size_t limit = kNoLimit) {
+    buffer.limit = limit;
+    if (limit != kNoLimit) exceptions(badbit);
+  }
+  void Close() {
+    if (!buffer.text.empty()) Clear();
+    RenewIfUsed(*this);
+  }
+  // Valid until Close.
   const std::string& Text() const { return buffer.text; }
 
  private:
@@ -69,6 +94,9 @@ class TextOutput : public std::ostream {
     std::string text;
     std::size_t limit = kNoLimit;
   };
+  // Drops the text, and what a long one took.
+  void Clear();
+
   Buffer buffer;
 };
 

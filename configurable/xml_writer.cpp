@@ -22,8 +22,7 @@ void XMLWriter::start_element(std::string_view name, bool known) {
   close_tag();
   if (name.empty()) return;
   if (indent) indent_line();
-  put('<');
-  put(known ? name : xml_text::NameIn(name));
+  put("<", known ? name : xml_text::NameIn(name), "");
   ++depth;
   tag_open = need_space = end_inline = true;
 }
@@ -37,10 +36,7 @@ void XMLWriter::end_element(std::string_view name, bool known) {
   }
   if (!name.empty()) {
     if (!end_inline && indent) indent_line();
-    put('<');
-    put('/');
-    put(known ? name : xml_text::NameIn(name));
-    put('>');
+    put("</", known ? name : xml_text::NameIn(name), ">");
     need_space = false;
   }
   end_inline = false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <ostream>
@@ -52,6 +53,22 @@ class XMLWriter {
     if (piece.size() > buffer.size() - used) return put_beyond(piece);
     // An empty piece may have no memory at all.
     used += piece.copy(buffer.data() + used, piece.size());
+  }
+  // The same for a name between short texts, such as the marks of a tag.
+  template <std::size_t kBefore, std::size_t kAfter>
+  void put(const char (&before)[kBefore], std::string_view name, const char (&after)[kAfter]) {
+    const std::string_view first(before, kBefore - 1);
+    const std::string_view last(after, kAfter - 1);
+    if (first.size() + name.size() + last.size() > buffer.size() - used) {
+      put(first);
+      put(name);
+      return put(last);
+    }
+    char* to = buffer.data() + used;
+    to = std::copy(first.begin(), first.end(), to);
+    to += name.copy(to, name.size());
+    to = std::copy(last.begin(), last.end(), to);
+    used = static_cast<std::size_t>(to - buffer.data());
   }
   void put(char byte) {
     if (used == buffer.size()) flush();

@@ -128,6 +128,7 @@ void Console::Compose(TextOutput& reply, Act act) {
   try {
     act();
   } catch (const TextOutput::TooLong& error) {
+    reply.Close();
     reply.Open();
     doc.report_error(reply, error.what()) << "\n";
   } catch (const std::exception& error) {
