@@ -179,9 +179,9 @@ Timestamp Timestamp::ToLocal() const { return *this + ZoneOffset(); }
 
 void SetTimestampFormat(std::ios_base& stream, const TimestampFormat& format) {
   const auto byte = [](char separator) { return long{static_cast<unsigned char>(separator)}; };
-  stream.iword(TimestampFormatWord()) = kFormatSet | (format.quoted ? kQuoted : 0) |
-                               byte(format.date_separator) | byte(format.time_separator) << 8 |
-                               byte(format.date_time_separator) << 16;
+  stream.iword(TimestampFormatWord()) =
+      kFormatSet | (format.quoted ? kQuoted : 0) | byte(format.date_separator) |
+      byte(format.time_separator) << 8 | byte(format.date_time_separator) << 16;
 }
 
 void ClearTimestampFormat(std::ios_base& stream) { stream.iword(TimestampFormatWord()) = 0; }

@@ -74,9 +74,9 @@ class TextOutput final : public std::ostream {
   static constexpr std::size_t kNoLimit = std::string::npos;
 
   TextOutput() : std::ostream(nullptr) { rdbuf(&buffer); }
-  // Writing more than `limit` bytes throws TooLong, so that nobody goes on composing what nobody
-  // gets.
-  void Open(std::size_t limit = kNoLimit) {
+  void Open(std::size_t limit = kNoLimit) { SetLimit(limit); }
+  // Writing more bytes throws TooLong, so that nobody goes on composing what nobody gets.
+  void SetLimit(std::size_t limit) {
     buffer.limit = limit;
     if (limit != kNoLimit) exceptions(badbit);
   }

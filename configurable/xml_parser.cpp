@@ -44,9 +44,7 @@ bool IsInMemory(const std::istream& stream) {
 }  // namespace
 
 XMLParser::XMLParser(std::istream& stream)
-    : in(stream),
-      source(stream),
-      document(IsInMemory(stream) ? source.Place() : nullptr) {
+    : in(stream), source(stream), document(IsInMemory(stream) ? source.Place() : nullptr) {
   // What is at hand shows how much is to come, within limits.
   const std::size_t expected = std::clamp<std::size_t>(source.Available(), 128, 16384);
   tokens.reserve(expected / 8);

@@ -31,8 +31,9 @@ XMLQueryStringParser::Token XMLQueryStringParser::NextToken() {
     token = {};
     return current = END_STRING;
   }
-  const std::size_t entity =
-      text.substr(position).starts_with(kEntityStart) ? position : text.find(kEntityStart, position);
+  const std::size_t entity = text.substr(position).starts_with(kEntityStart)
+                                 ? position
+                                 : text.find(kEntityStart, position);
   const std::size_t end = entity == std::string_view::npos ? entity : text.find(';', entity);
   if (end == std::string_view::npos) return TakeText(text.size());
   return entity == position ? TakeEntity(end + 1) : TakeText(entity);

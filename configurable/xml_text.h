@@ -86,7 +86,8 @@ class CharSource {
     return name;
   }
   // Takes a plain text up to a tag, with the white space around it, if all of it is in the buffer's
-  // memory and nothing in it is translated. Returns it without that space; nothing if there is none.
+  // memory and nothing in it is translated. Returns it without that space; nothing if there is
+  // none.
   std::optional<std::string_view> TakePlainText();
   // Takes the rest of an element that holds but such a text, after its name in the start tag. False
   // takes nothing.

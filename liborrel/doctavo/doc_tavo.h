@@ -41,4 +41,7 @@ class DocTavo : public ConfigurableComposite {
  private:
   std::map<std::string, ConfigurableListener*> listeners;
   std::uint32_t commands_reset_at = 0;  // their change count then
+  // The acknowledgement of a compact answer, which ends each of them, and the value that it shows.
+  mutable std::string ack_text;
+  mutable bool ack_shown = false;
 };

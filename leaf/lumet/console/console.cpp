@@ -129,7 +129,7 @@ void Console::Compose(TextOutput& reply, Act act) {
     act();
   } catch (const TextOutput::TooLong& error) {
     reply.Close();
-    reply.Open();
+    reply.SetLimit(TextOutput::kNoLimit);
     doc.report_error(reply, error.what()) << "\n";
   } catch (const std::exception& error) {
     doc.report_error(reply, error.what()) << "\n";
@@ -244,13 +244,15 @@ void Console::RunStandingQuery(SocketClient* client, KeptDocument& query) {
   if (debug) std::cout << "XML Listener Request: " << query.Text();
   // The switches of one client are no news to another.
   ConfigOutputTavo& output = doc.Conf().Output();
-  for (Configurable* leaf : output.children()) leaf->set_changed(false);
+  for (Configurable* leaf : output.children())
+    if (leaf->may_be_marked()) leaf->set_changed(false);
   const Borrowed reply(streams.outputs, LongestReply(*client));
   Compose(*reply, [&] { doc.read_document(query, *reply); });
   if (reply->Text().empty()) return;
-  const std::string text = reply->Text() + "\n";
-  if (debug) std::cout << "XML Listener Response: " << text;
-  clients.SendToClient(client, text, BacklogLimit::kReply);
+  reply->SetLimit(TextOutput::kNoLimit);
+  WriteText(*reply, "\n");
+  if (debug) std::cout << "XML Listener Response: " << reply->Text();
+  clients.SendToClient(client, reply->Text(), BacklogLimit::kReply);
 }
 
 void Console::HandleRequestText(SocketClient* client, const std::string& text) {
