@@ -11,6 +11,7 @@
 
 #include "configurable/number_text.h"
 #include "configurable/text_stream.h"
+#include "configurable/xml_text.h"
 #include "configurable/xml_writer.h"
 
 namespace {
@@ -48,10 +49,12 @@ std::string_view ReadWord(std::istream& in, std::string& storage) {
     in >> storage;
     return storage;
   }
-  constexpr std::string_view kSpace = " \t\n\v\f\r";
+  const auto is_space = [](char byte) { return xml_text::Is(byte, xml_text::kSpace); };
   const std::string_view rest = memory->Rest();
-  const std::size_t start = std::min(rest.find_first_not_of(kSpace), rest.size());
-  const std::size_t end = std::min(rest.find_first_of(kSpace, start), rest.size());
+  std::size_t start = 0;
+  while (start < rest.size() && is_space(rest[start])) ++start;
+  std::size_t end = start;
+  while (end < rest.size() && !is_space(rest[end])) ++end;
   memory->Skip(end);
   if (end == rest.size()) in.setstate(std::ios_base::eofbit);
   if (start == end) in.setstate(std::ios_base::failbit);
@@ -234,10 +237,11 @@ void ConfigurableBool::set(bool value) { Store(*this, _value, value); }
 std::istream& ConfigurableBool::read_value(std::istream& in, std::ostream& err) {
   std::string storage;
   const std::string_view word = ReadWord(in, storage);
+  const bool is_true = word == "true";
   if (!in)
     err << "unable to read bool";
-  else if (word == "true" || word == "false")
-    set(word == "true");
+  else if (is_true || word == "false")
+    set(is_true);
   else
     err << "invalid bool";
   return in;

@@ -1,5 +1,6 @@
 #include "configurable/configurable.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "configurable/configurable_attributes.h"
@@ -290,7 +291,8 @@ void Configurable::set_enabled(bool enabled) {
 
 bool Configurable::process_text(std::string_view text, XMLWriter& writer, bool document_level) {
   // Nearly all texts are a value alone, or empty.
-  if (text.find('&') == std::string_view::npos && !text.starts_with('{'))
+  const auto is_mark = [](char byte) { return byte == '&'; };
+  if (!text.starts_with('{') && std::none_of(text.begin(), text.end(), is_mark))
     return text.empty() || document_level || set_from_string(text, writer);
   XMLQueryStringParser parser(text);
   while (true) {

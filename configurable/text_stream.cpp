@@ -4,9 +4,8 @@
 
 #include "common/memory.h"
 
-void Renew(std::ios& stream) {
+void SetNewState(std::ios& stream) {
   if (stream.exceptions() != std::ios::goodbit) stream.exceptions(std::ios::goodbit);
-  if (stream.rdstate() != std::ios::goodbit) stream.clear();
   stream.flags(std::ios::skipws | std::ios::dec);
   stream.precision(6);
   stream.width(0);

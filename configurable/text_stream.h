@@ -17,16 +17,17 @@
 // so they are kept for the next value, which finds them in the initial state of a stream: they are
 // given it back at the end of a use, if that has changed it at all.
 
-// Gives a stream the state of a new one.
-void Renew(std::ios& stream);
-// The same for a stream that mostly has it.
+// Gives a stream the state of a new one, which it mostly has.
+void SetNewState(std::ios& stream);
 template <class Stream>
-void RenewIfUsed(Stream& stream) {
+void Renew(Stream& stream) {
   constexpr std::ios::fmtflags kFlags = std::ios::skipws | std::ios::dec;
+  // Reading to the end leaves eofbit.
+  if (stream.rdstate() != std::ios::goodbit) stream.clear();
   if (stream.flags() != kFlags || stream.precision() != 6 || stream.width() != 0 ||
-      stream.fill() != ' ' || stream.rdstate() != std::ios::goodbit ||
-      stream.exceptions() != std::ios::goodbit || HasTimestampFormat(stream))
-    Renew(stream);
+      stream.fill() != ' ' || stream.exceptions() != std::ios::goodbit ||
+      HasTimestampFormat(stream))
+    SetNewState(stream);
 }
 
 // Reads from a text that must outlive the reading.
@@ -40,7 +41,7 @@ class TextInput final : public std::istream {
 
   TextInput() : std::istream(nullptr) { rdbuf(&buffer); }
   void Open(std::string_view text) { buffer.Open(text); }
-  void Close() { RenewIfUsed(*this); }
+  void Close() { Renew(*this); }
   // What is not read yet. Skip does not change the state of the stream.
   std::string_view Rest() const { return buffer.Rest(); }
   void Skip(std::size_t bytes) { buffer.Skip(bytes); }
@@ -82,7 +83,7 @@ class TextOutput final : public std::ostream {
   }
   void Close() {
     if (!buffer.text.empty()) Clear();
-    RenewIfUsed(*this);
+    Renew(*this);
   }
   // Valid until Close.
   const std::string& Text() const { return buffer.text; }

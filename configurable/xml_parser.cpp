@@ -75,7 +75,8 @@ void XMLParser::ReadLeaf() {
   CharSource::Leaf leaf;
   if (!source.TakeLeaf(name, leaf)) return;
   if (leaf.has_text) tokens.push_back(TokenOf(STRING, leaf.text));
-  tokens.push_back(TokenOf(END_ELEMENT, name));
+  tokens.push_back(reading);
+  tokens.back().kind = END_ELEMENT;
   in_tag = false;
   CloseTag();
 }

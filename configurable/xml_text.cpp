@@ -18,14 +18,16 @@ char Translation(std::string_view entity) {
 
 // A plain text, from `at` up to a '<', to which `at` moves: without the white space around it.
 // Nothing if the text ends otherwise before `end`, or holds something that is translated.
-std::optional<std::string_view> PlainText(const char*& at, const char* end) {
+inline std::optional<std::string_view> PlainText(const char*& at, const char* end) {
   const char* next = at;
   while (next != end && Is(*next, kSpace)) ++next;
   const char* const first = next;
   const char* last = first;  // after the last one that is no space
   while (true) {
-    while (next != end && !Is(*next, kTextStop)) last = ++next;
+    const char* const run = next;
+    while (next != end && !Is(*next, kTextStop)) ++next;
     if (next == end) return {};
+    if (next != run) last = next;
     if (*next == '<') break;
     if (Is(*next, kSpace)) {
       ++next;
@@ -138,7 +140,9 @@ bool CharSource::TakeLeaf(std::string_view name, Leaf& leaf) {
   const char* at = next;
   if (at == end || *at != '>') return false;
   ++at;
-  leaf.has_text = at != end && *at != '<';
+  // White space there is that of an indented composite.
+  if (at == end || Is(*at, kSpace)) return false;
+  leaf.has_text = *at != '<';
   if (leaf.has_text) {
     const auto text = PlainText(at, end);
     if (!text) return false;

@@ -89,10 +89,10 @@ class CharSource {
   // memory and nothing in it is translated. Returns it without that space; nothing if there is
   // none.
   std::optional<std::string_view> TakePlainText();
-  // Takes the rest of an element that holds but such a text, after its name in the start tag. False
-  // takes nothing.
+  // Takes the rest of an element that holds but such a text, after its name in the start tag, if
+  // there is no white space before it. False takes nothing.
   struct Leaf {
-    bool has_text = false;  // it may be an empty one, of white space alone
+    bool has_text = false;
     std::string_view text;
   };
   bool TakeLeaf(std::string_view name, Leaf& leaf);

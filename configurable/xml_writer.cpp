@@ -97,11 +97,6 @@ void XMLWriter::finish() {
   Stream().flush();
 }
 
-std::ostream& XMLWriter::Stream() {
-  flush();
-  return stream;
-}
-
 void XMLWriter::close_tag() {
   if (!tag_open) return;
   put('>');

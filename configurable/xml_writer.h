@@ -40,7 +40,10 @@ class XMLWriter {
   void finish();
 
   // The stream, with all that was written so far.
-  std::ostream& Stream();
+  std::ostream& Stream() {
+    if (used > 0) flush();
+    return stream;
+  }
   // For the values of the document: those given, or its own.
   ValueStreams& Values() { return values; }
   // Bytes written so far.
