@@ -389,7 +389,8 @@ void KeptCases() {
   for (const std::string text :
        {"<L><b>&query_item;</b><c>7&query_item;</c> &query_changes_item;</L>",
         "<L><a>1<</a><b>&query_item;</b></L> rest", "<L><e><g/></e><d>&query;</d ></L>",
-        "<M>&query;</M>", "&query_changes;", "<L><dog pitch='5' &query;/></L"}) {
+        "<M>&query;</M>", "&query_changes;", "<L><dog pitch='5' &query;/></L",
+        "&query_changes; >"}) {
     Tree fresh;
     Tree tree;
     KeptDocument kept(text);

@@ -40,6 +40,7 @@ class TextInput final : public std::istream {
   }
 
   TextInput() : std::istream(nullptr) { rdbuf(&buffer); }
+  // Of a new one, or after Close.
   void Open(std::string_view text) { buffer.Open(text); }
   void Close() { Renew(*this); }
   // What is not read yet. Skip does not change the state of the stream.
@@ -75,6 +76,7 @@ class TextOutput final : public std::ostream {
   static constexpr std::size_t kNoLimit = std::string::npos;
 
   TextOutput() : std::ostream(nullptr) { rdbuf(&buffer); }
+  // The same.
   void Open(std::size_t limit = kNoLimit) { SetLimit(limit); }
   // Writing more bytes throws TooLong, so that nobody goes on composing what nobody gets.
   void SetLimit(std::size_t limit) {
