@@ -105,7 +105,7 @@ void XMLWriter::close_tag() {
 
 void XMLWriter::indent_line() {
   constexpr std::string_view kLine = "\n\t\t\t\t\t\t\t\t";
-  const std::size_t tabs = static_cast<std::size_t>(depth);
+  const auto tabs = static_cast<std::size_t>(depth);
   put(kLine.substr(0, 1 + tabs));
   for (std::size_t i = kLine.size() - 1; i < tabs; ++i) put('\t');
 }
