@@ -15,8 +15,9 @@
 // the settings tree drives the walk, and several items of one name can read the same element again.
 // The dialect is loose; names may hold '&' and ';', and text may be outside the root.
 //
-// Never throws on bad input. Reads no further than the token that was asked for. Tokens are kept
-// from the saved position on, since they may be read again.
+// Never throws on bad input. Reads no further than the token that was asked for, except that it may
+// read a leaf at once, below the root. Tokens are kept from the saved position on, since they may
+// be read again.
 class XMLParser {
  public:
   enum Token : std::uint8_t {
@@ -42,11 +43,11 @@ class XMLParser {
   Token GetCurrToken() const { return tokens[current].kind; }
   std::string_view GetTokenString() const {
     const TokenInfo& token = tokens[current];
-    return {(token.in_document ? document : texts.data()) + token.start, token.string_length};
+    return {TextOf(token), token.string_length};
   }
   std::string_view GetTokenValue() const {
     const TokenInfo& token = tokens[current];
-    return {texts.data() + token.start + token.string_length, token.value_length};
+    return {TextOf(token) + token.string_length, token.value_length};
   }
 
   // Restoring goes back to the token of the last SavePosition.
@@ -76,6 +77,9 @@ class XMLParser {
     std::uint32_t value_length;
   };
 
+  const char* TextOf(const TokenInfo& token) const {
+    return (token.in_document ? document : texts.data()) + token.start;
+  }
   template <class Move>
   Token EndElement(Move move);
   // Frees the tokens before the saved position.
