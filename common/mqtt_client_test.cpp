@@ -3,8 +3,11 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/host_lookup.h"
@@ -154,6 +157,90 @@ void PacketCases() {
   ExpectEqual(hearer.log, "connect t" + std::to_string(MQTTClient::kLongestPacket - 7) + " ");
 }
 
+// A text of so many pieces, each with its number.
+class Numbers : public LongText {
+ public:
+  explicit Numbers(int pieces) : pieces(pieces) {}
+  std::string_view Next() override {
+    piece = next < pieces ? std::string(1000, '.') + std::to_string(next++) : "";
+    return piece;
+  }
+  void Rewind() override { next = 0; }
+  std::size_t Bytes() const override { return 8; }
+
+ private:
+  int pieces;
+  int next = 0;
+  std::string piece;
+};
+
+std::string Whole(LongText&& text) {
+  std::string whole;
+  for (std::string_view piece = text.Next(); !piece.empty(); piece = text.Next()) whole += piece;
+  return whole;
+}
+
+// Nothing comes between the bytes of a long publication, and everything comes in its turn.
+void LongPublicationCases() {
+  Socket broker(AF_INET6, SOCK_STREAM, 0);
+  broker.Bind(SocketAddress("::1"));
+  broker.Listen(1);
+  SocketAddress address(AF_INET6);
+  broker.GetSockName(address);
+  struct Counter : MQTTClient::Listener {
+    void OnPublish(int) override { ++published; }
+    int published = 0;
+  } counter;
+  MQTTClient client(&counter, "test", true);
+  ExpectEqual(OutcomeOf(client, address.GetPort()), "");
+  Socket connection(broker, nullptr);
+  connection.Write(std::string("\x20\x02\0\0", 4));
+  const auto turn = [] { PollProcessor::Instance()->Process(0); };
+
+  constexpr int kPieces = 20'000;  // more than sockets hold
+  client.Publish("first", "1", 0, false);
+  client.Publish("long", std::make_unique<Numbers>(kPieces), true);
+  const int id = client.Publish("second", "2", 0, false) + client.Subscribe("topic", 0);
+  ExpectEqual(id, 0, "both wait");
+  client.Publish("empty", std::make_unique<Numbers>(0), false);
+  client.Publish("third", "3", 0, false);
+  ExpectThrows<MQTTClient::Error>(
+      [&] { client.Publish("#", std::make_unique<Numbers>(1), false); },
+      "Unable to publish topic #: MQTTClient: Invalid function arguments provided.");
+  for (int i = 0; i < kPieces + 1000; ++i) turn();
+  ExpectEqual(counter.published, 1, "one that the broker has taken");
+  ExpectTrue(client.IsAnythingWaiting() && client.WaitingBytes() == 10,
+             "others after the long one");
+  std::string heard;
+  for (const std::string last("\x30\x08\0\x05third3", 10); !heard.ends_with(last); turn()) {
+    std::string bytes(1 << 20, '\0');
+    const ssize_t count = recv(connection.GetFD(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+    heard.append(bytes, 0, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  }
+  const std::string text = Whole(Numbers(kPieces));
+  const std::size_t at = heard.find("\x31\xC0");
+  ExpectEqual(heard.substr(at, 11), std::string("\x31\xC0\x90\xCA\x09\0\x04long", 11));
+  ExpectTrue(heard.substr(at + 11, text.size()) == text, "the same text");
+  ExpectEqual(heard.substr(0, at).substr(heard.find("\x30")), std::string("\x30\x08\0\x05"
+                                                                          "first1",
+                                                                          10));
+  const std::string after = heard.substr(at + 11 + text.size());
+  ExpectEqual(after, std::string("\x30\x09\0\x06second2\x82\x0A\0\x03\0\x05topic\0"
+                                 "\x30\x07\0\x05"
+                                 "empty\x30\x08\0\x05third3",
+                                 42));
+  ExpectTrue(counter.published == 5 && !client.IsAnythingWaiting(), "an end of all");
+
+  // With the connection goes all that has waited for it.
+  client.Publish("long", std::make_unique<Numbers>(kPieces), false);
+  client.Publish("after", "", 0, false);
+  for (int i = 0; i < kPieces + 1000; ++i) turn();
+  connection.Close();
+  while (client.IsConnected()) turn();
+  client.Flush();
+  ExpectEqual(counter.published, 5);
+}
+
 void HostLookupCases() {
   HostLookup lookup;
   HostLookup::Addresses addresses;
@@ -177,5 +264,6 @@ void MQTTClientCases() {
   UnconnectedCases();
   ThrowingListenerCases();
   PacketCases();
+  LongPublicationCases();
   HostLookupCases();
 }
