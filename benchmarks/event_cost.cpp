@@ -1,5 +1,6 @@
 // What a long event costs the head: an induction flash of 3 s at 250 000 samples a second. How long
-// its loop stands still while the record is made, and how much memory that takes beyond the record.
+// its loop stands still at a time while the record is made, first for its length and then for the
+// broker, and how much memory all that takes.
 
 #include <sys/resource.h>
 
@@ -57,7 +58,7 @@ int main() {
   const double peak = PeakBytes() - before;
 
   std::printf("An event of %d samples\n", kSamples);
-  std::printf("  the loop stands still for  %.4f s, %.3f s in all\n", longest, total);
+  std::printf("  the loop stands still for  %.4f s at a time, %.3f s in all\n", longest, total);
   std::printf("  its record is              %.1f MB\n", static_cast<double>(length) / 1e6);
   std::printf("  memory to gather it        %.1f bytes a sample\n", gathered / kSamples);
   std::printf("  memory at most             %.1f bytes a sample\n", peak / kSamples);
