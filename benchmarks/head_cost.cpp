@@ -105,9 +105,8 @@ StartCost MedianStart() {
   const TemporaryDirectory root;
   std::array<StartCost, 21> starts;
   for (StartCost& start : starts) start = MeasureStart(root.Path());
-  const auto middle = starts.begin() + starts.size() / 2;
-  std::ranges::nth_element(starts, middle, {}, &StartCost::cpu_seconds);
-  return *middle;
+  std::ranges::sort(starts, {}, &StartCost::cpu_seconds);
+  return starts[starts.size() / 2];
 }
 
 }  // namespace

@@ -221,9 +221,9 @@ void LongPublicationCases() {
   const std::size_t at = heard.find("\x31\xC8");
   ExpectEqual(heard.substr(at, 11), std::string("\x31\xC8\x88\xC0\x0C\0\x04long", 11));
   ExpectTrue(heard.substr(at + 11, text.size()) == text, "the same text");
-  ExpectEqual(heard.substr(0, at).substr(heard.find("\x30")), std::string("\x30\x08\0\x05"
-                                                                          "first1",
-                                                                          10));
+  ExpectEqual(heard.substr(at - 10, 10), std::string("\x30\x08\0\x05"
+                                                     "first1",
+                                                     10));
   const std::string after = heard.substr(at + 11 + text.size());
   ExpectEqual(after, std::string("\x30\x09\0\x06second2\x82\x0A\0\x03\0\x05topic\0"
                                  "\x30\x07\0\x05"

@@ -185,8 +185,8 @@ const EventRecord::Array EventRecord::kArrays[] = {
     {"CODE", WriteCodes},
 };
 
-EventRecord::EventRecord(EventSamples gathered, const ConfigTavo& tavo, const Context& context)
-    : samples(std::move(gathered)), piece(kNameRoom + kPieceSamples * kNumberRoom) {
+EventRecord::EventRecord(EventSamples event, const ConfigTavo& tavo, const Context& context)
+    : samples(std::move(event)), piece(kNameRoom + kPieceSamples * kNumberRoom) {
   const EventAnalysis result = AnalyseEvent(samples);
   kind = result.kind;
   std::ostringstream out;

@@ -27,7 +27,7 @@ class EventRecord : public LongText {
   };
 
   // There must be at least one sample.
-  EventRecord(EventSamples samples, const ConfigTavo& tavo, const Context& context);
+  EventRecord(EventSamples event, const ConfigTavo& tavo, const Context& context);
 
   EventAnalysis::Kind Kind() const { return kind; }
 
