@@ -43,7 +43,7 @@ struct TestBroker {
     listener.GetSockName(address);
   }
   // The broker's end of a connection of `client`, at which it has said this.
-  Socket Take(MQTTClient& client, const std::string& words = "") {
+  Socket Take(MQTTClient& client, const std::string& words = "") const {
     ExpectEqual(OutcomeOf(client, address.GetPort()), "");
     Socket connection(listener, nullptr);
     if (!words.empty()) connection.Write(words);
