@@ -140,7 +140,7 @@ void DarkCases() {
 
 // As streams write it, over several blocks and pieces.
 void LongRecordCase() {
-  constexpr int kSamples = 20'000;
+  constexpr int kSamples = 10'000;
   EventRecorder events;
   std::ostringstream columns[7];
   for (int i = 0; i < kSamples; ++i) {
