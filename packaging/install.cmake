@@ -52,4 +52,5 @@ function(lumet_install_daemon)
   file(GLOB pages docs/*.md)
   install(FILES README.md CHANGELOG.md SECURITY.md ${pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}
           COMPONENT daemon)
+  install(DIRECTORY docs/schema DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT daemon)
 endfunction()

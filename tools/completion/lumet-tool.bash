@@ -6,10 +6,12 @@ _lumet_tool() {
   help=$("$program" $command --help 2> /dev/null)
   # Choices of an option stand in braces after it, commands under a heading of their own.
   local choices options commands
-  choices=$(sed -n "s/^  .*$previous [A-Z]*:{\(.*\)}.*/\1/p" <<< "$help")
+  [[ $previous != --* ]] ||
+    choices=$(grep -o -- "^  .*$previous [A-Z]*:{.*}" <<< "$help" | grep -o '[^{]*}$')
   options=$(grep -o -- '^  [-a-zA-Z,]*' <<< "$help" | tr , '\n' | grep -o -- '--.*')
   commands=$(sed -n '/^Subcommands:/,$ s/^  \([a-z]\+\) .*/\1/p' <<< "$help")
-  if [[ $previous == --* && $choices ]]; then
+  choices=${choices%\}}
+  if [[ $choices ]]; then
     mapfile -t COMPREPLY < <(compgen -W "${choices//,/ }" -- "$current")
   elif [[ $current == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
