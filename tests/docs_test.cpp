@@ -84,6 +84,7 @@ const std::pair<const char*, const char*> kNotRun[] = {
 
 class Page {
  public:
+  ~Page() { End(); }
   void PlayBlock(const std::string& kind, const std::vector<std::string>& lines) {
     const auto is_command = [](const std::string& line) { return line.starts_with("$ "); };
     const bool has_commands = std::ranges::any_of(lines, is_command);
@@ -113,6 +114,7 @@ class Page {
     if (is_in_front) End();
   }
 
+ private:
   // The head, if there is one.
   void End() {
     is_in_front = false;
@@ -123,7 +125,6 @@ class Page {
     bench.reset();
   }
 
- private:
   // As at a terminal.
   void Start(const std::string& command) {
     bench.emplace(std::vector<std::string>{
@@ -271,7 +272,6 @@ TEST(Docs, ShowWhatAHeadSays) {
         block.push_back(line);
       }
     }
-    page.End();
   }
 }
 
