@@ -5,14 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace {
-
-std::string PlaceOf(const std::string& address, int port) {
-  const bool is_six = address.find(':') != std::string::npos;
-  return (is_six ? "[" + address + "]" : address) + ":" + std::to_string(port);
-}
-
-}  // namespace
+#include "common/host_port.h"
 
 void BenchPage::Start(const Instrument& instrument, int console_port) {
   const std::filesystem::path program =
@@ -20,8 +13,8 @@ void BenchPage::Start(const Instrument& instrument, int console_port) {
   if (!std::filesystem::exists(program))
     throw std::runtime_error("there is no " + program.string() +
                              "; ./dev bench --view builds and starts it");
-  view.emplace(std::vector<std::string>{
-      program, "--head", PlaceOf(instrument.console_address, console_port), "--broker",
-      PlaceOf(instrument.broker_address, instrument.broker_port)});
+  view.emplace(std::vector<std::string>{program, "--head",
+                                        Place(instrument.console_address, console_port), "--broker",
+                                        Place(instrument.broker_address, instrument.broker_port)});
   std::cout << view->WaitForOutput(" in a browser\n");
 }

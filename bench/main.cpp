@@ -290,7 +290,10 @@ int RunBench(BenchOptions& options) {
     if (!options.no_broker) {
       broker.Start();
       std::cout << "lumet-bench: to hear the bus: mosquitto_sub -h " << instrument.broker_address
-                << " -p " << instrument.broker_port << " -t 'nemra/#' -v\n";
+                << " -p " << instrument.broker_port << " -t 'nemra/#' -v\n"
+                << "lumet-bench: to give it a flash: lumetctl --head "
+                << Place(instrument.console_address, port) << " --broker "
+                << Place(instrument.broker_address, instrument.broker_port) << " flash mpf\n";
     }
     if (options.view) page.Start(instrument, port);
   };

@@ -8,6 +8,7 @@
 
 #include "client/json_text.h"
 #include "client/lines.h"
+#include "common/host_port.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "common/errno_error.h"
+#include "common/host_port.h"
 
 namespace {
 
@@ -23,11 +24,6 @@ void ConnectTo(Socket& socket, const SocketAddress& address, const std::string& 
 }
 
 }  // namespace
-
-std::string Place(const std::string& host, int port) {
-  const bool is_bare = host.find(':') == std::string::npos;
-  return (is_bare ? host : "[" + host + "]") + ":" + std::to_string(port);
-}
 
 void ConnectWithin(Socket& socket, const std::string& host, int port, Timeout timeout,
                    int receive_buffer) {

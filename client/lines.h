@@ -8,9 +8,6 @@
 #include "common/delimparser.h"
 #include "common/socket.h"
 
-// A port of a machine, such as "[::1]:7246".
-std::string Place(const std::string& host, int port);
-
 // Connects `socket` to `port` of `host`, a name or an address, by IPv6 or else by IPv4. The socket
 // does not block then, and is closed in programs that are started. With `receive_buffer` above 0
 // the system keeps no more than about that many bytes for it. Throws TimedOut or ClientError. A

@@ -26,3 +26,8 @@ HostPort HostPort::Parse(const std::string& text, int default_port) {
   if (place.host.empty()) throw std::invalid_argument(text + " names no machine");
   return place;
 }
+
+std::string Place(const std::string& host, int port) {
+  const bool is_bare = host.find(':') == std::string::npos;
+  return (is_bare ? host : "[" + host + "]") + ":" + std::to_string(port);
+}

@@ -10,3 +10,6 @@ struct HostPort {
   std::string host;
   int port = 0;
 };
+
+// A port of a machine as text, such as "[::1]:7246".
+std::string Place(const std::string& host, int port);

@@ -1,5 +1,6 @@
 # Where things go on a machine that stays. The daemon and all that belongs to it are the component
-# "daemon"; what people use at their desks is the component "tools".
+# "daemon"; what people use at their desks is the component "tools", and the page for a browser, which
+# needs more, "view".
 include(GNUInstallDirs)
 set(LUMET_SYSTEMD_DIR lib/systemd/system CACHE STRING "Directory of units")
 set(LUMET_ZSH_COMPLETION_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING
@@ -8,15 +9,25 @@ set(LUMET_ZSH_COMPLETION_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE S
 function(lumet_install_manual component)
   foreach(page ${ARGN})
     string(REGEX REPLACE ".*\\." "" section ${page})
-    install(FILES docs/man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
+    install(FILES ${PROJECT_SOURCE_DIR}/docs/man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
             COMPONENT ${component})
   endforeach()
 endfunction()
 
-# A program for the desk, with its manual docs/man/NAME.1.
-function(lumet_install_tool name)
-  install(TARGETS ${name} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-  lumet_install_manual(tools ${name}.1)
+# A program for the desk, with its manual docs/man/NAME.1 and its completions. Those that have none
+# of their own share what reads their --help.
+function(lumet_install_tool name component)
+  install(TARGETS ${name} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component})
+  lumet_install_manual(${component} ${name}.1)
+  set(source ${PROJECT_SOURCE_DIR}/tools/completion)
+  set(completion lumet-tool)
+  if(EXISTS ${source}/${name}.bash)
+    set(completion ${name})
+  endif()
+  install(FILES ${source}/${completion}.bash RENAME ${name} COMPONENT ${component}
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${source}/_${completion} RENAME _${name} COMPONENT ${component}
+          DESTINATION ${LUMET_ZSH_COMPLETION_DIR})
 endfunction()
 
 function(lumet_install_daemon)
@@ -41,11 +52,5 @@ function(lumet_install_daemon)
   file(GLOB pages docs/*.md)
   install(FILES README.md CHANGELOG.md SECURITY.md ${pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}
           COMPONENT daemon)
-endfunction()
-
-function(lumet_install_completion)
-  set(source ${PROJECT_SOURCE_DIR}/tools/completion)
-  install(FILES ${source}/lumetctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-          RENAME lumetctl COMPONENT tools)
-  install(FILES ${source}/_lumetctl DESTINATION ${LUMET_ZSH_COMPLETION_DIR} COMPONENT tools)
+  install(DIRECTORY docs/schema DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT daemon)
 endfunction()

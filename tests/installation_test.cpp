@@ -9,6 +9,7 @@
 
 #include "bench/child_process.h"
 #include "common/temporary_directory.h"
+#include "leaf/lumet/version.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ std::set<std::string> OptionsIn(const std::string& text) {
   return options;
 }
 
-TEST(Installation, HasAManualForEachProgramAndAConfinedService) {
+TEST(Installation, HasManualAndCompletionForEachProgramAndAConfinedService) {
   const TemporaryDirectory root;
   const std::string prefix = root.Path() + LUMET_PREFIX;
   int status = -1;
@@ -44,18 +45,29 @@ TEST(Installation, HasAManualForEachProgramAndAConfinedService) {
       Said("DESTDIR=" + root.Path() + " cmake --install " + LUMET_BUILD, &status);
   ASSERT_EQ(status, 0) << log;
 
-  // A manual, which names every option that the program tells of.
+  // A manual, which names every option that the program tells of, and completion, which knows them.
   for (const auto& entry : fs::directory_iterator(prefix + "/bin")) {
     const std::string program = entry.path();
     SCOPED_TRACE(program);
-    const std::string page =
-        ReadFile(prefix + "/share/man/man1/" + entry.path().filename().string() + ".1");
+    const std::string name = entry.path().filename();
+    const std::string page = ReadFile(prefix + "/share/man/man1/" + name + ".1");
     std::string plain;
     for (const char letter : page)
       if (letter != '\\') plain += letter;
     const std::set<std::string> told = OptionsIn(plain);
     for (const std::string& option : OptionsIn(Said(program + " --help")))
       EXPECT_TRUE(option == "--help" || told.contains(option)) << option;
+    EXPECT_TRUE(fs::exists(prefix + "/share/zsh/site-functions/_" + name));
+    EXPECT_EQ(Said("bash -c 'source " + prefix + "/share/bash-completion/completions/" + name +
+                   "; COMP_WORDS=(" + program +
+                   " --vers); COMP_LINE=${COMP_WORDS[*]} COMP_CWORD=1 "
+                   "COMP_POINT=${#COMP_LINE}; set -- $(complete -p " +
+                   name +
+                   "); "
+                   "${@: -2:1} " +
+                   program + " --vers " + program + "; echo $COMPREPLY'"),
+              "--version\n");
+    EXPECT_EQ(Said(program + " --version"), name + " " + std::string(kLumetVersion) + "\n");
   }
 
   // The unit, as the service manager's own tool judges it. The units of the system, by which it is

@@ -153,14 +153,6 @@ TEST(Process, LivesFromItsPidFileToTheSafeState) {
   EXPECT_FALSE(std::filesystem::exists(pid_file));
 }
 
-TEST(Process, EndsOrderlyWhenTerminated) {
-  const TemporaryDirectory root;
-  Head head(root.Path(), Head::PlayedBy::kCaller);
-  head.SignalProcessor().ReadPacket();
-  EXPECT_EQ(head.Stop(SIGTERM), 0);
-  EXPECT_EQ(Hex(head.SignalProcessor().ReadPacket()), kSafeState);
-}
-
 TEST(Process, ClientsTakeWhatIsQueuedBeforeItEnds) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller);

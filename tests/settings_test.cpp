@@ -130,14 +130,6 @@ TEST(Settings, AreWrittenOnceAndWithoutWhatIsMasked) {
                              "<cmd", "<clock", "<network", "<cal>", "<history", "<factory"})
     EXPECT_EQ(written.find(masked), std::string::npos) << masked;
   EXPECT_FALSE(std::filesystem::exists(path + ".new"));
-
-  // A new file that can't be opened is reported, and the head runs.
-  std::filesystem::remove(path);
-  std::filesystem::create_directory(path + ".new");
-  Head head(root.Path(), Head::PlayedBy::kCaller);
-  head.WaitForLog("Unable to open: " + path + ".new\n");
-  EXPECT_EQ(head.Stop(), 0);
-  EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TEST(Settings, KeepWhatTheyCouldNotRead) {

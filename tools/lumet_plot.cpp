@@ -11,6 +11,7 @@
 
 #include "client/bus.h"
 #include "client/lines.h"
+#include "common/host_port.h"
 #include "tools/event_curve.h"
 #include "tools/event_plot.h"
 #include "tools/event_table.h"

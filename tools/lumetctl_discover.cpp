@@ -7,6 +7,7 @@
 #include <map>
 
 #include "common/bonjour_client.h"
+#include "common/host_port.h"
 #include "common/poll_processor.h"
 #include "tools/lumetctl.h"
 

@@ -11,6 +11,7 @@
 #include <numeric>
 
 #include "client/event_results.h"
+#include "common/host_port.h"
 #include "tools/event_plot.h"
 #include "tools/event_table.h"
 #include "tools/lumetctl.h"

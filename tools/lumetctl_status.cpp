@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "client/diag_words.h"
+#include "common/host_port.h"
 #include "tools/lumetctl.h"
 
 namespace {

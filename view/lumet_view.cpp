@@ -11,6 +11,7 @@
 #include <random>
 
 #include "client/lines.h"
+#include "common/host_port.h"
 #include "view/viewer.h"
 
 namespace {
@@ -108,9 +109,7 @@ void Serve(ViewOptions& options) {
   std::array<char, 256> machine{};
   if (is_any) gethostname(machine.data(), machine.size() - 1);
   const std::string address = is_any ? machine.data() : options.web.address;
-  const bool is_six = address.find(':') != std::string::npos;
-  std::cout << "lumet-view: open http://" << (is_six ? "[" + address + "]" : address) << ":"
-            << viewer.Port() << "/"
+  std::cout << "lumet-view: open http://" << Place(address, viewer.Port()) << "/"
             << (token.empty() || !options.token_file.empty() ? "" : "#token=" + token)
             << " in a browser" << std::endl;
   viewer.Run(stop);
