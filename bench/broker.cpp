@@ -15,10 +15,13 @@ std::vector<std::string> BrokerCommand(const std::string& directory, const std::
                                        std::vector<std::string> command) {
   std::filesystem::create_directories(directory);
   const std::string path = directory + "/mosquitto.conf";
-  std::ofstream(path) << "listener " << listener << "\n"
-                      << "allow_anonymous true\n"
-                      << "persistence false\n"
-                      << "log_dest none\n";
+  std::ofstream settings(path);
+  settings << "listener " << listener << "\n"
+           << "allow_anonymous true\n"
+           << "persistence false\n"
+           << "log_dest none\n";
+  // A broker that changes its user would no longer end with whoever has started it.
+  if (geteuid() == 0) settings << "user root\n";
   command.insert(command.end(), {"mosquitto", "-c", path});
   return command;
 }
