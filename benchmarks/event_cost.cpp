@@ -4,11 +4,11 @@
 #include <sys/resource.h>
 
 #include <chrono>
-#include <cstdio>
 #include <sstream>
 #include <string>
 #include <utility>
 
+#include "benchmarks/figure.h"
 #include "leaf/lumet/events/event_recorder.h"
 
 namespace {
@@ -45,10 +45,22 @@ int main() {
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
   const double peak = PeakBytes() - before;
 
-  std::printf("An event of %d samples\n", kSamples);
-  std::printf("  the loop stands still for  %.2f s\n", taken.count());
-  std::printf("  its record is              %.1f MB\n", static_cast<double>(record.size()) / 1e6);
-  std::printf("  memory to gather it        %.1f bytes a sample\n", gathered / kSamples);
-  std::printf("  memory at most, beyond the record's text, %.1f bytes a sample\n",
-              (peak - static_cast<double>(record.size())) / kSamples);
+  const auto length = static_cast<double>(record.size());
+  Tell(WithLimit({.name = "event-standstill",
+                  .meaning = "standstill of the loop",
+                  .kind = Figure::Kind::kTime,
+                  .unit = "s",
+                  .ours = taken.count()},
+                 0.10));
+  const auto tell_memory = [](const char* name, const char* meaning, double bytes, double limit) {
+    Tell(WithLimit({.name = name,
+                    .meaning = meaning,
+                    .kind = Figure::Kind::kMemory,
+                    .unit = "bytes a sample",
+                    .ours = bytes / kSamples},
+                   limit));
+  };
+  tell_memory("event-record", "its record's text", length, 0);
+  tell_memory("event-gathered", "to gather it", gathered, 36);
+  tell_memory("event-peak", "at most, beyond the record's text", peak - length, 0);
 }

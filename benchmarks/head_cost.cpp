@@ -4,7 +4,6 @@
 
 #include <array>
 #include <chrono>
-#include <iostream>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "bench/head.h"
+#include "benchmarks/figure.h"
 #include "client/console.h"
 #include "client/lines.h"
 
@@ -66,6 +66,19 @@ long BytesPerServedClient() {
   return (memory_for(1 + kServed) - before) * 1024 / kServed;
 }
 
+void TellMemory(const char* name, const char* meaning, long bytes, long limit) {
+  Tell(WithLimit({.name = name,
+                  .meaning = meaning,
+                  .kind = Figure::Kind::kMemory,
+                  .unit = "bytes",
+                  .ours = static_cast<double>(bytes)},
+                 static_cast<double>(limit)));
+}
+
+void TellWakeUps(const char* name, const char* meaning, const Head& head) {
+  Tell({.name = name, .meaning = meaning, .unit = "wake-ups/s", .ours = WakeUpsPerSecond(head)});
+}
+
 }  // namespace
 
 int main() {
@@ -80,12 +93,12 @@ int main() {
     const long before = head.Status("RssAnon");
     for (int i = 0; i < kClients; ++i) clients.push_back(connect());
     const long kilobytes = head.Status("RssAnon") - before;
-    std::cout << "bytes per idle client:              " << kilobytes * 1024 / kClients << "\n"
-              << "bytes per served client:            " << BytesPerServedClient() << "\n"
-              << "wake-ups per second, no samples:    " << WakeUpsPerSecond(head) << "\n";
+    TellMemory("idle-client", "an idle client", kilobytes * 1024 / kClients, 0);
+    TellMemory("served-client", "a client that has been served", BytesPerServedClient(), 4096);
+    TellWakeUps("idle-wake-ups", "no samples", head);
   }
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kSimulator, {.bench = {"--rate", "10"}});
   head.WaitForLog("FPGA Version:");
-  std::cout << "wake-ups per second, 10 samples/s:  " << WakeUpsPerSecond(head) << "\n";
+  TellWakeUps("wake-ups", "10 samples a second", head);
 }

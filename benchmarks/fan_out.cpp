@@ -1,0 +1,275 @@
+// What it costs to deliver a row to a client, beside what a broker of the message bus takes to
+// deliver the same row to a subscriber: processor time of the daemon and of mosquitto, each in a
+// process of its own, user and system together.
+//
+// Both work in lock step: the next read of the processor is sent when all clients have the rows of
+// the one before, and then the broker gets the same rows, each as a publication of its own, the
+// next ones when all subscribers have them. Both take turns, block by block, so that both meet the
+// same machine. Clients and subscribers are plain sockets of this program, and read alike.
+
+#include <mosquitto.h>
+#include <poll.h>
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <ctime>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/broker.h"
+#include "bench/free_port.h"
+#include "bench/head.h"
+#include "benchmarks/figure.h"
+#include "benchmarks/stream.h"
+#include "client/bus.h"
+#include "client/lines.h"
+
+namespace {
+
+constexpr int kPatienceMs = 20'000;
+
+// Seconds that a process has had of any processor.
+double CpuSeconds(pid_t pid) {
+  clockid_t clock = 0;
+  struct timespec time = {};
+  if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &time) != 0)
+    throw std::runtime_error("the system does not tell the time of a process");
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+// Sockets whose bytes are counted and thrown away.
+class Readers {
+ public:
+  Readers() : ready(epoll_create1(EPOLL_CLOEXEC)) {}
+
+  void Add(int socket) {
+    struct epoll_event wanted = {.events = EPOLLIN, .data = {.u64 = readers.size()}};
+    readers.push_back({socket, 0});
+    if (epoll_ctl(ready.GetFD(), EPOLL_CTL_ADD, socket, &wanted) != 0)
+      throw ErrnoError("unable to watch a socket");
+  }
+
+  // Until each has had `more` bytes more.
+  void Await(std::size_t more) {
+    due += more;
+    std::size_t behind = readers.size();
+    while (behind > 0) {
+      std::array<struct epoll_event, 256> events;
+      const int count = epoll_wait(ready.GetFD(), events.data(), events.size(), kPatienceMs);
+      if (count <= 0) throw std::runtime_error("waited in vain for rows");
+      for (int i = 0; i < count; ++i) {
+        Reader& reader = readers[events[static_cast<std::size_t>(i)].data.u64];
+        constexpr std::size_t kAll = std::size_t{1} << 24;
+        const ssize_t got = recv(reader.socket, nullptr, kAll, MSG_TRUNC | MSG_DONTWAIT);
+        if (got == 0) throw std::runtime_error("a connection has ended");
+        if (got < 0) continue;
+        reader.bytes += static_cast<std::size_t>(got);
+        // Nobody is sent more than what all wait for.
+        if (reader.bytes == due) --behind;
+      }
+    }
+  }
+
+ private:
+  struct Reader {
+    int socket;
+    std::size_t bytes;
+  };
+  StreamFileBase ready;
+  std::vector<Reader> readers;
+  std::size_t due = 0;
+};
+
+// A connection to the broker. Its socket is read elsewhere once it has subscribed.
+class BusConnection {
+ public:
+  explicit BusConnection(int port) : client(mosquitto_new(nullptr, true, this)) {
+    mosquitto_connect_callback_set(client.get(), [](mosquitto*, void* self, int) {
+      static_cast<BusConnection*>(self)->answered = true;
+    });
+    mosquitto_subscribe_callback_set(client.get(),
+                                     [](mosquitto*, void* self, int, int, const int*) {
+                                       static_cast<BusConnection*>(self)->answered = true;
+                                     });
+    constexpr int kKeepAliveSeconds = 3600;
+    Check(mosquitto_connect(client.get(), "::1", port, kKeepAliveSeconds));
+    AwaitAnswer();
+  }
+  BusConnection(const BusConnection&) = delete;
+  BusConnection& operator=(const BusConnection&) = delete;
+  ~BusConnection() = default;
+
+  int Descriptor() const { return mosquitto_socket(client.get()); }
+
+  void Subscribe(const std::string& topic) {
+    Check(mosquitto_subscribe(client.get(), nullptr, topic.c_str(), 0));
+    AwaitAnswer();
+  }
+
+  // Returns the bytes of the publication, as it reaches each subscriber.
+  std::size_t Publish(const std::string& topic, const std::string& payload) {
+    Check(mosquitto_publish(client.get(), nullptr, topic.c_str(), static_cast<int>(payload.size()),
+                            payload.data(), 0, false));
+    while (mosquitto_want_write(client.get())) {
+      Wait(POLLOUT);
+      Check(mosquitto_loop_write(client.get(), 1));
+    }
+    const std::size_t rest = 2 + topic.size() + payload.size();
+    const std::size_t bytes_of_length = rest < 128 ? 1 : 2;  // as far as rows go
+    return 1 + bytes_of_length + rest;
+  }
+
+ private:
+  struct Destroy {
+    void operator()(mosquitto* client) const { mosquitto_destroy(client); }
+  };
+
+  static void Check(int result) {
+    if (result != MOSQ_ERR_SUCCESS) throw std::runtime_error(mosquitto_strerror(result));
+  }
+  void Wait(short events) const {
+    struct pollfd entry = {Descriptor(), events, 0};
+    if (poll(&entry, 1, kPatienceMs) <= 0) throw std::runtime_error("the broker does not answer");
+  }
+  void AwaitAnswer() {
+    for (answered = false; !answered;) {
+      Wait(POLLIN);
+      Check(mosquitto_loop_read(client.get(), 1));
+    }
+  }
+
+  bool answered = false;
+  std::unique_ptr<mosquitto, Destroy> client;
+};
+
+using Rows = std::vector<std::string>;  // of one read of the processor
+
+class HeadSide {
+ public:
+  explicit HeadSide(int count) : head(root.Path(), Head::PlayedBy::kCaller) {
+    for (int i = 0; i < count; ++i) clients.push_back(std::make_unique<LineClient>(head.Port()));
+    for (const auto& client : clients) client->ReadLineThatBegins("DATADIAGH\t");
+    for (std::size_t i = 1; i < clients.size(); ++i) others.Add(clients[i]->Descriptor());
+  }
+
+  double Cpu() const { return CpuSeconds(head.Pid()); }
+
+  // The rows of one read, which every client has now.
+  Rows Deliver(const Rate& rate) {
+    RecordWriter records = ReadOf(Stream::kRealistic, rate, number);
+    number += rate.in_read;
+    head.SignalProcessor().Send(records);
+    Rows rows;
+    std::size_t bytes = 0;
+    while (std::ssize(rows) < rate.in_read) {
+      std::string line = clients[0]->ReadLine() + "\n";
+      bytes += line.size();
+      if (line.starts_with("DATA\t")) rows.push_back(std::move(line));
+    }
+    others.Await(bytes);
+    return rows;
+  }
+
+ private:
+  TemporaryDirectory root;
+  Head head;
+  std::vector<std::unique_ptr<LineClient>> clients;
+  Readers others;
+  int number = 0;
+};
+
+class BrokerSide {
+ public:
+  explicit BrokerSide(int count) : broker(root.Path(), port), publisher(port) {
+    for (int i = 0; i < count; ++i) {
+      connections.push_back(std::make_unique<BusConnection>(port));
+      connections.back()->Subscribe(bus_topic::kData);
+      subscribers.Add(connections.back()->Descriptor());
+    }
+  }
+
+  double Cpu() { return CpuSeconds(broker.Process().Pid()); }
+
+  void Deliver(const Rows& rows) {
+    std::size_t bytes = 0;
+    for (const std::string& row : rows) bytes += publisher.Publish(bus_topic::kData, row);
+    subscribers.Await(bytes);
+  }
+
+ private:
+  TemporaryDirectory root;
+  FreePort port;
+  Broker broker;
+  BusConnection publisher;
+  std::vector<std::unique_ptr<BusConnection>> connections;
+  Readers subscribers;
+};
+
+struct Batch {
+  const char* meaning;
+  const Rate& rate;
+  // Ratios that are to suffice, for one client and for more.
+  double most_for_one;
+  double most;
+};
+constexpr Batch kBatches[] = {
+    {"single rows", k10Hz, 0.8, 0.6},
+    {"10 rows a read", k1kHz, 0.4, 0.15},
+    {"390 rows a read", k250kHz, 0.4, 0.15},
+};
+
+Figure Compare(HeadSide& head, BrokerSide& broker, const Batch& batch, int clients) {
+  constexpr int kBlocks = 5;
+  constexpr int kDeliveriesInBlock = 40'000;
+  constexpr int kMostReadsInBlock = 400;
+  const int reads =
+      std::clamp(kDeliveriesInBlock / (clients * batch.rate.in_read), 1, kMostReadsInBlock);
+  std::array<double, kBlocks> ours;
+  std::array<double, kBlocks> theirs;
+  for (std::size_t block = 0; block < kBlocks; ++block) {
+    std::vector<Rows> delivered;
+    double before = head.Cpu();
+    while (std::ssize(delivered) < reads) delivered.push_back(head.Deliver(batch.rate));
+    ours[block] = head.Cpu() - before;
+    before = broker.Cpu();
+    for (const Rows& rows : delivered) broker.Deliver(rows);
+    theirs[block] = broker.Cpu() - before;
+  }
+  // The middle of the blocks of each: one of them may meet somebody else at work.
+  const auto for_row = [&](std::array<double, kBlocks>& seconds) {
+    std::ranges::nth_element(seconds, seconds.begin() + kBlocks / 2);
+    return seconds[kBlocks / 2] * 1e6 / (reads * batch.rate.in_read * clients);
+  };
+  const std::string clients_text = std::to_string(clients);
+  return {.name = "fan-out-" + std::to_string(batch.rate.in_read) + "-" + clients_text,
+          .meaning = std::string(batch.meaning) + ", " + clients_text +
+                     (clients == 1 ? " client" : " clients"),
+          .kind = Figure::Kind::kTime,
+          .unit = "us of CPU a row",
+          .ours = for_row(ours),
+          .other = "mosquitto",
+          .theirs = for_row(theirs),
+          .most = clients == 1 ? batch.most_for_one : batch.most};
+}
+
+}  // namespace
+
+int main() {
+  try {
+    mosquitto_lib_init();
+    for (const int clients : {1, 16, 128, 1000}) {
+      HeadSide head(clients);
+      BrokerSide broker(clients);
+      for (const Batch& batch : kBatches) Tell(Compare(head, broker, batch, clients));
+    }
+    mosquitto_lib_cleanup();
+  } catch (const std::exception& error) {
+    std::cerr << "fan_out: " << error.what() << "\n";
+    return 1;
+  }
+}
