@@ -5,15 +5,17 @@
 // Both work in lock step: the next read of the processor is sent when all clients have the rows of
 // the one before, and then the broker gets the same rows, each as a publication of its own, the
 // next ones when all subscribers have them. Both take turns, block by block, so that both meet the
-// same machine. Clients and subscribers are plain sockets of this program, and read alike.
+// same machine. Clients and subscribers are plain sockets of this program, and read alike: first
+// the one that is served last, since on a network too nobody on this machine is woken for each
+// send.
 
 #include <mosquitto.h>
 #include <poll.h>
-#include <sys/epoll.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
+#include <cerrno>
 #include <ctime>
 #include <iostream>
 #include <memory>
@@ -31,7 +33,11 @@
 
 namespace {
 
-constexpr int kPatienceMs = 20'000;
+void WaitFor(int socket, short events) {
+  constexpr int kPatienceMs = 20'000;
+  struct pollfd entry = {socket, events, 0};
+  if (poll(&entry, 1, kPatienceMs) <= 0) throw std::runtime_error("waited in vain for rows");
+}
 
 // Seconds that a process has had of any processor.
 double CpuSeconds(pid_t pid) {
@@ -45,44 +51,26 @@ double CpuSeconds(pid_t pid) {
 // Sockets whose bytes are counted and thrown away.
 class Readers {
  public:
-  Readers() : ready(epoll_create1(EPOLL_CLOEXEC)) {}
+  void Add(int socket) { sockets.push_back(socket); }
 
-  void Add(int socket) {
-    struct epoll_event wanted = {.events = EPOLLIN, .data = {.u64 = readers.size()}};
-    readers.push_back({socket, 0});
-    if (epoll_ctl(ready.GetFD(), EPOLL_CTL_ADD, socket, &wanted) != 0)
-      throw ErrnoError("unable to watch a socket");
-  }
-
-  // Until each has had `more` bytes more.
-  void Await(std::size_t more) {
-    due += more;
-    std::size_t behind = readers.size();
-    while (behind > 0) {
-      std::array<struct epoll_event, 256> events;
-      const int count = epoll_wait(ready.GetFD(), events.data(), events.size(), kPatienceMs);
-      if (count <= 0) throw std::runtime_error("waited in vain for rows");
-      for (int i = 0; i < count; ++i) {
-        Reader& reader = readers[events[static_cast<std::size_t>(i)].data.u64];
-        constexpr std::size_t kAll = std::size_t{1} << 24;
-        const ssize_t got = recv(reader.socket, nullptr, kAll, MSG_TRUNC | MSG_DONTWAIT);
-        if (got == 0) throw std::runtime_error("a connection has ended");
-        if (got < 0) continue;
-        reader.bytes += static_cast<std::size_t>(got);
-        // Nobody is sent more than what all wait for.
-        if (reader.bytes == due) --behind;
+  // Takes so many bytes from each. The last one comes first: when it has been served so have the
+  // others, who need not be woken for what they are sent.
+  void Take(std::size_t bytes) const {
+    for (auto socket = sockets.rbegin(); socket != sockets.rend(); ++socket)
+      for (std::size_t left = bytes; left > 0;) {
+        // The bytes of a stream that are not copied anywhere.
+        const ssize_t got = recv(*socket, nullptr, left, MSG_TRUNC | MSG_DONTWAIT);
+        if (got > 0)
+          left -= static_cast<std::size_t>(got);
+        else if (got < 0 && errno == EAGAIN)
+          WaitFor(*socket, POLLIN);
+        else
+          throw std::runtime_error("a connection has ended");
       }
-    }
   }
 
  private:
-  struct Reader {
-    int socket;
-    std::size_t bytes;
-  };
-  StreamFileBase ready;
-  std::vector<Reader> readers;
-  std::size_t due = 0;
+  std::vector<int> sockets;
 };
 
 // A connection to the broker. Its socket is read elsewhere once it has subscribed.
@@ -116,7 +104,7 @@ class BusConnection {
     Check(mosquitto_publish(client.get(), nullptr, topic.c_str(), static_cast<int>(payload.size()),
                             payload.data(), 0, false));
     while (mosquitto_want_write(client.get())) {
-      Wait(POLLOUT);
+      WaitFor(Descriptor(), POLLOUT);
       Check(mosquitto_loop_write(client.get(), 1));
     }
     const std::size_t rest = 2 + topic.size() + payload.size();
@@ -132,13 +120,9 @@ class BusConnection {
   static void Check(int result) {
     if (result != MOSQ_ERR_SUCCESS) throw std::runtime_error(mosquitto_strerror(result));
   }
-  void Wait(short events) const {
-    struct pollfd entry = {Descriptor(), events, 0};
-    if (poll(&entry, 1, kPatienceMs) <= 0) throw std::runtime_error("the broker does not answer");
-  }
   void AwaitAnswer() {
     for (answered = false; !answered;) {
-      Wait(POLLIN);
+      WaitFor(Descriptor(), POLLIN);
       Check(mosquitto_loop_read(client.get(), 1));
     }
   }
@@ -154,7 +138,7 @@ class HeadSide {
   explicit HeadSide(int count) : head(root.Path(), Head::PlayedBy::kCaller) {
     for (int i = 0; i < count; ++i) clients.push_back(std::make_unique<LineClient>(head.Port()));
     for (const auto& client : clients) client->ReadLineThatBegins("DATADIAGH\t");
-    for (std::size_t i = 1; i < clients.size(); ++i) others.Add(clients[i]->Descriptor());
+    for (std::size_t i = 0; i + 1 < clients.size(); ++i) others.Add(clients[i]->Descriptor());
   }
 
   double Cpu() const { return CpuSeconds(head.Pid()); }
@@ -167,11 +151,11 @@ class HeadSide {
     Rows rows;
     std::size_t bytes = 0;
     while (std::ssize(rows) < rate.in_read) {
-      std::string line = clients[0]->ReadLine() + "\n";
+      std::string line = clients.back()->ReadLine() + "\n";
       bytes += line.size();
       if (line.starts_with("DATA\t")) rows.push_back(std::move(line));
     }
-    others.Await(bytes);
+    others.Take(bytes);
     return rows;
   }
 
@@ -198,7 +182,7 @@ class BrokerSide {
   void Deliver(const Rows& rows) {
     std::size_t bytes = 0;
     for (const std::string& row : rows) bytes += publisher.Publish(bus_topic::kData, row);
-    subscribers.Await(bytes);
+    subscribers.Take(bytes);
   }
 
  private:

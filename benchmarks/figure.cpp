@@ -14,9 +14,9 @@
 
 namespace {
 
-constexpr int kMeaningWidth = 58;
-constexpr int kOursWidth = 12;
-constexpr int kOtherWidth = 24;
+constexpr int kMeaningWidth = 72;
+constexpr int kOursWidth = 10;
+constexpr int kOtherWidth = 26;
 constexpr int kRatioWidth = 9;
 
 std::string OtherText(const Figure& figure) {

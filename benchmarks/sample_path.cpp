@@ -48,7 +48,7 @@ struct Course {
 };
 constexpr Course kFast = {"250kHz", "250 kHz, 390 a read", k250kHz, 4, 24};
 constexpr Course kMiddle = {"1kHz", "1 kHz, 10 a read", k1kHz, 100, 300};
-constexpr Course kSlow = {"10Hz", "10 Hz, single", k10Hz, 50, 350};
+constexpr Course kSlow = {"10Hz", "10 Hz, single", k10Hz, 50, 1050};
 
 struct StreamName {
   const char* name;
