@@ -100,12 +100,13 @@ void PrintRow(std::ostream& out, const Figure& figure) {
 
 Selection::Selection(const std::vector<std::string>& arguments) {
   for (const std::string& argument : arguments) {
-    if (argument == "--kept")
+    if (argument == "--kept") {
       kept = true;
-    else
+    } else {
       names.push_back(argument);
+      unknown.push_back(argument);
+    }
   }
-  unknown = names;
 }
 
 bool Selection::Wants(const std::string& name, bool is_kept) {

@@ -132,7 +132,7 @@ Seen Watch(Head& head, const Course& course) {
   const Rate& rate = course.rate;
   const auto reads = static_cast<int>(course.seconds * 1'000'000LL /
                                       (std::int64_t{rate.period_us} * rate.in_read));
-  const auto samples = static_cast<std::size_t>(reads * rate.in_read);
+  const auto samples = static_cast<std::size_t>(reads) * static_cast<std::size_t>(rate.in_read);
   Seen seen;
   seen.rows.reserve(samples);
   Asker asker(asking);

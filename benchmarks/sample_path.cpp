@@ -202,6 +202,11 @@ class Counter {
   std::map<std::tuple<std::string, Stream, int>, double> counted;
 };
 
+void TellCount(Figure figure, int goal) {
+  figure.unit = "instructions";
+  Tell(WithLimit(std::move(figure), goal));
+}
+
 // The part that the arguments choose.
 class Report {
  public:
@@ -247,11 +252,6 @@ class Report {
                           std::to_string(clients),
                .ours = (count(clients) - count(1)) / (clients - 1)},
               one.goals[processor]);
-  }
-
-  void TellCount(Figure figure, int goal) {
-    figure.unit = "instructions";
-    Tell(WithLimit(std::move(figure), goal));
   }
 
   std::size_t processor;
