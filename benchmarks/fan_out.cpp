@@ -7,16 +7,17 @@
 // next ones when all subscribers have them. Both take turns, block by block, so that both meet the
 // same machine. Clients and subscribers are plain sockets of this program, and read alike: first
 // the one that is served last, since on a network too nobody on this machine is woken for each
-// send.
+// send. All stay on one processor, of which a head has no more; what it takes to wake up another
+// one would be most of a single row, and as much as chance will have it.
 
 #include <mosquitto.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <ctime>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -26,6 +27,7 @@
 #include "bench/broker.h"
 #include "bench/free_port.h"
 #include "bench/head.h"
+#include "benchmarks/cpu_time.h"
 #include "benchmarks/figure.h"
 #include "benchmarks/stream.h"
 #include "client/bus.h"
@@ -37,15 +39,6 @@ void WaitFor(int socket, short events) {
   constexpr int kPatienceMs = 20'000;
   struct pollfd entry = {socket, events, 0};
   if (poll(&entry, 1, kPatienceMs) <= 0) throw std::runtime_error("waited in vain for rows");
-}
-
-// Seconds that a process has had of any processor.
-double CpuSeconds(pid_t pid) {
-  clockid_t clock = 0;
-  struct timespec time = {};
-  if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &time) != 0)
-    throw std::runtime_error("the system does not tell the time of a process");
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
 // Sockets whose bytes are counted and thrown away.
@@ -241,10 +234,20 @@ Figure Compare(HeadSide& head, BrokerSide& broker, const Batch& batch, int clien
           .most = clients == 1 ? batch.most_for_one : batch.most};
 }
 
+// Here and in the programs that are started from here.
+void StayOnOneProcessor() {
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(sched_getcpu(), &one);
+  if (sched_setaffinity(0, sizeof one, &one) != 0)
+    throw ErrnoError("unable to stay on one processor");
+}
+
 }  // namespace
 
 int main() {
   try {
+    StayOnOneProcessor();
     mosquitto_lib_init();
     for (const int clients : {1, 16, 128, 1000}) {
       HeadSide head(clients);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ostream>
+#include <sstream>
 #include <string_view>
 
 namespace {
@@ -26,6 +27,20 @@ std::string OursText(const Figure& figure) {
 
 std::string RatioText(const Figure& figure) {
   return figure.other.empty() || IsBareTime(figure) ? "" : ShortNumber(figure.Ratio());
+}
+
+void WriteParagraph(std::ostream& out, const std::string& text) {
+  constexpr std::size_t kWidth = 120;
+  std::istringstream words(text);
+  std::string line;
+  for (std::string word; words >> word; line += word) {
+    if (line.size() + 1 + word.size() > kWidth) {
+      out << "\n" << line;
+      line.clear();
+    }
+    if (!line.empty()) line += " ";
+  }
+  out << "\n" << line << "\n";
 }
 
 void WriteFigures(std::ostream& out, const Section& section) {
@@ -64,22 +79,25 @@ void WriteProcessors(std::ostream& out, const Section& section) {
 }  // namespace
 
 void WritePage(std::ostream& out, const std::vector<Section>& sections) {
-  out << "# What a head costs\n\n"
-         "`./dev perf --page` has measured all of this and written this page; `./dev perf` prints "
-         "the same as one table, times\n"
-         "included. A ratio is ours by the other's, or by the limit, and *at most* is the ratio "
-         "that is to suffice. Times belong\n"
-         "to one machine and are left out: of a time that has a limit the page says whether it is "
-         "kept, and of one that another\n"
-         "program takes for the same work, in the same run, the ratio.\n\n"
-         "Instructions are those of user mode, counted, so that each run gives the same figure. "
-         "The program is counted at two\n"
-         "lengths, and the difference is what the turns in between took. `./dev perf --check` "
-         "counts a choice of them again, and\n"
-         "fails when one is more than 3 % worse than `benchmarks/baseline.txt` says, which `./dev "
-         "perf --keep` writes anew.\n";
+  out << "# What a head costs\n";
+  WriteParagraph(
+      out,
+      "`./dev perf --page` has measured all of this and written this page; `./dev perf` prints "
+      "the same as one table, times included. A ratio is ours by the other's, or by the limit, "
+      "and *at most* is the ratio that is to suffice. Times belong to one machine and are left "
+      "out: of a time that has a limit the page says whether it is kept, and of one that "
+      "another program takes for the same work, in the same run, the ratio.");
+  WriteParagraph(
+      out,
+      "Instructions are those of user mode, counted, so that each run gives the same figure. "
+      "The program is counted at two lengths, and the difference is what the turns in between "
+      "took. `./dev perf --check` counts a choice of them again, and fails when one is more "
+      "than 3 % worse than `benchmarks/baseline.txt` says, which `./dev perf --keep` writes "
+      "anew.");
   for (const Section& section : sections) {
-    out << "\n## " << section.title << "\n\n" << section.how << "\n\n";
+    out << "\n## " << section.title << "\n";
+    WriteParagraph(out, section.how);
+    out << "\n";
     if (section.others.empty())
       WriteFigures(out, section);
     else
