@@ -93,14 +93,12 @@ struct MQTTClient::Callbacks {
     // A connection that never was is not lost either.
     if (!Self(object).connected) return;
     Self(object).connected = false;
+    Self(object).held.clear();
     Self(object).Tell([&](Listener& heard_by) { heard_by.OnDisconnect(result); });
   }
   static void Published(struct mosquitto*, void* object, int message_id) {
     MQTTClient& self = Self(object);
-    if (!self.waiting.empty()) {
-      self.waiting_bytes -= self.waiting.front();
-      self.waiting.pop_front();
-    }
+    self.FirstHasGone();
     self.Tell([&](Listener& heard_by) { heard_by.OnPublish(message_id); });
   }
   static void Message(struct mosquitto*, void* object, const struct mosquitto_message* message) {
@@ -187,6 +185,8 @@ void MQTTClient::Connect(const std::string& address, int port, int keepalive_sec
     waiting_bytes = 0;
     greeted = false;
     awaited = 1;
+    // As long as the library waits for an answer to what it says after a silence.
+    patience = 2 * std::chrono::seconds(keepalive_seconds);
     const int code =
         mosquitto_connect_async(client.get(), address.c_str(), port, keepalive_seconds);
     const int errnum = errno;
@@ -237,30 +237,60 @@ void MQTTClient::Disconnect() {
     if (!connected) return int{MOSQ_ERR_SUCCESS};
     const int code = mosquitto_disconnect(client.get());
     connected = false;
+    held.clear();
     return code;
   });
 }
 
+void MQTTClient::Waits(std::size_t bytes) {
+  waiting.push_back(bytes);
+  waiting_bytes += bytes;
+}
+
+void MQTTClient::FirstHasGone() {
+  if (waiting.empty()) return;
+  waiting_bytes -= waiting.front();
+  waiting.pop_front();
+}
+
+int MQTTClient::RunInTurn(const std::string& words, std::function<int(int* message_id)> call) {
+  int message_id = 0;
+  Run(words, [&] {
+    if (connected && held.empty()) return call(&message_id);
+    if (connected) held.push_back({words, std::move(call), nullptr});
+    return int{MOSQ_ERR_SUCCESS};
+  });
+  return message_id;
+}
+
 int MQTTClient::Publish(const std::string& topic, int length, const void* payload, int qos,
                         bool retain) {
-  int message_id = 0;
-  Run("Unable to publish topic " + topic, [&] {
-    if (!connected) return int{MOSQ_ERR_SUCCESS};
-    if (qos > 0) all_at_qos_0 = false;
+  if (connected && qos > 0) all_at_qos_0 = false;
+  const auto bytes = static_cast<std::size_t>(std::max(length, 0));
+  const auto publish = [=, this](const void* from, int* message_id) {
+    return mosquitto_publish(client.get(), message_id, topic.c_str(), length, from, qos, retain);
+  };
+  const std::string words = "Unable to publish topic " + topic;
+  if (!held.empty()) {
+    Waits(bytes);
+    const auto kept = std::make_shared<const std::string>(static_cast<const char*>(payload), bytes);
+    return RunInTurn(words, [=, this](int* message_id) {
+      const int code = publish(kept->data(), message_id);
+      if (*message_id == 0) FirstHasGone();
+      return code;
+    });
+  }
+  return RunInTurn(words, [&](int* message_id) {
     // Before the call, in which it may be sent.
-    const auto bytes = static_cast<std::size_t>(std::max(length, 0));
-    waiting.push_back(bytes);
-    waiting_bytes += bytes;
-    const int code =
-        mosquitto_publish(client.get(), &message_id, topic.c_str(), length, payload, qos, retain);
-    const bool refused = code != MOSQ_ERR_SUCCESS && message_id == 0;
+    Waits(bytes);
+    const int code = publish(payload, message_id);
+    const bool refused = code != MOSQ_ERR_SUCCESS && *message_id == 0;
     if (refused && !waiting.empty()) {
       waiting.pop_back();
       waiting_bytes -= bytes;
     }
     return code;
   });
-  return message_id;
 }
 
 int MQTTClient::Publish(const std::string& topic, const std::string& payload, int qos,
@@ -268,35 +298,76 @@ int MQTTClient::Publish(const std::string& topic, const std::string& payload, in
   return Publish(topic, static_cast<int>(payload.size()), payload.data(), qos, retain);
 }
 
-int MQTTClient::Subscribe(const std::string& topic, int qos) {
-  int message_id = 0;
-  Run("Unable to subscribe to " + topic, [&] {
-    if (connected && qos > 0) all_at_qos_0 = false;
-    return connected ? mosquitto_subscribe(client.get(), &message_id, topic.c_str(), qos)
-                     : MOSQ_ERR_SUCCESS;
+void MQTTClient::Publish(const std::string& topic, std::unique_ptr<LongText> text, bool retain) {
+  const std::string words = "Unable to publish topic " + topic;
+  if (!all_at_qos_0) throw Error(words, MOSQ_ERR_NOT_SUPPORTED);
+  Run(words, [&] {
+    const int code = mosquitto_pub_topic_check(topic.c_str());
+    if (!connected || code != MOSQ_ERR_SUCCESS) return code;
+    Waits(text->Bytes());
+    if (held.empty()) moved = std::chrono::steady_clock::now();
+    held.push_back({words, {}, std::make_unique<MQTTPublication>(topic, std::move(text), retain)});
+    return code;
   });
-  return message_id;
+}
+
+int MQTTClient::Subscribe(const std::string& topic, int qos) {
+  if (connected && qos > 0) all_at_qos_0 = false;
+  return RunInTurn("Unable to subscribe to " + topic, [=, this](int* message_id) {
+    return mosquitto_subscribe(client.get(), message_id, topic.c_str(), qos);
+  });
 }
 
 int MQTTClient::Unsubscribe(const std::string& topic) {
-  int message_id = 0;
-  Run("Unable to unsubscribe to " + topic, [&] {
-    return connected ? mosquitto_unsubscribe(client.get(), &message_id, topic.c_str())
-                     : MOSQ_ERR_SUCCESS;
+  return RunInTurn("Unable to unsubscribe to " + topic, [=, this](int* message_id) {
+    return mosquitto_unsubscribe(client.get(), message_id, topic.c_str());
   });
-  return message_id;
 }
 
 std::size_t MQTTClient::WaitingBytes() const {
   return waiting.empty() ? 0 : waiting_bytes - waiting.front();
 }
 
-bool MQTTClient::WantsWrite() const { return mosquitto_want_write(client.get()); }
+bool MQTTClient::WantsWrite() const { return !held.empty() || mosquitto_want_write(client.get()); }
+
+void MQTTClient::Write() {
+  // A connection that is lost shows in OnDisconnect.
+  if (mosquitto_want_write(client.get()))
+    mosquitto_loop_write(client.get(), 1);
+  else
+    ContinueHeld();
+}
+
+void MQTTClient::ContinueHeld() {
+  while (connected && !held.empty() && !mosquitto_want_write(client.get())) {
+    if (held.front().publication) return ContinueLong();
+    const Held next = std::move(held.front());
+    held.pop_front();
+    int message_id = 0;
+    const int code = next.call(&message_id);
+    if (code != MOSQ_ERR_SUCCESS) std::cout << Error(next.words, code).what() << "\n";
+  }
+}
+
+void MQTTClient::ContinueLong() {
+  using State = MQTTPublication::State;
+  const State state = held.front().publication->Continue(GetFD());
+  if (state == State::kWaits) return;
+  if (state == State::kBroken) return CutOff();
+  moved = std::chrono::steady_clock::now();
+  if (state == State::kGoesOn) return;
+  const Held ended = std::move(held.front());
+  held.pop_front();
+  FirstHasGone();
+  if (state == State::kTooLong)
+    std::cout << Error(ended.words, MOSQ_ERR_PAYLOAD_SIZE).what() << "\n";
+  else
+    Tell([](Listener& heard_by) { heard_by.OnPublish(0); });
+}
 
 void MQTTClient::Flush() {
   Run("", [&] {
-    // A connection that is lost shows in OnDisconnect.
-    if (connected && WantsWrite()) mosquitto_loop_write(client.get(), 1);
+    if (connected && WantsWrite()) Write();
     return int{MOSQ_ERR_SUCCESS};
   });
 }
@@ -369,7 +440,7 @@ bool MQTTClient::AwaitBytes(std::size_t bytes) {
 }
 
 void MQTTClient::HandleWrite() {
-  if (connected) mosquitto_loop_write(client.get(), 1);
+  if (connected) Write();
 }
 
 void MQTTClient::Expired() {
@@ -380,7 +451,10 @@ void MQTTClient::Expired() {
 }
 
 void MQTTClient::Tick() {
-  mosquitto_loop_misc(client.get());
+  if (held.empty())
+    mosquitto_loop_misc(client.get());
+  else if (std::chrono::steady_clock::now() - moved > patience)
+    CutOff();
   SetTimeout(kTickMs);
 }
 

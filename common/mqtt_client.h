@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <exception>
@@ -9,6 +10,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/long_text.h"
+#include "common/mqtt_publication.h"
 #include "common/poll_processor.h"
 
 struct mosquitto;
@@ -30,6 +33,8 @@ struct mosquitto_message;
 //   length and kind are such as a broker may send. Otherwise the connection is closed, with a line
 //   on standard output. This holds for as long as everything goes at QoS 0; beyond that the library
 //   reads several packets at a time.
+// - A long text is published as the socket takes it. What is asked for meanwhile waits for its end,
+//   and so does the library's housekeeping, since both may write to the socket.
 class MQTTClient : public PollItem, public PollTimer {
  public:
   // Hears what the library reports, from inside its calls; the integers are the library's. What it
@@ -85,9 +90,13 @@ class MQTTClient : public PollItem, public PollTimer {
   bool GiveUpConnecting();
   void Disconnect();
 
-  // Each returns the message id, 0 if nothing was sent.
+  // Each returns the message id, 0 if nothing was sent, or not yet. If the library refuses later on
+  // what has waited for a long publication, that is a line on standard output.
   int Publish(const std::string& topic, int length, const void* payload, int qos, bool retain);
   int Publish(const std::string& topic, const std::string& payload, int qos, bool retain);
+  // At QoS 0, and refused unless everything else was. The listener hears of its end with a message
+  // id of 0.
+  void Publish(const std::string& topic, std::unique_ptr<LongText> text, bool retain);
   int Subscribe(const std::string& topic, int qos);
   int Unsubscribe(const std::string& topic);
 
@@ -96,7 +105,7 @@ class MQTTClient : public PollItem, public PollTimer {
   std::size_t WaitingBytes() const;
   bool IsAnythingWaiting() const { return !waiting.empty(); }
 
-  // Writes what is waiting, as far as the socket takes it.
+  // Writes what is waiting, as far as the socket takes it; of a long text, one piece.
   void Flush();
   // Writes all that is waiting, for at most `timeout_ms`.
   void Drain(int timeout_ms);
@@ -114,6 +123,14 @@ class MQTTClient : public PollItem, public PollTimer {
     void operator()(struct mosquitto* handle) const;
   };
 
+  // What waits for its turn: a long publication, or else a call of the library for which `words`
+  // tell of a failure.
+  struct Held {
+    std::string words;
+    std::function<int(int* message_id)> call;
+    std::unique_ptr<MQTTPublication> publication;
+  };
+
   // Finds out how an attempt has ended.
   void FinishConnecting();
   // Looks at the next packet in the socket. True if the library may read it now; otherwise more of
@@ -126,6 +143,15 @@ class MQTTClient : public PollItem, public PollTimer {
   void Tick();
   void UpdateEvents();
   bool WantsWrite() const;
+  // Writes what the library has left, or else goes on with what is held.
+  void Write();
+  void ContinueHeld();
+  void ContinueLong();
+  // Runs a call of the library in its turn; returns the message id if that is now.
+  int RunInTurn(const std::string& words, std::function<int(int* message_id)> call);
+  // Counts a publication among those that wait, until the first of them has gone.
+  void Waits(std::size_t bytes);
+  void FirstHasGone();
   // Runs a listener's operation on behalf of the library, which no exception may cross.
   void Tell(const std::function<void(Listener&)>& operation);
   // Runs calls of the library, and fits the loop to what they have changed. Then throws the first
@@ -142,5 +168,8 @@ class MQTTClient : public PollItem, public PollTimer {
   int awaited = 1;                  // bytes of the next packet that the socket waits for
   std::deque<std::size_t> waiting;  // lengths of publications, in the order of their sending
   std::size_t waiting_bytes = 0;    // their sum
-  std::exception_ptr caught;        // of the operation that is under way
+  std::deque<Held> held;
+  std::chrono::steady_clock::time_point moved;  // when the first of these last got on
+  std::chrono::seconds patience{};              // with a broker that takes nothing of it
+  std::exception_ptr caught;                    // of the operation that is under way
 };

@@ -3,8 +3,11 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/host_lookup.h"
@@ -17,6 +20,8 @@ using self_test::ExpectEqual;
 using self_test::ExpectThrows;
 using self_test::ExpectTrue;
 
+void Turn(int timeout_ms = 1) { PollProcessor::Instance()->Process(timeout_ms); }
+
 // What comes of an attempt to connect, at once or later.
 std::string OutcomeOf(MQTTClient& client, int port) {
   std::string outcome;
@@ -26,9 +31,29 @@ std::string OutcomeOf(MQTTClient& client, int port) {
   } catch (const MQTTClient::Error& error) {
     failed(error);
   }
-  while (outcome.empty() && !client.IsConnected()) PollProcessor::Instance()->Process(1000);
+  while (outcome.empty() && !client.IsConnected()) Turn(1000);
   return outcome;
 }
+
+// A broker in this process.
+struct TestBroker {
+  TestBroker() {
+    listener.Bind(SocketAddress("::1"));
+    listener.Listen(1);
+    listener.GetSockName(address);
+  }
+  // The broker's end of a connection of `client`, at which it has said this.
+  Socket Take(MQTTClient& client, const std::string& words = "") const {
+    ExpectEqual(OutcomeOf(client, address.GetPort()), "");
+    Socket connection(listener, nullptr);
+    if (!words.empty()) connection.Write(words);
+    return connection;
+  }
+
+  Socket listener{AF_INET6, SOCK_STREAM, 0};
+  SocketAddress address{AF_INET6};
+};
+const std::string kGreeting("\x20\x02\0\0", 4);
 
 void UnconnectedCases() {
   MQTTClient client(nullptr, "test", true);
@@ -51,9 +76,7 @@ void UnconnectedCases() {
 // What a listener throws leaves the operation that was under way, and no later one. The broker
 // takes the connection and says nothing.
 void ThrowingListenerCases() {
-  Socket broker(AF_INET6, SOCK_STREAM, 0);
-  broker.Bind(SocketAddress("::1"));
-  broker.Listen(1);
+  TestBroker broker;
   struct Thrower : MQTTClient::Listener {
     void OnLog(int, const std::string&) override { Throw("OnLog"); }
     void OnPublish(int) override { Throw("OnPublish"); }
@@ -63,10 +86,7 @@ void ThrowingListenerCases() {
     std::string active;
   } thrower;
   MQTTClient client(&thrower, "test", true);
-  SocketAddress address(AF_INET6);
-  broker.GetSockName(address);
-  ExpectEqual(OutcomeOf(client, address.GetPort()), "");
-  const Socket connection(broker, nullptr);
+  const Socket connection = broker.Take(client);
 
   thrower.active = "OnLog";
   ExpectThrows<std::runtime_error>([&] { client.Publish("a", "b", 0, false); }, "OnLog");
@@ -95,11 +115,7 @@ void ThrowingListenerCases() {
 
 // A broker in this process sends what it is given, a byte at a time.
 void PacketCases() {
-  Socket broker(AF_INET6, SOCK_STREAM, 0);
-  broker.Bind(SocketAddress("::1"));
-  broker.Listen(1);
-  SocketAddress address(AF_INET6);
-  broker.GetSockName(address);
+  TestBroker broker;
   struct Hearer : MQTTClient::Listener {
     void OnConnect(int) override { log += "connect "; }
     void OnDisconnect(int) override { log += "disconnect "; }
@@ -108,7 +124,6 @@ void PacketCases() {
     }
     std::string log;
   };
-  const std::string greeting("\x20\x02\0\0", 4);
   const std::string longest =
       std::string("\x30\xFC\xFF\x0F\0\x01t", 7) + std::string(MQTTClient::kLongestPacket - 7, 'x');
   const struct {
@@ -117,24 +132,22 @@ void PacketCases() {
   } cases[] = {
       {std::string("\x30\x04\0\x01t!\xD0\0\x31\x03\0\x01u", 13), "t1 u0 disconnect "},
       {longest.substr(0, 5) + "x", "disconnect "},                  // and it closes in the middle
-      {greeting, "disconnect "},                                    // which comes once
+      {kGreeting, "disconnect "},                                   // which comes once
       {std::string("\x32\x05\0\x01t\0\x01", 7), "disconnect "},     // at QoS 1
       {std::string("\x62\x02\0\x01", 4), "disconnect "},            // wants an answer
       {std::string("\x30\xFF\xFF\xFF\xFF\x01", 6), "disconnect "},  // no length at all
       {std::string("\x30\xFD\xFF\x0F\0\x01t", 7), "disconnect "},   // too long by one
   };
-  const auto turn = [] { PollProcessor::Instance()->Process(1); };
   for (const auto& [said, heard] : cases) {
     Hearer hearer;
     MQTTClient client(&hearer, "test", true);
-    ExpectEqual(OutcomeOf(client, address.GetPort()), "");
-    Socket connection(broker, nullptr);
-    for (const char byte : greeting + said) {
+    Socket connection = broker.Take(client);
+    for (const char byte : kGreeting + said) {
       send(connection.GetFD(), &byte, 1, MSG_NOSIGNAL);
-      turn();
+      Turn();
     }
     connection.Close();
-    while (client.IsConnected()) turn();
+    while (client.IsConnected()) Turn();
     ExpectEqual(hearer.log, "connect " + heard);
     ExpectEqual(client.GetFD(), -1);
   }
@@ -142,16 +155,91 @@ void PacketCases() {
   // The longest there may be, which the socket holds as a whole.
   Hearer hearer;
   MQTTClient client(&hearer, "test", true);
-  ExpectEqual(OutcomeOf(client, address.GetPort()), "");
-  Socket connection(broker, nullptr);
-  connection.Write(greeting);
-  for (std::size_t sent = 0; sent < longest.size(); turn()) {
+  Socket connection = broker.Take(client, kGreeting);
+  for (std::size_t sent = 0; sent < longest.size(); Turn()) {
     const ssize_t count = send(connection.GetFD(), longest.data() + sent, longest.size() - sent,
                                MSG_DONTWAIT | MSG_NOSIGNAL);
     sent += static_cast<std::size_t>(count < 0 ? 0 : count);
   }
-  while (hearer.log.find("t2") == std::string::npos) turn();
+  while (hearer.log.find("t2") == std::string::npos) Turn();
   ExpectEqual(hearer.log, "connect t" + std::to_string(MQTTClient::kLongestPacket - 7) + " ");
+}
+
+// A text of so many pieces, each with its number.
+class Numbers : public LongText {
+ public:
+  explicit Numbers(int pieces) : pieces(pieces) {}
+  std::string_view Next() override {
+    piece = next < pieces ? std::string(1 << 16, '.') + std::to_string(next++) : "";
+    return piece;
+  }
+  void Rewind() override { next = 0; }
+  std::size_t Bytes() const override { return 8; }
+
+ private:
+  int pieces;
+  int next = 0;
+  std::string piece;
+};
+
+std::string Whole(LongText&& text) {
+  std::string whole;
+  for (std::string_view piece = text.Next(); !piece.empty(); piece = text.Next()) whole += piece;
+  return whole;
+}
+
+// Nothing comes between the bytes of a long publication, and everything comes in its turn.
+void LongPublicationCases() {
+  TestBroker broker;
+  struct Counter : MQTTClient::Listener {
+    void OnPublish(int) override { ++published; }
+    int published = 0;
+  } counter;
+  MQTTClient client(&counter, "test", true);
+  Socket connection = broker.Take(client, kGreeting);
+
+  constexpr int kPieces = 400;  // more than sockets hold
+  client.Publish("first", "1", 0, false);
+  client.Publish("long", std::make_unique<Numbers>(kPieces), true);
+  const int id = client.Publish("second", "2", 0, false) + client.Subscribe("topic", 0);
+  ExpectEqual(id, 0, "both wait");
+  client.Publish("empty", std::make_unique<Numbers>(0), false);
+  client.Publish("third", "3", 0, false);
+  ExpectThrows<MQTTClient::Error>(
+      [&] { client.Publish("#", std::make_unique<Numbers>(1), false); },
+      "Unable to publish topic #: MQTTClient: Invalid function arguments provided.");
+  for (int i = 0; i < kPieces + 1000; ++i) Turn(0);
+  ExpectEqual(counter.published, 1, "one that the broker has taken");
+  ExpectTrue(client.IsAnythingWaiting() && client.WaitingBytes() == 10,
+             "others after the long one");
+  std::string heard;
+  for (const std::string last("\x30\x08\0\x05third3", 10); !heard.ends_with(last); Turn(0)) {
+    std::string bytes(1 << 20, '\0');
+    const ssize_t count = recv(connection.GetFD(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+    heard.append(bytes, 0, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  }
+  const std::string text = Whole(Numbers(kPieces));
+  const std::size_t at = heard.find("\x31\xC8");
+  ExpectEqual(heard.substr(at, 11), std::string("\x31\xC8\x88\xC0\x0C\0\x04long", 11));
+  ExpectTrue(heard.substr(at + 11, text.size()) == text, "the same text");
+  ExpectEqual(heard.substr(at - 10, 10), std::string("\x30\x08\0\x05"
+                                                     "first1",
+                                                     10));
+  const std::string after = heard.substr(at + 11 + text.size());
+  ExpectEqual(after, std::string("\x30\x09\0\x06second2\x82\x0A\0\x03\0\x05topic\0"
+                                 "\x30\x07\0\x05"
+                                 "empty\x30\x08\0\x05third3",
+                                 42));
+  ExpectTrue(counter.published == 5 && !client.IsAnythingWaiting(), "an end of all");
+
+  // With the connection goes all that has waited for it.
+  client.Publish("long", std::make_unique<Numbers>(kPieces), false);
+  client.Publish("after", "", 0, false);
+  for (int i = 0; i < kPieces + 1000; ++i) Turn(0);
+  connection.Close();
+  while (client.IsConnected()) Turn(0);
+  client.Flush();
+  ExpectEqual(counter.published, 5);
 }
 
 void HostLookupCases() {
@@ -164,10 +252,10 @@ void HostLookupCases() {
   }
   lookup.Start("localhost", found);
   ExpectTrue(lookup.IsRunning(), "names take time");
-  while (lookup.IsRunning()) PollProcessor::Instance()->Process(1000);
+  while (lookup.IsRunning()) Turn(1000);
   ExpectTrue(addresses.at(0) == "::1" || addresses.at(0) == "127.0.0.1", addresses.at(0));
   lookup.Start("no such host", found);
-  while (lookup.IsRunning()) PollProcessor::Instance()->Process(1000);
+  while (lookup.IsRunning()) Turn(1000);
   ExpectTrue(addresses.empty(), "a name that is none");
 }
 
@@ -177,5 +265,6 @@ void MQTTClientCases() {
   UnconnectedCases();
   ThrowingListenerCases();
   PacketCases();
+  LongPublicationCases();
   HostLookupCases();
 }

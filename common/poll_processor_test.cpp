@@ -130,14 +130,9 @@ void TimerCases() {
   ExpectEqual(calls, 3, "calls of a timer that is three periods late");
   periodic.Remove();
 
-  struct timeval past = {1, 0};
-  order.clear();
-  first.expired = [&](Timer&) { order += "1"; };
-  first.SetExpiry(&past);
-  Loop().Process(0);
-  ExpectEqual(order, "1", "a moment in the past");
-
   // The poll sleeps until the next timer, but not for unarmed ones.
+  order = "1";
+  first.expired = [&](Timer&) { order.clear(); };
   const double waited = Seconds([&] {
     first.SetTimeout(30);
     while (order == "1") Loop().Process(10'000);

@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <iostream>
 #include <map>
 
@@ -44,7 +44,9 @@ void Rename(const std::string& fresh, const std::string& path) {
 }
 
 std::string DirectoryOf(const std::string& path) {
-  return std::filesystem::path(path).parent_path();
+  const std::size_t end = path.rfind('/');
+  if (end == std::string::npos) return ".";
+  return path.substr(0, std::max<std::size_t>(end, 1));
 }
 
 // New names must be on the disk too.

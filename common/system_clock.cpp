@@ -1,14 +1,18 @@
 #include "common/system_clock.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/rtc.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 
@@ -60,18 +64,25 @@ SystemClock::SystemClock(std::string zoneinfo_directory, std::string localtime_p
 }
 
 void SystemClock::FindZones(const std::string& directory, const std::string& prefix) {
-  std::error_code error;
-  std::vector<std::string> names;
-  for (fs::directory_iterator entry(directory, error); entry != fs::directory_iterator();
-       entry.increment(error))
-    if (const std::string name = entry->path().filename(); !name.starts_with('.'))
-      names.push_back(name);
-  if (error) throw ErrnoError("Unable to open timezone directory: " + directory, error.value());
-  std::sort(names.begin(), names.end());
-  for (const std::string& name : names) {
-    const std::string path = directory + "/" + name;
-    if (fs::is_directory(path, error))
-      FindZones(path, prefix + name + "/");
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), closedir);
+  const auto fail = [&] { throw ErrnoError("Unable to open timezone directory: " + directory); };
+  if (!entries) fail();
+  std::map<std::string, bool> found;  // whether it is a directory, by name
+  errno = 0;
+  while (const struct dirent* entry = readdir(entries.get())) {
+    const std::string name = entry->d_name;
+    if (name.starts_with('.')) continue;
+    // There are hundreds, and the system tells of nearly all what they are.
+    const bool is_told = entry->d_type != DT_LNK && entry->d_type != DT_UNKNOWN;
+    std::error_code error;
+    found[name] =
+        is_told ? entry->d_type == DT_DIR : fs::is_directory(directory + "/" + name, error);
+    errno = 0;
+  }
+  if (errno != 0) fail();
+  for (const auto& [name, is_directory] : found) {
+    if (is_directory)
+      FindZones(directory + "/" + name, prefix + name + "/");
     else
       zones.push_back(prefix + name);
   }

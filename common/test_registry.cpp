@@ -38,6 +38,16 @@ void self_test::Fail(const std::string& text, const Where& where) {
   std::abort();
 }
 
+void self_test::FailUnequal(std::string_view what, const std::string& actual,
+                            const std::string& expected, const Where& where) {
+  Fail(std::string(what) + " is\n  " + actual + "\nand not\n  " + expected, where);
+}
+
+void self_test::ExpectSameText(std::string_view actual, std::string_view expected,
+                               std::string_view what, const Where& where) {
+  if (actual != expected) FailUnequal(what, std::string(actual), std::string(expected), where);
+}
+
 std::string self_test::Hex(std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;

@@ -4,6 +4,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 // One named self-test of the program, run by its option -u. A failing test ends the process.
 //
@@ -56,28 +57,37 @@ std::string Shown(const T& value) {
   return text.str();
 }
 
-inline void ExpectTrue(bool holds, const std::string& what = "condition",
+[[noreturn]] void FailUnequal(std::string_view what, const std::string& actual,
+                              const std::string& expected, const Where& where);
+
+inline void ExpectTrue(bool holds, std::string_view what = "condition",
                        const Where& where = Where::Current()) {
-  if (!holds) Fail(what + " does not hold", where);
+  if (!holds) Fail(std::string(what) + " does not hold", where);
 }
 
+// Texts of all kinds are compared in one place: there are very many kinds.
+void ExpectSameText(std::string_view actual, std::string_view expected, std::string_view what,
+                    const Where& where);
+
 template <class Actual, class Expected>
-void ExpectEqual(const Actual& actual, const Expected& expected, const std::string& what = "",
+void ExpectEqual(const Actual& actual, const Expected& expected, std::string_view what = "",
                  const Where& where = Where::Current()) {
-  if (actual == expected) return;
-  Fail(what + " is\n  " + Shown(actual) + "\nand not\n  " + Shown(expected), where);
+  if constexpr (std::is_convertible_v<const Actual&, std::string_view> &&
+                std::is_convertible_v<const Expected&, std::string_view>)
+    ExpectSameText(actual, expected, what, where);
+  else if (!(actual == expected))
+    FailUnequal(what, Shown(actual), Shown(expected), where);
 }
 
 // `act` must throw an Error whose text is `text`.
 template <class Error, class Act>
-void ExpectThrows(Act act, const std::string& text, const Where& where = Where::Current()) {
+void ExpectThrows(Act act, std::string_view text, const Where& where = Where::Current()) {
   try {
     act();
   } catch (const Error& error) {
-    ExpectEqual(std::string(error.what()), text, "the error's text", where);
-    return;
+    return ExpectSameText(error.what(), text, "the error's text", where);
   }
-  Fail("nothing thrown instead of: " + text, where);
+  Fail("nothing thrown instead of: " + std::string(text), where);
 }
 
 }  // namespace self_test

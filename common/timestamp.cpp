@@ -40,11 +40,6 @@ double ZoneOffset() {
   return offset;
 }
 
-int FormatWord() {
-  static const int index = std::ios_base::xalloc();
-  return index;
-}
-
 // The format in one word, which is 0 on a stream that was never given one.
 constexpr long kFormatSet = 1L << 24;
 constexpr long kQuoted = 1L << 25;
@@ -184,15 +179,15 @@ Timestamp Timestamp::ToLocal() const { return *this + ZoneOffset(); }
 
 void SetTimestampFormat(std::ios_base& stream, const TimestampFormat& format) {
   const auto byte = [](char separator) { return long{static_cast<unsigned char>(separator)}; };
-  stream.iword(FormatWord()) = kFormatSet | (format.quoted ? kQuoted : 0) |
-                               byte(format.date_separator) | byte(format.time_separator) << 8 |
-                               byte(format.date_time_separator) << 16;
+  stream.iword(TimestampFormatWord()) =
+      kFormatSet | (format.quoted ? kQuoted : 0) | byte(format.date_separator) |
+      byte(format.time_separator) << 8 | byte(format.date_time_separator) << 16;
 }
 
-void ClearTimestampFormat(std::ios_base& stream) { stream.iword(FormatWord()) = 0; }
+void ClearTimestampFormat(std::ios_base& stream) { stream.iword(TimestampFormatWord()) = 0; }
 
 TimestampFormat GetTimestampFormat(std::ios_base& stream) {
-  const long word = stream.iword(FormatWord());
+  const long word = stream.iword(TimestampFormatWord());
   if ((word & kFormatSet) == 0) return {};
   return {static_cast<char>(word & 0xFF), static_cast<char>(word >> 8 & 0xFF),
           static_cast<char>(word >> 16 & 0xFF), (word & kQuoted) != 0};

@@ -64,6 +64,14 @@ void SetTimestampFormat(std::ios_base& stream, const TimestampFormat& format);
 // Leaves the stream as if it had never been given one.
 void ClearTimestampFormat(std::ios_base& stream);
 TimestampFormat GetTimestampFormat(std::ios_base& stream);
+// Where a stream keeps it.
+inline int TimestampFormatWord() {
+  static const int index = std::ios_base::xalloc();
+  return index;
+}
+inline bool HasTimestampFormat(std::ios_base& stream) {
+  return stream.iword(TimestampFormatWord()) != 0;
+}
 
 // "1989-01-01 00:00:00.001" in the default format; the seconds are in the stream's own number
 // format.

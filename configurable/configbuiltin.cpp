@@ -11,6 +11,8 @@
 
 #include "configurable/number_text.h"
 #include "configurable/text_stream.h"
+#include "configurable/xml_text.h"
+#include "configurable/xml_writer.h"
 
 namespace {
 
@@ -47,10 +49,12 @@ std::string_view ReadWord(std::istream& in, std::string& storage) {
     in >> storage;
     return storage;
   }
-  constexpr std::string_view kSpace = " \t\n\v\f\r";
+  const auto is_space = [](char byte) { return xml_text::Is(byte, xml_text::kSpace); };
   const std::string_view rest = memory->Rest();
-  const std::size_t start = std::min(rest.find_first_not_of(kSpace), rest.size());
-  const std::size_t end = std::min(rest.find_first_of(kSpace, start), rest.size());
+  std::size_t start = 0;
+  while (start < rest.size() && is_space(rest[start])) ++start;
+  std::size_t end = start;
+  while (end < rest.size() && !is_space(rest[end])) ++end;
   memory->Skip(end);
   if (end == rest.size()) in.setstate(std::ios_base::eofbit);
   if (start == end) in.setstate(std::ios_base::failbit);
@@ -155,6 +159,11 @@ std::ostream& ConfigurableReal<Number>::print_value(std::ostream& out) const {
 }
 
 template <class Number>
+void ConfigurableReal<Number>::write_value(XMLWriter& writer) const {
+  writer.number(_value);
+}
+
+template <class Number>
 std::ostream& ConfigurableReal<Number>::print_doctype(std::ostream& out) const {
   out << RealNames<Number>::kType << ":" << _default_value;
   if (_range_mode != Range::kNone) out << ";" << _min << "..." << _max;
@@ -185,6 +194,8 @@ std::ostream& ConfigurableInteger::print_value(std::ostream& out) const {
   WriteNumber(out, _value);
   return out;
 }
+
+void ConfigurableInteger::write_value(XMLWriter& writer) const { writer.number(_value); }
 
 std::ostream& ConfigurableInteger::print_doctype(std::ostream& out) const {
   out << "integer:" << _default_value;
@@ -226,10 +237,11 @@ void ConfigurableBool::set(bool value) { Store(*this, _value, value); }
 std::istream& ConfigurableBool::read_value(std::istream& in, std::ostream& err) {
   std::string storage;
   const std::string_view word = ReadWord(in, storage);
+  const bool is_true = word == "true";
   if (!in)
     err << "unable to read bool";
-  else if (word == "true" || word == "false")
-    set(word == "true");
+  else if (is_true || word == "false")
+    set(is_true);
   else
     err << "invalid bool";
   return in;
@@ -238,6 +250,10 @@ std::istream& ConfigurableBool::read_value(std::istream& in, std::ostream& err) 
 std::ostream& ConfigurableBool::print_value(std::ostream& out) const {
   WriteText(out, _value ? "true" : "false");
   return out;
+}
+
+void ConfigurableBool::write_value(XMLWriter& writer) const {
+  writer.text(_value ? "true" : "false", false);
 }
 
 std::ostream& ConfigurableBool::print_doctype(std::ostream& out) const {
@@ -261,6 +277,10 @@ std::istream& ConfigurableString::read_value(std::istream& in, std::ostream& err
 std::ostream& ConfigurableString::print_value(std::ostream& out) const {
   WriteText(out, _value);
   return out;
+}
+
+void ConfigurableString::write_value(XMLWriter& writer) const {
+  writer.text(_value, !has_flag(RawText));
 }
 
 std::ostream& ConfigurableString::print_doctype(std::ostream& out) const {
@@ -302,6 +322,10 @@ std::istream& ConfigurableMultipleChoice::read_value(std::istream& in, std::ostr
 std::ostream& ConfigurableMultipleChoice::print_value(std::ostream& out) const {
   WriteText(out, text());
   return out;
+}
+
+void ConfigurableMultipleChoice::write_value(XMLWriter& writer) const {
+  writer.text(text(), !has_flag(RawText));
 }
 
 std::ostream& ConfigurableMultipleChoice::print_doctype(std::ostream& out) const {

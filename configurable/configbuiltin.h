@@ -10,6 +10,7 @@
 // The typed leaves of the tree. Each assignment, by whatever path, marks the leaf only if the value
 // differs from the stored one. The value at construction is the default, and is not clamped.
 // Numbers are read and printed by the rules of standard streams, with six significant digits.
+// Documents get the text of print_value, written without a stream.
 
 // What floats and doubles have in common.
 template <class Number>
@@ -23,6 +24,7 @@ class ConfigurableReal : public Configurable {
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
   std::ostream& print_value(std::ostream& out) const override;
+  void write_value(XMLWriter& writer) const override;
   std::ostream& print_doctype(std::ostream& out) const override;
 
  protected:
@@ -66,6 +68,7 @@ class ConfigurableInteger : public Configurable {
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
   std::ostream& print_value(std::ostream& out) const override;
+  void write_value(XMLWriter& writer) const override;
   std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
@@ -93,6 +96,7 @@ class ConfigurableBool : public Configurable {
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
   std::ostream& print_value(std::ostream& out) const override;
+  void write_value(XMLWriter& writer) const override;
   std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
@@ -112,6 +116,7 @@ class ConfigurableString : public Configurable {
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
   std::ostream& print_value(std::ostream& out) const override;
+  void write_value(XMLWriter& writer) const override;
   std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
@@ -153,6 +158,7 @@ class ConfigurableMultipleChoice : public Configurable {
   void reset() override { set(_default_index); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
   std::ostream& print_value(std::ostream& out) const override;
+  void write_value(XMLWriter& writer) const override;
   std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 

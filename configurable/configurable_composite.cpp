@@ -1,6 +1,5 @@
 #include "configurable/configurable_composite.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "configurable/xml_parser.h"
@@ -22,12 +21,18 @@ void ConfigurableComposite::add(Configurable* child) {
 }
 
 Configurable* ConfigurableComposite::find(std::string_view child_name) const {
-  for (Configurable* child : child_list)
-    if (SameName(child->name(), child_name)) return child;
-  return nullptr;
+  const std::size_t place = place_of(child_name);
+  return place < child_list.size() ? child_list[place] : nullptr;
+}
+
+std::size_t ConfigurableComposite::place_of(std::string_view child_name) const {
+  std::size_t place = 0;
+  while (place < child_list.size() && !SameName(child_list[place]->name(), child_name)) ++place;
+  return place;
 }
 
 void ConfigurableComposite::set_changed(bool changed) {
+  if (!changed && !may_be_marked()) return;
   Configurable::set_changed(changed);
   if (changed) return;
   for (Configurable* child : child_list)
@@ -60,33 +65,36 @@ void ConfigurableComposite::accept(ConfigurableVisitor& visitor) {
 
 bool ConfigurableComposite::read_child_element(std::string_view tag, XMLParser& parser,
                                                XMLWriter& writer) {
-  const auto has_name = [tag](const Configurable* child) { return SameName(child->name(), tag); };
-  const std::size_t likely = parser.LikelyPlace();
-  const auto first = !names_repeat && likely < child_list.size() && has_name(child_list[likely])
-                         ? child_list.begin() + static_cast<std::ptrdiff_t>(likely)
-                         : std::find_if(child_list.begin(), child_list.end(), has_name);
+  const std::size_t count = child_list.size();
+  std::size_t place = parser.LikelyPlace();
+  // The first of that name has to be found if there may be more.
+  if (names_repeat || place >= count || !SameName(child_list[place]->name(), tag))
+    place = place_of(tag);
   parser.SavePosition();
-  if (first == child_list.end()) {
+  if (place == count) {
     parser.PassElement();
     return true;
   }
-  // The tag itself is lost when the parser moves.
-  const std::string& name = (*first)->name();
-  for (auto next = first; next != child_list.end(); ++next) {
-    Configurable* child = *next;
-    if (!SameName(child->name(), name)) continue;
-    if (child->has_flag(Active)) {
-      parser.RestorePosition();
-      parser.SetLikelyPlace(0);
-      // What fails in a child goes no higher: its element is skipped, and the next one is read.
-      if (!child->read_element(parser, writer)) parser.SkipElement();
-    } else {
-      parser.SkipElement();
+  read_child(*child_list[place], parser, writer);
+  if (names_repeat) {
+    // The tag itself is lost when the parser moves.
+    const std::string& name = child_list[place]->name();
+    for (std::size_t next = place + 1; next < child_list.size(); ++next) {
+      if (SameName(child_list[next]->name(), name)) read_child(*child_list[next], parser, writer);
     }
-    if (!names_repeat) break;
   }
-  parser.SetLikelyPlace(static_cast<std::size_t>(first - child_list.begin()) + 1);
+  parser.SetLikelyPlace(place + 1);
   return true;
+}
+
+void ConfigurableComposite::read_child(Configurable& child, XMLParser& parser, XMLWriter& writer) {
+  if (child.has_flag(Active)) {
+    parser.RestorePosition();
+    parser.SetLikelyPlace(0);
+    if (child.read_element(parser, writer)) return;
+    // What fails in a child goes no higher: its element is skipped, and the next one is read.
+  }
+  parser.SkipElement();
 }
 
 void ConfigurableComposite::write_value(XMLWriter& writer) const {

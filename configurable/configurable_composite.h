@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 #include <vector>
 
@@ -35,5 +36,9 @@ class ConfigurableComposite : public Configurable {
   std::vector<Configurable*> child_list;
 
  private:
+  // Of the first child of that name; the count of children if there is none.
+  std::size_t place_of(std::string_view child_name) const;
+  static void read_child(Configurable& child, XMLParser& parser, XMLWriter& writer);
+
   bool names_repeat = false;  // some children may have the same name
 };

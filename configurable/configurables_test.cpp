@@ -170,35 +170,25 @@ void RequestCases() {
         "<c>43.21</c><lunch>apple</lunch><dog pitch=\"11.22\">88.11</dog><dyn/></L>"},
        {"<L><a>&query_item;</a><b>&query_item;</b></L>", "1234 0.1234"},
        {"&query_changes_item;", ""},
-       {"<L><b>1.0</b></L>", ""},
-       {"<L><b>&query_item;</b></L>", "1"},
-       {"&query_changes_item;", "<L><b>1</b></L>"},
-       {"<L><c> &query_item; 9 &query_item; </c></L>", "43.21 9"},
-       {"<L><c> &query_item; </c></L>", "9"},
+       {"<L><b>1.0</b><c> &query_item; 9 &query_item; </c></L>", "43.21 9"},
        {"&query_changes_item;", "<L><b>1</b><c>9</c></L>"},
        {"<L><a> &query_item; </a></L> this is some junk the configurable should throw away",
         "1234"},
        {"clear", ""},
-       {"&query_changes_item;", ""},
        {"<L><d><e><g>1</g></e></d> &query_changes_item; </L> ",
         "<d><e><g>1</g><g>1</g><g>1</g></e></d>"},
        {"<L><a>qwerty</a><b>2.1</b><a> &query_item; </a><b> &query_item; </b></L>",
         "<Error Param=\"a\">unable to read float</Error>1234 2.1"},
        {"<L><b>&query_illegal;</b></L>",
         "<Error Param=\"b\">Invalid query: &query_illegal;</Error>"},
-       {"<L><attic>&query_item;</attic></L>", ""},
-       {"<L><attic>&query_item;</attic><a>&query_item;</a></L>", "1234"},
-       {"<L><attic>4321</attic><a>2233</a></L>", ""},
-       {"<L><attic>4321</attic><a>&query_item;</a></L>", "2233"},
+       {"<L><attic>&query_item;4321</attic><a>2233&query_item;</a></L>", "2233"},
        {"<attic>&query_item;</attic>", "<Error Param=\"L\">Invalid start element: attic</Error>"},
        {"clear", ""},
-       {"<L><dog>&query_item;&query_item;&query_item;</dog></L>", "88.11 88.11 88.11"},
        {"<L><dog &query_item;></dog></L>", "pitch=\"11.22\""},
        {"<L><dog pitch=\"&query_item;\"/></L>", "11.22"},
        {"<L><dog sticky/></L>", ""},
        {"<L><dog> &query; </dog></L>", "<L><dog sticky>88.11</dog></L>"},
        {"&query_changes_item;", "<L><dog sticky>88.11</dog></L>"},
-       {"<L><dog &query; /></L>", "<L><dog sticky>88.11</dog></L>"},
        {"<L><dog pitch=\"&query_item;\"/></L>", "&disabled;"},
        {"<L><dog></dog><dog pitch=\"&query_item;\" sticky=\"&query_item;\" /></L>",
         "&disabled; &enabled;"},
@@ -206,10 +196,8 @@ void RequestCases() {
         "&disabled; 21 pitch=\"21\" sticky"},
        {"<L><dog>&query;</dog></L>", "<L><dog pitch=\"21\" sticky>1234.5</dog></L>"},
        {"<L><dog>2</dog><dog>&query;</dog></L>", "<L><dog>2</dog></L>"},
-       {"<L><dog bark=\"&query_item;\"/></L>", ""},
-       {"<L><dog bark=\"&query_item;\" pitch=\"&query_item;\"/></L>", "&disabled;"},
-       {"<L><dog bark=\"15\" pitch=\"1\"/></L>", ""},
-       {"<L><dog bark=\"14\" pitch=\"&query_item;\"/></L>", "1"},
+       {"<L><dog bark=\"&query_item;15\" pitch=\"&query_item;1&query_item;\"/></L>",
+        "&disabled; 1"},
        {"clear", ""},
        {"<L><lunch>&query_item;banana&query_item;</lunch></L>", "apple banana"},
        {"<L><lunch>abc tire</lunch><lunch>&query_item;</lunch></L>",
@@ -234,9 +222,7 @@ void RequestCases() {
         "</dyn></L>",
         "<Error Param=\"val\">unable to read float</Error>"
         "<Error Param=\"val\">unable to read float</Error>"},
-       {"<L><dyn>&query_item;</dyn></L>", "<val>1</val><val>2</val><val>4</val>"},
-       {"clear", ""},
-       {"<L><dyn><val>1</val><val>2</val><val>4</val></dyn></L>", ""}});
+       {"<L><dyn>&query_item;</dyn></L>", "<val>1</val><val>2</val><val>4</val>"}});
 }
 
 void DoctypeCases() {
@@ -389,7 +375,8 @@ void KeptCases() {
   for (const std::string text :
        {"<L><b>&query_item;</b><c>7&query_item;</c> &query_changes_item;</L>",
         "<L><a>1<</a><b>&query_item;</b></L> rest", "<L><e><g/></e><d>&query;</d ></L>",
-        "<M>&query;</M>", "&query_changes;", "<L><dog pitch='5' &query;/></L"}) {
+        "<M>&query;</M>", "&query_changes;", "<L><dog pitch='5' &query;/></L",
+        "&query_changes; >"}) {
     Tree fresh;
     Tree tree;
     KeptDocument kept(text);

@@ -3,6 +3,7 @@
 XMLParser& KeptDocument::Rewound() {
   if (!parser || !parser->Rewind()) {
     parser.reset();
+    in.Close();
     in.Open(text);
     parser.emplace(in);
   }

@@ -2,32 +2,15 @@
 
 #include <ios>
 
-#include "common/timestamp.h"
+#include "common/memory.h"
 
-namespace {
-
-// Gives a stream the state of a new one.
-void Renew(std::ios& stream) {
+void SetNewState(std::ios& stream) {
   if (stream.exceptions() != std::ios::goodbit) stream.exceptions(std::ios::goodbit);
   stream.flags(std::ios::skipws | std::ios::dec);
   stream.precision(6);
   stream.width(0);
   if (stream.fill() != ' ') stream.fill(' ');
-  if (stream.rdstate() != std::ios::goodbit) stream.clear();
-  ClearTimestampFormat(stream);
-}
-
-}  // namespace
-
-void TextInput::Open(std::string_view text) {
-  buffer.Open(text);
-  Renew(*this);
-}
-
-void TextInput::Buffer::Open(std::string_view text) {
-  // A get area is not const, but nothing writes to it.
-  char* begin = const_cast<char*>(text.data());
-  setg(begin, begin, begin + text.size());
+  if (HasTimestampFormat(stream)) ClearTimestampFormat(stream);
 }
 
 TextInput::Buffer::pos_type TextInput::Buffer::seekoff(off_type offset, std::ios_base::seekdir from,
@@ -45,23 +28,20 @@ TextInput::Buffer::pos_type TextInput::Buffer::seekpos(pos_type position, std::i
   return position;
 }
 
-void TextOutput::Open() {
-  buffer.text.clear();
-  Renew(*this);
-}
-
-void TextOutput::Close() {
+void TextOutput::Clear() {
   constexpr std::size_t kKept = 4096;
-  if (buffer.text.capacity() > kKept) buffer.text = std::string();
+  Release(buffer.text, kKept);
 }
 
 TextOutput::Buffer::int_type TextOutput::Buffer::overflow(int_type byte) {
-  if (!traits_type::eq_int_type(byte, traits_type::eof()))
-    text.push_back(traits_type::to_char_type(byte));
+  const char letter = traits_type::to_char_type(byte);
+  if (!traits_type::eq_int_type(byte, traits_type::eof())) xsputn(&letter, 1);
   return traits_type::not_eof(byte);
 }
 
 std::streamsize TextOutput::Buffer::xsputn(const char* bytes, std::streamsize count) {
+  if (static_cast<std::size_t>(count) > limit - text.size())
+    throw TooLong("The answer is longer than " + std::to_string(limit) + " bytes");
   text.append(bytes, static_cast<std::size_t>(count));
   return count;
 }

@@ -4,26 +4,45 @@
 #include <istream>
 #include <memory>
 #include <ostream>
+#include <stdexcept>
 #include <streambuf>
 #include <string>
 #include <string_view>
 #include <typeinfo>
 #include <vector>
 
+#include "common/timestamp.h"
+
 // Standard streams over texts in memory. Making a stream costs more than reading a setting from it,
-// so they are kept for the next value, which finds them in the initial state of a stream.
+// so they are kept for the next value, which finds them in the initial state of a stream: they are
+// given it back at the end of a use, if that has changed it at all.
+
+// Gives a stream the state of a new one, which it mostly has.
+void SetNewState(std::ios& stream);
+template <class Stream>
+void Renew(Stream& stream) {
+  constexpr std::ios::fmtflags kFlags = std::ios::skipws | std::ios::dec;
+  // Reading to the end leaves eofbit.
+  if (stream.rdstate() != std::ios::goodbit) stream.clear();
+  if (stream.flags() != kFlags || stream.precision() != 6 || stream.width() != 0 ||
+      stream.fill() != ' ' || stream.exceptions() != std::ios::goodbit ||
+      HasTimestampFormat(stream))
+    SetNewState(stream);
+}
 
 // Reads from a text that must outlive the reading.
 class TextInput final : public std::istream {
  public:
+  static bool Is(const std::istream& in) { return typeid(in) == typeid(TextInput); }
   // `in` itself if it is one of these, else null.
   static TextInput* From(std::istream& in) {
-    return typeid(in) == typeid(TextInput) ? static_cast<TextInput*>(&in) : nullptr;
+    return Is(in) ? static_cast<TextInput*>(&in) : nullptr;
   }
 
   TextInput() : std::istream(nullptr) { rdbuf(&buffer); }
-  void Open(std::string_view text);
-  void Close() { buffer.Open({}); }
+  // Of a new one, or after Close.
+  void Open(std::string_view text) { buffer.Open(text); }
+  void Close() { Renew(*this); }
   // What is not read yet. Skip does not change the state of the stream.
   std::string_view Rest() const { return buffer.Rest(); }
   void Skip(std::size_t bytes) { buffer.Skip(bytes); }
@@ -31,7 +50,11 @@ class TextInput final : public std::istream {
  private:
   class Buffer : public std::streambuf {
    public:
-    void Open(std::string_view text);
+    void Open(std::string_view text) {
+      // A get area is not const, but nothing writes to it.
+      char* begin = const_cast<char*>(text.data());
+      setg(begin, begin, begin + text.size());
+    }
     std::string_view Rest() const { return {gptr(), static_cast<std::size_t>(egptr() - gptr())}; }
     void Skip(std::size_t bytes) { gbump(static_cast<int>(bytes)); }
 
@@ -44,13 +67,27 @@ class TextInput final : public std::istream {
 };
 
 // Collects what is written.
-class TextOutput : public std::ostream {
+class TextOutput final : public std::ostream {
  public:
+  class TooLong : public std::length_error {
+   public:
+    using std::length_error::length_error;
+  };
+  static constexpr std::size_t kNoLimit = std::string::npos;
+
   TextOutput() : std::ostream(nullptr) { rdbuf(&buffer); }
-  void Open();
-  // Frees what a long text took.
-  void Close();
-  // Valid until the next Open or Close.
+  // The same.
+  void Open(std::size_t limit = kNoLimit) { SetLimit(limit); }
+  // Writing more bytes throws TooLong, so that nobody goes on composing what nobody gets.
+  void SetLimit(std::size_t limit) {
+    buffer.limit = limit;
+    if (limit != kNoLimit) exceptions(badbit);
+  }
+  void Close() {
+    if (!buffer.text.empty()) Clear();
+    Renew(*this);
+  }
+  // Valid until Close.
   const std::string& Text() const { return buffer.text; }
 
  private:
@@ -58,7 +95,11 @@ class TextOutput : public std::ostream {
     int_type overflow(int_type byte) override;
     std::streamsize xsputn(const char* bytes, std::streamsize count) override;
     std::string text;
+    std::size_t limit = kNoLimit;
   };
+  // Drops the text, and what a long one took.
+  void Clear();
+
   Buffer buffer;
 };
 

@@ -28,26 +28,27 @@ XMLQueryStringParser::Token XMLQueryStringParser::NextToken() {
     return current;
   }
   if (position >= text.size()) {
-    token.clear();
+    token = {};
     return current = END_STRING;
   }
-  const std::size_t entity = text.find(kEntityStart, position);
-  const std::size_t end = entity == std::string::npos ? entity : text.find(';', entity);
-  if (end == std::string::npos) return TakeText(text.size());
+  const std::size_t entity = text.substr(position).starts_with(kEntityStart)
+                                 ? position
+                                 : text.find(kEntityStart, position);
+  const std::size_t end = entity == std::string_view::npos ? entity : text.find(';', entity);
+  if (end == std::string_view::npos) return TakeText(text.size());
   return entity == position ? TakeEntity(end + 1) : TakeText(entity);
 }
 
 XMLQueryStringParser::Token XMLQueryStringParser::TakeEntity(std::size_t end) {
-  token.assign(text, position, end - position);
+  token = text.substr(position, end - position);
   position = end;
-  current = ERROR;
   for (const auto& [name, kind] : kEntities)
-    if (token == name) current = kind;
-  return current;
+    if (token == name) return current = kind;
+  return current = ERROR;
 }
 
 XMLQueryStringParser::Token XMLQueryStringParser::TakeText(std::size_t end) {
-  token.assign(text, position, end - position);
+  token = text.substr(position, end - position);
   position = end;
   if (token.size() > 1 && token.front() == '{' && token.back() == '}') {
     token = token.substr(1, token.size() - 2);

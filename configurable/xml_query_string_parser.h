@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <ostream>
-#include <string>
 #include <string_view>
 
 // Splits the text of one element or attribute into query entities, doctypes in braces, and plain
@@ -23,21 +22,22 @@ class XMLQueryStringParser {
     ERROR,  // any other "&query...;"
   };
 
+  // `text` must outlive this.
   explicit XMLQueryStringParser(std::string_view text) : text(text) {}
 
   // Moves on and returns the kind of the next token; the first is START_STRING.
   Token NextToken();
   Token GetCurrToken() const { return current; }
-  const std::string& GetTokenString() const { return token; }
+  std::string_view GetTokenString() const { return token; }
 
  private:
   Token TakeEntity(std::size_t end);
   Token TakeText(std::size_t end);
 
-  std::string text;
+  std::string_view text;
   std::size_t position = 0;
   Token current = START_STRING;
-  std::string token;
+  std::string_view token;
   bool first = true;
 };
 

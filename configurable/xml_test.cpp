@@ -180,9 +180,7 @@ void TestXMLQueryStringParser(std::ostream&) {
     const char* text;
     const char* tokens;
   } rows[] = {
-      {"&query_item;", "QUERY(&query_item;) "},
       {"This is a &query_item; string", "STRING(This is a ) QUERY(&query_item;) STRING( string) "},
-      {"This isn't", "STRING(This isn't) "},
       {"&query; at the beginning", "QUERY_CONTEXT(&query;) STRING( at the beginning) "},
       {"at the end &query_changes_context;",
        "STRING(at the end ) QUERY_CHANGES_CONTEXT(&query_changes_context;) "},
@@ -219,17 +217,12 @@ void TextCases() {
     const char* printed;
   } pairs[] = {
       {"hello with spaces", "hello with spaces"},
-      {"<", "&lt;"},
-      {"&", "&amp;"},
       {"&begin", "&amp;begin"},
       {"tricky&", "tricky&amp;"},
-      {"goodbye & &query;", "goodbye &amp; &query;"},
       {"'lots of stuff '\"<>& to do", "&apos;lots of stuff &apos;&quot;&lt;&gt;&amp; to do"},
       {"&junk;", "&junk;"},
       {"&;", "&amp;;"},
       {"&a&b;", "&amp;a&b;"},
-      {"This is a 'comment' with a \"quote\"",
-       "This is a &apos;comment&apos; with a &quot;quote&quot;"},
   };
   for (const auto& pair : pairs) {
     ExpectEqual(Written<XMLString>(pair.text), pair.printed);
@@ -244,7 +237,6 @@ void TextCases() {
       {"\"A quoted 'string'\"", "A quoted 'string'"},
       {"'A quoted \"string\"'", "A quoted \"string\""},
       {"\" blanks stay \"", " blanks stay "},
-      {"A quoted \"string\"", "A quoted"},
       {"A quoted 'string'", "A quoted"},
       {"'A quoted' string", "A quoted"},
       {"AttrName='AttrValue'", "AttrName="},
@@ -263,7 +255,6 @@ void NameCases() {
   } names[] = {
       {"name", "name", "name"},
       {"&entity_name;with junk", "&entity_name;", "&entity_name;"},
-      {"name with spaces", "name", "name"},
       {"attr=\"value\"", "attr", "attr"},
       {"_na:me/>", "_na:me", "_na:me"},
       {":name-with_dash<>", ":name-with_dash", ":name-with_dash"},

@@ -9,6 +9,39 @@ namespace {
 constexpr std::array<std::pair<std::string_view, char>, 5> kEntities = {
     {{"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}, {"&amp;", '&'}}};
 
+// The character for which an entity stands; 0 for another entity.
+char Translation(std::string_view entity) {
+  for (const auto& [name, byte] : kEntities)
+    if (entity == name) return byte;
+  return 0;
+}
+
+// A plain text, from `at` up to a '<', to which `at` moves: without the white space around it.
+// Nothing if the text ends otherwise before `end`, or holds something that is translated.
+inline std::optional<std::string_view> PlainText(const char*& at, const char* end) {
+  const char* next = at;
+  while (next != end && Is(*next, kSpace)) ++next;
+  const char* const first = next;
+  const char* last = first;  // after the last one that is no space
+  while (true) {
+    const char* const run = next;
+    while (next != end && !Is(*next, kTextStop)) ++next;
+    if (next == end) return {};
+    if (next != run) last = next;
+    if (*next == '<') break;
+    if (Is(*next, kSpace)) {
+      ++next;
+      continue;
+    }
+    if (*next != '&') return {};
+    const std::string_view entity = EntityIn({next, static_cast<std::size_t>(end - next)});
+    if (entity.empty() || Translation(entity) != 0) return {};
+    last = next += entity.size();
+  }
+  at = next;
+  return std::string_view(first, static_cast<std::size_t>(last - first));
+}
+
 // Reads on after a '&'.
 // Protocol: white space ends a malformed entity and is consumed.
 void ReadEntity(CharSource& source, std::string& text) {
@@ -20,12 +53,9 @@ void ReadEntity(CharSource& source, std::string& text) {
   if (stop == ';') {
     source.Skip();
     text += ';';
-    const std::string_view entity = std::string_view(text).substr(start);
-    for (const auto& [name, byte] : kEntities) {
-      if (entity != name) continue;
+    if (const char byte = Translation(std::string_view(text).substr(start)); byte != 0) {
       text.resize(start);
       text += byte;
-      return;
     }
   } else if (Is(static_cast<char>(stop), kSpace)) {
     source.Skip();
@@ -99,6 +129,33 @@ int CharSource::Refill() {
   return byte;
 }
 
+std::optional<std::string_view> CharSource::TakePlainText() {
+  const char* at = next;
+  const auto text = PlainText(at, end);
+  if (text) next = at;
+  return text;
+}
+
+bool CharSource::TakeLeaf(std::string_view name, Leaf& leaf) {
+  const char* at = next;
+  if (at == end || *at != '>') return false;
+  ++at;
+  // White space there is that of an indented composite.
+  if (at == end || Is(*at, kSpace)) return false;
+  leaf.has_text = *at != '<';
+  if (leaf.has_text) {
+    const auto text = PlainText(at, end);
+    if (!text) return false;
+    leaf.text = *text;
+  }
+  // The text ends at a '<'.
+  if (static_cast<std::size_t>(end - at) < name.size() + 3 || at[1] != '/' ||
+      at[name.size() + 2] != '>' || std::memcmp(at + 2, name.data(), name.size()) != 0)
+    return false;
+  next = at + name.size() + 3;
+  return true;
+}
+
 void ReadName(CharSource& source, std::string& name) {
   if (const std::string_view whole = source.TakeName(); !whole.empty()) {
     name.append(whole);
@@ -141,10 +198,11 @@ std::string_view NameIn(std::string_view text) {
   return text.substr(0, length);
 }
 
-bool BeginsEntity(std::string_view text) {
+std::string_view EntityIn(std::string_view text) {
   std::size_t length = 1;
   while (length < text.size() && !Is(text[length], kTextStop) && text[length] != ';') ++length;
-  return length > 1 && length < text.size() && text[length] == ';';
+  const bool whole = length < text.size() && text[length] == ';';
+  return whole ? text.substr(0, length + 1) : std::string_view();
 }
 
 std::string_view EntityOf(char byte) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <istream>
+#include <optional>
 #include <streambuf>
 #include <string>
 #include <string_view>
@@ -55,6 +56,8 @@ class CharSource {
   CharSource(const CharSource&) = delete;
   CharSource& operator=(const CharSource&) = delete;
 
+  // The next character's place in the buffer's memory.
+  const char* Place() const { return next; }
   // Characters that are in the buffer's memory.
   std::size_t Available() const { return static_cast<std::size_t>(end - next); }
   // The next character, which stays; kEnd at the end, where the stream's eofbit is set.
@@ -82,6 +85,17 @@ class CharSource {
     next = at;
     return name;
   }
+  // Takes a plain text up to a tag, with the white space around it, if all of it is in the buffer's
+  // memory and nothing in it is translated. Returns it without that space; nothing if there is
+  // none.
+  std::optional<std::string_view> TakePlainText();
+  // Takes the rest of an element that holds but such a text, after its name in the start tag, if
+  // there is no white space before it. False takes nothing.
+  struct Leaf {
+    bool has_text = false;
+    std::string_view text;
+  };
+  bool TakeLeaf(std::string_view name, Leaf& leaf);
   // Takes `name` and `last` after it, if they come next and are wholly in the buffer's memory.
   bool TakeBoth(std::string_view name, char last) {
     if (name.empty() || Available() <= name.size() || next[name.size()] != last ||
@@ -134,8 +148,8 @@ bool ReadString(CharSource& source, std::string& text);
 // The part of `text` that is a name; empty if it does not begin with one.
 std::string_view NameIn(std::string_view text);
 
-// Whether a text that begins with '&' begins with a whole entity.
-bool BeginsEntity(std::string_view text);
+// The whole entity with which a text begins that begins with '&'; empty if there is none.
+std::string_view EntityIn(std::string_view text);
 // The entity for one of the characters that need one.
 std::string_view EntityOf(char byte);
 
@@ -145,7 +159,8 @@ void Escape(std::string_view text, Put put) {
   std::size_t plain = 0;
   for (std::size_t at = 0; at < text.size(); ++at) {
     if (!Is(text[at], kNeedsEscape)) continue;
-    if (text[at] == '&' && BeginsEntity(text.substr(at))) continue;
+    // A lone "&;" is none.
+    if (text[at] == '&' && EntityIn(text.substr(at)).size() > 2) continue;
     put(text.substr(plain, at - plain));
     put(EntityOf(text[at]));
     plain = at + 1;

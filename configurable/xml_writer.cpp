@@ -1,8 +1,10 @@
 #include "configurable/xml_writer.h"
 
 #include <algorithm>
+#include <charconv>
 #include <exception>
 
+#include "common/number_format.h"
 #include "configurable/xml_text.h"
 
 XMLWriter::XMLWriter(std::ostream& out, bool indented, ValueStreams* kept)
@@ -20,8 +22,7 @@ void XMLWriter::start_element(std::string_view name, bool known) {
   close_tag();
   if (name.empty()) return;
   if (indent) indent_line();
-  put('<');
-  put(known ? name : xml_text::NameIn(name));
+  put("<", known ? name : xml_text::NameIn(name), "");
   ++depth;
   tag_open = need_space = end_inline = true;
 }
@@ -35,10 +36,7 @@ void XMLWriter::end_element(std::string_view name, bool known) {
   }
   if (!name.empty()) {
     if (!end_inline && indent) indent_line();
-    put('<');
-    put('/');
-    put(known ? name : xml_text::NameIn(name));
-    put('>');
+    put("</", known ? name : xml_text::NameIn(name), ">");
     need_space = false;
   }
   end_inline = false;
@@ -70,6 +68,17 @@ void XMLWriter::text(std::string_view value, bool escape) {
   need_space = true;
 }
 
+void XMLWriter::number(double value) {
+  std::array<char, 32> digits;
+  text({digits.data(), PutGeneral(digits.data(), value)}, false);
+}
+
+void XMLWriter::number(int value) {
+  std::array<char, 16> digits;
+  const char* end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+  text({digits.data(), end}, false);
+}
+
 void XMLWriter::error(std::string_view item, std::string_view message) {
   start_element("Error");
   attribute("Param", item);
@@ -88,11 +97,6 @@ void XMLWriter::finish() {
   Stream().flush();
 }
 
-std::ostream& XMLWriter::Stream() {
-  flush();
-  return stream;
-}
-
 void XMLWriter::close_tag() {
   if (!tag_open) return;
   put('>');
@@ -100,8 +104,10 @@ void XMLWriter::close_tag() {
 }
 
 void XMLWriter::indent_line() {
-  put('\n');
-  for (int i = 0; i < depth; ++i) put('\t');
+  constexpr std::string_view kLine = "\n\t\t\t\t\t\t\t\t";
+  const auto tabs = static_cast<std::size_t>(depth);
+  put(kLine.substr(0, 1 + tabs));
+  for (std::size_t i = kLine.size() - 1; i < tabs; ++i) put('\t');
 }
 
 void XMLWriter::put_beyond(std::string_view piece) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <ostream>
@@ -30,13 +31,19 @@ class XMLWriter {
   void attribute(std::string_view name, std::string_view value);
   // Without `escape`, `value` goes out as it is.
   void text(std::string_view value, bool escape);
+  // The text of a number, as WriteNumber gives it.
+  void number(double value);
+  void number(int value);
   // Writes an element that says what is wrong with the item `item`.
   void error(std::string_view item, std::string_view message);
   // Closes an open tag and ends the line.
   void finish();
 
   // The stream, with all that was written so far.
-  std::ostream& Stream();
+  std::ostream& Stream() {
+    if (used > 0) flush();
+    return stream;
+  }
   // For the values of the document: those given, or its own.
   ValueStreams& Values() { return values; }
   // Bytes written so far.
@@ -46,11 +53,25 @@ class XMLWriter {
 
  private:
   void put(std::string_view piece) {
+    if (piece.size() > buffer.size() - used) return put_beyond(piece);
     // An empty piece may have no memory at all.
-    if (piece.size() <= buffer.size() - used)
-      used += piece.copy(buffer.data() + used, piece.size());
-    else
-      put_beyond(piece);
+    used += piece.copy(buffer.data() + used, piece.size());
+  }
+  // The same for a name between short texts, such as the marks of a tag.
+  template <std::size_t kBefore, std::size_t kAfter>
+  void put(const char (&before)[kBefore], std::string_view name, const char (&after)[kAfter]) {
+    const std::string_view first(before, kBefore - 1);
+    const std::string_view last(after, kAfter - 1);
+    if (first.size() + name.size() + last.size() > buffer.size() - used) {
+      put(first);
+      put(name);
+      return put(last);
+    }
+    char* to = buffer.data() + used;
+    to = std::copy(first.begin(), first.end(), to);
+    to += name.copy(to, name.size());
+    to = std::copy(last.begin(), last.end(), to);
+    used = static_cast<std::size_t>(to - buffer.data());
   }
   void put(char byte) {
     if (used == buffer.size()) flush();

@@ -145,7 +145,6 @@ void FullRate(SoakSubject& subject) {
   const std::string end_of_settings = "</duration></inductionflash></cfg>";
   subject.WorkUntil("the end of an event", [&] { return !subject.Rows().IsInEvent(); });
   subject.excuses.rows = true;
-  subject.most_mebibytes = 160;
   subject.Send(settings + "1000" + end_of_settings);
   subject.TakeLongestEvent();
   subject.StartEvent("induction");
@@ -159,7 +158,6 @@ void FullRate(SoakSubject& subject) {
     subject.report.Fail("the longest record has " + std::to_string(longest) + " samples of " +
                         std::to_string(kSamples));
   subject.Send(settings + "40" + end_of_settings);
-  subject.most_mebibytes = 64;
 }
 
 }  // namespace

@@ -159,9 +159,9 @@ void SoakSubject::Look() {
   const double mebibytes = Mebibytes();
   report.Saw(&SoakReport::Line::mebibytes, mebibytes);
   report.Saw(&SoakReport::Line::descriptors, Descriptors());
-  if (mebibytes > most_mebibytes)
+  if (mebibytes > kMostMebibytes)
     report.Fail("the head uses " + std::to_string(mebibytes) + " MiB of " +
-                std::to_string(most_mebibytes));
+                std::to_string(kMostMebibytes));
   JudgeEvents();
 }
 

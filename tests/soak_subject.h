@@ -74,7 +74,7 @@ class SoakSubject {
   SoakExcuses excuses;
   SoakReport& report;
   std::mt19937_64 random;
-  double most_mebibytes = 64;  // that the head may use now
+  static constexpr double kMostMebibytes = 64;  // that the head may use
 
  private:
   void StartHead();

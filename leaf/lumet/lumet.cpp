@@ -8,7 +8,8 @@
 #include <csignal>
 #include <initializer_list>
 #include <iostream>
-#include <sstream>
+#include <memory>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -320,22 +321,23 @@ void Lumet::FollowEvents(const DataSample& sample) {
 }
 
 void Lumet::FinishEvent() {
-  const EventRecorder::Context context = {run_time_logger.NextValue("event_id"), flash_mode,
-                                          flash_modrate_in_force, dark_modrate_in_force};
+  const EventRecord::Context context = {run_time_logger.NextValue("event_id"), flash_mode,
+                                        flash_modrate_in_force, dark_modrate_in_force};
   // Whatever comes of it, the next event is a new one, and the number of this one is used up.
   EventRecorder finished = std::exchange(events, {});
-  trimmer.Soon();
   if (!bus.IsConnected() && !debug) return;
-  std::string room;
-  room.reserve(finished.RecordRoom());
-  std::ostringstream out(std::move(room));
-  const EventAnalysis::Kind kind = finished.WriteEvent(out, doc.Conf(), context);
-  const std::string record = std::move(out).str();
-  if (debug) std::cout << record << std::endl;
+  std::unique_ptr<EventRecord> record = finished.WriteEvent(doc.Conf(), context);
+  const EventAnalysis::Kind kind = record->Kind();
+  if (debug) {
+    for (std::string_view piece = record->Next(); !piece.empty(); piece = record->Next())
+      std::cout << piece;
+    std::cout << std::endl;
+    record->Rewind();
+  }
   if (kind == EventAnalysis::kDark)
-    bus.PublishRelative("output/DATADARKEVENT", record, false);
+    bus.PublishRelative("output/DATADARKEVENT", std::move(record), false);
   else if (kind != EventAnalysis::kNone)
-    bus.PublishRelative("output/DATAFLASHEVENT", record, false);
+    bus.PublishRelative("output/DATAFLASHEVENT", std::move(record), false);
 }
 
 void Lumet::GotUnknownMessage(std::uint16_t code, const std::uint8_t*, std::uint16_t length) {

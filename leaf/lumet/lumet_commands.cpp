@@ -5,7 +5,6 @@
 #include <sstream>
 
 #include "leaf/lumet/bounds.h"
-#include "leaf/lumet/console/answer.h"
 #include "leaf/lumet/lumet.h"
 
 // Carries out what clients and the bus order: the commands of the document, and messages.
@@ -100,7 +99,8 @@ void Lumet::HandleXMLUpdate(const std::string& payload) {
   };
   attempt([&] {
     std::istringstream in(payload);
-    Answer unheard(bounds::kLongestAnswer);
+    TextOutput unheard;
+    unheard.Open(bounds::kLongestAnswer);
     console.RefreshDynamicFields();
     doc.request(in, unheard);
   });

@@ -9,7 +9,7 @@ void OutputRateCases();
 void LightControllerCases();
 void ZeroingCases();
 void LinearFitCases();
-void EventRecorderCases();
+void EventRecordCases();
 void RowsCases();
 void AnnouncementCases();
 void DiagnosticsCases();
@@ -26,7 +26,7 @@ void TestLumet(std::ostream&) {
   LightControllerCases();
   ZeroingCases();
   LinearFitCases();
-  EventRecorderCases();
+  EventRecordCases();
   RowsCases();
   AnnouncementCases();
   DiagnosticsCases();

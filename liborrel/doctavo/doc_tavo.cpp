@@ -1,15 +1,25 @@
 #include "liborrel/doctavo/doc_tavo.h"
 
+#include <sstream>
+
 #include "common/steps.h"
+#include "configurable/number_text.h"
 
 std::istream& DocTavo::request(std::istream& in, std::ostream& out) {
-  Conf().Cmd().reset();
+  reset_commands();
   Steps steps;
   steps.Run([&] { read_document(in, out); });
   // A value is live as soon as it is taken, whatever fails after it.
   steps.Run([&] { notify_if_changed(); });
   steps.ThrowFirstFailure();
   return in;
+}
+
+void DocTavo::reset_commands() {
+  ConfigCmdTavo& commands = Conf().Cmd();
+  if (commands.change_count() == commands_reset_at) return;
+  commands.reset();
+  commands_reset_at = commands.change_count();
 }
 
 void DocTavo::add_listener(const std::string& name, ConfigurableListener* listener) {
@@ -33,7 +43,19 @@ void DocTavo::notify_if_changed() {
   if (has_changed()) notify();
 }
 
-std::ostream& DocTavo::print_ack(std::ostream& out) const { return Conf().Ack().print_tree(out); }
+std::ostream& DocTavo::print_ack(std::ostream& out) const {
+  const ConfigurableBool& ack = Conf().Ack();
+  if (!is_compact(out)) return ack.print_tree(out);
+  if (ack_text.empty() || ack_shown != ack.get()) {
+    std::ostringstream text;
+    set_compact(text, true);
+    ack.print_tree(text);
+    ack_text = text.str();
+    ack_shown = ack.get();
+  }
+  WriteText(out, ack_text);
+  return out;
+}
 
 std::ostream& DocTavo::report_error(std::ostream& out, const std::string& text) {
   Conf().Error().set(text);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <istream>
 #include <map>
 #include <ostream>
@@ -21,6 +22,9 @@ class DocTavo : public ConfigurableComposite {
   // files are read with read_document instead.
   std::istream& request(std::istream& in, std::ostream& out);
 
+  // Makes every command false, so that true is a change again.
+  void reset_commands();
+
   // Listeners to the whole document, not owned, hear item_changed with the root as its source, in
   // the order of the names under which they are registered. Each hears, even if one before it
   // throws; the first exception leaves notify, and further ones are printed.
@@ -36,4 +40,8 @@ class DocTavo : public ConfigurableComposite {
 
  private:
   std::map<std::string, ConfigurableListener*> listeners;
+  std::uint32_t commands_reset_at = 0;  // their change count then
+  // The acknowledgement of a compact answer, which ends each of them, and the value that it shows.
+  mutable std::string ack_text;
+  mutable bool ack_shown = false;
 };

@@ -2,4 +2,6 @@
 set(LUMET_ARCHITECTURE armel)
 set(LUMET_TRIPLET arm-linux-gnueabi)
 set(LUMET_EMULATOR qemu-arm)
+# Instructions of half the length, of which it takes more.
+set(LUMET_SMALL_CODE -mthumb)
 include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)

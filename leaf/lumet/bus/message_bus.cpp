@@ -77,23 +77,28 @@ void MessageBus::Published() {
   if (std::exchange(dropped_what_lasts, false)) PublishWhatLasts();
 }
 
-bool MessageBus::HasRoomFor(const std::string& payload) const {
-  return !mqtt.IsAnythingWaiting() || mqtt.WaitingBytes() + payload.size() <= kMostWaiting;
+bool MessageBus::FindRoom(std::size_t bytes, bool lasts) {
+  if (!IsConnected() || !mqtt.IsAnythingWaiting() || mqtt.WaitingBytes() + bytes <= kMostWaiting)
+    return true;
+  if (dropped++ == 0)
+    std::cout << "MQTT broker does not take what is published, dropping what finds no room\n";
+  dropped_what_lasts |= lasts;
+  return false;
 }
 
 void MessageBus::Publish(const std::string& topic, const std::string& payload, bool retain) {
-  if (IsConnected() && !HasRoomFor(payload)) {
-    if (dropped++ == 0)
-      std::cout << "MQTT broker does not take what is published, dropping what finds no room\n";
-    dropped_what_lasts |= retain;
-    return;
-  }
-  Attempt([&] { mqtt.Publish(topic, payload, 0, retain); });
+  if (FindRoom(payload.size(), retain)) Attempt([&] { mqtt.Publish(topic, payload, 0, retain); });
 }
 
 void MessageBus::PublishRelative(const std::string& name, const std::string& payload, bool retain) {
   // Before the first broker has answered, there is nowhere to publish.
   if (!topicRoot.empty()) Publish(topicRoot + name, payload, retain);
+}
+
+void MessageBus::PublishRelative(const std::string& name, std::unique_ptr<LongText> payload,
+                                 bool retain) {
+  if (!topicRoot.empty() && FindRoom(payload->Bytes(), retain))
+    Attempt([&] { mqtt.Publish(topicRoot + name, std::move(payload), retain); });
 }
 
 void MessageBus::PublishDocument() {

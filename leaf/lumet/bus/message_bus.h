@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "common/long_text.h"
 #include "common/mqtt_client.h"
 #include "common/mqtt_connection_watcher.h"
 #include "liborrel/doctavo/doc_tavo.h"
@@ -48,6 +50,7 @@ class MessageBus {
   bool IsConnected() const { return mqtt.IsConnected(); }
   // Publishes under the head's own topics. A failure is a line on standard output.
   void PublishRelative(const std::string& name, const std::string& payload, bool retain);
+  void PublishRelative(const std::string& name, std::unique_ptr<LongText> payload, bool retain);
   // Publishes the whole document, and what has changed in it.
   void PublishDocument();
   // Takes back what lasts, and waits until that has left, for a second at most.
@@ -59,7 +62,8 @@ class MessageBus {
 
  private:
   void Publish(const std::string& topic, const std::string& payload, bool retain);
-  bool HasRoomFor(const std::string& payload) const;
+  // Whether there is room for a payload that takes `bytes` of memory. One that lasts is said again.
+  bool FindRoom(std::size_t bytes, bool lasts);
   // Publishes all that lasts of the head itself.
   void PublishWhatLasts();
   std::string IdentityObject() const;

@@ -12,16 +12,12 @@
 #include "common/network_interface.h"
 #include "common/str_util.h"
 #include "configurable/kept_document.h"
+#include "configurable/number_text.h"
 #include "configurable/text_stream.h"
 #include "leaf/lumet/bounds.h"
-#include "leaf/lumet/console/answer.h"
 #include "leaf/lumet/console/rows.h"
 
 namespace {
-
-LumetSocketContext& ContextOf(SocketClient* client) {
-  return dynamic_cast<LumetSocketContext&>(*client->GetContext());
-}
 
 void Assign(std::uint32_t& flags, LumetSocketContext::Output output, bool on) {
   flags = on ? flags | output : flags & ~std::uint32_t{output};
@@ -29,12 +25,6 @@ void Assign(std::uint32_t& flags, LumetSocketContext::Output output, bool on) {
 
 bool Contains(std::string_view word, std::string_view part) {
   return word.find(part) != std::string_view::npos;
-}
-
-// Compares what is shown, since the zone may change within a second.
-bool SameSecond(const struct tm& a, const struct tm& b) {
-  return a.tm_sec == b.tm_sec && a.tm_min == b.tm_min && a.tm_hour == b.tm_hour &&
-         a.tm_mday == b.tm_mday && a.tm_mon == b.tm_mon && a.tm_year == b.tm_year;
 }
 
 bool ContainsInAnyCase(std::string_view word, std::string_view part) {
@@ -127,20 +117,23 @@ void Console::AddStandingQuery(SocketClient* client, const std::string& text) {
   clients.SendToClient(client, reply.str(), BacklogLimit::kReply);
 }
 
-template <class Compose>
-std::string Console::Reply(const SocketClient& client, Compose compose) {
+std::size_t Console::LongestReply(const SocketClient& client) {
   constexpr std::size_t kErrorRoom = 1024;
-  Answer reply(std::min(bounds::kLongestAnswer, std::max(clients.Room(client), kErrorRoom)));
+  return std::min(bounds::kLongestAnswer, std::max(clients.Room(client), kErrorRoom));
+}
+
+template <class Act>
+void Console::Compose(TextOutput& reply, Act act) {
   set_compact(reply, true);
   try {
-    compose(reply);
-  } catch (const Answer::TooLong& error) {
-    reply.Restart();
+    act();
+  } catch (const TextOutput::TooLong& error) {
+    reply.Close();
+    reply.SetLimit(TextOutput::kNoLimit);
     doc.report_error(reply, error.what()) << "\n";
   } catch (const std::exception& error) {
     doc.report_error(reply, error.what()) << "\n";
   }
-  return reply.Take();
 }
 
 void Console::ClientSentTooMuch(SocketClient* client) {
@@ -149,22 +142,22 @@ void Console::ClientSentTooMuch(SocketClient* client) {
 
 void Console::HandleRequestXML(SocketClient* client, const std::string& text) {
   if (debug) std::cout << "XML Request: " << text;
-  LumetSocketContext& context = ContextOf(client);
-  const std::string reply = [&] {
-    std::optional<DocumentLock> lock;
-    return Reply(*client, [&](std::ostream& out) {
-      RefreshDynamicFields();
-      LoadOutputs(context);
-      lock.emplace(doc, HasConsole() && client != consoleClient);
-      const Borrowed in(streams.inputs, std::string_view(text));
-      doc.request(*in, out);
-      out << "\n";
-      doc.print_ack(out) << "\n";
-      StoreOutputs(context, out);
-    });
-  }();
-  if (debug) std::cout << "XML Response: " << reply;
-  clients.SendToClient(client, reply, BacklogLimit::kReply);
+  LumetSocketContext& context = *LumetSocketContext::Of(*client);
+  const Borrowed reply(streams.outputs, LongestReply(*client));
+  std::optional<DocumentLock> lock;
+  Compose(*reply, [&] {
+    RefreshDynamicFields();
+    LoadOutputs(context);
+    lock.emplace(doc, HasConsole() && client != consoleClient);
+    const Borrowed in(streams.inputs, std::string_view(text));
+    doc.request(*in, *reply);
+    WriteText(*reply, "\n");
+    WriteText(doc.print_ack(*reply), "\n");
+    StoreOutputs(context, *reply);
+  });
+  lock.reset();
+  if (debug) std::cout << "XML Response: " << reply->Text();
+  clients.SendToClient(client, reply->Text(), BacklogLimit::kReply);
 }
 
 void Console::RefreshDynamicFields() {
@@ -173,19 +166,21 @@ void Console::RefreshDynamicFields() {
   // Noted before anything is refreshed, since its change marks climb.
   const bool clock_was_changed = clock.has_changed();
   const bool doc_was_changed = doc.has_changed();
-  tavo.Cmd().reset();
+  doc.reset_commands();
   tavo.Cmd().set_changed(false);
 
   const std::time_t now = std::time(nullptr);
-  struct tm local = {};
-  localtime_r(&now, &local);
-  if (clock_text.empty() || !SameSecond(local, shown_second)) {
+  const std::uint32_t zone = clock.Zone().change_count();
+  if (clock_text.empty() || now != shown_second || zone != shown_zone) {
+    struct tm local = {};
+    localtime_r(&now, &local);
     std::array<char, 16> text = {};
     std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
     clock_text = text.data();
     std::strftime(text.data(), text.size(), "%Y-%m-%d", &local);
     date_text = text.data();
-    shown_second = local;
+    shown_second = now;
+    shown_zone = zone;
   }
   clock.Time().set(clock_text);
   clock.Date().set(date_text);
@@ -249,12 +244,15 @@ void Console::RunStandingQuery(SocketClient* client, KeptDocument& query) {
   if (debug) std::cout << "XML Listener Request: " << query.Text();
   // The switches of one client are no news to another.
   ConfigOutputTavo& output = doc.Conf().Output();
-  for (Configurable* leaf : output.children()) leaf->set_changed(false);
-  std::string reply = Reply(*client, [&](std::ostream& out) { doc.read_document(query, out); });
-  if (reply.empty()) return;
-  reply += "\n";
-  if (debug) std::cout << "XML Listener Response: " << reply;
-  clients.SendToClient(client, reply, BacklogLimit::kReply);
+  for (Configurable* leaf : output.children())
+    if (leaf->may_be_marked()) leaf->set_changed(false);
+  const Borrowed reply(streams.outputs, LongestReply(*client));
+  Compose(*reply, [&] { doc.read_document(query, *reply); });
+  if (reply->Text().empty()) return;
+  reply->SetLimit(TextOutput::kNoLimit);
+  WriteText(*reply, "\n");
+  if (debug) std::cout << "XML Listener Response: " << reply->Text();
+  clients.SendToClient(client, reply->Text(), BacklogLimit::kReply);
 }
 
 void Console::HandleRequestText(SocketClient* client, const std::string& text) {
@@ -263,7 +261,7 @@ void Console::HandleRequestText(SocketClient* client, const std::string& text) {
   if (!(line >> word)) return;
   const std::size_t word_end = text.find(word) + word.size();
   const std::string_view rest = std::string_view(text).substr(word_end);
-  std::uint32_t& flags = ContextOf(client).outputFlags;
+  std::uint32_t& flags = LumetSocketContext::Of(*client)->outputFlags;
   switch (word[0]) {
     case 'r':
     case 'R':

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 #include <functional>
 #include <memory>
@@ -56,9 +57,11 @@ class Console {
   void Dispatch(SocketClient* client, const std::string& text);
   void HandleRequestXML(SocketClient* client, const std::string& text);
   void HandleRequestText(SocketClient* client, const std::string& text);
-  // The reply that `compose` writes to `client`; what it throws becomes an `error` element.
-  template <class Compose>
-  std::string Reply(const SocketClient& client, Compose compose);
+  // In bytes.
+  std::size_t LongestReply(const SocketClient& client);
+  // Lets `act` write the reply; what it throws becomes an `error` element in it.
+  template <class Act>
+  void Compose(TextOutput& reply, Act act);
   void AddStandingQuery(SocketClient* client, const std::string& text);
   void RunStandingQuery(SocketClient* client, KeptDocument& query);
   void LoadOutputs(const LumetSocketContext& context);
@@ -77,8 +80,9 @@ class Console {
   // Shared, since a query whose client fails removes itself while it runs.
   std::vector<std::pair<SocketClient*, std::shared_ptr<KeptDocument>>> standingQueries;
   ValueStreams streams;  // for requests and replies
-  // The second that `clock_text` and `date_text` show.
-  struct tm shown_second = {};
+  // What `clock_text` and `date_text` show: this second in the zone of this change.
+  std::time_t shown_second = 0;
+  std::uint32_t shown_zone = 0;
   std::string clock_text;
   std::string date_text;
   std::time_t last_address_time = 0;  // when `ipaddress` was read

@@ -37,7 +37,7 @@ void ConsoleDelivery::SendToAll(std::string_view text, std::size_t limit) {
 }
 
 bool ConsoleDelivery::Wants(const SocketClient& client, LumetSocketContext::Output output) {
-  const auto* context = dynamic_cast<LumetSocketContext*>(client.GetContext().get());
+  const LumetSocketContext* context = LumetSocketContext::Of(client);
   return client.IsOpen() && context != nullptr && (context->outputFlags & output) != 0;
 }
 

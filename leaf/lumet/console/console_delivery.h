@@ -7,7 +7,7 @@
 #include "common/socket_client.h"
 #include "common/socket_server.h"
 
-// What the head keeps for each client.
+// What the head keeps for each client. Clients of the console service have no other context.
 class LumetSocketContext : public SocketClientContext {
  public:
   // Streams that a client can switch on and off.
@@ -18,6 +18,11 @@ class LumetSocketContext : public SocketClientContext {
     kDataTest = 8,
     kDataRawCapture = 16,
   };
+
+  // That of a client of this service; null until it has one.
+  static LumetSocketContext* Of(const SocketClient& client) {
+    return static_cast<LumetSocketContext*>(client.GetContext().get());
+  }
 
   std::uint32_t outputFlags = kDataTest;
 };

@@ -1,7 +1,6 @@
 #include "leaf/lumet/events/event_analysis.h"
 
 #include <algorithm>
-#include <vector>
 
 #include "leaf/lumet/events/linear_fit.h"
 
@@ -24,14 +23,14 @@ float EventAnalysis::FMax() const {
 EventAnalysis AnalyseEvent(const EventSamples& samples) {
   constexpr float kReciprocal = 10000;
   EventAnalysis result;
-  std::vector<float> x;
-  std::vector<float> y;
-  std::vector<float> t;
-  std::vector<float> q;
+  RunningFit f_fit;  // of F on the reciprocal of Q
+  RunningFit q_fit;  // of Q on the time
   for (std::size_t i = 0; i < samples.size(); ++i) {
-    const float F = samples.lumet[i];
-    const float Q = samples.pfd[i];
-    const std::uint16_t code = samples.code[i];
+    const EventSamples::Block& block = samples.BlockOf(i);
+    const std::size_t place = i % EventSamples::kBlock;
+    const float F = block.lumet[place];
+    const float Q = block.pfd[place];
+    const std::uint16_t code = block.code[place];
     switch (code) {
       case kFlash:
         result.kind = EventAnalysis::kFlash;
@@ -49,10 +48,8 @@ EventAnalysis AnalyseEvent(const EventSamples& samples) {
           result.p3_q = std::max(result.p3_q, Q);
           result.p3.Add(F);
         } else {
-          x.push_back(kReciprocal / Q);
-          y.push_back(F);
-          t.push_back(static_cast<float>(samples.time[i] - samples.time.front()));
-          q.push_back(Q);
+          f_fit.Add(kReciprocal / Q, F);
+          q_fit.Add(static_cast<float>(block.time[place] - samples.Start()), Q);
         }
         break;
       case kDarkBeforeFarRed:
@@ -67,10 +64,10 @@ EventAnalysis AnalyseEvent(const EventSamples& samples) {
     }
   }
   if (result.kind != EventAnalysis::kMultiPhase) return result;
-  LinearFit(x, y, &result.p2_slope, &result.p2_intercept, &result.p2_r2, &result.p2_slope_se,
-            &result.p2_intercept_se);
+  f_fit.Results(&result.p2_slope, &result.p2_intercept, &result.p2_r2, &result.p2_slope_se,
+                &result.p2_intercept_se);
   float q_slope = 0;
-  LinearFit(t, q, &q_slope, nullptr, nullptr, nullptr, nullptr);
+  q_fit.Results(&q_slope, nullptr, nullptr, nullptr, nullptr);
   result.p2_dqdt = static_cast<float>(double{q_slope} * 1e-6);
   result.p3_predicted_f = (result.p2_slope * kReciprocal) / result.p3_q + result.p2_intercept;
   return result;

@@ -1,31 +1,52 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "leaf/lumet/link/sample.h"
 
-// What is kept of the samples of an event, in columns, each of which can be freed by itself: 30
-// bytes for each sample.
-struct EventSamples {
-  void Add(const DataSample& sample) {
-    time.push_back(sample.time);
-    lumet.push_back(sample.values[DataSample::LUMET]);
-    dc.push_back(sample.values[DataSample::DC]);
-    pfd.push_back(sample.values[DataSample::PFD]);
-    redmodavg.push_back(sample.values[DataSample::REDMODAVG]);
-    farredfrac.push_back(sample.values[DataSample::FARREDFRAC]);
-    code.push_back(sample.code);
-  }
-  std::size_t size() const { return code.size(); }
-  bool empty() const { return code.empty(); }
+// What is kept of the samples of an event: 30 bytes for each. They stand in blocks that never move,
+// so that one more costs the same however many there are, and each block is large enough to go back
+// to the system when it is freed.
+class EventSamples {
+ public:
+  static constexpr std::size_t kBlock = 8192;  // samples
+  struct Block {
+    std::array<double, kBlock> time;  // seconds of the system clock
+    std::array<float, kBlock> lumet;
+    std::array<float, kBlock> dc;
+    std::array<float, kBlock> pfd;        // µmol/m²/s
+    std::array<float, kBlock> redmodavg;  // µmol/m²/s
+    std::array<float, kBlock> farredfrac;
+    std::array<std::uint16_t, kBlock> code;
+  };
 
-  std::vector<double> time;  // seconds of the system clock
-  std::vector<float> lumet;
-  std::vector<float> dc;
-  std::vector<float> pfd;        // µmol/m²/s
-  std::vector<float> redmodavg;  // µmol/m²/s
-  std::vector<float> farredfrac;
-  std::vector<std::uint16_t> code;
+  void Add(const DataSample& sample) {
+    const std::size_t i = count++ % kBlock;
+    if (i == 0) blocks.push_back(std::make_unique_for_overwrite<Block>());
+    Block& block = *blocks.back();
+    block.time[i] = sample.time;
+    block.lumet[i] = sample.values[DataSample::LUMET];
+    block.dc[i] = sample.values[DataSample::DC];
+    block.pfd[i] = sample.values[DataSample::PFD];
+    block.redmodavg[i] = sample.values[DataSample::REDMODAVG];
+    block.farredfrac[i] = sample.values[DataSample::FARREDFRAC];
+    block.code[i] = sample.code;
+  }
+  std::size_t size() const { return count; }
+  bool empty() const { return count == 0; }
+  // Bytes of memory.
+  std::size_t Bytes() const { return blocks.size() * sizeof(Block); }
+
+  // The block of sample `i`, which is at the place `i % kBlock` of it.
+  const Block& BlockOf(std::size_t i) const { return *blocks[i / kBlock]; }
+  // The time of the first one, of which there must be one.
+  double Start() const { return blocks.front()->time.front(); }
+
+ private:
+  std::vector<std::unique_ptr<Block>> blocks;  // all full but the last
+  std::size_t count = 0;
 };

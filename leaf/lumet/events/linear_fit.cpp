@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
 
 namespace {
 
@@ -12,28 +11,27 @@ void Give(float* to, double value) {
 
 }  // namespace
 
-void LinearFit(const std::vector<float>& x, const std::vector<float>& y, float* slope,
-               float* intercept, float* r2, float* slope_se, float* intercept_se) {
-  for (float* result : {slope, intercept, r2, slope_se, intercept_se}) Give(result, 0);
-  const std::size_t count = std::min(x.size(), y.size());
-  if (count < 2) return;
-
-  double mean_x = x[0];
-  double mean_y = y[0];
-  double sxx = 0;
-  double syy = 0;
-  double sxy = 0;
-  for (std::size_t i = 1; i < count; ++i) {
-    const auto n = static_cast<double>(i + 1);
-    const double k = static_cast<double>(i) / n;
-    const double dx = x[i] - mean_x;
-    const double dy = y[i] - mean_y;
-    sxx += (k * dx * dx - sxx) / n;
-    syy += (k * dy * dy - syy) / n;
-    sxy += (dy * (k * dx) - sxy) / n;
-    mean_x += dx / n;
-    mean_y += dy / n;
+void RunningFit::Add(float x, float y) {
+  const auto n = static_cast<double>(++count);
+  if (count == 1) {
+    mean_x = x;
+    mean_y = y;
+    return;
   }
+  const double k = static_cast<double>(count - 1) / n;
+  const double dx = x - mean_x;
+  const double dy = y - mean_y;
+  sxx += (k * dx * dx - sxx) / n;
+  syy += (k * dy * dy - syy) / n;
+  sxy += (dy * (k * dx) - sxy) / n;
+  mean_x += dx / n;
+  mean_y += dy / n;
+}
+
+void RunningFit::Results(float* slope, float* intercept, float* r2, float* slope_se,
+                         float* intercept_se) const {
+  for (float* result : {slope, intercept, r2, slope_se, intercept_se}) Give(result, 0);
+  if (count < 2) return;
   const auto n = static_cast<double>(count);
   const auto fitted_slope = static_cast<float>(sxy / sxx);
   const auto r = static_cast<float>((n * sxy) / (std::sqrt(n * sxx) * std::sqrt(n * syy)));
@@ -45,4 +43,11 @@ void LinearFit(const std::vector<float>& x, const std::vector<float>& y, float* 
   const auto variance = static_cast<float>((1 - double{r_squared}) * syy / (n - 2));
   Give(slope_se, std::sqrt(variance / sxx));
   Give(intercept_se, std::sqrt(variance * (mean_x * mean_x / sxx + 1)));
+}
+
+void LinearFit(const std::vector<float>& x, const std::vector<float>& y, float* slope,
+               float* intercept, float* r2, float* slope_se, float* intercept_se) {
+  RunningFit fit;
+  for (std::size_t i = 0; i < std::min(x.size(), y.size()); ++i) fit.Add(x[i], y[i]);
+  fit.Results(slope, intercept, r2, slope_se, intercept_se);
 }

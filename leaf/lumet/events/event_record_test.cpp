@@ -1,17 +1,22 @@
-#include "leaf/lumet/events/event_recorder.h"
+#include "leaf/lumet/events/event_record.h"
 
 #include <algorithm>
 #include <cmath>
 #include <initializer_list>
+#include <iterator>
 #include <limits>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "common/test_registry.h"
+#include "leaf/lumet/events/event_recorder.h"
 
 namespace {
 
 using self_test::ExpectEqual;
+using self_test::ExpectTrue;
 
 struct Run {
   std::uint16_t code;
@@ -42,12 +47,16 @@ EventRecorder Gathered(std::initializer_list<Run> runs) {
   return events;
 }
 
+std::string Text(EventRecord& record) {
+  std::string text;
+  for (std::string_view piece = record.Next(); !piece.empty(); piece = record.Next()) text += piece;
+  return text;
+}
+
 std::string Record(EventRecorder events, FlashMode mode) {
   ConfigTavo tavo;
-  std::ostringstream record;
-  const auto kind = events.WriteEvent(record, tavo, {12, mode, 250'000, 50});
-  record << static_cast<int>(kind);
-  return record.str();
+  const auto record = events.WriteEvent(tavo, {12, mode, 250'000, 50});
+  return Text(*record) + std::to_string(record->Kind());
 }
 
 // From TYPE on, without the array of times, on one line.
@@ -61,11 +70,11 @@ std::string Essence(const std::string& record) {
 
 void MultiPhaseCases() {
   // F is 100 - 4 (10000 / Q) in phase 2, where Q falls by 8400 a second.
-  const EventRecorder multiphase = Gathered({{2, {50}, {200}},
-                                             {4, {1, 2, 3, 4, 5, 60, 55, 58}, {5100}},
-                                             {5, {92, 90, 84, 80}, {5000, 4000, 2500, 2000}},
-                                             {6, {1, 2, 3, 4, 5, 70, 88}, {5000}}});
-  const std::string record = Essence(Record(multiphase, FlashMode::kZero));
+  EventRecorder multiphase = Gathered({{2, {50}, {200}},
+                                       {4, {1, 2, 3, 4, 5, 60, 55, 58}, {5100}},
+                                       {5, {92, 90, 84, 80}, {5000, 4000, 2500, 2000}},
+                                       {6, {1, 2, 3, 4, 5, 70, 88}, {5000}}});
+  const std::string record = Essence(Record(std::move(multiphase), FlashMode::kZero));
   ExpectEqual(
       record.substr(0, record.find(",1,2,3")),
       R"("TYPE":"MPF", "OUTRATE":1, "MARGIN":0, "PHASE1_DURATION":0, "PHASE2_DURATION":0, )"
@@ -116,22 +125,59 @@ void RecordCases() {
 void StrangeValueCases() {
   // The sign of nan shows nowhere; an infinity keeps its own.
   const float nan = -std::numeric_limits<float>::quiet_NaN();
-  const EventRecorder strange = Gathered({{3, {nan, -INFINITY}, {nan}}});
-  ExpectEqual(Essence(Record(strange, FlashMode::kZero)),
+  EventRecorder strange = Gathered({{3, {nan, -INFINITY}, {nan}}});
+  ExpectEqual(Essence(Record(std::move(strange), FlashMode::kZero)),
               R"("TYPE":"ZERO", "FMAX":-inf, "QMAX":-3.40282e+38, "MODRATE":250000, )"
               R"("LUMET":[nan,-inf], "DC":[7,7], "PFD":[nan,nan], "REDMODAVG":[1,1], )"
               R"("CODE":[3,3] } 3)");
 }
 
 void DarkCases() {
-  const EventRecorder dark = Gathered({{12, {1}, {5}}, {14, {9, 2, 8, 7, 11}, {3, 2, 4}}});
-  const std::string dark_record = Record(dark, FlashMode::kRect);
+  EventRecorder dark = Gathered({{12, {1}, {5}}, {14, {9, 2, 8, 7, 11}, {3, 2, 4}}});
+  const std::string dark_record = Record(std::move(dark), FlashMode::kRect);
   ExpectEqual(dark_record.substr(dark_record.find("\"FMIN\""), 18), "\"FMIN\":7,\n\"QMIN\":2");
+}
+
+// As streams write it, over several blocks and pieces.
+void LongRecordCase() {
+  constexpr int kSamples = 10'000;
+  EventRecorder events;
+  std::ostringstream columns[7];
+  for (int i = 0; i < kSamples; ++i) {
+    DataSample sample;
+    sample.time = kStart + i * 4e-6;
+    sample.code = i < kSamples / 2 ? 12 : 14;
+    sample.values = {100.5F + static_cast<float>(i), 7, 0, 1.0F / static_cast<float>(i), 0.1F};
+    sample.values[DataSample::FARREDFRAC] = 0.25F * static_cast<float>(i % 3 - 1);
+    events.Gather(sample);
+    const auto& values = sample.values;
+    columns[0] << "," << sample.time - kStart;
+    for (std::size_t column = 1; column < 5; ++column)
+      columns[column] << "," << values[column < 3 ? column - 1 : column];
+    columns[5] << "," << (values[3] - values[4]) * values[DataSample::FARREDFRAC];
+    columns[6] << "," << sample.code;
+  }
+  std::string expected;
+  for (std::size_t i = 0; i < std::size(columns); ++i) {
+    const char* const names[] = {"SECS", "LUMET", "DC", "PFD", "REDMODAVG", "FARRED", "CODE"};
+    expected.append("\n\"").append(names[i]).append("\":[");
+    expected.append(columns[i].str().substr(1)).append("],");
+  }
+  expected.back() = '\n';
+  expected += "}\n";
+  const auto record = events.WriteEvent(ConfigTavo(), {12, FlashMode::kRect, 250'000, 50});
+  const std::string text = Text(*record);
+  ExpectTrue(text.ends_with(expected), "what streams write");
+  record->Rewind();
+  ExpectTrue(Text(*record) == text, "the same again");
+  ExpectTrue(events.IsEmpty() && record->Bytes() < 32 * (kSamples + EventSamples::kBlock),
+             "no more memory than the samples take");
 }
 
 }  // namespace
 
-void EventRecorderCases() {
+void EventRecordCases() {
+  LongRecordCase();
   MultiPhaseCases();
   RecordCases();
   StrangeValueCases();
