@@ -46,10 +46,12 @@ void WriteParagraph(std::ostream& out, const std::string& text) {
 void WriteFigures(std::ostream& out, const Section& section) {
   out << "| figure | ours | the other's or the limit | ratio | at most |\n"
       << "|---|---:|---:|---:|---:|\n";
-  for (const Figure& figure : section.figures)
+  for (const Figure& figure : section.figures) {
+    if (IsBareTime(figure) && figure.other.empty()) continue;  // nothing to tell without the time
     out << "| " << figure.meaning << (IsBareTime(figure) ? "" : ", " + figure.unit) << " | "
         << OursText(figure) << " | " << OtherText(figure) << " | " << RatioText(figure) << " | "
         << (figure.most > 0 ? ShortNumber(figure.most) : "") << " |\n";
+  }
 }
 
 void WriteCount(std::ostream& out, const std::vector<Figure>& figures, const std::string& name) {
