@@ -3,10 +3,12 @@
 // client asks for a setting again and again, and waits for each answer.
 //
 // The daemon runs at real-time priority, as it does on a head, and so do the processor and the
-// clients, below it, so that a busy machine does not judge.
+// clients, below it, so that a busy machine does not judge. What the machine itself makes everybody
+// wait is measured beside it.
 
 #include <poll.h>
 #include <sched.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
@@ -25,6 +27,8 @@
 #include "benchmarks/figure.h"
 #include "benchmarks/stream.h"
 #include "client/lines.h"
+#include "common/errno_error.h"
+#include "common/stream_file.h"
 
 namespace {
 
@@ -91,6 +95,52 @@ std::size_t NumberOf(const std::string& row, const Rate& rate) {
   const double seconds = std::stod(row.substr(kRowStart.size()));
   return static_cast<std::size_t>(std::llround((seconds - kFirstSecond) * 1e6 / rate.period_us));
 }
+
+// Two threads that pass a byte to and fro once in each period, with no head between them: what the
+// machine itself makes everybody wait.
+class BareExchange {
+ public:
+  BareExchange() {
+    std::array<int, 2> ends = {};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+      throw ErrnoError("unable to make a pair of sockets");
+    near.Attach(ends[0]);
+    far.Attach(ends[1]);
+    answering = std::jthread([this] {
+      for (char byte = 0; recv(far.GetFD(), &byte, 1, 0) == 1;)
+        send(far.GetFD(), &byte, 1, MSG_NOSIGNAL);
+    });
+    asking = std::jthread([this] {
+      while (!ended) {
+        std::this_thread::sleep_for(kQuestionPeriod);
+        const Clock::time_point asked = Clock::now();
+        char byte = 0;
+        send(near.GetFD(), &byte, 1, MSG_NOSIGNAL);
+        recv(near.GetFD(), &byte, 1, 0);
+        worst = std::max(worst, Milliseconds(Clock::now() - asked).count());
+      }
+      shutdown(near.GetFD(), SHUT_RDWR);
+    });
+  }
+  BareExchange(const BareExchange&) = delete;
+  BareExchange& operator=(const BareExchange&) = delete;
+  ~BareExchange() { ended = true; }
+
+  // Ends it.
+  double Worst() {
+    ended = true;
+    asking.join();
+    return worst;
+  }
+
+ private:
+  StreamFileBase near;
+  StreamFileBase far;
+  std::atomic<bool> ended = false;
+  double worst = 0;
+  std::jthread answering;
+  std::jthread asking;
+};
 
 // What two clients saw, in milliseconds.
 struct Seen {
@@ -176,12 +226,14 @@ void Measure(const Course& course) {
   if (!MakeRealTime(head.Pid(), 1) || !MakeRealTime(0, 0))
     std::cerr << "latency: there is no right to real-time priority here, so that whoever else is "
                  "at work on this machine judges too\n";
+  BareExchange bare;
   Seen seen = Watch(head, course);
   TellTime(course, "row", "99th percentile of the rows", Percentile99(seen.rows), course.limit_ms);
   TellTime(course, "answer", "99th percentile of the answers", Percentile99(seen.answers),
            kAnswerLimitMs);
   TellTime(course, "worst-answer", "worst answer", *std::ranges::max_element(seen.answers),
            kAnswerLimitMs);
+  TellTime(course, "worst-bare", "worst of two threads without a head", bare.Worst(), 0);
 }
 
 }  // namespace

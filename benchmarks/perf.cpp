@@ -56,7 +56,9 @@ constexpr Benchmark kBenchmarks[] = {
      "From the processor's write of a record to the client's read of a row in it, found by the"
      " row's own time, on one clock. The benchmark is the processor. Another client asks for a"
      " setting a hundred times a second and waits for each answer. The daemon runs at real-"
-     "time priority, and the benchmark right below it."},
+     "time priority, and the benchmark right below it; how long two threads wait there that "
+     "pass a byte to and fro, without a head, is in the table of `./dev perf`, since no answer"
+     " is quicker than the machine."},
     {"fan_out", "Delivery", false, false,
      "Processor time of the daemon, user and system, for each row and client, beside that of a"
      " mosquitto that delivers the same rows, one publication each, to as many subscribers, "
