@@ -50,7 +50,7 @@ long DaemonInstructions(const Documents& document, int standing_queries, int cou
 
 double PerRequest(const Documents& document, int standing_queries = 0) {
   return PerTurn([&](int count) { return DaemonInstructions(document, standing_queries, count); },
-                 20, 220);
+                 20, 620);
 }
 
 Documents Always(const std::string& document) {
@@ -66,7 +66,7 @@ struct Case {
   std::function<double()> measure;
 };
 
-constexpr int kStandingQueries = 10;
+constexpr int kStandingQueries = 50;
 
 const std::vector<Case> kCases = {
     {"request-context", "&query; of one value", 9000,
