@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
-// Instructions of a program that runs under callgrind, which counts those of user mode.
+// Instructions of a program that runs under callgrind, which counts those of user mode, or under
+// the emulator with the plugin of instruction_counter.cpp. A program is counted at two lengths; the
+// difference is what the turns in between took.
 
 // The words that, put in front of a command, count its instructions into the file `log`; `options`
 // are more of callgrind's.
@@ -26,4 +28,10 @@ inline long CountIn(const std::string& log) {
   const std::size_t at = text.find(marker);
   if (at == std::string::npos) throw std::runtime_error("there is no count: " + text);
   return std::stol(text.substr(at + marker.size()));
+}
+
+// Instructions of one turn, where `count(turns)` are those of a program that runs for so many.
+template <class Count>
+double PerTurn(Count count, int fewer, int more) {
+  return static_cast<double>(count(more) - count(fewer)) / (more - fewer);
 }

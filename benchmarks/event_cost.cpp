@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <string>
 
+#include "benchmarks/figure.h"
 #include "leaf/lumet/events/event_recorder.h"
 
 namespace {
@@ -57,9 +57,26 @@ int main() {
   }
   const double peak = PeakBytes() - before;
 
-  std::printf("An event of %d samples\n", kSamples);
-  std::printf("  the loop stands still for  %.4f s at a time, %.3f s in all\n", longest, total);
-  std::printf("  its record is              %.1f MB\n", static_cast<double>(length) / 1e6);
-  std::printf("  memory to gather it        %.1f bytes a sample\n", gathered / kSamples);
-  std::printf("  memory at most             %.1f bytes a sample\n", peak / kSamples);
+  Tell(WithLimit({.name = "event-standstill",
+                  .meaning = "standstill of the loop at a time",
+                  .kind = Figure::Kind::kTime,
+                  .unit = "s",
+                  .ours = longest},
+                 0.10));
+  Tell({.name = "event-writing",
+        .meaning = "making the record, in all",
+        .kind = Figure::Kind::kTime,
+        .unit = "s",
+        .ours = total});
+  const auto tell_memory = [](const char* name, const char* meaning, double bytes, double limit) {
+    Tell(WithLimit({.name = name,
+                    .meaning = meaning,
+                    .kind = Figure::Kind::kMemory,
+                    .unit = "bytes a sample",
+                    .ours = bytes / kSamples},
+                   limit));
+  };
+  tell_memory("event-record", "its record's text", static_cast<double>(length), 0);
+  tell_memory("event-gathered", "to gather it", gathered, 36);
+  tell_memory("event-peak", "at most, with text and library", peak, 60);
 }

@@ -5,9 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <iostream>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -15,6 +12,8 @@
 #include <vector>
 
 #include "bench/head.h"
+#include "benchmarks/cpu_time.h"
+#include "benchmarks/figure.h"
 #include "client/console.h"
 #include "client/lines.h"
 
@@ -69,18 +68,6 @@ long BytesPerServedClient() {
   return (memory_for(1 + kServed) - before) * 1024 / kServed;
 }
 
-// Seconds that the threads of a process have run since its beginning.
-double CpuSeconds(pid_t pid) {
-  double nanoseconds = 0;
-  for (const auto& thread :
-       std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
-    double of_thread = 0;
-    std::ifstream(thread.path() / "schedstat") >> of_thread;
-    nanoseconds += of_thread;
-  }
-  return nanoseconds * 1e-9;
-}
-
 // From exec to the first row, on files that a head has saved before.
 struct StartCost {
   double cpu_seconds = 0;
@@ -109,12 +96,30 @@ StartCost MedianStart() {
   return starts[starts.size() / 2];
 }
 
+void TellMemory(const char* name, const char* meaning, long bytes, long limit) {
+  Tell(WithLimit({.name = name,
+                  .meaning = meaning,
+                  .kind = Figure::Kind::kMemory,
+                  .unit = "bytes",
+                  .ours = static_cast<double>(bytes)},
+                 static_cast<double>(limit)));
+}
+
+void TellWakeUps(const char* name, const char* meaning, const Head& head) {
+  Tell({.name = name, .meaning = meaning, .unit = "wake-ups/s", .ours = WakeUpsPerSecond(head)});
+}
+
 }  // namespace
 
 int main() {
   const StartCost start = MedianStart();
-  std::cout << "CPU from exec to the first row, ms: " << start.cpu_seconds * 1e3 << "\n"
-            << "resident after it, KiB:             " << start.kilobytes << "\n";
+  Tell(WithLimit({.name = "start-cpu",
+                  .meaning = "CPU from exec to the first row",
+                  .kind = Figure::Kind::kTime,
+                  .unit = "ms",
+                  .ours = start.cpu_seconds * 1e3},
+                 15));
+  TellMemory("start-memory", "resident then", start.kilobytes * 1024, 10 << 20);
   {
     const TemporaryDirectory root;
     Head head(root.Path(), Head::PlayedBy::kCaller);
@@ -126,12 +131,12 @@ int main() {
     const long before = head.Status("RssAnon");
     for (int i = 0; i < kClients; ++i) clients.push_back(connect());
     const long kilobytes = head.Status("RssAnon") - before;
-    std::cout << "bytes per idle client:              " << kilobytes * 1024 / kClients << "\n"
-              << "bytes per served client:            " << BytesPerServedClient() << "\n"
-              << "wake-ups per second, no samples:    " << WakeUpsPerSecond(head) << "\n";
+    TellMemory("idle-client", "an idle client", kilobytes * 1024 / kClients, 0);
+    TellMemory("served-client", "a client that has been served", BytesPerServedClient(), 4096);
+    TellWakeUps("idle-wake-ups", "no samples", head);
   }
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kSimulator, {.bench = {"--rate", "10"}});
   head.WaitForLog("FPGA Version:");
-  std::cout << "wake-ups per second, 10 samples/s:  " << WakeUpsPerSecond(head) << "\n";
+  TellWakeUps("wake-ups", "10 samples a second", head);
 }

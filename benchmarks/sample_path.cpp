@@ -1,138 +1,111 @@
 // What a sample costs the daemon, in instructions of user mode: from the read of its record to the
 // sends to every client. The whole daemon is counted, in a process of its own, at two lengths; the
 // difference is what the samples in between took. Timers don't count, except on other processors. A
-// further client is the difference between many clients and one, for each of them.
+// further client is the difference between many clients and one, for each of them. An event is
+// gathered, sent to a client row by row, and published on a bus.
 //
-// Usage: sample_path [armel|armhf] [FIGURE [PROFILE]]
+// Usage: sample_path [armel|armhf] [--kept | FIGURE...] [--profile=FILE]
 //
 // With the name of a preset for another processor the daemon of that build runs emulated and is
-// counted there. With the name of a figure, such as "ties-250kHz", only that one is counted; with a
-// file, what callgrind knows of the longer run is written there, or the count of each function on
-// another processor.
+// counted there. With names of figures, such as "ties-250kHz", only those are counted; with a file,
+// what callgrind knows of the last run is written there, or the count of each function on another
+// processor.
 
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <iomanip>
 #include <iostream>
+#include <map>
 #include <memory>
-#include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
+#include "bench/broker.h"
+#include "bench/free_port.h"
 #include "bench/head.h"
 #include "benchmarks/callgrind.h"
+#include "benchmarks/figure.h"
+#include "benchmarks/stream.h"
+#include "client/bus.h"
 #include "client/lines.h"
 
 namespace {
 
-// What changes from sample to sample.
-enum class Stream {
-  kRealistic,    // the signals; levels stand still
-  kEveryColumn,  // those as well
-  kTies,         // the signals, which end in ties of the seventh digit, as averages of counts do
-  kSmall,        // the signals, below 1e-4
-};
+constexpr std::array kProcessors = {"x86", "armhf", "armel"};
+using Goals = std::array<int, kProcessors.size()>;
 
-// How samples come: so many in each read of the processor.
-struct Rate {
+// How long the counted runs are. The slow ones span whole seconds, since a few things happen once
+// in each.
+struct Course {
   const char* name;
-  std::uint32_t period_us;
-  int in_read;
-  // Reads of the shorter and the longer run. The slow ones span whole seconds, since a few things
-  // happen once in each.
+  const char* meaning;
+  const Rate& rate;
   int fewer_reads;
   int more_reads;
 };
-constexpr Rate k250kHz = {"250kHz", 4, 390, 4, 24};
-constexpr Rate k1kHz = {"1kHz", 1000, 10, 100, 300};
-constexpr Rate k10Hz = {"10Hz", 100'000, 1, 50, 350};
+constexpr Course kFast = {"250kHz", "250 kHz, 390 a read", k250kHz, 4, 24};
+constexpr Course kMiddle = {"1kHz", "1 kHz, 10 a read", k1kHz, 100, 300};
+constexpr Course kSlow = {"10Hz", "10 Hz, single", k10Hz, 50, 1050};
 
-constexpr std::array kProcessors = {"x86", "armhf", "armel"};
-
-struct Figure {
+struct StreamName {
   const char* name;
+  const char* meaning;
+};
+StreamName NameOf(Stream stream) {
+  switch (stream) {
+    case Stream::kRealistic:
+      return {"realistic", "realistic"};
+    case Stream::kEveryColumn:
+      return {"every-column", "every column changes"};
+    case Stream::kTies:
+      return {"ties", "ties"};
+    case Stream::kSmall:
+      return {"small", "below 1e-4"};
+    case Stream::kFlash:
+      break;
+  }
+  return {"event", "event"};
+}
+
+// A sample, with so many clients.
+struct OfSample {
+  const Course& course;
   Stream stream;
-  const Rate& rate;
-  int further_clients;  // 0 for the sample itself, with one client
-  // Instructions on each processor that are to suffice; 0 if nothing was set.
-  std::array<int, kProcessors.size()> goals;
+  int clients;
+  Goals goals;  // instructions on each processor that are to suffice; 0 if nothing was set
+};
+constexpr OfSample kOfSamples[] = {
+    {kFast, Stream::kRealistic, 1, {1300, 1500, 2500}},
+    {kFast, Stream::kEveryColumn, 1, {2000, 2300, 4000}},
+    {kFast, Stream::kTies, 1, {2200, 2600, 4500}},
+    {kFast, Stream::kSmall, 1, {2200, 2600, 4500}},
+    {kMiddle, Stream::kRealistic, 1, {1500}},
+    {kMiddle, Stream::kEveryColumn, 1, {}},
+    {kMiddle, Stream::kTies, 1, {}},
+    {kSlow, Stream::kRealistic, 1, {2500}},
+    {kSlow, Stream::kEveryColumn, 1, {}},
+    {kSlow, Stream::kTies, 1, {}},
+    {kFast, Stream::kRealistic, 128, {}},
+    {kFast, Stream::kEveryColumn, 128, {}},
+    {kMiddle, Stream::kRealistic, 128, {}},
+    {kMiddle, Stream::kEveryColumn, 128, {}},
+    {kSlow, Stream::kRealistic, 128, {}},
+    {kSlow, Stream::kEveryColumn, 128, {}},
 };
 
-constexpr Figure kFigures[] = {
-    {"realistic-250kHz", Stream::kRealistic, k250kHz, 0, {1300, 1500, 2500}},
-    {"every-column-250kHz", Stream::kEveryColumn, k250kHz, 0, {2000, 2300, 4000}},
-    {"ties-250kHz", Stream::kTies, k250kHz, 0, {2200, 2600, 4500}},
-    {"small-250kHz", Stream::kSmall, k250kHz, 0, {2200, 2600, 4500}},
-    {"realistic-1kHz", Stream::kRealistic, k1kHz, 0, {1500}},
-    {"realistic-10Hz", Stream::kRealistic, k10Hz, 0, {2500}},
-    {"further-16-250kHz", Stream::kRealistic, k250kHz, 16, {60}},
-    {"further-128-250kHz", Stream::kRealistic, k250kHz, 128, {60}},
-    {"further-1000-250kHz", Stream::kRealistic, k250kHz, 1000, {60}},
-    {"further-16-1kHz", Stream::kRealistic, k1kHz, 16, {100}},
-    {"further-128-1kHz", Stream::kRealistic, k1kHz, 128, {100}},
-    {"further-1000-1kHz", Stream::kRealistic, k1kHz, 1000, {100}},
-    {"further-16-10Hz", Stream::kRealistic, k10Hz, 16, {450}},
-    {"further-128-10Hz", Stream::kRealistic, k10Hz, 128, {450}},
-    {"further-1000-10Hz", Stream::kRealistic, k10Hz, 1000, {450}},
+// One client more, where there are so many.
+constexpr int kFurther[] = {16, 128, 1000};
+struct OfFurtherClient {
+  const Course& course;
+  Goals goals;
 };
+constexpr OfFurtherClient kOfFurtherClients[] = {{kFast, {60}}, {kMiddle, {100}}, {kSlow, {450}}};
 
-WireSample SampleOf(Stream stream, const Rate& rate, int number) {
-  WireSample sample;
-  const auto drift = static_cast<float>(number % 997);
-  sample.tick = static_cast<std::uint32_t>(number) * rate.period_us;
-  sample.lumet = 400 + drift * 0.013F;
-  sample.dc = 590 + drift * 0.0171F;
-  sample.pc = 330 + drift * 0.0137F;
-  sample.red_dac = 20000;
-  sample.blue_dac = 2000;
-  sample.modred_dac = 8000;
-  sample.modulation_rate = 1000;
-  sample.code = 1;
-  if (stream == Stream::kEveryColumn) {
-    sample.red_dac += drift * 1.03F;
-    sample.blue_dac += drift * 0.71F;
-    sample.farred_dac = 100 + drift * 0.37F;
-    sample.modred_dac += drift * 0.53F;
-  }
-  if (stream == Stream::kTies) {
-    const auto quarters = static_cast<float>(number * 2 % 997 * 2 + 1) / 4;
-    sample.lumet = 50'000 + quarters;
-    sample.dc = 40'000 + quarters;
-    sample.pc = 30'000 + quarters;
-  }
-  if (stream == Stream::kSmall) {
-    sample.lumet *= 1e-7F;
-    sample.dc *= 1e-7F;
-    sample.pc *= 1e-7F;
-  }
-  return sample;
-}
-
-// The processor's records carry the time at which they were passed on.
-RecordTime StampOf(const WireSample& sample) {
-  return {1'700'000'000 + sample.tick / 1'000'000,
-          static_cast<std::int32_t>(sample.tick % 1'000'000 * 1000)};
-}
-
-RecordWriter ReadOf(Stream stream, const Rate& rate, int first) {
-  RecordWriter records;
-  std::vector<WireSample> batch;
-  for (int number = first; number < first + rate.in_read; ++number) {
-    const WireSample sample = SampleOf(stream, rate, number);
-    if (rate.in_read == 1) {
-      records.Sample(StampOf(sample), sample);
-      continue;
-    }
-    batch.push_back(sample);
-    if (batch.size() < WireBatch::kSlots) continue;
-    records.Batch(StampOf(sample), batch);
-    batch.clear();
-  }
-  return records;
-}
+// An event of as many samples as 20 reads bring.
+constexpr int kReadsOfEvent = 20;
 
 // Counts daemons of one processor.
 class Counter {
@@ -140,11 +113,17 @@ class Counter {
   Counter(std::string processor, std::string profile)
       : processor(std::move(processor)), profile(std::move(profile)) {}
 
-  double PerSample(Stream stream, const Rate& rate, int clients) const {
-    const long fewer = Count(stream, rate, clients, rate.fewer_reads);
-    const long more = Count(stream, rate, clients, rate.more_reads);
-    return static_cast<double>(more - fewer) /
-           ((rate.more_reads - rate.fewer_reads) * rate.in_read);
+  // Each is counted once, however often it is asked for.
+  double PerSample(const Course& course, Stream stream, int clients) {
+    const auto [known, is_new] = counted.try_emplace({course.name, stream, clients});
+    if (is_new)
+      known->second = PerTurn([&](int reads) { return Count(stream, course.rate, clients, reads); },
+                              course.fewer_reads, course.more_reads) /
+                      course.rate.in_read;
+    return known->second;
+  }
+  double PerEvent() const {
+    return PerTurn([this](int events) { return CountEvents(events); }, 1, 3);
   }
 
  private:
@@ -177,6 +156,38 @@ class Counter {
       for (auto& reader : readers)
         for (int row = 0; row < rate.in_read; ++row) reader->ReadLineThatBegins("DATA\t");
     }
+    return CountOf(head, log);
+  }
+
+  long CountEvents(int events) const {
+    const TemporaryDirectory root;
+    const FreePort port;
+    const Broker broker(root.Path() + "/broker", port);
+    const std::string log = root.Path() + "/counted";
+    HeadOptions options = Counted(log);
+    options.bench = {"--broker", "[::1]:" + std::to_string(port)};
+    Head head(root.Path(), Head::PlayedBy::kCaller, options);
+    BusClient({.port = port, .timeout = kPatience}).WaitForHead();
+    BusClient bus({.port = port, .topics = {bus_topic::kFlash}, .timeout = kPatience});
+    LineClient reader(head.Port(), "::1", kPatience);
+    reader.ReadLineThatBegins("DATADIAGH");
+    int number = 0;
+    const auto send = [&](Stream stream, int reads) {
+      for (int read = 0; read < reads; ++read, number += k250kHz.in_read) {
+        RecordWriter records = ReadOf(stream, k250kHz, number);
+        head.SignalProcessor().Send(records);
+        for (int row = 0; row < k250kHz.in_read; ++row) reader.ReadLineThatBegins("DATA\t");
+      }
+    };
+    for (int event = 0; event < events; ++event) {
+      send(Stream::kFlash, kReadsOfEvent);
+      send(Stream::kRealistic, 1);
+      bus.NextEvent();
+    }
+    return CountOf(head, log);
+  }
+
+  long CountOf(Head& head, const std::string& log) const {
     if (head.Stop() != 0) throw std::runtime_error("the head failed");
     if (processor != kProcessors[0] && !profile.empty())
       std::filesystem::copy_file(log, profile, std::filesystem::copy_options::overwrite_existing);
@@ -188,23 +199,65 @@ class Counter {
 
   std::string processor;
   std::string profile;
+  std::map<std::tuple<std::string, Stream, int>, double> counted;
 };
 
-double Measure(const Figure& figure, const Counter& counter) {
-  if (figure.further_clients == 0) return counter.PerSample(figure.stream, figure.rate, 1);
-  const double all = counter.PerSample(figure.stream, figure.rate, 1 + figure.further_clients);
-  return (all - counter.PerSample(figure.stream, figure.rate, 1)) / figure.further_clients;
+void TellCount(Figure figure, int goal) {
+  figure.unit = "instructions";
+  Tell(WithLimit(std::move(figure), goal));
 }
 
-void Print(const Figure& figure, std::size_t processor, const Counter& counter) {
-  std::cout << std::left << std::setw(20) << figure.name << std::right << std::setw(9)
-            << std::setprecision(figure.further_clients > 0 ? 1 : 0) << Measure(figure, counter);
-  if (figure.goals[processor] > 0)
-    std::cout << std::setw(9) << figure.goals[processor];
-  else
-    std::cout << std::setw(9) << "-";
-  std::cout << std::endl;
-}
+// The part that the arguments choose.
+class Report {
+ public:
+  Report(std::size_t processor, Counter counter, Selection selection)
+      : processor(processor), counter(std::move(counter)), selection(std::move(selection)) {}
+
+  void TellAll() {
+    for (const OfSample& one : kOfSamples) TellSample(one);
+    for (const OfFurtherClient& one : kOfFurtherClients)
+      for (const int clients : kFurther) TellFurtherClient(one, clients);
+    if (processor == 0 && selection.Wants("event", true))
+      TellCount({.name = "event",
+                 .meaning = "event of " + std::to_string(kReadsOfEvent * k250kHz.in_read) +
+                            " samples, rows and record",
+                 .ours = counter.PerEvent()},
+                0);
+    selection.CheckNames();
+  }
+
+ private:
+  void TellSample(const OfSample& one) {
+    const StreamName stream = NameOf(one.stream);
+    const bool alone = one.clients == 1;
+    const std::string clients = std::to_string(one.clients);
+    const std::string name =
+        std::string(stream.name) + "-" + one.course.name + (alone ? "" : "-" + clients);
+    if (!selection.Wants(name, true)) return;
+    TellCount({.name = name,
+               .meaning = std::string(one.course.meaning) + ", " + stream.meaning + ", " + clients +
+                          (alone ? " client" : " clients"),
+               .ours = counter.PerSample(one.course, one.stream, one.clients)},
+              one.goals[processor]);
+  }
+
+  void TellFurtherClient(const OfFurtherClient& one, int clients) {
+    const std::string name = "further-" + std::to_string(clients) + "-" + one.course.name;
+    if (!selection.Wants(name)) return;
+    const auto count = [&](int all) {
+      return counter.PerSample(one.course, Stream::kRealistic, all);
+    };
+    TellCount({.name = name,
+               .meaning = std::string(one.course.meaning) + ", each further client of " +
+                          std::to_string(clients),
+               .ours = (count(clients) - count(1)) / (clients - 1)},
+              one.goals[processor]);
+  }
+
+  std::size_t processor;
+  Counter counter;
+  Selection selection;
+};
 
 }  // namespace
 
@@ -219,17 +272,13 @@ int main(int argc, char** argv) {
         arguments.erase(arguments.begin());
       }
     }
-    const std::string only = arguments.empty() ? "" : arguments[0];
-    const Counter counter(kProcessors[processor], arguments.size() < 2 ? "" : arguments[1]);
-    bool any = false;
-    std::cout << std::fixed << "instructions a sample on " << kProcessors[processor]
-              << ", and the goal\n";
-    for (const Figure& figure : kFigures) {
-      if (!only.empty() && only != figure.name) continue;
-      Print(figure, processor, counter);
-      any = true;
+    const std::string profile_option = "--profile=";
+    std::string profile;
+    if (!arguments.empty() && arguments.back().starts_with(profile_option)) {
+      profile = arguments.back().substr(profile_option.size());
+      arguments.pop_back();
     }
-    if (!any) throw std::runtime_error("there is no figure \"" + only + "\"");
+    Report(processor, Counter(kProcessors[processor], profile), Selection(arguments)).TellAll();
   } catch (const std::exception& error) {
     std::cerr << "sample_path: " << error.what() << "\n";
     return 1;

@@ -5,14 +5,12 @@
 // and printing the answer.
 //
 // Instructions are counted by callgrind: this program runs itself under it at two lengths, and the
-// difference is what the turns in between took. Times are of this run, and noisy.
+// difference is what the turns in between took.
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdlib>
 #include <functional>
-#include <iomanip>
 #include <iostream>
 #include <map>
 #include <pugixml.hpp>
@@ -24,6 +22,7 @@
 #include <vector>
 
 #include "benchmarks/callgrind.h"
+#include "benchmarks/figure.h"
 #include "common/temporary_directory.h"
 #include "liborrel/doctavo/doc_tavo.h"
 
@@ -174,8 +173,6 @@ class Subjects {
     return writer.text.size();
   }
 
-  std::size_t FileSize() const { return settings_file.size(); }
-
  private:
   std::size_t Answer(const std::function<void()>& act) {
     answer.str("");
@@ -203,53 +200,54 @@ void Run(const std::string& name, int turns) {
   for (int i = 0; i < turns; ++i) (subjects.*kCases.at(name))();
 }
 
-double Microseconds(const std::string& name) {
-  constexpr int kTurns = 2000;
-  Subjects subjects;
-  const auto start = std::chrono::steady_clock::now();
-  for (int i = 0; i < kTurns; ++i) (subjects.*kCases.at(name))();
-  const std::chrono::duration<double, std::micro> taken = std::chrono::steady_clock::now() - start;
-  return taken.count() / kTurns;
-}
-
 // Instructions of this program when it runs `name` for `turns` turns.
 long Instructions(const std::string& program, const std::string& name, int turns) {
   const TemporaryDirectory root;
   const std::string log = root.Path() + "/callgrind";
   std::string command;
   for (const std::string& word : CallgrindWords(log)) command += word + " ";
-  command += "'" + program + "' " + name + " " + std::to_string(turns);
+  command += "'" + program + "' --run " + name + " " + std::to_string(turns);
   if (std::system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
   return CountIn(log);
 }
 
 double InstructionsPerTurn(const std::string& program, const std::string& name) {
-  constexpr int kShort = 20;
-  constexpr int kLong = 120;
-  return static_cast<double>(Instructions(program, name, kLong) -
-                             Instructions(program, name, kShort)) /
-         (kLong - kShort);
+  return PerTurn([&](int turns) { return Instructions(program, name, turns); }, 20, 120);
 }
+
+struct Comparison {
+  const char* name;
+  const char* meaning;
+  double most;  // ratio to pugixml that is to suffice; 0 if nothing was set
+};
+constexpr Comparison kComparisons[] = {
+    {"a", "answering &query; on the root, or printing it", 0},
+    {"b", "reading a whole settings file", 1.5},
+    {"c", "one small write with its answer", 0},
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 3) {
-    Run(argv[1], std::stoi(argv[2]));
+  // As this program runs itself.
+  if (argc == 4 && argv[1] == std::string("--run")) {
+    Run(argv[2], std::stoi(argv[3]));
     return 0;
   }
   try {
-    std::cout << "settings file: " << Subjects().FileSize() << " bytes\n"
-              << "case  instructions    pugixml  ratio       us  pugixml\n"
-              << std::fixed;
-    for (const std::string name : {"a", "b", "c"}) {
-      const double ours = InstructionsPerTurn(argv[0], name);
-      const double theirs = InstructionsPerTurn(argv[0], name + "-pugixml");
-      std::cout << "(" << name << ")   " << std::setprecision(0) << std::setw(12) << ours
-                << std::setw(11) << theirs << std::setprecision(2) << std::setw(7) << ours / theirs
-                << std::setprecision(1) << std::setw(9) << Microseconds(name) << std::setw(9)
-                << Microseconds(name + "-pugixml") << "\n";
+    Selection selection(argc, argv);
+    for (const Comparison& one : kComparisons) {
+      const std::string name = std::string("tree-") + one.name;
+      if (!selection.Wants(name)) continue;
+      Tell({.name = name,
+            .meaning = one.meaning,
+            .unit = "instructions",
+            .ours = InstructionsPerTurn(argv[0], one.name),
+            .other = "pugixml",
+            .theirs = InstructionsPerTurn(argv[0], one.name + std::string("-pugixml")),
+            .most = one.most});
     }
+    selection.CheckNames();
   } catch (const std::exception& error) {
     std::cerr << "settings_tree: " << error.what() << "\n";
     return 1;
