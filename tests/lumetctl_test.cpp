@@ -1,17 +1,16 @@
 // lumetctl as a scientist and a script use it, on a head with a bus.
 
 #include <gtest/gtest.h>
-#include <json/json.h>
 
 #include <cmath>
 #include <filesystem>
 #include <regex>
-#include <sstream>
 #include <string>
 
 #include "bench/broker.h"
 #include "bench/free_port.h"
 #include "bench/head.h"
+#include "client/json_text.h"
 
 namespace {
 
@@ -36,9 +35,7 @@ class Lumetctl : public testing::Test {
   Json::Value RunForJson(const std::string& words) const {
     const Result result = Run("--json " + words);
     EXPECT_EQ(result.status, 0) << words << ": " << result.said;
-    Json::Value value;
-    std::istringstream(result.said) >> value;
-    return value;
+    return ReadJson(result.said, "answer");
   }
 
   const TemporaryDirectory directory;
@@ -135,11 +132,7 @@ TEST_F(Lumetctl, SavesAndRestores) {
 
 TEST_F(Lumetctl, FlashesWithAReference) {
   const Json::Value rest = RunForJson("flash rect --dark-adapted --before 300ms --save rect.json");
-  const Json::Value record = [&] {
-    Json::Value value;
-    std::istringstream(ReadFile(directory.Path() + "/rect.json")) >> value;
-    return value;
-  }();
+  const Json::Value record = ReadJson(ReadFile(directory.Path() + "/rect.json"), "record");
   EXPECT_EQ(record["EVENT_ID"], rest["EVENT_ID"]);
   EXPECT_EQ(record["FMAX"].asDouble(), rest["FM"].asDouble());
   EXPECT_NEAR(rest["FV_FM"].asDouble(),
