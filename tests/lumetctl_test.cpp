@@ -85,7 +85,6 @@ TEST_F(Lumetctl, TellsWhatTheHeadMadeOfIt) {
       {"flash loud", 2, "(.|\n)*"},
       {"--head [::1]:1 status", 3, ".*unable to connect to \\[::1\\]:1: Connection refused;.*\n"},
       {"--head :7 status", 2, "(.|\n)*names no machine\n(.|\n)*"},
-      {"--version", 0, "lumetctl \\d+\\.\\d+\\.\\d+\n"},
       {"status", 0, "head +TAVO TVF-XXXX(.|\n)*TDigital 28.5 °C(.|\n)*DIAG +nothing to report\n"},
   };
   for (const auto& row : rows) {
