@@ -260,7 +260,7 @@ TEST(Bus, KeepsNoMoreForASlowBrokerThanMayWait) {
     // Of a setting that is not saved.
     for (int i = 0; i < 100; ++i)
       bench.client.Ask("<nemra><tavo><cfg><rawdatacapture><size>" + std::to_string(++changes) +
-                 "</size></rawdatacapture></cfg></tavo></nemra>");
+                       "</size></rawdatacapture></cfg></tavo></nemra>");
     for (int answers = 0; answers < 100;) {
       const ConsoleMessage message = bench.client.Next();
       gap.Saw(message);

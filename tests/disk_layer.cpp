@@ -1,6 +1,6 @@
 // A layer between a program under test and its disk, to be preloaded. It writes down what the
-// program does to the files below a directory (DISK_ROOT) in a journal (DISK_JOURNAL), whose form is
-// described in power_cut_test.cpp. What the file DISK_STATE says holds from then on: "slow MS",
+// program does to the files below a directory (DISK_ROOT) in a journal (DISK_JOURNAL), whose form
+// is described in power_cut_test.cpp. What the file DISK_STATE says holds from then on: "slow MS",
 // before each sync, or for the files below that directory "full" or "readonly".
 
 // First of all.

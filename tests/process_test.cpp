@@ -49,7 +49,8 @@ const std::string kSetOutputFormat2 = kNoTime + "13200400" + "02000000";
 const std::string kRequestVersion = kNoTime + "05000000";
 const std::string kUnity = "0000803f";
 const std::string kColour = kUnity + Zeros(4) + kUnity;
-const std::string kDefaultBias = kNoTime + "02204800" + kColour + kColour + kColour + Zeros(20) + Zeros(8) + "2f0d640b00080000";
+const std::string kDefaultBias =
+    kNoTime + "02204800" + kColour + kColour + kColour + Zeros(20) + Zeros(8) + "2f0d640b00080000";
 // No light, and one sample a second.
 const std::string kDefaultTiming = kNoTime + "01205c00" +
                                    "010000000100000001000000010000000100000001000000" + Zeros(16) +
