@@ -117,8 +117,6 @@ TEST(Console, SpeaksAsItsTranscriptsTell) {
   }
 }
 
-constexpr const char* kDuty = "cfg/fan_duty";
-
 TEST(Console, ClosesAClientWhoseLineHasNoEnd) {
   const TemporaryDirectory root;
   Head head(root.Path(), Head::PlayedBy::kCaller);
@@ -140,7 +138,7 @@ TEST(Console, ChangesOutliveAFullDisk) {
   ConsoleClient client(head.Port());
   const std::string path = root.Path() + "/etc/tavo.conf";
   const auto saved = [&] { return ReadFile(path); };
-  client.Set(kDuty, "10");
+  client.Set("cfg/fan_duty", "10");
   const std::string before = saved();
   EXPECT_NE(before.find("<fan_duty>10<"), std::string::npos);
   const auto limit_files = [&](rlim_t bytes) {
@@ -148,11 +146,11 @@ TEST(Console, ChangesOutliveAFullDisk) {
     prlimit(head.Pid(), RLIMIT_FSIZE, &limit, nullptr);
   };
   limit_files(100);
-  client.Set(kDuty, "20");
+  client.Set("cfg/fan_duty", "20");
   EXPECT_EQ(saved(), before);
   head.WaitForLog("Unable to write: " + path + ".new: File too large\n");
   limit_files(RLIM_INFINITY);
-  client.Set(kDuty, "30");
+  client.Set("cfg/fan_duty", "30");
   EXPECT_NE(saved().find("<fan_duty>30<"), std::string::npos);
 }
 
