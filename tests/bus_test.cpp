@@ -55,7 +55,7 @@ void SendTenSeconds(Processor& processor, std::uint32_t start) {
   processor.Send(records);
 }
 
-TEST(Bus, KeepsWhatLastsAndTellsWhatHappens) {
+TEST(Bus, KeepsWhatLastsAndTellsWhatHappensUntilAShutdown) {
   BusHead bench(Head::PlayedBy::kCaller);
   Head& head = bench.head;
   const std::string host = OwnHostName();
@@ -99,8 +99,10 @@ TEST(Bus, KeepsWhatLastsAndTellsWhatHappens) {
   late.Publish("nemra/kesh/scripts/power/constants/update", "[1");
   late.Publish("nemra/system/start", "now");
 
-  // Its orderly end takes back its identity.
-  EXPECT_EQ(head.Stop(), 0);
+  // Its end, with the machine's, takes back its identity.
+  late.Publish("nemra/system/shutdown", "");
+  head.WaitForLog("Exiting...\nlumet-bench: would run /usr/bin/poweroff\n");
+  EXPECT_EQ(head.Wait(), 0);
   EXPECT_EQ(late.WaitFor(bus_topic::kIdentity).payload, "{}");
   const BusMessage last = late.Next();
   EXPECT_EQ(last.topic + " " + last.payload, "nemra/ROLES/deactivate/tavo " + host);
@@ -282,13 +284,6 @@ TEST(Bus, KeepsNoMoreForASlowBrokerThanMayWait) {
   }
   bench.head.WaitForLog("MQTT broker takes what is published again, ");
   EXPECT_EQ(bench.head.Stop(), 0);
-}
-
-TEST(Bus, ShutdownMessageTakesTheMachineDown) {
-  BusHead bench(Head::PlayedBy::kCaller);
-  BusClient({.port = bench.port}).Publish("nemra/system/shutdown", "");
-  bench.head.WaitForLog("Exiting...\nlumet-bench: would run /usr/bin/poweroff\n");
-  EXPECT_EQ(bench.head.Wait(), 0);
 }
 
 }  // namespace
