@@ -52,7 +52,6 @@ TEST_F(Lumetctl, TellsWhatTheHeadMadeOfIt) {
     int status;
     const char* said;  // a regular expression for all of it
   } rows[] = {
-      {"get cfg/fan_duty", 0, "50\n"},
       {"get /nemra/tavo/cfg/fan_duty/ cfg/fan_mode", 0, "cfg/fan_duty=50\ncfg/fan_mode=auto\n"},
       {"get history", 0, ""},
       {"get fan_dutty", 1, ".*no setting 'fan_dutty'; there is cfg/fan_duty\n"},
@@ -122,16 +121,15 @@ TEST_F(Lumetctl, SavesAndRestores) {
             "<fan_duty>50</fan_duty></cfg></tavo></nemra>")
       << "one request";
   EXPECT_EQ(Run("restore - < saved.xml").said, "The head holds all of it already\n");
-  WriteFile(directory.Path() + "/bad.xml", "<nemra><tavo><cfg><a>");
+  directory.Write("bad.xml", "<nemra><tavo><cfg><a>");
   EXPECT_EQ(Run("restore bad.xml").status, 4);
-  WriteFile(directory.Path() + "/order.xml",
-            "<nemra><tavo><cmd><reboot>true</reboot></cmd></tavo></nemra>");
+  directory.Write("order.xml", "<nemra><tavo><cmd><reboot>true</reboot></cmd></tavo></nemra>");
   EXPECT_EQ(Run("restore order.xml").status, 1);
 }
 
 TEST_F(Lumetctl, FlashesWithAReference) {
   const Json::Value rest = RunForJson("flash rect --dark-adapted --before 300ms --save rect.json");
-  const Json::Value record = ReadJson(ReadFile(directory.Path() + "/rect.json"), "record");
+  const Json::Value record = ReadJson(directory.Read("rect.json"), "record");
   EXPECT_EQ(record["EVENT_ID"], rest["EVENT_ID"]);
   EXPECT_EQ(record["FMAX"].asDouble(), rest["FM"].asDouble());
   EXPECT_NEAR(rest["FV_FM"].asDouble(),
@@ -139,7 +137,7 @@ TEST_F(Lumetctl, FlashesWithAReference) {
   EXPECT_TRUE(std::filesystem::exists(directory.Path() + "/lumet/reference-TVF-XXXX.json"));
 
   const Json::Value light = RunForJson("flash mpf --before 300ms -o mpf.svg");
-  EXPECT_TRUE(ReadFile(directory.Path() + "/mpf.svg").find("</svg>") != std::string::npos);
+  EXPECT_TRUE(directory.Read("mpf.svg").find("</svg>") != std::string::npos);
   EXPECT_NEAR(light["NPQ"].asDouble(), rest["FM"].asDouble() / light["FMAX"].asDouble() - 1, 1e-4);
   EXPECT_NEAR(light["PHI_PSII"].asDouble(), 1 - light["F"].asDouble() / light["FMAX"].asDouble(),
               1e-4);
