@@ -1,5 +1,6 @@
 // Runs a fuzz target over the files that are named, or over all files in the directories.
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -22,18 +23,14 @@ void Replay(const std::filesystem::path& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  int files = 0;
+  std::vector<std::filesystem::path> files;
   for (int i = 1; i < argc; ++i) {
-    if (!std::filesystem::is_directory(argv[i])) {
-      Replay(argv[i]);
-      ++files;
-      continue;
-    }
-    for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-      Replay(entry.path());
-      ++files;
-    }
+    if (std::filesystem::is_directory(argv[i]))
+      std::ranges::copy(std::filesystem::directory_iterator(argv[i]), std::back_inserter(files));
+    else
+      files.emplace_back(argv[i]);
   }
-  std::cout << files << " inputs replayed\n";
-  return files > 0 ? 0 : 1;
+  for (const std::filesystem::path& file : files) Replay(file);
+  std::cout << files.size() << " inputs replayed\n";
+  return files.empty() ? 1 : 0;
 }

@@ -1,17 +1,10 @@
 // The tokenizers take any bytes, and make no more tokens than there are characters. A document in
 // memory gives the same tokens as one that comes by and by.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <istream>
-#include <streambuf>
-#include <string>
-#include <string_view>
-
 #include "configurable/text_stream.h"
 #include "configurable/xml_parser.h"
 #include "configurable/xml_query_string_parser.h"
+#include "fuzz/fuzz_target.h"
 
 namespace {
 
@@ -23,7 +16,7 @@ void SplitText(std::string_view text) {
     together.append(doctype ? "{" : "").append(parser.GetTokenString()).append(doctype ? "}" : "");
   }
   // The tokens of a text are the text.
-  if (together != text) std::abort();
+  Check(together == text);
 }
 
 // Gives its characters one after another.
@@ -46,9 +39,8 @@ class Characters : public std::streambuf {
 };
 
 void CompareTokens(const XMLParser& a, const XMLParser& b) {
-  if (a.GetCurrToken() != b.GetCurrToken() || a.GetTokenString() != b.GetTokenString() ||
-      a.GetTokenValue() != b.GetTokenValue())
-    std::abort();
+  Check(a.GetCurrToken() == b.GetCurrToken() && a.GetTokenString() == b.GetTokenString() &&
+        a.GetTokenValue() == b.GetTokenValue());
 }
 
 }  // namespace
@@ -71,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     other.NextToken();
     CompareTokens(parser, other);
     if (parser.GetCurrToken() == XMLParser::ERROR) {
-      if (parser.NextToken() != XMLParser::ERROR) std::abort();
+      Check(parser.NextToken() == XMLParser::ERROR);
       for (XMLParser* each : {&parser, &other}) {
         if (choice % 2 == 0)
           each->SkipElement();
@@ -82,16 +74,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     SplitText(parser.GetTokenString());
     SplitText(parser.GetTokenValue());
-    if (choice % 16 == 1) {
-      parser.SavePosition();
-      other.SavePosition();
+    const bool restores = choice % 16 == 2 && ++restored <= 16;
+    for (XMLParser* each : {&parser, &other}) {
+      if (choice % 16 == 1) each->SavePosition();
+      if (restores) each->RestorePosition();
     }
-    if (choice % 16 == 2 && restored < 16) {
-      parser.RestorePosition();
-      other.RestorePosition();
-      ++restored;
-    }
-    if (++taken > 40 * (size + 2)) std::abort();
+    Check(++taken <= 40 * (size + 2));
   }
   return 0;
 }

@@ -21,21 +21,6 @@ std::vector<std::uint8_t> Command(DSPCode code, std::span<const std::uint8_t> pa
   return writer.packets.front();
 }
 
-struct Heard {
-  RecordHeader header;
-  std::vector<std::uint8_t> payload;
-};
-
-std::vector<Heard> Take(SimulatedDSP& dsp) {
-  std::vector<Heard> heard;
-  for (const auto& packet : dsp.Output().packets)
-    ForEachRecord(packet, [&](const RecordHeader& header, std::span<const std::uint8_t> payload) {
-      heard.push_back({header, {payload.begin(), payload.end()}});
-    });
-  dsp.Output().packets.clear();
-  return heard;
-}
-
 TEST(SimulatedProcessor, StreamsAtTheRateAndInTheBatchesAskedFor) {
   const struct {
     std::uint32_t rate;
@@ -48,7 +33,7 @@ TEST(SimulatedProcessor, StreamsAtTheRateAndInTheBatchesAskedFor) {
     // A tick that wraps in the middle.
     const std::uint64_t start = (std::uint64_t{1} << 32) - 500'000;
     dsp.Advance(kStamp, start);
-    EXPECT_TRUE(Take(dsp).empty()) << "samples before the output format is known";
+    EXPECT_TRUE(dsp.Output().packets.empty()) << "samples before the output format is known";
     dsp.HandleCommands(kStamp, Command(DSPCode::SetOutputFormat, format));
     TimingConfig timing;
     timing.measure_outrate = row.rate;
@@ -58,19 +43,21 @@ TEST(SimulatedProcessor, StreamsAtTheRateAndInTheBatchesAskedFor) {
     std::uint64_t samples = 0;
     for (std::uint64_t ms = 0; ms <= row.seconds * 1000; ms += 10) {
       dsp.Advance(kStamp, start + ms * 1000);
-      for (const Heard& record : Take(dsp)) {
-        EXPECT_EQ(record.header.time.seconds, kStamp.seconds);
-        const bool single = record.header.code == 0x2009;
+      const auto check = [&](const RecordHeader& header, std::span<const std::uint8_t> payload) {
+        EXPECT_EQ(header.time.seconds, kStamp.seconds);
+        const bool single = header.code == 0x2009;
         EXPECT_EQ(single, row.batch <= 1);
-        const std::size_t count = single ? 1 : GetU16(&record.payload[400]);
+        const std::size_t count = single ? 1 : GetU16(&payload[400]);
         EXPECT_EQ(count, single ? 1 : std::min<std::size_t>(row.batch, 10));
         for (std::size_t i = 0; i < count; ++i, ++samples) {
-          const WireSample sample = WireSample::Decode(&record.payload[40 * i]);
+          const WireSample sample = WireSample::Decode(&payload[40 * i]);
           EXPECT_EQ(sample.tick,
                     static_cast<std::uint32_t>(start + (samples + 1) * 1'000'000 / row.rate));
           EXPECT_EQ(sample.red_dac, 1234);
         }
-      }
+      };
+      for (const auto& packet : dsp.Output().packets) ForEachRecord(packet, check);
+      dsp.Output().packets.clear();
     }
     EXPECT_EQ(samples, row.rate * row.seconds) << row.rate;
   }

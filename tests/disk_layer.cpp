@@ -1,8 +1,7 @@
-// A layer between a program under test and its disk, to be preloaded. As its environment says, it
-// makes the disk slow (DISK_DELAY_MS, before each sync), and writes down what the program does to
-// the files below a directory (DISK_ROOT) in a journal (DISK_JOURNAL), whose form is described in
-// power_cut_test.cpp. What the file DISK_STATE says holds from then on: "slow MS", as above, or for
-// the files below that directory "full" or "readonly".
+// A layer between a program under test and its disk, to be preloaded. It writes down what the
+// program does to the files below a directory (DISK_ROOT) in a journal (DISK_JOURNAL), whose form
+// is described in power_cut_test.cpp. What the file DISK_STATE says holds from then on: "slow MS",
+// before each sync, or for the files below that directory "full" or "readonly".
 
 // First of all.
 // clang-format off
@@ -32,10 +31,8 @@ std::string State() {
 
 void Delay() {
   const std::string state = State();
-  const char* milliseconds = std::getenv("DISK_DELAY_MS");
-  if (state.starts_with("slow ")) milliseconds = state.c_str() + 5;
-  if (milliseconds == nullptr) return;
-  const long ms = std::atol(milliseconds);
+  if (!state.starts_with("slow ")) return;
+  const long ms = std::atol(state.c_str() + 5);
   const struct timespec time = {ms / 1000, ms % 1000 * 1'000'000};
   nanosleep(&time, nullptr);
 }
@@ -65,13 +62,6 @@ void NoteAt(int fd, const std::string& act, std::string_view bytes = {}) {
 
 bool OpenFails(const char* path, bool to_write) { return to_write && IsReadOnly(path); }
 void NoteWritable(int fd, bool truncated) { NoteAt(fd, truncated ? "create" : "append"); }
-
-int Sync(int (*function)(int), int fd) {
-  Delay();
-  const int result = function(fd);
-  if (result == 0) NoteAt(fd, "sync");
-  return result;
-}
 
 // `function` is one that changes names, and stands behind this layer.
 template <class Function>
@@ -113,12 +103,11 @@ ssize_t writev(int fd, const struct iovec* pieces, int count) {
   return written;
 }
 
-int fsync(int fd) { return Sync(REAL(fsync), fd); }
-int fdatasync(int fd) { return Sync(REAL(fdatasync), fd); }
-int syncfs(int fd) {
+int fsync(int fd) {
   Delay();
-  Note("syncall");
-  return REAL(syncfs)(fd);
+  const int result = REAL(fsync)(fd);
+  if (result == 0) NoteAt(fd, "sync");
+  return result;
 }
 
 void sync() {

@@ -1,4 +1,4 @@
-// Light control, flashes and zeroing on a simulated leaf, as a client and the bus see them.
+// Light control on a simulated leaf, as a client sees it.
 
 #include <gtest/gtest.h>
 
@@ -8,18 +8,13 @@
 #include <variant>
 #include <vector>
 
-#include "bench/broker.h"
-#include "bench/free_port.h"
 #include "bench/head.h"
-#include "client/bus.h"
 #include "client/console.h"
 
 namespace {
 
-constexpr const char* kLight = "cfg/lightsource";
-
-void Send(ConsoleClient& client, std::string_view path, std::string_view settings) {
-  client.Request(SettingsDocument(path, settings)).Check();
+void SetLight(ConsoleClient& client, std::string_view settings) {
+  client.Request(SettingsDocument("cfg/lightsource", settings)).Check();
 }
 
 // Lets `seconds` of simulated time pass. Of plain measuring, the lowest and highest PFD, and the
@@ -58,7 +53,7 @@ TEST_P(Rates, LightComesToItsSetpointAndStays) {
   Head head(root.Path(), Head::PlayedBy::kSimulator,
             {.bench = {"--rate", std::to_string(rate), "--speed", rate < 8 ? "400" : "40"}});
   ConsoleClient client(head.Port());
-  Send(client, kLight, "<control>setpoint</control><Q_setpoint>200</Q_setpoint>");
+  SetLight(client, "<control>setpoint</control><Q_setpoint>200</Q_setpoint>");
   Watch(client, 1);
   Course course = Watch(client, seconds);
   EXPECT_NEAR(course.settled, 200, 4) << "from below";
@@ -70,7 +65,7 @@ TEST_P(Rates, LightComesToItsSetpointAndStays) {
   EXPECT_NEAR(course.settled, 60, 2) << "from above";
   EXPECT_GT(course.lowest, 54);
 
-  Send(client, kLight, "<red_mix>20</red_mix><blue_mix>70</blue_mix><farred_mix>10</farred_mix>");
+  SetLight(client, "<red_mix>20</red_mix><blue_mix>70</blue_mix><farred_mix>10</farred_mix>");
   course = Watch(client, seconds);
   EXPECT_NEAR(course.settled, 60, 2) << "with another mix";
 
@@ -87,46 +82,6 @@ TEST_P(Rates, LightComesToItsSetpointAndStays) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Measurement, Rates, testing::Values(1, 10, 1000));
-
-TEST(Measurement, EventsOfEachKindReachTheBus) {
-  const TemporaryDirectory root;
-  const FreePort port;
-  const Broker broker(root.Path() + "/broker", port);
-  Head head(root.Path(), Head::PlayedBy::kSimulator,
-            {.bench = {"--broker", "[::1]:" + std::to_string(port), "--speed", "5"}});
-  BusClient({.port = port}).WaitForHead();
-  BusClient bus({.port = port, .topics = {bus_topic::kFlash, bus_topic::kDark}});
-  ConsoleClient client(head.Port());
-  Send(client, "cfg",
-       "<lightsource><control>percent</control></lightsource>"
-       "<inductionflash><margin>0</margin><duration>40</duration></inductionflash>");
-  const auto record_of = [&](const std::string& command) {
-    client.Set("cmd/" + command, "true");
-    return bus.NextEvent();
-  };
-
-  const EventRecord rect = record_of("rect");
-  EXPECT_EQ(rect.type, "RECT");
-  EXPECT_FALSE(rect.fit);
-  const EventRecord multiphase = record_of("mpf");
-  EXPECT_EQ(multiphase.type, "MPF");
-  EXPECT_GE(multiphase.fit->intercept, multiphase["P1_MAXF"]);
-  EXPECT_EQ(multiphase["FMAX"], multiphase.fit->intercept);
-  EXPECT_LT(multiphase.fit->slope, 0);
-  EXPECT_GT(multiphase.fit->r2, 0.9);
-  const EventRecord induction = record_of("induction");
-  EXPECT_EQ(induction.type, "INDUCTION");
-  EXPECT_EQ(induction["MODRATE"], 250'000);
-  EXPECT_EQ(induction.curve.seconds.size(), 10'000U);
-  const EventRecord dark = record_of("dark");
-  EXPECT_EQ(dark.type, "DARK");
-  EXPECT_EQ(dark.curve.farred.size(), dark.curve.seconds.size());
-  EXPECT_LT(dark["FMIN"], rect.curve.fluorescence[0]);
-  EXPECT_EQ(dark.id, rect.id + 3);
-
-  for (const char* command : {"zero_dc0", "zero_pc0"}) EXPECT_EQ(record_of(command).type, "ZERO");
-  EXPECT_EQ(head.Stop(), 0);
-}
 
 // Too hot: the light goes out, stays out when it is cool again, and everybody knows.
 TEST(Measurement, HeatShutsTheLightOff) {

@@ -25,12 +25,6 @@ class Plot : public testing::Test {
     EXPECT_EQ(shell.Wait(), status) << words << ": " << shell.Output();
     return shell.Output();
   }
-  void Write(const std::string& name, const std::string& text) const {
-    WriteFile(directory.Path() + "/" + name, text);
-  }
-  std::string Read(const std::string& name) const {
-    return ReadFile(directory.Path() + "/" + name);
-  }
 
   const TemporaryDirectory directory;
 };
@@ -88,11 +82,11 @@ TEST_F(Plot, DrawsEachKind) {
        "FMIN +\\d+\\.?\\d* +counts +Fo'"},
   };
   for (const auto& kind : kinds) {
-    Write("record", kind.record);
+    directory.Write("record", kind.record);
     const std::string said = Run(LUMET_PLOT " record -o drawing.svg --fo 300 --fm 1500", 0);
     EXPECT_TRUE(std::regex_search(said, std::regex(kind.printed))) << said;
     const std::string drawing =
-        std::regex_replace(Read("drawing.svg"), std::regex("&apos;|&#39;"), "'");
+        std::regex_replace(directory.Read("drawing.svg"), std::regex("&apos;|&#39;"), "'");
     for (const char* text : kind.in_drawing)
       EXPECT_NE(drawing.find(text), std::string::npos) << text << " of\n" << said;
     EXPECT_TRUE(drawing.ends_with("</svg>\n\n")) << said;
@@ -100,13 +94,13 @@ TEST_F(Plot, DrawsEachKind) {
   }
   for (const auto& [ending, start] : {std::pair("png", "\x89PNG"), std::pair("pdf", "%PDF")}) {
     Run(LUMET_PLOT " - -o drawing." + std::string(ending) + " < record", 0);
-    EXPECT_TRUE(Read("drawing." + std::string(ending)).starts_with(start));
+    EXPECT_TRUE(directory.Read("drawing." + std::string(ending)).starts_with(start));
   }
 }
 
 TEST_F(Plot, SaysWhatIsWrongAndLeavesNothing) {
-  Write("record", RecordedEvent("RECT"));
-  Write("bin/gnuplot", "#!/bin/sh\necho '<svg>half'\necho no memory >&2\nexit 1\n");
+  directory.Write("record", RecordedEvent("RECT"));
+  directory.Write("bin/gnuplot", "#!/bin/sh\necho '<svg>half'\necho no memory >&2\nexit 1\n");
   std::filesystem::permissions(directory.Path() + "/bin/gnuplot",
                                std::filesystem::perms::owner_all);
   const std::string plot = LUMET_PLOT " record -o drawing.svg";
@@ -116,7 +110,7 @@ TEST_F(Plot, SaysWhatIsWrongAndLeavesNothing) {
             std::string::npos);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.Path()), {}), 2);
   for (const char* bad : {"", "{}", "{\"SECS\":[1]}", "[1]"}) {
-    Write("record", bad);
+    directory.Write("record", bad);
     EXPECT_TRUE(Run(plot, 1).starts_with("lumet-plot: this is no event record")) << bad;
   }
 }

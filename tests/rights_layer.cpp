@@ -98,13 +98,5 @@ ssize_t recv(int fd, void* bytes, size_t size, int flags) {
   Note("recv", "-");
   return REAL(recv)(fd, bytes, size, flags);
 }
-int connect(int fd, const struct sockaddr* address, socklen_t length) {
-  Note("connect", "-");
-  return REAL(connect)(fd, address, length);
-}
-int accept4(int fd, struct sockaddr* address, socklen_t* length, int flags) {
-  Note("accept", "-");
-  return REAL(accept4)(fd, address, length, flags);
-}
 
 }  // extern "C"
