@@ -3,8 +3,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
-#include <iomanip>
-#include <limits>
 #include <memory>
 #include <ostream>
 #include <random>
@@ -209,27 +207,6 @@ void CompareNumber(ValueStreams& streams, Number value, std::string text) {
   }
 }
 
-// What one value does to its stream must not reach the next.
-void KeptStreamCases() {
-  ValueStreams streams;
-  {
-    const Borrowed out(streams.outputs);
-    *out << std::hex << std::showbase << std::setprecision(2) << std::setfill('*');
-    out->width(9);
-    SetTimestampFormat(*out, {'/', '.', 'T', true});
-    out->setstate(std::ios_base::badbit);
-    const Borrowed in(streams.inputs, "1");
-    *in >> std::hex >> std::noskipws;
-  }
-  const Borrowed out(streams.outputs);
-  *out << 10 << " " << 1.2345 << " " << Timestamp(0) << std::setw(3) << 1;
-  ExpectEqual(out->Text(), "10 1.2345 1989-01-01 00:00:00  1");
-  const Borrowed in(streams.inputs, " 10");
-  int number = 0;
-  *in >> number;
-  ExpectEqual(number, 10);
-}
-
 void NumberCases() {
   ValueStreams streams;
   std::mt19937_64 random(3);
@@ -270,6 +247,5 @@ void TestConfigurableBuiltin(std::ostream&) {
   else
     unsetenv("TZ");
   tzset();
-  KeptStreamCases();
   NumberCases();
 }
