@@ -123,9 +123,7 @@ void SetNetworkCases() {
        "iface eth1 inet dhcp",
        true, "192.168.1.95", false,
        "# mine\nauto lo\niface lo inet loopback\n\niface eth1 inet dhcp\n" + manual},
-      {"and back", manual, false, "10.0.0.7", true, commented},
       {"manual values outlive DHCP", commented, true, "10.0.0.7", false, manual},
-      {"no stanza", "auto lo\n", true, "192.168.1.95", false, "auto lo\n" + manual},
       {"no file", "", true, "192.168.1.95", true, commented},
       {"several stanzas", manual + "auto lo\n" + manual, false, "10.0.0.7", true,
        "auto lo\n" + commented},
@@ -174,8 +172,7 @@ void ReadNetworkCases() {
     const char* values;
   } stanzas[] = {
       {"\taddress 10.0.0.5/24\n\tgateway 10.0.0.1 # router\n", "10.0.0.5 255.255.255.0 10.0.0.1"},
-      {"\taddress\t10.0.0.5/12#x\n", "10.0.0.5 255.240.0.0 192.168.1.1"},
-      {"\taddress 10.0.0.5/255.0.0.0\n", "10.0.0.5 255.0.0.0 192.168.1.1"},
+      {"\taddress\t10.0.0.5/255.0.0.0#x\n", "10.0.0.5 255.0.0.0 192.168.1.1"},
       {"\tnetmask 255.255.0.0\n\taddress 10.0.0.5/24\n", "10.0.0.5 255.255.0.0 192.168.1.1"},
       {"\taddress 10.0.0.5/0\n\tnetmask 32\n", "10.0.0.5 255.255.255.255 192.168.1.1"},
       {"\taddress 10.0.0.5/33\n\tgateway 10.0.0.1/8\n", "192.168.1.95 255.255.255.0 192.168.1.1"},
@@ -192,7 +189,6 @@ void ReadNetworkCases() {
                     std::string("iface\teth0  inet static\n") + row.options);
     const NetworkConfig network = host.Network();
     const NetworkConfig::Values& read = network.Get();
-    ExpectTrue(!read.dhcp, row.options);
     ExpectEqual(
         read.address.ToString() + " " + read.netmask.ToString() + " " + read.gateway.ToString(),
         row.values, row.options);
