@@ -10,7 +10,7 @@
 #include "common/poll_processor.h"
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 // What a library sees of the loop through Avahi's table.
 void AvahiPollCases() {

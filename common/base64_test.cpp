@@ -10,14 +10,7 @@
 
 #include "common/test_registry.h"
 
-void TestBase64(std::ostream& out);
-
-namespace {
-
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
-
-}  // namespace
+using namespace self_test;
 
 void TestBase64(std::ostream&) {
   const struct {

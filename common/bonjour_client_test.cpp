@@ -5,7 +5,7 @@
 
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 // No daemon is reached where there is no bus.
 void BonjourClientCases() {

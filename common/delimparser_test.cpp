@@ -7,14 +7,7 @@
 
 #include "common/test_registry.h"
 
-void TestDelimParser(std::ostream& out);
-
-namespace {
-
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
-
-}  // namespace
+using namespace self_test;
 
 void TestDelimParser(std::ostream&) {
   const struct {

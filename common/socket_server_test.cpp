@@ -15,12 +15,9 @@
 #include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
-void SocketServerCases();
-
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
+using namespace self_test;
 using namespace std::string_literals;
 
 // Writes down what it hears.

@@ -11,13 +11,9 @@
 #include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
-void SocketCases();
-
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectThrows;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 void AddressCases() {
   const struct {

@@ -6,11 +6,9 @@
 
 #include "common/test_registry.h"
 
-void TestStrUtil(std::ostream& out);
-
 namespace {
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 int Sign(int number) { return number > 0 ? 1 : number < 0 ? -1 : 0; }
 

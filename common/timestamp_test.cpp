@@ -10,12 +10,9 @@
 
 #include "common/test_registry.h"
 
-void TestTimestamp(std::ostream& out);
-
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 std::string Printed(double value, const TimestampFormat& format = {}) {
   std::ostringstream out;

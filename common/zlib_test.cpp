@@ -11,13 +11,9 @@
 
 #include "common/test_registry.h"
 
-void TestZlib(std::ostream& out);
-
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectThrows;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 // Half noise, half runs, so that it is neither incompressible nor trivial.
 std::vector<std::uint8_t> TestBytes(std::size_t size) {

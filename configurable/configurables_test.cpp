@@ -16,13 +16,9 @@
 #include "configurable/configurable_composite_dynamic.h"
 #include "configurable/kept_document.h"
 
-void TestConfigurables(std::ostream& out);
-
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectThrows;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 struct PlainFloat : ConfigurableFloat {
   explicit PlainFloat(const std::string& name, float value = 0) : ConfigurableFloat(name, value) {}

@@ -10,15 +10,9 @@
 #include "configurable/xml_string.h"
 #include "configurable/xml_writer.h"
 
-void TestXMLParser(std::ostream& out);
-void TestXMLQueryStringParser(std::ostream& out);
-void TestXMLString(std::ostream& out);
-void TestXMLWriter(std::ostream& out);
-
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 template <class Text>
 std::string Read(const std::string& text) {

@@ -12,13 +12,9 @@
 #include "liborrel/network_config.h"
 #include "liborrel/ptp_config.h"
 
-void SystemFileCases();
-
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectThrows;
-using self_test::ExpectTrue;
+using namespace self_test;
 namespace fs = std::filesystem;
 
 // A host whose files are in a directory of their own, and whose acts are recorded.

@@ -8,7 +8,7 @@
 #include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 void RunTimeEventLoggerCases() {
   const TemporaryDirectory directory;

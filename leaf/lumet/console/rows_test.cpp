@@ -17,7 +17,7 @@
 
 namespace {
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 // Six digits of floats where they are hardest: at powers of ten, in ties, and the smallest.
 void NumberCases() {

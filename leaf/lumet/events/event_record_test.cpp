@@ -15,8 +15,7 @@
 
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 struct Run {
   std::uint16_t code;

@@ -6,7 +6,7 @@
 
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 void LinearFitCases() {
   // By hand: the sums of squares about the means are 5 and 18.75, that of products 9.5.

@@ -21,8 +21,7 @@
 
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::Hex;
+using namespace self_test;
 
 std::string Number(std::uint64_t value, std::size_t size) {
   std::string bytes;

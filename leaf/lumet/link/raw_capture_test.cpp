@@ -15,8 +15,7 @@
 
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 // The bytes of a capture from its rows.
 std::vector<std::uint8_t> Unpacked(const std::string& rows) {
