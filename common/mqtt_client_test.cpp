@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "common/host_lookup.h"
@@ -120,10 +121,7 @@ void PacketCases() {
   };
   const std::string longest =
       std::string("\x30\xFC\xFF\x0F\0\x01t", 7) + std::string(MQTTClient::kLongestPacket - 7, 'x');
-  const struct {
-    std::string said;
-    std::string heard;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {std::string("\x30\x04\0\x01t!\xD0\0\x31\x03\0\x01u", 13), "t1 u0 disconnect "},
       {longest.substr(0, 5) + "x", "disconnect "},                  // and it closes in the middle
       {kGreeting, "disconnect "},                                   // which comes once

@@ -2,6 +2,7 @@
 
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/test_registry.h"
@@ -38,20 +39,18 @@ void TestStrUtil(std::ostream&) {
   ExpectEqual(CollapseSpace(spaced), " a b c");
   ExpectEqual(RemoveChar("banana", 'a'), "bnn");
 
-  const struct {
-    const char* line;
-    const char* words;
-  } lines[] = {{"one two three four", "one|two|three|four|"},
-               {" one  two  three four ", "one|two|three|four|"},
-               {"a \"b  c\" 'd \"e'", "a|b  c|d \"e|"},
-               {"'one phrase'", "one phrase|"},
-               {"\"unended phrase", "unended phrase|"},
-               {"", ""}};
-  for (const auto& row : lines) {
+  const std::pair<const char*, const char*> lines[] = {
+      {"one two three four", "one|two|three|four|"},
+      {" one  two  three four ", "one|two|three|four|"},
+      {"a \"b  c\" 'd \"e'", "a|b  c|d \"e|"},
+      {"'one phrase'", "one phrase|"},
+      {"\"unended phrase", "unended phrase|"},
+      {"", ""}};
+  for (const auto& [line, expected] : lines) {
     std::vector<std::string> words;
-    SplitCommandLine(row.line, words);
+    SplitCommandLine(line, words);
     std::string joined;
     for (const std::string& word : words) joined += word + "|";
-    ExpectEqual(joined, row.words, row.line);
+    ExpectEqual(joined, expected, line);
   }
 }

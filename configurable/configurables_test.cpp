@@ -141,18 +141,13 @@ void FormatCases() {
   ExpectEqual(tree.careless.number, 255);
 }
 
-struct Row {
-  std::string request;
-  std::string answer;
-};
-
-// Requests in a row on one tree; "clear" clears the marks first.
-void Converse(Tree& tree, const std::vector<Row>& rows) {
-  for (const Row& row : rows) {
-    if (row.request == "clear")
+// Requests in a row on one tree, with their answers; "clear" clears the marks first.
+void Converse(Tree& tree, const std::vector<std::pair<std::string, std::string>>& rows) {
+  for (const auto& [request, answer] : rows) {
+    if (request == "clear")
       tree.set_changed(false);
     else
-      ExpectEqual(tree.Ask(row.request), row.answer, row.request);
+      ExpectEqual(tree.Ask(request), answer, request);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "common/test_registry.h"
 #include "configurable/xml_parser.h"
@@ -57,10 +58,7 @@ std::string Tokens(const std::string& document) {
 void TokenCases() {
   const std::string empty_name = "ERROR(Empty XML tag name) ";
   const std::string bad_end = "ERROR(Invalid XML tag end sequence) ";
-  const struct {
-    std::string document;
-    std::string tokens;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"<tagname attr1 attr2=\"a value\" attr3='v' attr4/><tag2></tag2><tag3/>",
        "START_ELEMENT(tagname) ATTRIBUTE(attr1) attr2=a value attr3=v ATTRIBUTE(attr4) "
        "END_ELEMENT(tagname) START_ELEMENT(tag2) END_ELEMENT(tag2) START_ELEMENT(tag3) "
@@ -92,11 +90,11 @@ void TokenCases() {
       {"<a>unended", "START_ELEMENT(a) STRING(unended) "},
       {"<!-- unended <a/>", ""},
   };
-  for (const auto& row : rows) {
-    ExpectEqual(Tokens(row.document), row.tokens, row.document);
+  for (const auto& [document, tokens] : rows) {
+    ExpectEqual(Tokens(document), tokens, document);
     // Wherever the document is cut off, reading comes to an end.
-    for (std::size_t length = 0; length < row.document.size(); ++length)
-      Tokens(row.document.substr(0, length));
+    for (std::size_t length = 0; length < document.size(); ++length)
+      Tokens(document.substr(0, length));
   }
 }
 
@@ -130,10 +128,7 @@ void TestXMLParser(std::ostream&) {
 }
 
 void TestXMLQueryStringParser(std::ostream&) {
-  const struct {
-    const char* text;
-    const char* tokens;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"This is a &query_item; string", "STRING(This is a ) QUERY(&query_item;) STRING( string) "},
       {"an illegal &query string", "STRING(an illegal &query string) "},
       {"&query_changes_item; and then an error &query_junk; query",
@@ -151,21 +146,18 @@ void TestXMLQueryStringParser(std::ostream&) {
       {"{", "STRING({) "},
       {"{}", "DOCTYPE() "},
   };
-  for (const auto& row : rows) {
-    XMLQueryStringParser parser(row.text);
+  for (const auto& [text, expected] : rows) {
+    XMLQueryStringParser parser(text);
     std::ostringstream tokens;
     ExpectTrue(parser.NextToken() == XMLQueryStringParser::START_STRING, "the first token");
     while (parser.NextToken() != XMLQueryStringParser::END_STRING)
       tokens << parser.GetCurrToken() << "(" << parser.GetTokenString() << ") ";
-    ExpectEqual(tokens.str(), row.tokens, row.text);
+    ExpectEqual(tokens.str(), expected, text);
   }
 }
 
 void TestXMLString(std::ostream&) {
-  const struct {
-    const char* text;
-    const char* printed;
-  } pairs[] = {
+  const std::pair<const char*, const char*> pairs[] = {
       {"hello with spaces", "hello with spaces"},
       {"&begin", "&amp;begin"},
       {"tricky&", "tricky&amp;"},
@@ -174,14 +166,11 @@ void TestXMLString(std::ostream&) {
       {"&;", "&amp;;"},
       {"&a&b;", "&amp;a&b;"},
   };
-  for (const auto& pair : pairs) {
-    ExpectEqual(Written<XMLString>(pair.text), pair.printed);
-    ExpectEqual(Read<XMLString>(pair.printed), pair.text);
+  for (const auto& [text, printed] : pairs) {
+    ExpectEqual(Written<XMLString>(text), printed);
+    ExpectEqual(Read<XMLString>(printed), text);
   }
-  const struct {
-    const char* text;
-    const char* read;
-  } read_only[] = {
+  const std::pair<const char*, const char*> read_only[] = {
       {"  Read up to\t tag </end_tag>", "Read up to\t tag"},
       {"\"A quoted 'string'\"", "A quoted 'string'"},
       {"'A quoted \"string\"'", "A quoted \"string\""},
@@ -192,12 +181,9 @@ void TestXMLString(std::ostream&) {
       {"a &b<", "a &b"},
       {"", ""},
   };
-  for (const auto& row : read_only) ExpectEqual(Read<XMLString>(row.text), row.read, row.text);
+  for (const auto& [text, read] : read_only) ExpectEqual(Read<XMLString>(text), read, text);
 
-  const struct {
-    const char* text;
-    const char* name;
-  } names[] = {
+  const std::pair<const char*, const char*> names[] = {
       {"&entity_name;with junk", "&entity_name;"},
       {"attr=\"value\"", "attr"},
       {"_na:me/>", "_na:me"},
@@ -205,9 +191,9 @@ void TestXMLString(std::ostream&) {
       {".no-name", ""},
       {" name", ""},
   };
-  for (const auto& row : names) {
-    ExpectEqual(Read<XMLName>(row.text), row.name, row.text);
-    ExpectEqual(Written<XMLName>(row.text), row.name, row.text);
+  for (const auto& [text, name] : names) {
+    ExpectEqual(Read<XMLName>(text), name, text);
+    ExpectEqual(Written<XMLName>(text), name, text);
   }
 }
 

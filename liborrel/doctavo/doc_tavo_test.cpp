@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/test_registry.h"
@@ -39,10 +40,7 @@ std::string Printed(Configurable& item) {
 
 void DocumentCases() {
   DocTavo doc;
-  const struct {
-    std::string request;
-    std::string answer;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {InCfg("<lightsource><Q_setpoint>&query_doctype;</Q_setpoint></lightsource>"),
        InCfg("<lightsource><Q_setpoint units=\"{string:µmol/m²/s}\">{float:0}</Q_setpoint>"
              "</lightsource>")},
@@ -63,7 +61,7 @@ void DocumentCases() {
              "</ipaddress></network>"),
        "10.1.2.3 {int.int.int.int}"},
   };
-  for (const auto& row : rows) ExpectEqual(Ask(doc, row.request), row.answer, row.request);
+  for (const auto& [request, answer] : rows) ExpectEqual(Ask(doc, request), answer, request);
   for (const char* address : {"1.2", "fe80::1", "/etc/passwd"})
     ExpectThrows<SocketError>(
         [&] {
