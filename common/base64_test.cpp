@@ -2,8 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <ostream>
-#include <string>
 #include <vector>
 
 #include "common/test_registry.h"

@@ -1,7 +1,6 @@
 #include "common/bonjour_client.h"
 
 #include <cstdlib>
-#include <string>
 
 #include "common/test_registry.h"
 

@@ -1,8 +1,5 @@
 #include "common/delimparser.h"
 
-#include <ostream>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "common/test_registry.h"

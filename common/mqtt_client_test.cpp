@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <memory>
 #include <stdexcept>
-#include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 

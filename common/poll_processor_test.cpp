@@ -7,8 +7,6 @@
 #include <chrono>
 #include <csignal>
 #include <functional>
-#include <ostream>
-#include <string>
 #include <vector>
 
 #include "common/test_registry.h"

@@ -8,7 +8,6 @@
 #include <deque>
 #include <functional>
 #include <stdexcept>
-#include <string>
 #include <utility>
 
 #include "common/poll_processor.h"

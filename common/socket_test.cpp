@@ -5,7 +5,6 @@
 
 #include <csignal>
 #include <filesystem>
-#include <string>
 
 #include "common/network_interface.h"
 #include "common/temporary_directory.h"

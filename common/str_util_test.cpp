@@ -1,7 +1,5 @@
 #include "common/str_util.h"
 
-#include <ostream>
-#include <string>
 #include <utility>
 #include <vector>
 

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <string>
 
 #include "common/errno_error.h"
 #include "common/temporary_directory.h"

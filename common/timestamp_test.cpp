@@ -2,10 +2,7 @@
 
 #include <chrono>
 #include <cmath>
-#include <ostream>
 #include <random>
-#include <sstream>
-#include <string>
 #include <utility>
 
 #include "common/test_registry.h"

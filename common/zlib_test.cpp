@@ -2,11 +2,8 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <ostream>
 #include <random>
-#include <sstream>
 #include <stdexcept>
-#include <string>
 #include <vector>
 
 #include "common/test_registry.h"

@@ -4,11 +4,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
-#include <ostream>
 #include <random>
-#include <sstream>
 #include <stdexcept>
-#include <string>
 
 #include "common/test_registry.h"
 #include "configurable/configurable_composite.h"

@@ -2,10 +2,7 @@
 
 #include <initializer_list>
 #include <iomanip>
-#include <ostream>
-#include <sstream>
 #include <stdexcept>
-#include <string>
 #include <utility>
 #include <vector>
 

@@ -1,8 +1,5 @@
 // The lexical layer: names, texts, tokens and the writer.
 
-#include <ostream>
-#include <sstream>
-#include <string>
 #include <utility>
 
 #include "common/test_registry.h"

@@ -1,8 +1,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <sstream>
-#include <string>
 #include <utility>
 
 #include "common/errno_error.h"

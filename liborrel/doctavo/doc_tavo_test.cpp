@@ -1,11 +1,8 @@
 #include "liborrel/doctavo/doc_tavo.h"
 
 #include <memory>
-#include <ostream>
 #include <random>
-#include <sstream>
 #include <stdexcept>
-#include <string>
 #include <utility>
 #include <vector>
 

@@ -1,7 +1,6 @@
 #include "leaf/lumet/board/diagnostics.h"
 
 #include <cstdint>
-#include <string>
 
 #include "common/test_registry.h"
 

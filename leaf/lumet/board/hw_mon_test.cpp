@@ -1,7 +1,6 @@
 #include "leaf/lumet/board/hw_mon.h"
 
 #include <filesystem>
-#include <string>
 
 #include "common/temporary_directory.h"
 #include "common/test_registry.h"

@@ -2,8 +2,6 @@
 
 #include <sys/resource.h>
 
-#include <sstream>
-#include <string>
 #include <utility>
 
 #include "common/temporary_directory.h"

@@ -9,8 +9,6 @@
 #include <limits>
 #include <map>
 #include <random>
-#include <sstream>
-#include <string>
 
 #include "common/number_format.h"
 #include "common/test_registry.h"

@@ -5,9 +5,6 @@
 #include <initializer_list>
 #include <iterator>
 #include <limits>
-#include <sstream>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "common/test_registry.h"

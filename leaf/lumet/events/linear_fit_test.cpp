@@ -1,7 +1,5 @@
 #include "leaf/lumet/events/linear_fit.h"
 
-#include <sstream>
-#include <string>
 #include <vector>
 
 #include "common/test_registry.h"

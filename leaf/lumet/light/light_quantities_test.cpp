@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdint>
 #include <random>
-#include <sstream>
 
 #include "common/test_registry.h"
 

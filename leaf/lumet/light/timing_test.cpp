@@ -1,7 +1,5 @@
 #include "leaf/lumet/light/timing.h"
 
-#include <string>
-
 #include "common/test_registry.h"
 
 using namespace self_test;

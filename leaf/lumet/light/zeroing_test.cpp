@@ -1,7 +1,6 @@
 #include "leaf/lumet/light/zeroing.h"
 
 #include <cmath>
-#include <string>
 
 #include "common/test_registry.h"
 

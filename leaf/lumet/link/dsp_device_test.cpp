@@ -10,9 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <initializer_list>
-#include <sstream>
 #include <stdexcept>
-#include <string>
 #include <vector>
 
 #include "common/stream_file.h"

@@ -5,8 +5,6 @@
 #include <cstdint>
 #include <random>
 #include <span>
-#include <sstream>
-#include <string>
 #include <vector>
 
 #include "common/base64.h"

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdint>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "common/test_registry.h"
