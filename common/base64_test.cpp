@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "common/test_registry.h"
@@ -9,21 +10,19 @@
 using namespace self_test;
 
 void TestBase64(std::ostream&) {
-  const struct {
-    std::string bytes;
-    std::string text;
-  } pairs[] = {{"", ""},        {"f", "Zg=="},        {"fo", "Zm8="},
-               {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"\xFB\xFF\xFE", "+//+"}};
+  const std::pair<std::string, std::string> pairs[] = {
+      {"", ""},        {"f", "Zg=="},        {"fo", "Zm8="},
+      {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"\xFB\xFF\xFE", "+//+"}};
   const auto as_bytes = [](const std::string& text) {
     return std::vector<std::uint8_t>(text.begin(), text.end());
   };
-  for (const auto& pair : pairs) {
+  for (const auto& [plain, coded] : pairs) {
     std::string text;
-    ExpectEqual(Base64AppendEncoded(as_bytes(pair.bytes), text, true), pair.bytes.size());
-    ExpectEqual(text, pair.text);
+    ExpectEqual(Base64AppendEncoded(as_bytes(plain), text, true), plain.size());
+    ExpectEqual(text, coded);
     std::vector<std::uint8_t> bytes;
-    ExpectEqual(Base64AppendDecoded(pair.text, bytes), pair.text.size());
-    ExpectTrue(bytes == as_bytes(pair.bytes), pair.text);
+    ExpectEqual(Base64AppendDecoded(coded, bytes), coded.size());
+    ExpectTrue(bytes == as_bytes(plain), coded);
   }
   std::vector<std::uint8_t> bytes;
   ExpectEqual(Base64AppendDecoded(std::string("Zm9vZ!9vZm"), bytes), std::size_t{10});

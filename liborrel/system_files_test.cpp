@@ -161,10 +161,7 @@ void SetNetworkCases() {
 
 void ReadNetworkCases() {
   // Options as the system reads them: address, netmask, gateway.
-  const struct {
-    const char* options;
-    const char* values;
-  } stanzas[] = {
+  const std::pair<const char*, const char*> stanzas[] = {
       {"\taddress 10.0.0.5/24\n\tgateway 10.0.0.1 # router\n", "10.0.0.5 255.255.255.0 10.0.0.1"},
       {"\taddress\t10.0.0.5/255.0.0.0#x\n", "10.0.0.5 255.0.0.0 192.168.1.1"},
       {"\tnetmask 255.255.0.0\n\taddress 10.0.0.5/24\n", "10.0.0.5 255.255.0.0 192.168.1.1"},
@@ -177,15 +174,14 @@ void ReadNetworkCases() {
       {"\tup route add -net 10.0.0.0 netmask 255.0.0.0 gateway 10.0.0.1\n",
        "192.168.1.95 255.255.255.0 192.168.1.1"},
   };
-  for (const auto& row : stanzas) {
+  for (const auto& [options, values] : stanzas) {
     TestHost host;
-    host.root.Write("etc/network/interfaces",
-                    std::string("iface\teth0  inet static\n") + row.options);
+    host.root.Write("etc/network/interfaces", std::string("iface\teth0  inet static\n") + options);
     const NetworkConfig network = host.Network();
     const NetworkConfig::Values& read = network.Get();
     ExpectEqual(
         read.address.ToString() + " " + read.netmask.ToString() + " " + read.gateway.ToString(),
-        row.values, row.options);
+        values, options);
   }
 }
 
