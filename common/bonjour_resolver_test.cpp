@@ -4,8 +4,7 @@
 
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 void BonjourResolverCases() {
   BonjourResolver services;

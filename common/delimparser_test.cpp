@@ -1,20 +1,10 @@
 #include "common/delimparser.h"
 
-#include <ostream>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "common/test_registry.h"
 
-void TestDelimParser(std::ostream& out);
-
-namespace {
-
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
-
-}  // namespace
+using namespace self_test;
 
 void TestDelimParser(std::ostream&) {
   const struct {

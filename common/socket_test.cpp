@@ -5,19 +5,14 @@
 
 #include <csignal>
 #include <filesystem>
-#include <string>
 
 #include "common/network_interface.h"
 #include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
-void SocketCases();
-
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectThrows;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 void AddressCases() {
   const struct {
@@ -87,20 +82,11 @@ void ConnectionCases() {
         "Socket: unable to connect to " + path + ": Interrupted system call: timed out");
     ExpectEqual(alarm(0), 0U, "the alarm after a connect");
   }
-  {
-    Socket accepted(listener, nullptr);
-    ExpectEqual(client.Send("hello", 5, 0), 5);
-    std::string text;
-    accepted.ReadString(text);
-    ExpectEqual(text, "hello");
-  }
-  // The peer is gone; a signal here would end the process.
+  // The peer takes the connection and is gone; a signal here would end the process.
+  Socket(listener, nullptr).Close();
   const auto before = std::signal(SIGPIPE, SIG_DFL);
   ExpectThrows<ErrnoError>([&] { client.Send("x", 1, 0); }, "Socket: error in Send: Broken pipe");
   std::signal(SIGPIPE, before);
-  client.Close();
-  ExpectThrows<StreamFileBaseError>([&] { client.Send("x", 1, 0); },
-                                    "StreamFileBase: file is closed");
   std::filesystem::remove(path);
   ExpectThrows<ErrnoError>([&] { Socket(AF_UNIX, SOCK_STREAM, 0).Connect(SocketAddress(path), 5); },
                            "Socket: unable to connect to " + path + ": No such file or directory");
@@ -124,8 +110,7 @@ void InterfaceCases() {
   directory.Write("br1/bridge/bridge_id", "8000.02\n");
   directory.Write("br1/bridge/topology_change_timer", "17\n");
   directory.Write("br1/brif/lo/x", "");
-  directory.Write(".hidden/x", "");
-  directory.Write("file", "");
+  for (const char* other : {".hidden/x", "file"}) directory.Write(other, "");
   const NetworkInterface port = NetworkInterface::Read("lo", all);
   ExpectTrue(port.isBridgePort && !port.isBridge, "a port");
   ExpectEqual(port.bridgeName, "br1");

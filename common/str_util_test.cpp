@@ -1,16 +1,13 @@
 #include "common/str_util.h"
 
-#include <ostream>
-#include <string>
+#include <utility>
 #include <vector>
 
 #include "common/test_registry.h"
 
-void TestStrUtil(std::ostream& out);
-
 namespace {
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 int Sign(int number) { return number > 0 ? 1 : number < 0 ? -1 : 0; }
 
@@ -40,20 +37,18 @@ void TestStrUtil(std::ostream&) {
   ExpectEqual(CollapseSpace(spaced), " a b c");
   ExpectEqual(RemoveChar("banana", 'a'), "bnn");
 
-  const struct {
-    const char* line;
-    const char* words;
-  } lines[] = {{"one two three four", "one|two|three|four|"},
-               {" one  two  three four ", "one|two|three|four|"},
-               {"a \"b  c\" 'd \"e'", "a|b  c|d \"e|"},
-               {"'one phrase'", "one phrase|"},
-               {"\"unended phrase", "unended phrase|"},
-               {"", ""}};
-  for (const auto& row : lines) {
+  const std::pair<const char*, const char*> lines[] = {
+      {"one two three four", "one|two|three|four|"},
+      {" one  two  three four ", "one|two|three|four|"},
+      {"a \"b  c\" 'd \"e'", "a|b  c|d \"e|"},
+      {"'one phrase'", "one phrase|"},
+      {"\"unended phrase", "unended phrase|"},
+      {"", ""}};
+  for (const auto& [line, expected] : lines) {
     std::vector<std::string> words;
-    SplitCommandLine(row.line, words);
+    SplitCommandLine(line, words);
     std::string joined;
     for (const std::string& word : words) joined += word + "|";
-    ExpectEqual(joined, row.words, row.line);
+    ExpectEqual(joined, expected, line);
   }
 }

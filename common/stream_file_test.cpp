@@ -4,17 +4,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <string>
 
 #include "common/errno_error.h"
 #include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
-void StreamFileCases();
-
-using self_test::ExpectEqual;
-using self_test::ExpectThrows;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 void StreamFileCases() {
   const std::string closed = "StreamFileBase: file is closed";

@@ -1,13 +1,9 @@
 // The tree's language, on a small tree of all kinds of nodes.
 
-#include <cmath>
 #include <initializer_list>
 #include <iomanip>
-#include <memory>
-#include <ostream>
-#include <sstream>
 #include <stdexcept>
-#include <string>
+#include <utility>
 #include <vector>
 
 #include "common/test_registry.h"
@@ -17,13 +13,9 @@
 #include "configurable/configurable_composite_dynamic.h"
 #include "configurable/kept_document.h"
 
-void TestConfigurables(std::ostream& out);
-
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectThrows;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 struct PlainFloat : ConfigurableFloat {
   explicit PlainFloat(const std::string& name, float value = 0) : ConfigurableFloat(name, value) {}
@@ -58,8 +50,7 @@ struct Branch : ConfigurableComposite {
   }
 };
 
-std::vector<std::string> lunches = {"apple",  "banana", "orange",
-                                    "grapes", "tire",   "translate<>&'\""};
+std::vector<std::string> lunches = {"apple", "translate<>&'\""};
 
 struct Tree : Branch {
   Tree() : Branch("L") {
@@ -110,10 +101,12 @@ struct Careless : Configurable {
   std::istream& read_value(std::istream& in, std::ostream& err) override {
     in >> std::hex >> std::noskipws >> number;
     print_value(err);
+    err.setstate(std::ios_base::badbit);
     return in;
   }
   std::ostream& print_value(std::ostream& out) const override {
     out << std::hex << std::showpos << std::fixed << std::setprecision(1) << std::setfill('*');
+    SetTimestampFormat(out, {'/', '.', 'T', true});
     out.width(4);
     return out;
   }
@@ -145,18 +138,13 @@ void FormatCases() {
   ExpectEqual(tree.careless.number, 255);
 }
 
-struct Row {
-  std::string request;
-  std::string answer;
-};
-
-// Requests in a row on one tree; "clear" clears the marks first.
-void Converse(Tree& tree, const std::vector<Row>& rows) {
-  for (const Row& row : rows) {
-    if (row.request == "clear")
+// Requests in a row on one tree, with their answers; "clear" clears the marks first.
+void Converse(Tree& tree, const std::vector<std::pair<std::string, std::string>>& rows) {
+  for (const auto& [request, answer] : rows) {
+    if (request == "clear")
       tree.set_changed(false);
     else
-      ExpectEqual(tree.Ask(row.request), row.answer, row.request);
+      ExpectEqual(tree.Ask(request), answer, request);
   }
 }
 
@@ -168,14 +156,11 @@ void RequestCases() {
        {"&query_item;",
         "<L><a>1234</a><b>0.1234</b><d><e><g>0.11</g><g>0.22</g><g>0.33</g></e><f>6.5</f></d>"
         "<c>43.21</c><lunch>apple</lunch><dog pitch=\"11.22\">88.11</dog><dyn/></L>"},
-       {"<L><a>&query_item;</a><b>&query_item;</b></L>", "1234 0.1234"},
        {"&query_changes_item;", ""},
        {"<L><b>1.0</b><c> &query_item; 9 &query_item; </c></L>", "43.21 9"},
        {"&query_changes_item;", "<L><b>1</b><c>9</c></L>"},
-       {"<L><a> &query_item; </a></L> this is some junk the configurable should throw away",
-        "1234"},
        {"clear", ""},
-       {"<L><d><e><g>1</g></e></d> &query_changes_item; </L> ",
+       {"<L><d><e><g>1</g></e></d> &query_changes_item; </L> junk that nobody reads",
         "<d><e><g>1</g><g>1</g><g>1</g></e></d>"},
        {"<L><a>qwerty</a><b>2.1</b><a> &query_item; </a><b> &query_item; </b></L>",
         "<Error Param=\"a\">unable to read float</Error>1234 2.1"},
@@ -185,24 +170,16 @@ void RequestCases() {
        {"<attic>&query_item;</attic>", "<Error Param=\"L\">Invalid start element: attic</Error>"},
        {"clear", ""},
        {"<L><dog &query_item;></dog></L>", "pitch=\"11.22\""},
-       {"<L><dog pitch=\"&query_item;\"/></L>", "11.22"},
        {"<L><dog sticky/></L>", ""},
        {"<L><dog> &query; </dog></L>", "<L><dog sticky>88.11</dog></L>"},
        {"&query_changes_item;", "<L><dog sticky>88.11</dog></L>"},
-       {"<L><dog pitch=\"&query_item;\"/></L>", "&disabled;"},
        {"<L><dog></dog><dog pitch=\"&query_item;\" sticky=\"&query_item;\" /></L>",
         "&disabled; &enabled;"},
        {"<L><dog sticky pitch=\"&query_item;21&query_item;\">1234.5</dog><dog &query_item;/></L>",
         "&disabled; 21 pitch=\"21\" sticky"},
-       {"<L><dog>&query;</dog></L>", "<L><dog pitch=\"21\" sticky>1234.5</dog></L>"},
        {"<L><dog>2</dog><dog>&query;</dog></L>", "<L><dog>2</dog></L>"},
        {"<L><dog bark=\"&query_item;15\" pitch=\"&query_item;1&query_item;\"/></L>",
         "&disabled; 1"},
-       {"clear", ""},
-       {"<L><lunch>&query_item;banana&query_item;</lunch></L>", "apple banana"},
-       {"<L><lunch>abc tire</lunch><lunch>&query_item;</lunch></L>",
-        "<Error Param=\"lunch\">invalid option: abc tire\n</Error>banana"},
-       {"&query_changes_item;", "<L><lunch>banana</lunch></L>"},
        {"<L><lunch>translate&lt;&gt;&amp;&apos;&quot;</lunch><lunch>&query;</lunch></L>",
         "<L><lunch>translate&lt;&gt;&amp;&apos;&quot;</lunch></L>"},
        {"<L><d><GG>&query_item;</GG></d></L>", ""},
@@ -213,32 +190,24 @@ void RequestCases() {
        {"<L x='1'><b>&query_item;</b></L>",
         "<Error Param=\"L\">This item has no attributes</Error>"},
        // The list.
-       {"<L><dyn><val>1.2</val></dyn></L>", ""},
-       {"<L><dyn>&query;</dyn></L>", "<L><dyn><val>1.2</val></dyn></L>"},
+       {"<L><dyn><val>1.2</val></dyn><dyn>&query;</dyn></L>", "<L><dyn><val>1.2</val></dyn></L>"},
        {"<L><dyn><val1>1</val1><val2>2</val2><val3>3</val3></dyn></L>", ""},
        {"<L><dyn/><dyn></dyn><dyn>&query_item;</dyn></L>",
         "<val1>1</val1><val2>2</val2><val3>3</val3>"},
-       {"<L><dyn><val>1</val><val>2</val><val>error</val><val>4</val><val>another error</val>"
-        "</dyn></L>",
-        "<Error Param=\"val\">unable to read float</Error>"
+       {"<L><dyn><val>1</val><val>2</val><val>error</val><val>4</val></dyn></L>",
         "<Error Param=\"val\">unable to read float</Error>"},
        {"<L><dyn>&query_item;</dyn></L>", "<val>1</val><val>2</val><val>4</val>"}});
 }
 
 void DoctypeCases() {
   Tree tree;
-  Converse(tree, {{"<L><dyn><val>1</val><val>2</val><val>4</val></dyn></L>", ""}});
-  const std::string choices =
-      "{apple|banana|orange|grapes|tire|translate&lt;&gt;&amp;&apos;&quot;}";
-  const std::string doctype =
-      "<L><a>{float}</a><b>{float}</b><d><e><g>{float}</g><g>{float}</g><g>{float}</g></e>"
-      "<f>{float}</f></d><c>{float}</c><lunch>" +
-      choices +
-      "</lunch><dog pitch=\"{float}\" sticky>{float}</dog><dyn><val>{float}</val>"
-      "<val>{float}</val><val>{float}</val></dyn></L>";
-  Converse(tree, {{"&query_doctype;", doctype},
-                  {"<L>&query_doctype_context;</L>", doctype},
-                  {"<L><lunch>&query_doctype_item;</lunch></L>", choices},
+  Converse(tree, {{"<L><dyn><val>1</val><val>2</val></dyn></L>", ""},
+                  {"&query_doctype;",
+                   "<L><a>{float}</a><b>{float}</b><d><e><g>{float}</g><g>{float}</g>"
+                   "<g>{float}</g></e><f>{float}</f></d><c>{float}</c>"
+                   "<lunch>{apple|translate&lt;&gt;&amp;&apos;&quot;}</lunch>"
+                   "<dog pitch=\"{float}\" sticky>{float}</dog>"
+                   "<dyn><val>{float}</val><val>{float}</val></dyn></L>"},
                   {"<L><dog>&query_doctype_item;</dog></L>", "{float}"},
                   {"<L><dog pitch=\"&query_doctype_item;\"/></L>", "{float}"}});
   std::ostringstream out;
@@ -249,18 +218,17 @@ void DoctypeCases() {
 
 void FailureCases() {
   Tree tree;
-  const struct {
-    const char* document;
-    bool failed;
-  } rows[] = {
-      {"&query_item;", false},    {"", false},       {"<L>", false},
-      {"<L><a>1", false},         {"<a/>", true},    {"< L/>", true},
-      {"<L><b>1</a></L>", false}, {"<L></M>", true}, {"<L><a>x</a></L>", false},
-  };
-  for (const auto& row : rows) {
+  for (const auto& [document, expected] :
+       std::initializer_list<std::pair<const char*, bool>>{{"", false},
+                                                           {"<L><a>1", false},
+                                                           {"<L><b>1</a></L>", false},
+                                                           {"<L><a>x</a></L>", false},
+                                                           {"<a/>", true},
+                                                           {"< L/>", true},
+                                                           {"<L></M>", true}}) {
     bool failed = false;
-    tree.Ask(row.document, &failed);
-    ExpectEqual(failed, row.failed, row.document);
+    tree.Ask(document, &failed);
+    ExpectEqual(failed, expected, document);
   }
 
   // A lock is reported, and the value is taken all the same; read-only does neither.
@@ -275,10 +243,6 @@ void FailureCases() {
   tree.set_throw_errors(true);
   ExpectThrows<Configurable::Error>([&] { tree.Ask("<L><a>x</a></L>"); },
                                     "XML error in item \"a\": unable to read float");
-  tree.set_locked(true);
-  ExpectThrows<Configurable::Error>([&] { tree.Ask("<L><a>8</a></L>"); },
-                                    "XML error in item \"a\": Configuration is locked");
-  tree.set_locked(false);
   tree.set_throw_errors(false);
   Converse(tree, {{"<L><a>&query_item;</a></L>", "7"}});
 

@@ -1,11 +1,10 @@
 #include "leaf/lumet/board/diagnostics.h"
 
 #include <cstdint>
-#include <string>
 
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 void DiagnosticsCases() {
   const struct {

@@ -1,13 +1,11 @@
 #include "leaf/lumet/board/hw_mon.h"
 
 #include <filesystem>
-#include <string>
 
 #include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 // The kernel's files, with what is written to them.
 void HWMonCases() {

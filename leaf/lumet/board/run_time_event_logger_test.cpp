@@ -2,21 +2,18 @@
 
 #include <sys/resource.h>
 
-#include <sstream>
-#include <string>
+#include <utility>
 
 #include "common/temporary_directory.h"
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 void RunTimeEventLoggerCases() {
   const TemporaryDirectory directory;
   const std::string path = directory.Path() + "/log";
-  const struct {
-    const char* before;
-    const char* after;  // the last line, up to its timestamp
-  } rows[] = {
+  // What was there, and the last line up to its timestamp.
+  const std::pair<const char*, const char*> rows[] = {
       {"", R"({"event_id":1,"powercycle_count":1,"runtime_minutes":0,)"},
       {"{\"event_id\":41,\"powercycle_count\":5,\"runtime_minutes\":90}\n",
        R"({"event_id":42,"powercycle_count":6,"runtime_minutes":90,)"},
@@ -30,13 +27,13 @@ void RunTimeEventLoggerCases() {
       {"{\"event_id\":44,\"powercycle_c",
        R"({"event_id":45,"powercycle_count":1,"runtime_minutes":0,)"},
   };
-  for (const auto& row : rows) {
-    directory.Write("log", row.before);
+  for (const auto& [before, after] : rows) {
+    directory.Write("log", before);
     { RunTimeEventLogger(path).NextValue("event_id"); }
     std::istringstream file(directory.Read("log"));
     std::string last;
     for (std::string line; std::getline(file, line);) last = line;
-    ExpectEqual(last.substr(0, last.find("\"timestamp\"")), row.after, row.before);
+    ExpectEqual(last.substr(0, last.find("\"timestamp\"")), after, before);
   }
 
   // A torn line stays by itself, and a disk that is full for a while costs the lines of that time.

@@ -2,7 +2,7 @@
 
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 // Of all services around, the head follows that of its own console unit alone.
 void AnnouncementCases() {

@@ -9,15 +9,13 @@
 #include <limits>
 #include <map>
 #include <random>
-#include <sstream>
-#include <string>
 
 #include "common/number_format.h"
 #include "common/test_registry.h"
 
 namespace {
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 // Six digits of floats where they are hardest: at powers of ten, in ties, and the smallest.
 void NumberCases() {
@@ -28,13 +26,13 @@ void NumberCases() {
     *PutFloat(text.data(), value) = '\0';
     ExpectEqual(std::string(text.data()), std::string(expected.data()));
   };
-  const auto with_neighbours = [&](float value) {
-    for (const float next : {std::nextafter(value, 0.0F), value, std::nextafter(value, INFINITY)})
-      check(next);
-  };
-  for (int exponent = -45; exponent <= 38; ++exponent)
-    for (const double digits : {1.0, 9.999995, 9.99999, 1.000005, 2.5})
-      with_neighbours(static_cast<float>(digits * std::pow(10, exponent)));
+  for (int exponent = -45; exponent <= 38; ++exponent) {
+    for (const double digits : {1.0, 9.999995, 9.99999, 1.000005, 2.5}) {
+      const auto value = static_cast<float>(digits * std::pow(10, exponent));
+      for (const float near : {std::nextafter(value, 0.0F), value, std::nextafter(value, INFINITY)})
+        check(near);
+    }
+  }
   for (unsigned i = 0; i < 20'000; ++i) {
     check(static_cast<float>(2 * i + 1) / 4 + 50'000);
     check(static_cast<float>(10 * i + 5) + 1'000'000);

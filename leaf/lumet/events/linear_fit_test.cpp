@@ -1,12 +1,10 @@
 #include "leaf/lumet/events/linear_fit.h"
 
-#include <sstream>
-#include <string>
 #include <vector>
 
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 void LinearFitCases() {
   // By hand: the sums of squares about the means are 5 and 18.75, that of products 9.5.

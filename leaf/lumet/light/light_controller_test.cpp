@@ -1,11 +1,10 @@
 #include "leaf/lumet/light/light_controller.h"
 
 #include <cmath>
-#include <string>
 
 #include "common/test_registry.h"
 
-using self_test::ExpectEqual;
+using namespace self_test;
 
 void LightControllerCases() {
   DocTavo doc;

@@ -9,9 +9,8 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
-#include <sstream>
+#include <initializer_list>
 #include <stdexcept>
-#include <string>
 #include <vector>
 
 #include "common/stream_file.h"
@@ -20,8 +19,7 @@
 
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::Hex;
+using namespace self_test;
 
 std::string Number(std::uint64_t value, std::size_t size) {
   std::string bytes;
@@ -128,7 +126,6 @@ class Link {
 };
 
 void ReceiveCases() {
-  const std::string last_word = Number(0xABCD, 2);
   std::string legacy;
   for (unsigned word = 0; word < 16; ++word) legacy += Number(word, 4);
   const struct {
@@ -140,26 +137,25 @@ void ReceiveCases() {
       {Record(2, "one") + Record(2, "three") + std::string(11, 'x'), 2, "pong:one pong:three "},
       {Record(2, "one") + Record(2, "four").substr(0, 15), 1, "pong:one "},
       {Record(2, "throw") + Record(2, "one"), 1, ""},
-      {Record(2, ""), 1, "pong: "},
       // Each code at its minimum and below.
-      {Record(0x2009, Sample(1'500'000, 3)), 1, "data:1.5:3:3072 "},
-      {Record(0x2009, Sample(0, 3).substr(0, 39)), 1, ""},
-      {Record(0x200A, Batch(2, {1'000'000, 2'000'000})), 1, "data:1:1:3072 data:2:1:3072 "},
-      {Record(0x200A, Batch(0, {1'000'000})) + Record(0x200A, Batch(11, {1'000'000})), 2, ""},
-      {Record(0x200A, Batch(1, {1'000'000}).substr(0, 403)), 1, ""},
+      {Record(0x2009, Sample(1'500'000, 3)) + Record(0x2009, Sample(0, 3).substr(0, 39)), 2,
+       "data:1.5:3:3072 "},
+      {Record(0x200A, Batch(0, {1'000'000})) + Record(0x200A, Batch(11, {1'000'000})) +
+           Record(0x200A, Batch(1, {1'000'000}).substr(0, 403)),
+       3, ""},
       {Record(0x2010, Number(0, 4) + Number(396, 4) + std::string(396, 'z')), 1, "raw:396:122 "},
       {Record(0x2010, Number(0, 4) + Number(397, 4) + std::string(397, 'z')), 1, ""},
       {Record(0x2010, Number(0, 4) + Number(8, 4) + "zzz"), 1, ""},
       {Record(0x2010, std::string(8, '\0')) + Record(0x2010, "1234567"), 2, "raw:0:0 "},
-      {Record(0x1006, "...." + Number(1, 2) + last_word + "."), 1, "a:2:43981 "},
+      {Record(0x1006, "...." + Number(1, 2) + Number(0xABCD, 2) + "."), 1, "a:2:43981 "},
       {Record(0x1006, "........") + Record(0x1006, std::string(405, '.')), 2, ""},
       {Record(0x100E, ""), 1, "c:0 "},
       {Record(0x100C, Number(70000, 4)) + Record(0x100C, "..."), 2, "counter:70000 "},
       {Record(0x200E, Number(0x102, 2) + Number(9, 2)), 1, "register:258=9 "},
       {Record(0x0006, "1.2 3.4") + Record(0x0006, "1.2"), 2, "version:1.2:3.4 version:1.2: "},
       {Record(0x1001, "no"), 1, "bad:no "},
-      {Record(0x1003, legacy), 1, "11,12,13,14,7,8,9,10,3,4,5,6,0,0,0,0,0,0,0,0,flags:40960 "},
-      {Record(0x1003, legacy.substr(0, 63)), 1, ""},
+      {Record(0x1003, legacy) + Record(0x1003, legacy.substr(0, 63)), 2,
+       "11,12,13,14,7,8,9,10,3,4,5,6,0,0,0,0,0,0,0,0,flags:40960 "},
       {Record(0x2001, "12"), 1, "unknown:8193:2 "},
   };
   for (const auto& row : rows) {
@@ -176,23 +172,17 @@ void ReceiveCases() {
   ExpectEqual(clocked.listener.log.str(),
               "data:1996:1:3072 data:1997:1:3072 "
               "data:1998:1:3072 data:1999:1:3072 data:2000:1:3072 ");
-
-  Link link;
-  link.device.SetListener(nullptr);
-  link.Deliver(Record(2, "one"));
-  ExpectEqual(link.listener.records, 0, "records heard by a listener that was taken off");
 }
 
 void CommandCases() {
   const std::string no_time(8, '\0');
   Link link;
   link.device.Send(0x1234, "12345", 5);
-  std::string sent = link.Sent();
+  const std::string sent = link.Sent();
   ExpectEqual(sent.substr(0, 17), no_time + Number(0x1234, 2) + Number(5, 2) + "12345");
   ExpectEqual(sent.size(), std::size_t{20}, "a payload of 5 bytes on the wire");
   link.device.Send(1, std::string(405, 'x').data(), 405);
-  sent = link.Sent();
-  ExpectEqual(sent, no_time + Number(1, 2) + Number(404, 2) + std::string(404, 'x'));
+  ExpectEqual(link.Sent(), no_time + Number(1, 2) + Number(404, 2) + std::string(404, 'x'));
 
   // Commands queued together leave in one write.
   link.device.RequestVersion();
@@ -209,17 +199,13 @@ void CommandCases() {
 
 void TimingAndBiasCases() {
   Link link;
-  const struct {
-    std::uint16_t asked;
-    unsigned sent;
-  } levels[] = {{7, 0},         {8, 16},        {15, 16},       {16, 16},      {65519, 65520},
-                {65520, 65520}, {65535, 65520}, {65512, 65520}, {65511, 65504}};
-  for (const auto& level : levels) {
+  using Levels = std::initializer_list<std::array<std::uint16_t, 2>>;
+  for (const auto& [asked, sent] : Levels{{7, 0}, {8, 16}, {65511, 65504}, {65535, 65520}}) {
     TimingConfig timing;
-    timing.measure_farred = level.asked;
+    timing.measure_farred = asked;
     link.device.SetTimingConfig(timing);
-    ExpectEqual(Hex(link.Sent().substr(12 + 46, 2)), Hex(Number(level.sent, 2)),
-                "far red of " + std::to_string(level.asked));
+    ExpectEqual(Hex(link.Sent().substr(12 + 46, 2)), Hex(Number(sent, 2)),
+                "far red of " + std::to_string(asked));
   }
 
   BiasConfig bias;
@@ -233,9 +219,7 @@ void TimingAndBiasCases() {
   link.device.SetBiasConfig(bias);
   ExpectEqual(Hex(link.Sent().substr(12)),
               "0000003f00000000000000400000803f000000000000803f0000803f00000000000080bf"
-              "0000803f00000000000000000000000000000000"
-              "0000000000000000"
-              "2f0d640b00080000");
+              "0000803f0000000000000000000000000000000000000000000000002f0d640b00080000");
 
   link.device.AllOff();
   std::string off;

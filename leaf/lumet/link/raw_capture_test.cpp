@@ -5,8 +5,6 @@
 #include <cstdint>
 #include <random>
 #include <span>
-#include <sstream>
-#include <string>
 #include <vector>
 
 #include "common/base64.h"
@@ -15,8 +13,7 @@
 
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 // The bytes of a capture from its rows.
 std::vector<std::uint8_t> Unpacked(const std::string& rows) {

@@ -3,15 +3,13 @@
 #include <array>
 #include <cstdint>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "common/test_registry.h"
 
 namespace {
 
-using self_test::ExpectEqual;
-using self_test::ExpectTrue;
+using namespace self_test;
 
 // Times are the sums of doubles, however they are worked out.
 void SumCases() {
@@ -43,8 +41,6 @@ void SynchroniseCases() {
       {"a step back of the system clock", {{0, 100, 100'000}, {1'000'000, 50, 50'000}}},
       // 0xFF676980 is 10 s before the wrap exactly, and not yet near it.
       {"not near the wrap", {{0xFF676980, 4284, 4284'967}, {0, 4284, 0}}},
-      {"across the wrap",
-       {{kLast, 4294, 4294'967}, {0, 4294, 4294'967}, {1'000'000, 4294, 4295'967}}},
       {"a tick from before the wrap, after it",
        {{0xFF676981, 4284, 4284'967},
         {10'000'000, 4284, 4304'967},
