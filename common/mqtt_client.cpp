@@ -15,6 +15,8 @@
 #include <iostream>
 #include <utility>
 
+#include "common/mqtt_packet.h"
+
 namespace {
 
 constexpr int kTickMs = 1000;
@@ -29,56 +31,6 @@ const Library library;
 void Check(int code, const std::string& words) {
   if (code != MOSQ_ERR_SUCCESS) throw MQTTClient::Error(words, code);
 }
-
-// The kinds of packets that a broker sends to a client at QoS 0.
-enum PacketKind : std::uint8_t {
-  kConnAck = 2,
-  kPublish = 3,
-  kSubAck = 9,
-  kUnsubAck = 11,
-  kPingResp = 13,
-};
-
-// The beginning of a packet: kind and flags in the first byte, then the length of the rest, seven
-// bits a byte, the lowest first, for as long as the highest bit is set.
-struct PacketHeader {
-  static constexpr std::size_t kLongest = 5;
-
-  unsigned kind = 0;
-  unsigned qos = 0;        // of a publication
-  std::size_t length = 0;  // of the whole packet; 0 while `bytes` is too short to tell
-  bool malformed = false;
-
-  PacketHeader(const std::uint8_t* bytes, std::size_t count)
-      : kind(bytes[0] >> 4U), qos(bytes[0] >> 1U & 3U) {
-    std::size_t rest = 0;
-    for (std::size_t i = 1; i < count; ++i) {
-      rest |= std::size_t{bytes[i] & 0x7FU} << 7 * (i - 1);
-      if ((bytes[i] & 0x80U) == 0) {
-        length = 1 + i + rest;
-        return;
-      }
-    }
-    malformed = count == kLongest;
-  }
-
-  // Whether a broker may send it now. What it must not send includes all that the library would
-  // answer, for as long as the answers find memory.
-  bool IsExpected(bool greeted) const {
-    switch (kind) {
-      case kConnAck:
-        return !greeted;
-      case kPublish:
-        return qos == 0;
-      case kSubAck:
-      case kUnsubAck:
-      case kPingResp:
-        return true;
-      default:
-        return false;
-    }
-  }
-};
 
 }  // namespace
 
@@ -404,14 +356,14 @@ void MQTTClient::HandleRead() {
 
 bool MQTTClient::NextPacketIsReady() {
   if (!all_at_qos_0) return true;
-  std::array<std::uint8_t, PacketHeader::kLongest> bytes = {};
+  std::array<std::uint8_t, MQTTPacketHeader::kLongest> bytes = {};
   const ssize_t peeked = recv(GetFD(), bytes.data(), bytes.size(), MSG_PEEK | MSG_DONTWAIT);
   if (peeked < 0 && (errno == EAGAIN || errno == EINTR)) return false;
   int available = 0;
   // An end or an error is for the library to find out. So is an end in the middle of a packet, the
   // one reason why a socket is ready that has less than was awaited.
   if (peeked <= 0 || ioctl(GetFD(), FIONREAD, &available) != 0 || available < awaited) return true;
-  const PacketHeader packet(bytes.data(), static_cast<std::size_t>(peeked));
+  const MQTTPacketHeader packet(bytes.data(), static_cast<std::size_t>(peeked));
   if (packet.malformed) return true;
   const std::size_t needed =
       packet.length != 0 ? packet.length : static_cast<std::size_t>(peeked) + 1;
