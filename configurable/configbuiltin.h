@@ -10,7 +10,8 @@
 // The typed leaves of the tree. Each assignment, by whatever path, marks the leaf only if the value
 // differs from the stored one. The value at construction is the default, and is not clamped.
 // Numbers are read and printed by the rules of standard streams, with six significant digits.
-// Documents get the text of print_value, written without a stream.
+// Documents get the text of print_value, written without a stream; so nothing that derives from
+// these has another text.
 
 // What floats and doubles have in common.
 template <class Number>
@@ -23,8 +24,8 @@ class ConfigurableReal : public Configurable {
 
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) const override;
-  void write_value(XMLWriter& writer) const override;
+  std::ostream& print_value(std::ostream& out) const final;
+  void write_value(XMLWriter& writer) const final;
   std::ostream& print_doctype(std::ostream& out) const override;
 
  protected:
@@ -67,8 +68,8 @@ class ConfigurableInteger : public Configurable {
 
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) const override;
-  void write_value(XMLWriter& writer) const override;
+  std::ostream& print_value(std::ostream& out) const final;
+  void write_value(XMLWriter& writer) const final;
   std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
@@ -95,8 +96,8 @@ class ConfigurableBool : public Configurable {
 
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) const override;
-  void write_value(XMLWriter& writer) const override;
+  std::ostream& print_value(std::ostream& out) const final;
+  void write_value(XMLWriter& writer) const final;
   std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
@@ -115,8 +116,8 @@ class ConfigurableString : public Configurable {
 
   void reset() override { set(_default_value); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) const override;
-  void write_value(XMLWriter& writer) const override;
+  std::ostream& print_value(std::ostream& out) const final;
+  void write_value(XMLWriter& writer) const final;
   std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
@@ -157,8 +158,8 @@ class ConfigurableMultipleChoice : public Configurable {
 
   void reset() override { set(_default_index); }
   std::istream& read_value(std::istream& in, std::ostream& err) override;
-  std::ostream& print_value(std::ostream& out) const override;
-  void write_value(XMLWriter& writer) const override;
+  std::ostream& print_value(std::ostream& out) const final;
+  void write_value(XMLWriter& writer) const final;
   std::ostream& print_doctype(std::ostream& out) const override;
   void accept(ConfigurableVisitor& visitor) override { visitor.visit(*this); }
 
